@@ -1,0 +1,14 @@
+# Finds Android's log library: the platform's own in the NDK, Debian's android-liblog-dev on Linux (whose header and
+# library stand in folders of their own). Gives the target AndroidLog::AndroidLog.
+find_path(AndroidLog_INCLUDE_DIR android/log.h PATHS /usr/include/android)
+find_library(AndroidLog_LIBRARY log PATH_SUFFIXES android ${CMAKE_LIBRARY_ARCHITECTURE}/android)
+
+include(FindPackageHandleStandardArgs)
+find_package_handle_standard_args(AndroidLog REQUIRED_VARS AndroidLog_LIBRARY AndroidLog_INCLUDE_DIR)
+
+if(AndroidLog_FOUND AND NOT TARGET AndroidLog::AndroidLog)
+  add_library(AndroidLog::AndroidLog UNKNOWN IMPORTED)
+  set_target_properties(AndroidLog::AndroidLog PROPERTIES
+    IMPORTED_LOCATION ${AndroidLog_LIBRARY}
+    INTERFACE_INCLUDE_DIRECTORIES ${AndroidLog_INCLUDE_DIR})
+endif()

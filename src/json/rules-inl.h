@@ -1,0 +1,239 @@
+/// \file
+/// Rule templates and pruning: one table of the parameter kinds, and the two walks that use it. Bodies of the public
+/// functions MSG_INIT_FOR_JSON and MSG_PRONE_FOR_BIN. Contracts: ZoTuningUtils.h; the annotations:
+/// docs/rule-annotations.md.
+#pragma once
+
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/message.h>
+
+#include <algorithm>
+#include <iterator>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "log/tuning_log-inl.h"
+
+namespace ZO_TUNING {
+namespace internal {
+
+/// Which fields of a rule beside its description a template sets.
+enum class RuleForm {
+  kScalar,  ///< recommend
+  kArray,   ///< recommend, order, len
+  kTable,   ///< recommend, row, col
+  kStruct,  ///< len
+};
+
+/// One kind of parameter: its rule type, the data type that holds it, and the description of its template. Types are
+/// known by their short names alone.
+struct ParameterKind {
+  const char* rule_type;
+  const char* data_type;  ///< null for structure arrays, whose rule stands beside them
+  const char* description;
+  RuleForm form;
+};
+
+// The type names spell "Uint", the descriptions "UInt".
+constexpr ParameterKind kParameterKinds[] = {
+    {"BoolRule", "BoolData", "[Bool]", RuleForm::kScalar},
+    {"Int32Rule", "Int32Data", "[Int32]", RuleForm::kScalar},
+    {"Uint32Rule", "Uint32Data", "[UInt32]", RuleForm::kScalar},
+    {"Int64Rule", "Int64Data", "[Int64]", RuleForm::kScalar},
+    {"Uint64Rule", "Uint64Data", "[UInt64]", RuleForm::kScalar},
+    {"DoubleRule", "DoubleData", "[Double]", RuleForm::kScalar},
+    {"FloatRule", "FloatData", "[Float]", RuleForm::kScalar},
+    {"BoolArrayRule", "BoolArrayData", "[BoolArr]", RuleForm::kArray},
+    {"Int32ArrayRule", "Int32ArrayData", "[Int32Arr]", RuleForm::kArray},
+    {"Uint32ArrayRule", "Uint32ArrayData", "[UInt32Arr]", RuleForm::kArray},
+    {"Int64ArrayRule", "Int64ArrayData", "[Int64Arr]", RuleForm::kArray},
+    {"Uint64ArrayRule", "Uint64ArrayData", "[UInt64Arr]", RuleForm::kArray},
+    {"DoubleArrayRule", "DoubleArrayData", "[DoubleArr]", RuleForm::kArray},
+    {"FloatArrayRule", "FloatArrayData", "[FloatArr]", RuleForm::kArray},
+    {"BoolArrayRule_2D", "BoolArrayData_2D", "[BoolArr2D]", RuleForm::kTable},
+    {"Int32ArrayRule_2D", "Int32ArrayData_2D", "[Int32Arr2D]", RuleForm::kTable},
+    {"Uint32ArrayRule_2D", "Uint32ArrayData_2D", "[UInt32Arr2D]", RuleForm::kTable},
+    {"Int64ArrayRule_2D", "Int64ArrayData_2D", "[Int64Arr2D]", RuleForm::kTable},
+    {"Uint64ArrayRule_2D", "Uint64ArrayData_2D", "[UInt64Arr2D]", RuleForm::kTable},
+    {"DoubleArrayRule_2D", "DoubleArrayData_2D", "[DoubleArr2D]", RuleForm::kTable},
+    {"FloatArrayRule_2D", "FloatArrayData_2D", "[FloatArr2D]", RuleForm::kTable},
+    {"StructArrayRule", nullptr, "[Repeated]", RuleForm::kStruct},
+};
+static_assert(std::size(kParameterKinds) == 22, "seven kinds in three forms, and structure arrays");
+
+/// The kind whose rule type has this short name, or null.
+inline const ParameterKind* FindRuleKind(const std::string& type_name) {
+  const auto* found = std::find_if(std::begin(kParameterKinds), std::end(kParameterKinds),
+                                   [&](const ParameterKind& kind) { return type_name == kind.rule_type; });
+  return found == std::end(kParameterKinds) ? nullptr : found;
+}
+
+/// Whether a message type with this short name holds a parameter and its rule.
+inline bool IsDataType(const std::string& type_name) {
+  return std::any_of(std::begin(kParameterKinds), std::end(kParameterKinds), [&](const ParameterKind& kind) {
+    return kind.data_type != nullptr && type_name == kind.data_type;
+  });
+}
+
+/// Whether pruning removes a field of this message type whole.
+inline bool IsStructArrayRule(const std::string& type_name) { return type_name == "StructArrayRule"; }
+
+/// The message types that are open on the way down, so that a type that contains itself ends the walk.
+class OpenTypes {
+ public:
+  explicit OpenTypes(const google::protobuf::Descriptor* root) : types_{root} {}
+  bool Contains(const google::protobuf::Descriptor* type) const {
+    return std::find(types_.begin(), types_.end(), type) != types_.end();
+  }
+  void Enter(const google::protobuf::Descriptor* type) { types_.push_back(type); }
+  void Leave() { types_.pop_back(); }
+
+ private:
+  std::vector<const google::protobuf::Descriptor*> types_;
+};
+
+/// The walk of MSG_INIT_FOR_JSON.
+class TemplateFiller {
+ public:
+  /// `function` is the name under which it logs.
+  TemplateFiller(const google::protobuf::Descriptor* root, const char* function) : function_(function), open_(root) {}
+
+  void Fill(google::protobuf::Message* msg, const google::protobuf::Descriptor* desc) {
+    using google::protobuf::FieldDescriptor;
+    const google::protobuf::Reflection* reflection = msg->GetReflection();
+    for (int i = 0; i < desc->field_count(); ++i) {
+      const FieldDescriptor* field = desc->field(i);
+      if (field->is_repeated()) {
+        FillRepeated(msg, reflection, field);
+      } else if (field->type() == FieldDescriptor::TYPE_MESSAGE) {
+        google::protobuf::Message* sub = reflection->MutableMessage(msg, field);
+        if (const ParameterKind* kind = FindRuleKind(field->message_type()->name())) {
+          Annotate(sub, field->message_type(), *kind);
+        } else {
+          Descend(sub, field->message_type());
+        }
+      }
+    }
+  }
+
+ private:
+  void FillRepeated(google::protobuf::Message* msg, const google::protobuf::Reflection* reflection,
+                    const google::protobuf::FieldDescriptor* field) {
+    using google::protobuf::FieldDescriptor;
+    switch (field->type()) {
+      case FieldDescriptor::TYPE_DOUBLE:
+      case FieldDescriptor::TYPE_FLOAT:
+      case FieldDescriptor::TYPE_INT64:
+      case FieldDescriptor::TYPE_UINT64:
+      case FieldDescriptor::TYPE_INT32:
+      case FieldDescriptor::TYPE_BOOL:
+      case FieldDescriptor::TYPE_UINT32:
+        break;
+      case FieldDescriptor::TYPE_MESSAGE:
+        // A repeated rule is no annotation: its element is walked like any other message.
+        Descend(reflection->AddMessage(msg, field), field->message_type());
+        break;
+      default:
+        TuningLog(kLogError, __LINE__, function_, "Unknown repeated data type: %d", static_cast<int>(field->type()));
+    }
+  }
+
+  void Descend(google::protobuf::Message* msg, const google::protobuf::Descriptor* desc) {
+    if (open_.Contains(desc)) {
+      if (reported_.insert(desc).second) {
+        TuningLog(kLogError, __LINE__, function_,
+                  "Message type %s contains itself, its template is filled once on each way down; please check the "
+                  "protos under project dir",
+                  desc->full_name().c_str());
+      }
+      return;
+    }
+    open_.Enter(desc);
+    Fill(msg, desc);
+    open_.Leave();
+  }
+
+  void Annotate(google::protobuf::Message* rule, const google::protobuf::Descriptor* desc, const ParameterKind& kind) {
+    SetString(rule, desc, "description", kind.description);
+    if (kind.form != RuleForm::kStruct) SetString(rule, desc, "recommend", "None");
+    if (kind.form == RuleForm::kArray) SetOrder(rule, desc);
+    if (kind.form == RuleForm::kArray || kind.form == RuleForm::kStruct) SetString(rule, desc, "len", "-1");
+    if (kind.form == RuleForm::kTable) {
+      SetString(rule, desc, "row", "-1");
+      SetString(rule, desc, "col", "-1");
+    }
+  }
+
+  void SetString(google::protobuf::Message* rule, const google::protobuf::Descriptor* desc, const char* name,
+                 const char* value) {
+    const auto* field = FindRuleField(desc, name, google::protobuf::FieldDescriptor::TYPE_STRING);
+    if (field != nullptr) rule->GetReflection()->SetString(rule, field, value);
+  }
+
+  void SetOrder(google::protobuf::Message* rule, const google::protobuf::Descriptor* desc) {
+    const auto* field = FindRuleField(desc, "order", google::protobuf::FieldDescriptor::TYPE_INT32);
+    if (field != nullptr) rule->GetReflection()->SetInt32(rule, field, 0);
+  }
+
+  const google::protobuf::FieldDescriptor* FindRuleField(const google::protobuf::Descriptor* desc, const char* name,
+                                                         google::protobuf::FieldDescriptor::Type type) {
+    const auto* field = desc->FindFieldByName(name);
+    if (field != nullptr && !field->is_repeated() && field->type() == type) return field;
+    TuningLog(kLogError, __LINE__, function_,
+              "Rule type %s has no singular field %s of type %s, it is left out; please check the protos under project "
+              "dir",
+              desc->full_name().c_str(), name, google::protobuf::FieldDescriptor::TypeName(type));
+    return nullptr;
+  }
+
+  const char* function_;
+  OpenTypes open_;
+  std::set<const google::protobuf::Descriptor*> reported_;
+};
+
+/// The walk of MSG_PRONE_FOR_BIN.
+class RulePruner {
+ public:
+  explicit RulePruner(const google::protobuf::Descriptor* root) : open_(root) {}
+
+  void Prune(google::protobuf::Message* msg, const google::protobuf::Descriptor* desc) {
+    using google::protobuf::FieldDescriptor;
+    const google::protobuf::Reflection* reflection = msg->GetReflection();
+    for (int i = 0; i < desc->field_count(); ++i) {
+      const FieldDescriptor* field = desc->field(i);
+      if (field->is_repeated() || field->type() != FieldDescriptor::TYPE_MESSAGE) continue;
+      const google::protobuf::Descriptor* type = field->message_type();
+      google::protobuf::Message* sub = reflection->MutableMessage(msg, field);
+      if (IsStructArrayRule(type->name())) {
+        reflection->ClearField(msg, field);
+      } else if (IsDataType(type->name())) {
+        const FieldDescriptor* rule = type->FindFieldByName("rule");
+        if (rule != nullptr) sub->GetReflection()->ClearField(sub, rule);
+      } else if (!open_.Contains(type)) {
+        open_.Enter(type);
+        Prune(sub, type);
+        open_.Leave();
+      }
+    }
+  }
+
+ private:
+  OpenTypes open_;
+};
+
+}  // namespace internal
+
+inline void MSG_INIT_FOR_JSON(google::protobuf::Message* msg, const google::protobuf::Descriptor* desc) try {
+  internal::TemplateFiller(desc, __func__).Fill(msg, desc);
+} catch (...) {
+  internal::ReportException(__LINE__, __func__);
+}
+
+inline void MSG_PRONE_FOR_BIN(google::protobuf::Message* msg, const google::protobuf::Descriptor* desc) try {
+  internal::RulePruner(desc).Prune(msg, desc);
+} catch (...) {
+  internal::ReportException(__LINE__, __func__);
+}
+
+}  // namespace ZO_TUNING

@@ -1,0 +1,21 @@
+# Every source file of the library, relative to src/. The one list that all builds read.
+set(ZOTUNING_SOURCES
+  log/android_properties.cpp
+  log/datacenter_logger.cpp
+  log/timing.cpp
+  schema/field_check.cpp
+  schema/project_config.cpp
+  schema/record_reader.cpp
+  schema/schema_import.cpp
+  schema/tuning_label.cpp
+  json/default_data.cpp
+  json/json_files.cpp
+  tree/tuning_settings.cpp
+  version/version_files.cpp
+  version/version_header.cpp
+  bin/bin_writer.cpp
+  bin/bin_reader.cpp
+  bin/dump.cpp
+  bin/generate.cpp
+  bin/pack_session.cpp
+)
