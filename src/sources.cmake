@@ -14,6 +14,10 @@ set(ZOTUNING_SOURCES
   version/version_files.cpp
   version/version_header.cpp
   bin/bin_writer.cpp
+  encode/encode_plan.cpp
+  encode/json_encoder.cpp
+  encode/json_tokens.cpp
+  encode/text_file.cpp
   bin/bin_reader.cpp
   bin/dump.cpp
   bin/generate.cpp

@@ -57,16 +57,38 @@ PackResult PackSession::PackSetting(const std::string& json_path, FieldChecking 
   if (module_type == nullptr) return PackResult::kNoModuleType;
 
   std::string text;
-  JSON_FILE_TO_STR(json_path, text);
+  if (!file_.Read(json_path)) {
+    JSON_FILE_TO_STR(json_path, text);  // says what is wrong; an unreadable file is an empty text
+    return PackPlainly(text, module_type, checking, bin);
+  }
+  const ModulePlan& plan = PlanOf(module_type);
+  if (!encoder_.Encode(plan, file_.text())) {
+    text = file_.text();
+    return PackPlainly(text, module_type, checking, bin);
+  }
+  if (checking == FieldChecking::kOn) {
+    const std::string_view* missing = encoder_.FindMissingName(plan, file_.text());
+    if (missing != nullptr) {
+      ReportMissingField(*missing);
+      return PackResult::kFieldMissing;
+    }
+  }
+  bin.WriteMessageBytes(encoder_.wire());
+  return bin.ok() ? PackResult::kPacked : PackResult::kWriteFailed;
+}
+
+const ModulePlan& PackSession::PlanOf(const google::protobuf::Descriptor* module_type) {
+  std::unique_ptr<ModulePlan>& plan = plans_[module_type];
+  if (plan == nullptr) plan = std::make_unique<ModulePlan>(module_type);
+  return *plan;
+}
+
+PackResult PackSession::PackPlainly(const std::string& text, const google::protobuf::Descriptor* module_type,
+                                    FieldChecking checking, BinWriter& bin) {
   const std::unique_ptr<google::protobuf::Message> message = schema_.NewMessage(module_type);
   if (message == nullptr) return PackResult::kNoMessage;
   if (!JSON_STR_TO_MSG(text, message.get())) return PackResult::kNotConverted;
-  if (checking == FieldChecking::kOn) {
-    FieldCheck check(text);
-    for (int i = 0; i < module_type->field_count(); ++i) {
-      if (!check.Check(module_type->field(i))) return PackResult::kFieldMissing;
-    }
-  }
+  if (checking == FieldChecking::kOn && !CheckAllFieldsInString(module_type, text)) return PackResult::kFieldMissing;
   MSG_PRONE_FOR_BIN(message.get(), module_type);
   bin.WriteMessage(*message);
   return bin.ok() ? PackResult::kPacked : PackResult::kWriteFailed;

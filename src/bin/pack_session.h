@@ -6,10 +6,15 @@
 #include <google/protobuf/message.h>
 
 #include <map>
+#include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "bin/bin_writer.h"
+#include "encode/encode_plan.h"
+#include "encode/json_encoder.h"
+#include "encode/text_file.h"
 #include "schema/project_config.h"
 #include "schema/schema.h"
 
@@ -75,6 +80,12 @@ class PackSession {
   const VersionMessages& sensor_versions(const std::string& sensor) { return sensor_versions_[sensor]; }
 
  private:
+  const ModulePlan& PlanOf(const google::protobuf::Descriptor* module_type);
+
+  /// The road of every text that the hot road calls odd: through protobuf's own parser and a message.
+  [[nodiscard]] PackResult PackPlainly(const std::string& text, const google::protobuf::Descriptor* module_type,
+                                       FieldChecking checking, BinWriter& bin);
+
   std::string proj_dir_;
   Schema schema_;  // before all messages made from it
   ProjectConfig config_;
@@ -82,6 +93,9 @@ class PackSession {
   const google::protobuf::Descriptor* version_type_ = nullptr;
   VersionMessages default_versions_;
   std::map<std::string, VersionMessages> sensor_versions_;
+  std::unordered_map<const google::protobuf::Descriptor*, std::unique_ptr<ModulePlan>> plans_;
+  TextFile file_;
+  JsonEncoder encoder_;
 };
 
 }  // namespace internal

@@ -1,4 +1,4 @@
-// CheckFieldInString and the class FieldCheck behind it. Tested by tests/schema/field_check_test.cpp.
+// CheckFieldInString and the walk behind it. Tested by tests/schema/field_check_test.cpp.
 
 #include "schema/field_check.h"
 
@@ -9,26 +9,40 @@
 namespace ZO_TUNING {
 namespace internal {
 
-bool FieldCheck::Check(const google::protobuf::FieldDescriptor* field) {
+bool CheckedNames::Walk(const google::protobuf::FieldDescriptor* field) {
   const std::string& name = field->name();
   if (name == "rule" || name == "value" || name == "description") return true;
-  if (json_.find(name) == std::string::npos) {
-    std::cerr << "Error: Field '" << name << "' not found in Json." << std::endl;
-    return false;
-  }
+  if (!visitor_(name)) return false;
   if (field->type() != google::protobuf::FieldDescriptor::TYPE_MESSAGE) return true;
   const google::protobuf::Descriptor* type = field->message_type();
-  if (type == nullptr || !visited_.insert(type).second) return true;
+  if (type == nullptr || !entered_.insert(type).second) return true;
   for (int i = 0; i < type->field_count(); ++i) {
-    if (!Check(type->field(i))) return false;
+    if (!Walk(type->field(i))) return false;
   }
   return true;
+}
+
+bool CheckAllFieldsInString(const google::protobuf::Descriptor* type, const std::string& json) {
+  CheckedNames names(
+      [&json](const std::string& name) { return json.find(name) != std::string::npos || ReportMissingField(name); });
+  for (int i = 0; i < type->field_count(); ++i) {
+    if (!names.Walk(type->field(i))) return false;
+  }
+  return true;
+}
+
+bool ReportMissingField(std::string_view name) {
+  std::cerr << "Error: Field '" << name << "' not found in Json." << std::endl;
+  return false;
 }
 
 }  // namespace internal
 
 bool CheckFieldInString(const google::protobuf::FieldDescriptor* field, const std::string& json) try {
-  return internal::FieldCheck(json).Check(field);
+  internal::CheckedNames names([&json](const std::string& name) {
+    return json.find(name) != std::string::npos || internal::ReportMissingField(name);
+  });
+  return names.Walk(field);
 } catch (...) {
   return internal::ReportException(__LINE__, __func__);
 }
