@@ -82,6 +82,8 @@ inline const char* ReadDigits(const char* p, uint64_t* value) {
 /// What 64 bits hold of decimal digits, whichever they are.
 constexpr std::ptrdiff_t kMaxDigits = 19;
 
+constexpr uint64_t kTenTo19 = UINT64_C(10000000000000000000);
+
 /// An integer as JSON writes it, without fraction and exponent. "-0" is odd.
 struct Integer {
   uint64_t magnitude;
@@ -95,7 +97,12 @@ inline const char* ReadInteger(const char* p, Integer* integer) {
   integer->magnitude = 0;
   p = ReadDigits(p, &integer->magnitude);
   const std::ptrdiff_t count = p - digits;
-  if (count == 0 || count > kMaxDigits || (*digits == '0' && (count > 1 || integer->negative))) return nullptr;
+  if (count == 0 || (*digits == '0' && (count > 1 || integer->negative))) return nullptr;
+  if (count > kMaxDigits) {
+    // Of 20 digits only those of 1 to 1.8 times 10^19 fit; larger ones that begin with 1 wrap to far less than 10^19.
+    const bool fits = count == kMaxDigits + 1 && *digits == '1' && integer->magnitude >= kTenTo19;
+    if (!fits) return nullptr;
+  }
   if (*p == '.' || *p == 'e' || *p == 'E') return nullptr;
   return p;
 }

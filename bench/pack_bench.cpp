@@ -1,0 +1,348 @@
+// Packs whole projects by the plain road, by the library and by its peers, in turns, and prints Markdown tables.
+//
+// A round runs every road once; the roads change places from round to round. The plain road and the library run in this
+// process. A peer is a program of its own that stays alive: it gets the project and a folder for its output as
+// arguments, prints "ready" when its setup is done, and packs once for every line that it reads, printing the
+// milliseconds that this took. See bench/peers.
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ZoTuningUtils.h"
+#include "plain_road.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using zotuning_bench::PackByPlainRoad;
+
+constexpr char kUsage[] =
+    "usage: pack_bench [OPTION]... PROJECT...\n"
+    "  --rounds N          rounds per project (11)\n"
+    "  --growth            a table of the time for each megabyte instead, for projects of different sizes\n"
+    "  --peer NAME=COMMAND another program to compare with, run as COMMAND PROJECT DIR; may be repeated\n";
+
+struct Options {
+  int rounds = 11;
+  bool growth = false;
+  std::vector<std::pair<std::string, std::string>> peers;
+  std::vector<std::string> projects;
+};
+
+bool PackByLibrary(const std::string& project, const std::string& out) {
+  return ZoTuningUtils::GenerateProjTuningBins(project.c_str(), out.c_str());
+}
+
+std::string ReadFile(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+/// The highest resident size that a process has had so far, in megabytes; 0 when the system does not tell.
+double PeakMemory(const std::string& process) {
+  std::ifstream status("/proc/" + process + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.compare(0, 6, "VmHWM:") == 0) return std::strtod(line.c_str() + 6, nullptr) * 1024 / 1e6;
+  }
+  return 0;
+}
+
+/// A child program with a pipe to its input and one from its output.
+class Child {
+ public:
+  explicit Child(const std::vector<std::string>& arguments) {
+    int input[2];
+    int output[2];
+    if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+    process_ = fork();
+    if (process_ == 0) {
+      dup2(input[0], STDIN_FILENO);
+      dup2(output[1], STDOUT_FILENO);
+      std::vector<char*> words;
+      for (const std::string& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
+      words.push_back(nullptr);
+      execvp(words[0], words.data());
+      _exit(127);
+    }
+    close(input[0]);
+    close(output[1]);
+    input_ = input[1];
+    output_.reset(fdopen(output[0], "r"));
+  }
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+  ~Child() {
+    close(input_);
+    output_.reset();
+    if (process_ > 0) waitpid(process_, nullptr, 0);
+  }
+
+  bool Send(const std::string& line) {
+    const std::string text = line + "\n";
+    return write(input_, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+  }
+
+  /// The next line of its output, without the line end; nothing when it has ended.
+  std::optional<std::string> Receive() {
+    std::string line;
+    for (int c; (c = std::fgetc(output_.get())) != EOF;) {
+      if (c == '\n') return line;
+      line += static_cast<char>(c);
+    }
+    return std::nullopt;
+  }
+
+  std::string process() const { return std::to_string(process_); }
+
+ private:
+  struct CloseFile {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+  };
+
+  pid_t process_ = -1;
+  int input_ = -1;
+  std::unique_ptr<std::FILE, CloseFile> output_;
+};
+
+/// One way to pack a project, and what it took so far.
+struct Road {
+  std::string name;
+  std::function<double()> run;  ///< packs once and returns the milliseconds
+  std::function<double()> peak_memory;
+  std::vector<double> times = {};
+
+  double best() const { return *std::min_element(times.begin(), times.end()); }
+};
+
+struct ProjectSize {
+  size_t files = 0;
+  double megabytes = 0;
+  double largest = 0;  ///< file, in megabytes
+};
+
+ProjectSize Measure(const std::string& project) {
+  ProjectSize size;
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(project)) {
+    if (entry.path().extension() != ".json" || entry.path().parent_path().filename() == "version") continue;
+    const double megabytes = static_cast<double>(entry.file_size()) / 1e6;
+    ++size.files;
+    size.megabytes += megabytes;
+    size.largest = std::max(size.largest, megabytes);
+  }
+  return size;
+}
+
+/// A road that is a function of this process. Its peak memory is that of a fresh process that packs once.
+Road OwnRoad(const std::string& name, bool (*pack)(const std::string&, const std::string&), const std::string& project,
+             const fs::path& out) {
+  const auto run = [name, pack, project, out] {
+    fs::remove_all(out);
+    fs::create_directories(out);
+    const auto begin = std::chrono::steady_clock::now();
+    if (!pack(project, out.string())) throw std::runtime_error(name + " could not pack " + project);
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
+  };
+  const auto peak_memory = [name, project, out] {
+    fs::remove_all(out);
+    fs::create_directories(out);
+    Child child({"/proc/self/exe", "--memory-of", name, project, out.string()});
+    const std::optional<std::string> answer = child.Receive();
+    return answer ? std::strtod(answer->c_str(), nullptr) : 0;
+  };
+  return {name, run, peak_memory};
+}
+
+Road PeerRoad(const std::string& name, const std::shared_ptr<Child>& peer) {
+  const auto run = [name, peer] {
+    const std::optional<std::string> answer = peer->Send("run") ? peer->Receive() : std::nullopt;
+    if (!answer) throw std::runtime_error(name + " has ended");
+    return std::strtod(answer->c_str(), nullptr);
+  };
+  return {name, run, [peer] { return PeakMemory(peer->process()); }};
+}
+
+/// Starts the peers that are ready to pack the project; says on standard error which are not.
+void AddPeers(const Options& options, const std::string& project, const fs::path& out, std::vector<Road>& roads) {
+  for (const auto& [name, command] : options.peers) {
+    const fs::path peer_out = out / name;
+    fs::create_directories(peer_out);
+    auto peer = std::make_shared<Child>(std::vector<std::string>{command, project, peer_out.string()});
+    const std::optional<std::string> answer = peer->Receive();
+    if (answer && *answer == "ready") {
+      roads.push_back(PeerRoad(name, peer));
+    } else {
+      std::fprintf(stderr, "pack_bench: %s is left out: %s\n", name.c_str(),
+                   answer ? answer->c_str() : "not installed");
+    }
+  }
+}
+
+void CompareBins(const fs::path& expected, const fs::path& actual) {
+  size_t count = 0;
+  for (const fs::directory_entry& entry : fs::directory_iterator(expected / "zo_tuning")) {
+    ++count;
+    if (ReadFile(entry.path()) != ReadFile(actual / "zo_tuning" / entry.path().filename())) {
+      throw std::runtime_error("the bins " + entry.path().filename().string() + " differ");
+    }
+  }
+  const auto others = fs::directory_iterator(actual / "zo_tuning");
+  if (count == 0 || static_cast<size_t>(std::distance(begin(others), end(others))) != count) {
+    throw std::runtime_error("the bins are not the same ones");
+  }
+}
+
+/// The times of the first road over those of `road`, round by round, in ascending order.
+std::vector<double> RatiosPerRound(const Road& first, const Road& road) {
+  std::vector<double> ratios;
+  for (size_t i = 0; i < road.times.size(); ++i) ratios.push_back(first.times[i] / road.times[i]);
+  std::sort(ratios.begin(), ratios.end());
+  return ratios;
+}
+
+struct ProjectResult {
+  std::string name;
+  ProjectSize size;
+  std::vector<Road> roads;  ///< the plain road, the library, the peers
+};
+
+ProjectResult BenchProject(const Options& options, const std::string& project, const fs::path& work) {
+  std::vector<Road> roads;
+  roads.push_back(OwnRoad("plain road", PackByPlainRoad, project, work / "plain"));
+  roads.push_back(OwnRoad("library", PackByLibrary, project, work / "library"));
+  AddPeers(options, project, work / "peers", roads);
+
+  for (const Road& road : roads) road.run();  // for the caches, and the bytes
+  CompareBins(work / "plain", work / "library");
+  for (int round = 0; round < options.rounds; ++round) {
+    for (size_t i = 0; i < roads.size(); ++i) {
+      Road& road = roads[(i + static_cast<size_t>(round)) % roads.size()];
+      road.times.push_back(road.run());
+    }
+  }
+  CompareBins(work / "plain", work / "library");
+  return {fs::path(project).filename().string(), Measure(project), std::move(roads)};
+}
+
+void PrintHeader(const Options& options) {
+  std::printf(
+      options.growth
+          ? "| project | files | MB | largest file, MB | plain road, ms/MB | library, ms/MB | against the first row | "
+            "peak memory of the plain road, MB | of the library, MB |\n|---|---|---|---|---|---|---|---|---|\n"
+          : "| project | road | best, ms | MB/s | times the plain road | by round: min / median / max | peak memory, MB "
+            "|\n|---|---|---|---|---|---|---|\n");
+}
+
+void PrintComparison(const ProjectResult& result) {
+  const Road& plain = result.roads[0];
+  for (const Road& road : result.roads) {
+    const std::vector<double> ratios = RatiosPerRound(plain, road);
+    std::printf("| %s | %s | %.1f | %.0f | **%.2f** | %.2f / %.2f / %.2f | %.1f |\n", result.name.c_str(),
+                road.name.c_str(), road.best(), result.size.megabytes * 1000 / road.best(), plain.best() / road.best(),
+                ratios.front(), ratios[ratios.size() / 2], ratios.back(), road.peak_memory());
+  }
+}
+
+void PrintGrowth(const ProjectResult& result, double first) {
+  const double plain = result.roads[0].best() / result.size.megabytes;
+  const double library = result.roads[1].best() / result.size.megabytes;
+  std::printf("| %s | %zu | %.1f | %.2f | %.2f | %.3f | %.2f | %.1f | %.1f |\n", result.name.c_str(), result.size.files,
+              result.size.megabytes, result.size.largest, plain, library, library / first,
+              result.roads[0].peak_memory(), result.roads[1].peak_memory());
+}
+
+/// Packs once and prints the peak memory: what OwnRoad asks a fresh process for.
+int PrintMemoryOf(const std::string& road, const std::string& project, const std::string& out) {
+  const bool packed = road == "library" ? PackByLibrary(project, out) : PackByPlainRoad(project, out);
+  std::printf("%.3f\n", PeakMemory("self"));
+  return packed ? 0 : 1;
+}
+
+std::optional<Options> ParseArguments(const std::vector<std::string>& arguments) {
+  Options options;
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    const std::string& argument = arguments[i];
+    if (argument == "--growth") {
+      options.growth = true;
+    } else if (argument == "--rounds" && i + 1 < arguments.size()) {
+      options.rounds = std::atoi(arguments[++i].c_str());
+    } else if (argument == "--peer" && i + 1 < arguments.size() && arguments[i + 1].find('=') != std::string::npos) {
+      const std::string& peer = arguments[++i];
+      const size_t end = peer.find('=');
+      options.peers.emplace_back(peer.substr(0, end), peer.substr(end + 1));
+    } else if (argument[0] == '-') {
+      return std::nullopt;
+    } else {
+      options.projects.push_back(argument);
+    }
+  }
+  if (options.projects.empty() || options.rounds < 1) return std::nullopt;
+  return options;
+}
+
+/// A folder for all output, removed at the end.
+class WorkFolder {
+ public:
+  WorkFolder() : path_((fs::temp_directory_path() / "pack_bench.XXXXXX").string()) {
+    if (mkdtemp(&path_[0]) == nullptr) throw std::runtime_error("cannot make " + path_);
+  }
+  ~WorkFolder() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+  fs::path path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::vector<std::string> arguments(argv + 1, argv + argc);
+  if (arguments.size() == 4 && arguments[0] == "--memory-of") {
+    return PrintMemoryOf(arguments[1], arguments[2], arguments[3]);
+  }
+  const std::optional<Options> options = ParseArguments(arguments);
+  if (!options) {
+    std::fputs(kUsage, stderr);
+    return 2;
+  }
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    const WorkFolder work;
+    PrintHeader(*options);
+    double first = 0;  // milliseconds for each megabyte of the first project
+    for (const std::string& project : options->projects) {
+      const ProjectResult result = BenchProject(*options, project, work.path());
+      if (first == 0) first = result.roads[1].best() / result.size.megabytes;
+      if (options->growth) {
+        PrintGrowth(result, first);
+      } else {
+        PrintComparison(result);
+      }
+      std::fflush(stdout);
+    }
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "pack_bench: %s\n", error.what());
+    return 1;
+  }
+  return 0;
+}

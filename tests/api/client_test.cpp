@@ -1,0 +1,205 @@
+// The shared library as a client sees it: the whole road from an empty directory to packed bins, and the operations
+// beside it.
+
+#include <clocale>
+#include <filesystem>
+#include <locale>
+#include <thread>
+
+#include "ZoTuningUtils.h"
+#include "support/child.h"
+#include "support/project.h"
+
+namespace {
+
+using namespace zotest;
+using testing::ElementsAre;
+using testing::UnorderedElementsAre;
+
+const std::string kStop = E("PARSE_VERSION_FROM_STR", "Stop Parsing");
+
+/// What a template of the schema's modules becomes in a bin.
+std::string TemplateBytes(int module) {
+  const std::string step_rule = Len(1, "[Int32]") + Len(2, "None");
+  switch (module) {
+    case kAfCommon:
+      return Len(2, "") + Len(3, Len(1, "") + Len(2, Len(1, ""))) + Len(4, "") + Len(5, Len(1, Len(2, step_rule)));
+    case kEveryKind: {
+      std::string bytes;
+      for (int number = 2; number < 23; ++number) bytes += Len(number, number % 3 == 1 ? Len(1, "") : "");
+      return bytes;
+    }
+    default:
+      return Len(1, "");
+  }
+}
+
+/// From an empty directory to packed bins, which are compared with bytes made here. Leaves two lines of the header's
+/// scan in the log.
+void WalkTheRoad() {
+  const TempDir temp;
+  const std::string proj = temp / "demo ö%s";
+  const std::string out = temp / "out";
+  MakeDirs(out);
+  WriteSchema(temp / "schema");
+  ZoTuningUtils::InitProjectConfig((temp / "schema").c_str(), "demo ö%s", {"main", "wide"}, temp.str().c_str());
+  std::filesystem::copy(temp / "schema", proj + "/proto");
+  Write(proj + "/proto/version/af.json", VersionJson("AF", "1.0"));
+  Write(proj + "/main/version/main.json", VersionJson("main", "1234.5"));
+  Write(proj + "/src/ZoTuningVersion.h", "// [3AProto]\n");
+
+  std::string name;
+  Strings sensors, names;
+  LabelMap map;
+  ASSERT_TRUE(ZoTuningUtils::GetProjectConfig(proj.c_str(), name, sensors, names, map));
+  EXPECT_EQ(name, "demo ö%s");
+  EXPECT_EQ(sensors, (Strings{"main", "wide"}));
+  EXPECT_EQ(names, kLabelNames);
+  EXPECT_EQ(map, FullLabelMap());
+
+  std::vector<Setting> defaults, main, wide;
+  for (const int module : {kAfCommon, kAWGain, kAfLinkKeyTable, kEveryKind}) {
+    EXPECT_TRUE(ZoTuningUtils::GenerateDefaultModuleData(proj.c_str(), map["module"][module].c_str()));
+    defaults.push_back({map["module"][module] + ".json", "", {module}, TemplateBytes(module)});
+  }
+  std::vector<int> one = {kAfCommon, 1, 0};
+  std::vector<std::vector<int>> more = {{kAWGain, 1234, 1}, {kAfLinkKeyTable, 2}};
+  std::vector<std::vector<int>> others = {{kEveryKind, 0, 1, 1, 1, 1, 1, 1}};
+  EXPECT_TRUE(ZoTuningUtils::CreateNewTuningSetting(proj.c_str(), names, map, sensors[0], one));
+  EXPECT_TRUE(ZoTuningUtils::CreateMultipleNewTuningSetting(proj.c_str(), names, map, sensors[0], more));
+  EXPECT_TRUE(ZoTuningUtils::CreateMultipleNewTuningSetting(proj.c_str(), names, map, sensors[1], others));
+  main = {{"mode_1/scenario_Photo/AfCommon.json", "", one, TemplateBytes(kAfCommon)},
+          {"mode_1234/scenario_Video/AWGain.json", "", more[0], GainBytes(-1234.5)},
+          {"mode_2/AfLinkKeyTable.json", "", more[1], TemplateBytes(kAfLinkKeyTable)}};
+  wide = {{"mode_0/scenario_Video/feature0_Zoom/function_Flash/sub_function_Pre/scene_Night/filter_Mono/EveryKind.json",
+           "", others[0], TemplateBytes(kEveryKind)}};
+  const std::string edited = proj + "/main/" + main[1].path;
+  std::string json = Read(edited);
+  Write(edited, json.replace(json.find("\"value\": 0"), 10, "\"value\": -1234.5"));
+
+  EXPECT_TRUE(ZoTuningUtils::UpdateProtoVersionJsonFile(proj.c_str(), "AF", "1.1"));
+  EXPECT_TRUE(ZoTuningUtils::GeneratedNewVersionHeader(proj + "/proto"));
+  EXPECT_EQ(Read(proj + "/src/ZoTuningVersion.h"),
+            "// [3AProto]\n#define VERSION1_NAME \"AF\"\n#define VERSION1_VAL \"1.1\"\n#define VERSION_NUM 1\n");
+
+  EXPECT_TRUE(ZoTuningUtils::GenerateProjTuningBins(proj.c_str(), out.c_str()));
+  const auto bin = [&](const std::string& scope) { return Read(out + "/zo_tuning/" + scope + ".bin"); };
+  EXPECT_EQ(bin("default"), BinBytes(proj + "/proto/version", proj + "/default", defaults));
+  EXPECT_EQ(bin("main"), BinBytes(proj + "/main/version", proj + "/main", main));
+  EXPECT_EQ(bin("wide"), BinBytes(proj + "/wide/version", proj + "/wide", wide));
+  EXPECT_TRUE(ZoTuningUtils::DumpProjTuningBins(proj.c_str(), (out + "/zo_tuning").c_str()));
+  EXPECT_TRUE(ZoTuningUtils::DumpBinVersions(proj.c_str(), (out + "/zo_tuning").c_str()));
+}
+
+using ClientTest = ProjectTest;
+
+TEST_F(ClientTest, TheWholeRoad) {
+  WalkTheRoad();
+  EXPECT_THAT(TakeLog(6), ElementsAre(kStop, kStop));
+}
+
+TEST_F(ClientTest, ALocaleWithADecimalCommaChangesNothing) {
+  const bool ran = InChild([] {
+    if (std::setlocale(LC_ALL, "de_DE.UTF-8") == nullptr) CannotRunHere();
+    std::locale::global(std::locale("de_DE.UTF-8"));
+    WalkTheRoad();
+    EXPECT_THAT(TakeLog(6), ElementsAre(kStop, kStop));
+  });
+  if (!ran) GTEST_SKIP() << "there is no locale de_DE.UTF-8; scripts/setup makes it";
+}
+
+TEST_F(ClientTest, TwoThreadsOnTwoProjects) {
+  std::thread other(WalkTheRoad);
+  WalkTheRoad();
+  other.join();
+  EXPECT_THAT(TakeLog(6), ElementsAre(kStop, kStop, kStop, kStop));
+}
+
+TEST_F(ClientTest, OperationsBesideTheRoad) {
+  Schema schema(dir_ + "/proto");
+  const auto* type = ZoTuningUtils::GetDescByClassName(schema.importer(), "ZO_TUNING.TuningProjConfig");
+  const MessagePtr config = schema.New("ZO_TUNING.TuningProjConfig");
+  EXPECT_TRUE(ZoTuningUtils::InitProjConfigMsg(config.get(), type, "p", {"s"}));
+  ZO_TUNING::MSG_TO_BIN(config.get(), (project_ / "config.bin").c_str());
+  std::string name;
+  Strings sensors;
+  EXPECT_TRUE(
+      ZoTuningUtils::InitProjConfigMsgFromBin(config.get(), type, (project_ / "config.bin").c_str(), name, sensors));
+  EXPECT_EQ(name + sensors.at(0), "ps");
+
+  const auto* label_type = schema.Type("ZO_TUNING.TuningDataLabel");
+  const MessagePtr label = schema.New("ZO_TUNING.TuningDataLabel");
+  std::vector<int> values;
+  EXPECT_TRUE(ZoTuningUtils::InitTuningLabelMsg(label.get(), label_type, names_, {1, 2, 1, 0, -1, 0, 0, 1}));
+  EXPECT_EQ(label->SerializeAsString(), LabelBytes({1, 2, 1, 0, -1, 0, 0, 1}));
+  EXPECT_TRUE(ZoTuningUtils::ParseTuningLabelMsg(label.get(), label_type, names_, values));
+  EXPECT_THAT(values, ElementsAre(1, 2, 1, 0, -1, 0, 0, 1));
+
+  const MessagePtr gain = schema.New("ZO_TUNING_AWB.AWGain");
+  EXPECT_TRUE(ZO_TUNING::JSON_STR_TO_MSG(GainJson("2.5"), gain.get()));
+  ZO_TUNING::MSG_PRONE_FOR_BIN(gain.get(), gain->GetDescriptor());
+  EXPECT_EQ(gain->SerializeAsString(), GainBytes(2.5));
+  EXPECT_TRUE(ZO_TUNING::CheckFieldInString(gain->GetDescriptor()->field(0), "again"));
+
+  ZO_TUNING::ADD_GITKEEP_TO_DIR(project_.out);
+  EXPECT_EQ(Read(project_.out + "/.gitkeep"), "");
+  Strings roots, files;
+  EXPECT_TRUE(ZoTuningUtils::GetTuningRootFolder(dir_.c_str(), roots));
+  EXPECT_THAT(roots, UnorderedElementsAre(dir_ + "/proto", dir_ + "/default", dir_ + "/tele"));
+  Write(dir_ + "/tele/version/a.json", VersionJson("A", "1"));
+  project_.Add("tele", {{"AWGain.json", GainJson("3"), {kAWGain}, GainBytes(3)}});
+  EXPECT_TRUE(ZoTuningUtils::FindAllJsonFiles((dir_ + "/tele").c_str(), files));
+  EXPECT_THAT(files, ElementsAre(dir_ + "/tele/AWGain.json"));
+
+  ASSERT_TRUE(InChild([&] {
+    FeedStdin("0\n");
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(ZoTuningUtils::GenerateSpecificSensorBin(dir_.c_str(), project_.out.c_str()));
+    testing::internal::GetCapturedStdout();
+    EXPECT_THAT(TakeLog(6), ElementsAre(E("GenerateSpecificSensorBin",
+                                          "[Quokka] Error to get all json files from default folder\n")));
+  }));
+  EXPECT_EQ(Read(BinPath("tele")), project_.Bin("tele"));
+  Strings bins, paths;
+  EXPECT_TRUE(ZoTuningUtils::FindTuningBinFiles((project_.out + "/zo_tuning").c_str(), bins, paths));
+  EXPECT_THAT(bins, UnorderedElementsAre("default", "tele"));
+  std::vector<Message*> versions;
+  EXPECT_TRUE(ZoTuningUtils::ParseVersionMsgFromBin(BinPath("tele"), schema.Prototype("ZO_TUNING.Version"), versions));
+  const MessagePtr packed(versions.at(0));
+  EXPECT_TRUE(ZoTuningUtils::GetVersionMsgs((dir_ + "/tele/version").c_str(), packed.get(), versions));
+  const MessagePtr read(versions.at(0));
+  EXPECT_EQ(packed->SerializeAsString(), VersionBytes("A", "1"));
+  EXPECT_EQ(read->SerializeAsString(), VersionBytes("A", "1"));
+}
+
+TEST_F(ClientTest, LoggerAndTiming) {
+  EXPECT_EQ(ZoDatacenterSettingDebugLevel, 0);
+  EXPECT_EQ(ZoDatacenterSettingGroupLevel, 2);
+  DatacenterLoggerFunction(GetFileName("dir/a.cpp"), 1, "Fn", 2, 1, "dropped");
+  FileCreate();
+  StartTime(3);
+  EXPECT_NE(start_t[3].tv_sec, 0);
+  EndTime("a.cpp", 1, "Fn", 3);
+  EXPECT_EQ(end_t[3].tv_sec, 0);
+  EXPECT_EQ(TakeRawLog().size(), 1U);
+  ZoTuningDateTime now = {};
+  GetDateTime(&now);
+  EXPECT_GE(now_ms() / 1000.0, static_cast<double>(now.seconds));
+  // This process brings no system properties: every one is unset.
+  char value[92] = "before";
+  EXPECT_EQ(__property_get("any", value, "abc"), 3);
+  EXPECT_STREQ(value, "abc");
+  EXPECT_EQ(__property_get("any", value, nullptr), 0);
+  EXPECT_STREQ(value, "");
+}
+
+TEST_F(ClientTest, TheReadmesProgramPacksAProject) {
+  const auto run = [&](const std::string& arguments) {
+    return std::system(("\"" README_CLIENT "\" " + arguments + " > \"" + (project_ / "printed") + "\" 2>&1").c_str());
+  };
+  EXPECT_EQ(run("\"" + dir_ + "\" \"" + project_.out + "\""), 0) << Read(project_ / "printed");
+  EXPECT_TRUE(Exists(BinPath("default")) && Exists(BinPath("tele")));
+  EXPECT_NE(run("\"" + dir_ + "\" \"" + project_.out + "\""), 0);  // the folder of bins is there already
+}
+
+}  // namespace

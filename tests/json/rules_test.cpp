@@ -1,0 +1,174 @@
+#include "ZoTuningUtils.h"
+#include "support/project.h"
+
+namespace {
+
+using namespace zotest;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class RulesTest : public LogTest {
+ protected:
+  Schema& Load(const std::string& proto) {
+    Write(dir_ / "a.proto", proto);
+    schema_ = std::make_unique<Schema>(dir_.str());
+    return *schema_;
+  }
+  std::string Fill(const std::string& type, const std::string& text = "") {
+    const MessagePtr message = schema_->New(type, text);
+    ZO_TUNING::MSG_INIT_FOR_JSON(message.get(), message->GetDescriptor());
+    return Text(*message);
+  }
+  std::string Prune(const std::string& type, const std::string& text, int times = 1) {
+    const MessagePtr message = schema_->New(type, text);
+    for (int i = 0; i < times; ++i) ZO_TUNING::MSG_PRONE_FOR_BIN(message.get(), message->GetDescriptor());
+    return Text(*message);
+  }
+
+  TempDir dir_;
+  std::unique_ptr<Schema> schema_;
+};
+
+TEST_F(RulesTest, EveryKindIsAnnotatedAndPruned) {
+  WriteSchema(dir_.str());
+  Schema schema(dir_.str());
+  const MessagePtr message = schema.New("ZO_TUNING.EveryKind");
+  ZO_TUNING::MSG_INIT_FOR_JSON(message.get(), message->GetDescriptor());
+  std::string wanted = R"(every_rule { description: "[Repeated]" len: "-1" })";
+  std::string pruned;
+  int number = 2;
+  const auto add = [&](const std::string& value, const std::string& rule) {
+    const std::string name = "p" + std::to_string(number++);
+    wanted += " " + name + " { " + value + "rule { " + rule + " } }";
+    pruned += (pruned.empty() ? "" : " ") + name + " { " + value + "}";
+  };
+  for (const Kind& kind : kKinds) {
+    const std::string shown = kind.shown;
+    add("", "description: \"[" + shown + "]\" recommend: \"None\"");
+    add("", "description: \"[" + shown + "Arr]\" recommend: \"None\" len: \"-1\"");
+    add("value { } ", "description: \"[" + shown + "Arr2D]\" recommend: \"None\" row: \"-1\" col: \"-1\"");
+  }
+  EXPECT_EQ(Text(*message), wanted);
+  ZO_TUNING::MSG_PRONE_FOR_BIN(message.get(), message->GetDescriptor());
+  EXPECT_EQ(Text(*message), pruned);
+}
+
+// Rules are known by their short names alone, in any package and nested; other spellings are ordinary messages.
+constexpr char kOrdinary[] = R"(syntax = "proto3";
+  message BoolRule { string description = 1; string recommend = 2; int32 other = 3; }
+  message boolRule { string description = 1; BoolRule in = 2; }
+  message BoolRules { string description = 1; }
+  message Deep { message StructArrayRule { string description = 1; string len = 2; int32 other = 3; } StructArrayRule r = 1; }
+  message Empty {}
+  message M {
+    BoolRule rule = 1; boolRule lower = 2; BoolRules plural = 3; Deep deep = 4; repeated BoolRule rules = 5;
+    repeated Deep deeps = 6; int32 number = 7; repeated int32 numbers = 8; Empty empty = 9; map<string, Deep> table = 10;
+    oneof choice { Deep first = 11; BoolRule second = 12; } })";
+
+TEST_F(RulesTest, KnowsRulesByTheirNamesAndKeepsTheRest) {
+  Load(kOrdinary);
+  const std::string deep = R"(r { description: "[Repeated]" len: "-1" })";
+  const std::string rule = R"(description: "[Bool]" recommend: "None")";
+  const std::string tail = " numbers: 4 empty { } table { key: \"\" value { " + deep + " } } second { " + rule + " }";
+  EXPECT_EQ(
+      Fill("M",
+           "rule { other: 5 recommend: 'mine' } rules { recommend: 'mine' } number: 3 numbers: 4 "
+           "deep { r { other: 6 len: '9' } } deeps { r { len: '9' } }"),
+      "rule { " + rule + " other: 5 } lower { in { " + rule +
+          " } } plural { } "
+          "deep { r { description: \"[Repeated]\" len: \"-1\" other: 6 } } rules { recommend: \"mine\" } rules { } "
+          "deeps { r { len: \"9\" } } deeps { " +
+          deep + " } number: 3" + tail);
+  EXPECT_EQ(Fill("Empty"), "");
+  // A second call adds a second element.
+  const std::string once = Fill("M");
+  const std::string twice = Fill("M", once);
+  EXPECT_EQ(twice.find("rules { } rules { }") != std::string::npos, true) << twice;
+}
+
+TEST_F(RulesTest, ReportsRepeatedFieldsOfOtherTypes) {
+  Load(
+      R"(syntax = "proto2"; message M { repeated fixed64 a = 1; repeated fixed32 b = 2; repeated string c = 3; repeated group D = 4 {}
+    repeated bytes e = 5; enum E { X = 0; } repeated E f = 6; repeated sfixed32 g = 7; repeated sfixed64 h = 8;
+    repeated sint32 i = 9; repeated sint64 j = 10; repeated double k = 11; repeated float l = 12; repeated int64 m = 13;
+    repeated uint64 n = 14; repeated int32 o = 15; repeated bool p = 16; repeated uint32 q = 17;
+    optional group R = 18 { optional M m = 1; } })");
+  EXPECT_EQ(Fill("M"), "");
+  Strings lines;
+  for (const int type : {6, 7, 9, 10, 12, 14, 15, 16, 17, 18}) {
+    lines.push_back(E("MSG_INIT_FOR_JSON", "Unknown repeated data type: " + std::to_string(type)));
+  }
+  EXPECT_EQ(TakeLog(), lines);
+}
+
+TEST_F(RulesTest, HostileRuleTypesLoseOnlyTheirOddFields) {
+  for (
+      const auto& [rule, odd, filled] : std::vector<std::tuple<std::string, std::string, std::string>>{
+          {"optional string recommend = 2; optional string len = 3;", "description", R"(recommend: "None" len: "-1")"},
+          {"optional int32 description = 1; optional string recommend = 2; optional string len = 3;", "description",
+           R"(recommend: "None" len: "-1")"},
+          {"optional string description = 1; repeated string recommend = 2; optional string len = 3;", "recommend",
+           R"(description: "[Int32Arr]" len: "-1")"},
+          {"optional string description = 1; optional string recommend = 2; optional string order = 4; optional string len = 3;",
+           "order", R"(description: "[Int32Arr]" recommend: "None" len: "-1")"},
+          {"optional string description = 1; optional string recommend = 2; optional sint32 order = 4; optional string len = 3;",
+           "order", R"(description: "[Int32Arr]" recommend: "None" len: "-1")"},
+          {"optional string description = 1; optional string recommend = 2; optional Int32ArrayRule len = 3;", "len",
+           R"(description: "[Int32Arr]" recommend: "None")"}}) {
+    const std::string order = rule.find("order") == std::string::npos ? " optional int32 order = 4;" : "";
+    const std::string set = order.empty() ? "" : " order: 0";
+    Load("syntax = \"proto2\"; message Int32ArrayRule { " + rule + order +
+         " } message M { optional Int32ArrayRule rule = 1; }");
+    EXPECT_EQ(Fill("M"), "rule { " + filled + set + " }") << rule;
+    EXPECT_THAT(TakeLog(),
+                ElementsAre(AllOf(StartsWith("6 MSG_INIT_FOR_JSON: "), HasSubstr("Int32ArrayRule"), HasSubstr(odd))))
+        << rule;
+  }
+}
+
+TEST_F(RulesTest, WalksEndAtTypesThatContainThemselves) {
+  Load(R"(syntax = "proto3";
+    message BoolRule { string description = 1; string recommend = 2; BoolRule inner = 3; }
+    message BoolData { bool value = 1; BoolRule rule = 2; BoolData more = 3; }
+    message Self { Self self = 1; repeated Self many = 2; BoolData data = 3; }
+    message Left { Right right = 1; BoolData data = 2; } message Right { repeated Left lefts = 1; Left left = 2; })");
+  const std::string rule = R"(rule { description: "[Bool]" recommend: "None" } more { })";
+  EXPECT_EQ(Fill("Self"), "self { } many { } data { " + rule + " }");
+  EXPECT_THAT(TakeLog(),
+              ElementsAre(AllOf(StartsWith("6 MSG_INIT_FOR_JSON: "), HasSubstr("Self")), HasSubstr("BoolData")));
+  EXPECT_EQ(Fill("Left"), "right { lefts { } left { } } data { " + rule + " }");
+  EXPECT_THAT(TakeLog(), ElementsAre(HasSubstr("Left"), HasSubstr("BoolData")));
+
+  EXPECT_EQ(Prune("Self", "many { data { rule { } } } data { value: true rule { } more { rule { } } }"),
+            "self { } many { data { rule { } } } data { value: true more { rule { } } }");
+  EXPECT_EQ(Prune("Left", "right { left { right { } data { rule { } } } }"),
+            "right { left { right { } data { rule { } } } } data { }");
+  EXPECT_THAT(TakeLog(), testing::IsEmpty());
+}
+
+TEST_F(RulesTest, PruningKeepsAllButRulesOfSingularFields) {
+  Load(R"(syntax = "proto3";
+    message BoolRule { string description = 1; }
+    message StructArrayRule { string description = 1; }
+    message BoolData { bool value = 1; BoolRule rule = 2; int32 more = 3; }
+    message BoolArrayData { repeated bool value = 1; }
+    message Int32Data { int32 value = 1; repeated string rule = 2; }
+    message Step { BoolData data = 1; StructArrayRule rule = 2; }
+    message Box { Step step = 1; BoolRule rule = 2; }
+    message M { BoolData data = 1; Box box = 2; StructArrayRule rule = 3; repeated Step steps = 4; BoolArrayData bare = 5;
+                string text = 6; Int32Data listed = 7; })");
+  for (const auto& [before, after] : std::vector<std::pair<std::string, std::string>>{
+           {"", "data { } box { step { data { } } rule { } } bare { } listed { }"},
+           {"data { value: true rule { description: 'x' } more: 2 } box { step { rule { } } rule { description: 'x' } }"
+            " rule { description: 'x' } steps { data { rule { } } rule { } } bare { value: true } text: 'x'"
+            " listed { value: 1 rule: 'x' }",
+            "data { value: true more: 2 } box { step { data { } } rule { description: \"x\" } }"
+            " steps { data { rule { } } rule { } } bare { value: true } text: \"x\" listed { value: 1 }"}}) {
+    EXPECT_EQ(Prune("M", before), after);
+    EXPECT_EQ(Prune("M", before, 2), after);
+  }
+}
+
+}  // namespace

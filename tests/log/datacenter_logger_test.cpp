@@ -1,0 +1,180 @@
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "ZoTuningUtils.h"
+#include "log/debug_file.h"
+#include "support/files.h"
+#include "support/log.h"
+
+namespace {
+
+using namespace zotest;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+
+class DatacenterLoggerTest : public LogTest {
+ protected:
+  DatacenterLoggerTest() : default_path_(ZO_TUNING::internal::debug_file_path) { UseDebugFile(path_); }
+  ~DatacenterLoggerTest() override {
+    SetMasks(0, 2);
+    FileCreate();
+    UseDebugFile(default_path_);
+  }
+
+  static void UseDebugFile(const std::string& path) {
+    path.copy(ZO_TUNING::internal::debug_file_path, path.size());
+    ZO_TUNING::internal::debug_file_path[path.size()] = '\0';
+  }
+  static void SetMasks(int debug_level, int group_level) {
+    ZoDatacenterSettingDebugLevel = debug_level;
+    ZoDatacenterSettingGroupLevel = group_level;
+  }
+
+  TempDir dir_;
+  const std::string path_ = dir_ / "debug.log";
+  const std::string default_path_;
+};
+
+TEST_F(DatacenterLoggerTest, StartsSilentWithTheAgreedSettings) {
+  EXPECT_EQ(ZoDatacenterSettingDebugLevel, 0);
+  EXPECT_EQ(ZoDatacenterSettingGroupLevel, 2);
+  EXPECT_EQ(default_path_, "/data/vendor/camera/offlinelog/ZoTuningDebugLogger.log");
+  DatacenterLoggerFunction("a.cpp", 1, "Fn", 2, 16, "text");
+  EXPECT_THAT(TakeRawLog(), IsEmpty());
+  EXPECT_FALSE(Exists(path_));
+}
+
+TEST_F(DatacenterLoggerTest, WritesWhatTheMasksLetThrough) {
+  struct Row {
+    int debug_level, group_level;
+    unsigned group, level;
+    const char* tag;  // null when dropped
+    int priority;
+  };
+  constexpr int kAll = 0x7fffffff;
+  for (const Row& row : {
+           Row{1, 0, 7, 1, "[ERROR]", 6},
+           {kAll - 1, 3, 1, 1, nullptr, 0},
+           {1, 3, 2, 4, nullptr, 0},
+           Row{4, 1, 1, 4, "[ WARN]", 5},
+           {4, 1, 2, 4, nullptr, 0},
+           {4, 0, 1, 4, nullptr, 0},
+           Row{0x10, 2, 2, 16, "[ INFO]", 4},
+           {0x10, 2, 1, 16, nullptr, 0},
+           {0x10, 2, 3, 16, nullptr, 0},
+           Row{0x20, 3, 1, 32, "[ VERB]", 2},
+           {0x1f, 3, 1, 32, nullptr, 0},
+           {0x40, 2, 2, 64, "[ Time]", 6},
+           Row{kAll, kAll, 4, 16, nullptr, 0},
+           {kAll, kAll, 0, 16, nullptr, 0},
+           {kAll, kAll, 2, 8, nullptr, 0},
+           Row{kAll, kAll, 2, 0, nullptr, 0},
+           {kAll, kAll, 2, 5, nullptr, 0},
+           {-1, -1, 2, 1, "[ERROR]", 6},
+       }) {
+    SCOPED_TRACE(testing::Message() << std::hex << row.debug_level << ' ' << row.group_level << " group " << row.group
+                                    << " level " << row.level);
+    SetMasks(row.debug_level, row.group_level);
+    testing::internal::CaptureStdout();
+    DatacenterLoggerFunction("dir/a.cpp", 17, "Fn", row.group, row.level, "%d%% of %s", 5, "%s");
+    const std::string printed = testing::internal::GetCapturedStdout();
+    const auto lines = TakeRawLog();
+    ASSERT_EQ(lines.size(), row.tag == nullptr ? 0U : 1U);
+    // A written message closes the file behind it, a dropped one leaves it open.
+    EXPECT_EQ(HoldsOpen(path_), row.tag == nullptr);
+    if (row.tag == nullptr) {
+      SetMasks(0, 2);
+      DatacenterLoggerFunction("a.cpp", 1, "Fn", 2, 16, "closes the file");
+      EXPECT_FALSE(HoldsOpen(path_));
+    } else {
+      EXPECT_THAT(printed, MatchesRegex("fopen a FD 0x0x[0-9a-f]+"));
+      EXPECT_EQ(lines[0].priority, row.priority);
+      EXPECT_EQ(lines[0].tag, "ZoDatacenterLib");
+      EXPECT_EQ(lines[0].text, std::string(row.tag) + "[ZoDatacenterLib] dir/a.cpp:17: Fn 5% of %s");
+    }
+  }
+}
+
+TEST_F(DatacenterLoggerTest, AppendsOneLinePerMessageToTheDebugFile) {
+  SetMasks(1, 2);
+  Write(path_, "before\n");
+  testing::internal::CaptureStdout();
+  FileCreate();
+  FileCreate();
+  EXPECT_TRUE(HoldsOpen(path_));
+  DatacenterLoggerFunction("a.cpp", 1, "Fn", 2, 1, "one");
+  DatacenterLoggerFunction("a.cpp", 2, "Fn", 2, 1, "two");
+  SetMasks(0, 2);
+  FileCreate();
+  EXPECT_EQ(testing::internal::GetCapturedStdout().find("Failed"), std::string::npos);
+  const std::string head = "[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}:[0-9]{6} " + std::to_string(getpid()) +
+                           " [0-9]+ .ERROR..ZoDatacenterLib. a.cpp:";
+  EXPECT_THAT(Read(path_), MatchesRegex("before\n" + head + "1: Fn one\n" + head + "2: Fn two\n"));
+  TakeRawLog();
+
+  UseDebugFile(dir_ / "missing/debug.log");
+  SetMasks(1, 2);
+  testing::internal::CaptureStdout();
+  DatacenterLoggerFunction("a.cpp", 3, "Fn", 2, 1, "still logged");
+  DatacenterLoggerFunction("a.cpp", 3, "Fn", 2, 1, "tried again");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Open Debug file FailedOpen Debug file Failed");
+  EXPECT_EQ(TakeRawLog().size(), 2U);
+}
+
+TEST_F(DatacenterLoggerTest, CutsWhatIsTooLong) {
+  SetMasks(1, 2);
+  testing::internal::CaptureStdout();
+  const std::string head = "[ERROR][ZoDatacenterLib] a.cpp:1: ";
+  const std::string function(300, 'f');
+  const std::string message(2000, 'm');
+  DatacenterLoggerFunction("a.cpp", 1, "Fn", 2, 1, "%s", message.c_str());
+  DatacenterLoggerFunction("a.cpp", 1, function.c_str(), 2, 1, "text");
+  testing::internal::GetCapturedStdout();
+  const auto lines = TakeRawLog();
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines[0].text, (head + "Fn " + message).substr(0, 1023));
+  EXPECT_EQ(lines[1].text, (head + function).substr(0, 249) + " text");
+}
+
+TEST_F(DatacenterLoggerTest, EndTimeWritesTheCostAndResetsTheSlot) {
+  start_t[255] = {5, 42};
+  EndTime("dir/a.cpp", 9, "Fn", 255);  // whatever the masks say
+  EndTime("a.cpp", 9, std::string(300, 'f').c_str(), 0);
+  const auto lines = TakeRawLog();
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines[0].priority, 6);
+  EXPECT_EQ(lines[0].tag, "ZoDatacenterLib");
+  long long seconds = 0, microseconds = 0, cost = 0;
+  std::sscanf(lines[0].text.c_str(), "[TimeDiff] dir/a.cpp:9: Fn Start: 5.42 -> %lld.%lld, Cost: %lld us", &seconds,
+              &microseconds, &cost);
+  EXPECT_EQ(lines[0].text, "[TimeDiff] dir/a.cpp:9: Fn Start: 5.42 -> " + std::to_string(seconds) + "." +
+                               std::to_string(microseconds) + ", Cost: " + std::to_string(cost) + " us");
+  EXPECT_EQ(cost, (seconds - 5) * 1000000 + microseconds - 42);
+  EXPECT_GT(seconds, 1000000000);
+  EXPECT_EQ(lines[1].text, ("[TimeDiff] a.cpp:9: " + std::string(300, 'f')).substr(0, 255));
+  EXPECT_EQ(start_t[255].tv_sec + start_t[255].tv_usec + end_t[255].tv_sec + end_t[255].tv_usec, 0);
+  EXPECT_FALSE(Exists(path_));
+
+  // A slot that was never started begins at zero; a debug file that happens to be open gets the line and stays open.
+  SetMasks(1, 0);
+  testing::internal::CaptureStdout();
+  FileCreate();
+  testing::internal::GetCapturedStdout();
+  EndTime("a.cpp", 9, "Fn", 7);
+  EXPECT_TRUE(HoldsOpen(path_));
+  const std::string text = TakeRawLog().at(0).text;
+  EXPECT_EQ(text.find("[TimeDiff] a.cpp:9: Fn Start: 0.0 -> "), 0U);
+  SetMasks(0, 2);
+  FileCreate();
+  EXPECT_NE(Read(path_).find(" " + text + "\n"), std::string::npos);
+}
+
+TEST(GetFileNameTest, PointsBehindTheLastSlash) {
+  for (const auto& [path, offset] :
+       std::vector<std::pair<const char*, int>>{{"a.cpp", 0}, {"/x/a.cpp", 3}, {"x/", 2}, {"", 0}, {"x\\a.cpp", 0}}) {
+    EXPECT_EQ(GetFileName(path), path + offset) << path;
+  }
+}
+
+}  // namespace

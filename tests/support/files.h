@@ -1,0 +1,42 @@
+/// \file
+/// Files and directories of the tests.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace zotest {
+
+using Strings = std::vector<std::string>;
+
+/// A directory that removes itself. Its name holds a blank, a letter beyond ASCII and what printf would expand.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+  const std::string& str() const { return path_; }
+
+ private:
+  std::string root_, path_;
+};
+
+void MakeDirs(const std::string& dir);
+void Write(const std::string& path, const std::string& text);  ///< makes the directories above as well
+std::string Read(const std::string& path);                     ///< fails the test when there is no such file
+bool Exists(const std::string& path);
+unsigned Mode(const std::string& path);  ///< permission bits
+
+/// Everything below `dir` as sorted relative paths, directories with a trailing "/".
+Strings Tree(const std::string& dir);
+
+/// The paths of the "*.json" files below `dir` in the order of a walk that enters each directory where the directory
+/// stream delivers it, directories named "version" left out.
+Strings JsonInOrder(const std::string& dir);
+
+/// Whether this process holds the file open.
+bool HoldsOpen(const std::string& path);
+
+}  // namespace zotest

@@ -1,0 +1,113 @@
+/// \file
+/// The test schema, a project made of it, and the bytes that its messages have on the wire.
+#pragma once
+
+#include <google/protobuf/compiler/importer.h>
+#include <google/protobuf/dynamic_message.h>
+#include <google/protobuf/message.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/files.h"
+#include "support/log.h"
+#include "support/wire.h"
+
+namespace zotest {
+
+using LabelMap = std::map<std::string, std::map<int, std::string>>;
+using Message = google::protobuf::Message;
+using MessagePtr = std::unique_ptr<Message>;
+
+/// Loads the .proto files of a directory by itself.
+class Schema {
+ public:
+  explicit Schema(const std::string& dir);
+  const google::protobuf::Descriptor* Type(const std::string& full_name);
+  const Message* Prototype(const std::string& full_name);
+  MessagePtr New(const std::string& full_name, const std::string& text = "");  ///< from protobuf text
+  google::protobuf::compiler::Importer& importer() { return importer_; }
+
+ private:
+  google::protobuf::compiler::DiskSourceTree tree_;
+  google::protobuf::compiler::Importer importer_{&tree_, nullptr};
+  google::protobuf::DynamicMessageFactory factory_;
+};
+
+std::string Text(const Message& message);  ///< on one line
+
+/// The seven kinds of parameter values: in type names, in protobuf, in descriptions.
+struct Kind {
+  const char* name;
+  const char* scalar;
+  const char* shown;
+};
+extern const std::vector<Kind> kKinds;
+
+/// Writes the schema: all rule and data types, TuningProjConfig, Version, the eight-field TuningDataLabel with field
+/// numbers out of declaration order, and a module of each package beside EveryKind and one used by a LinkKey name.
+void WriteSchema(const std::string& dir);
+
+/// What the schema's TuningDataLabel comes to.
+extern const Strings kLabelNames;
+LabelMap FullLabelMap();
+
+// Module numbers of the label.
+enum { kAfCommon, kAWGain, kAEMeter, kPdCalib, kNoise, kAfLinkKeyTable, kEveryKind, kGhost };
+
+std::string LabelBytes(const std::vector<int>& values);  ///< a TuningDataLabel
+std::string ConfigBytes(const std::string& name, const Strings& sensors);
+std::string VersionBytes(const std::string& name, const std::string& version);
+std::string VersionJson(const std::string& name, const std::string& version);
+std::string GainJson(const std::string& gain);  ///< an AWGain
+std::string GainBytes(double gain);             ///< without its rule
+extern const char* const kAfJson;               ///< an AfCommon with all kinds of nesting and all rules
+std::string AfBytes();                          ///< the same, pruned
+
+/// One tuning JSON file of a scope and the record that it becomes.
+struct Setting {
+  std::string path;  ///< below the scope's directory
+  std::string json;
+  std::vector<int> label;
+  std::string module_bytes;
+};
+
+/// The bytes of a bin: the version files below `version_dir`, as VersionJson or the library writes them, and the
+/// `settings` that lie below `data_dir`, in the order in which both are listed.
+std::string BinBytes(const std::string& version_dir, const std::string& data_dir, const std::vector<Setting>& settings);
+
+/// A project directory written without the library.
+class Project {
+ public:
+  explicit Project(const Strings& sensors = {"tele"});
+
+  /// Writes the settings below the directory of `scope`, "default" or a sensor.
+  void Add(const std::string& scope, const std::vector<Setting>& settings);
+
+  /// The bytes of the scope's bin.
+  std::string Bin(const std::string& scope) const;
+
+  std::string operator/(const std::string& name) const { return dir + "/" + name; }
+
+  TempDir temp;
+  std::string dir = temp / "proj";
+  std::string out = temp / "out";
+
+ private:
+  std::map<std::string, std::vector<Setting>> settings_;  // by scope
+};
+
+class ProjectTest : public LogTest {
+ protected:
+  /// The entry of a bin folder, as `sensor`.bin in the project's output directory.
+  std::string BinPath(const std::string& scope) const { return project_.out + "/zo_tuning/" + scope + ".bin"; }
+
+  Project project_;
+  const std::string& dir_ = project_.dir;
+  Strings names_ = kLabelNames;
+  LabelMap map_ = FullLabelMap();
+};
+
+}  // namespace zotest

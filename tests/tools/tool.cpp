@@ -1,0 +1,75 @@
+#include "tools/tool.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+
+namespace zotest {
+
+Json Run::json() const {
+  const Json object = Json::parse(out, nullptr, false);
+  EXPECT_TRUE(object.is_object()) << out << err;
+  if (!object.is_object()) return {};
+  for (const char* key : {"tool", "version", "command", "ok", "diagnostics", "result"}) {
+    EXPECT_TRUE(object.contains(key)) << key << " is missing in " << out;
+  }
+  for (const Json& diagnostic : object["diagnostics"]) {
+    for (const char* key : {"code", "severity", "file", "line", "column", "path", "message", "hint"}) {
+      EXPECT_TRUE(diagnostic.contains(key)) << key << " is missing in " << diagnostic;
+    }
+  }
+  EXPECT_EQ(object["ok"], code == 0) << out;
+  return object;
+}
+
+Run RunProgram(const std::string& program, const Strings& arguments, const RunWith& with) {
+  const TempDir files;
+  Write(files / "in", with.input);
+  std::vector<char*> argv = {const_cast<char*>(program.c_str())};
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+  const int in = open((files / "in").c_str(), O_RDONLY);
+  const int out = open((files / "out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  const int err = open((files / "err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(in, 0);
+    dup2(out, 1);
+    dup2(err, 2);
+    if (!with.dir.empty() && chdir(with.dir.c_str()) != 0) _exit(126);
+    if (with.prepare) with.prepare();
+    execvp(argv[0], argv.data());
+    _exit(127);
+  }
+  for (const int descriptor : {in, out, err}) close(descriptor);
+  if (with.meanwhile) with.meanwhile(child);
+  int status = 0;
+  waitpid(child, &status, 0);
+  Run run;
+  run.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  run.out = Read(files / "out");
+  run.err = Read(files / "err");
+  return run;
+}
+
+Run RunTool(const Strings& arguments, const RunWith& with) { return RunProgram(ZOTUNING_TOOL, arguments, with); }
+
+void ToolTest::SetUp() {
+  std::filesystem::copy(ZOTUNING_EXAMPLE, dir_, std::filesystem::copy_options::recursive);
+  const Run made = RunTool({"init", "tuning_project", "--proto", "tuning_project/proto", "--sensor", "main_wide",
+                            "--sensor", "front"},
+                           {temp_.str(), ""});
+  ASSERT_EQ(made.code, 0) << made.out << made.err;
+}
+
+void ToolTest::Edit(const std::string& file, const std::string& from, const std::string& to) const {
+  std::string text = Read(At(file));
+  const size_t at = text.find(from);
+  ASSERT_NE(at, std::string::npos) << from << " is not in " << file;
+  Write(At(file), text.replace(at, from.size(), to));
+}
+
+}  // namespace zotest

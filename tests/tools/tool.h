@@ -1,0 +1,61 @@
+/// \file
+/// Runs the console tool as a user does, on a copy of the example project.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "support/files.h"
+
+namespace zotest {
+
+using Json = nlohmann::ordered_json;
+
+/// One run of the tool.
+struct Run {
+  int code = -1;  ///< exit code; 128 and the signal's number when one ended it
+  std::string out;
+  std::string err;
+
+  /// The object that --json printed; fails the test when there is none, or when it lacks a key that every one has.
+  Json json() const;
+};
+
+/// What a run is given beside its arguments.
+struct RunWith {
+  std::string dir;                         ///< where it runs
+  std::string input;                       ///< its standard input
+  std::function<void()> prepare = nullptr; ///< called in the child before it becomes the tool
+  std::function<void(int pid)> meanwhile = nullptr;  ///< called with the child's id while it runs
+};
+
+Run RunProgram(const std::string& program, const Strings& arguments, const RunWith& with);
+Run RunTool(const Strings& arguments, const RunWith& with);
+
+/// A fresh copy of the example project, made a project by 'init' as a user would.
+class ToolTest : public testing::Test {
+ protected:
+  void SetUp() override;
+
+  /// Runs the tool in the project's folder.
+  Run Tool(const Strings& arguments) const { return RunTool(arguments, {dir_, ""}); }
+
+  /// Replaces the first `from` in a file of the project; fails the test when there is none.
+  void Edit(const std::string& file, const std::string& from, const std::string& to) const;
+
+  /// A path in the project's folder.
+  std::string At(const std::string& name) const { return dir_ + "/" + name; }
+
+  TempDir temp_;
+  std::string dir_ = temp_ / "tuning_project";
+};
+
+/// A line of what the tool reports, as "FILE:LINE:COLUMN: error: MESSAGE".
+MATCHER_P(Says, text, "says \"" + std::string(text) + "\"") { return arg.find(text) != std::string::npos; }
+
+}  // namespace zotest

@@ -1,0 +1,255 @@
+// zotuning new: tuning settings by named label values, as copies of the modules' defaults.
+
+#include <algorithm>
+#include <charconv>
+#include <map>
+#include <memory>
+#include <optional>
+
+#include "ZoTuningUtils.h"
+#include "commands.h"
+#include "json_check.h"
+#include "library_log.h"
+#include "project.h"
+#include "suggest.h"
+
+namespace zotuning_tool {
+namespace {
+
+struct Options {
+  std::string sensor;
+  std::vector<std::string> labels;
+  bool force = false;
+  bool dry_run = false;
+};
+
+/// A setting to be made.
+struct Planned {
+  std::vector<int> values;
+  std::string path;
+  std::string default_text;
+  std::string state;
+};
+
+std::vector<std::string> SplitAtCommas(const std::string& text) {
+  std::vector<std::string> parts;
+  size_t begin = 0;
+  for (size_t end = text.find(','); end != std::string::npos; end = text.find(',', begin)) {
+    parts.push_back(text.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  parts.push_back(text.substr(begin));
+  return parts;
+}
+
+/// The number of a named value of label `index`; nothing after an error.
+std::optional<int> ParseValue(const Project& project, size_t index, const std::string& text, Report& report) {
+  const std::string label = project.label_names()[index];
+  const auto& values = project.label_map().at(label);
+  if (values.empty()) {
+    int number = -1;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error == std::errc() && end == text.data() + text.size() && number != -1) return number;
+    report.Error("bad-value", Quoted(text) + " is no value for " + Quoted(label) + ": a whole number but -1 is expected");
+    return std::nullopt;
+  }
+  std::optional<int> found;
+  for (const auto& [number, name] : values) {
+    if (name == text && !name.empty() && number != -1) found = number;  // the highest one, as a path is read back
+  }
+  if (!found) {
+    const std::string what = index == 0 ? "no module " + Quoted(text) : Quoted(label) + " has no value " + Quoted(text);
+    report.Error(index == 0 ? "unknown-module" : "unknown-value", what + DidYouMean(text, project.ValueNames(index)),
+                 "'zotuning labels " + label + "' lists them");
+  }
+  return found;
+}
+
+/// Reads "label=value,value ..." into one list of values per label. The exit code, kDone when all is well.
+int ParseLabels(const Project& project, const std::vector<std::string>& words, std::vector<std::vector<int>>& choices,
+                Report& report) {
+  const std::vector<std::string> names = project.label_names();
+  choices.assign(names.size(), {});
+  for (const std::string& word : words) {
+    const size_t equals = word.find('=');
+    if (equals == std::string::npos || equals == 0 || equals + 1 == word.size()) {
+      report.Error("usage", Quoted(word) + " is not of the form label=value", "for example mode=1");
+      return kMisuse;
+    }
+    const std::string label = word.substr(0, equals);
+    const size_t index = static_cast<size_t>(std::find(names.begin(), names.end(), label) - names.begin());
+    if (index == names.size()) {
+      report.Error("unknown-label", "no label " + Quoted(label) + DidYouMean(label, names),
+                   "'zotuning labels' lists them");
+      continue;
+    }
+    if (!choices[index].empty()) {
+      report.Error("usage", "the label " + Quoted(label) + " is given twice", "several values stand in one list: mode=1,2");
+      return kMisuse;
+    }
+    for (const std::string& text : SplitAtCommas(word.substr(equals + 1))) {
+      const std::optional<int> value = ParseValue(project, index, text, report);
+      if (!value) continue;
+      if (std::find(choices[index].begin(), choices[index].end(), *value) == choices[index].end()) {
+        choices[index].push_back(*value);
+      }
+    }
+  }
+  if (!report.ok()) return kFailed;
+  if (choices[0].empty()) {
+    report.Error("usage", "the label " + Quoted(names[0]) + " is missing", "for example " + names[0] + "=" +
+                                                                               (project.ValueNames(0).empty() ? "NAME" : project.ValueNames(0).back()));
+    return kMisuse;
+  }
+  // A path ends at the first label that is not set.
+  size_t first_unset = 1;
+  while (first_unset < names.size() && !choices[first_unset].empty()) ++first_unset;
+  for (size_t i = first_unset; i < names.size(); ++i) {
+    if (choices[i].empty()) continue;
+    report.Error("usage", Quoted(names[i]) + " needs " + Quoted(names[first_unset]) + " as well",
+                 "the levels of the tree follow each other in the order of 'zotuning labels'");
+    return kMisuse;
+  }
+  return kDone;
+}
+
+/// All combinations of the choices, the last label changing fastest.
+std::vector<std::vector<int>> Combine(const std::vector<std::vector<int>>& choices) {
+  std::vector<std::vector<int>> combined = {{}};
+  for (const std::vector<int>& values : choices) {
+    std::vector<std::vector<int>> longer;
+    for (const std::vector<int>& begun : combined) {
+      for (const int value : values.empty() ? std::vector<int>{-1} : values) {
+        longer.push_back(begun);
+        longer.back().push_back(value);
+      }
+    }
+    combined = std::move(longer);
+  }
+  return combined;
+}
+
+/// Checks everything that can be checked before anything is made.
+bool Plan(Project& project, const Options& options, std::vector<Planned>& plan, Report& report) {
+  std::map<std::string, std::string> defaults;
+  for (Planned& planned : plan) {
+    const std::string module = project.ModuleName(planned.values);
+    const auto* type = project.schema().RequireType(module, report);
+    if (type == nullptr) continue;
+    if (defaults.find(module) == defaults.end()) {
+      const std::string path = project.DefaultPath(module);
+      std::string text;
+      if (!Exists(path)) {
+        report.Error("missing-default", "the module " + Quoted(module) + " has no default yet",
+                     "'zotuning template " + module + "' makes it", Shown(path));
+      } else if (RefuseSpecialFile(path, report) && ReadFile(path, text, report)) {
+        CheckJson(path, text, type, project.schema(), Fields::kAll, report);
+      }
+      defaults[module] = text;
+    }
+    planned.default_text = defaults[module];
+    planned.path = project.dir() + "/" + project.SettingPath(options.sensor, planned.values);
+    // The names of values and sensors may look like other levels of the tree when they are read back.
+    auto names = project.label_names();
+    auto map = project.label_map();
+    std::vector<int> read_back;
+    const LibraryWatch watch;
+    ZO_TUNING::PATH_TO_TUNING_CONFIG(planned.path, names, map, read_back);
+    if (read_back != planned.values) {
+      report.Error("ambiguous-path", "the labels " + project.LabelText(planned.values) + " would read back as " +
+                                         project.LabelText(read_back),
+                   "a name in the path looks like another level", Shown(planned.path));
+    }
+  }
+  return report.ok();
+}
+
+void Create(Project& project, const std::string& sensor, Planned& planned, Report& report) {
+  auto names = project.label_names();
+  auto map = project.label_map();
+  std::string sensor_name = sensor;
+  const LibraryWatch watch;
+  if (!ZoTuningUtils::CreateNewTuningSetting(project.dir().c_str(), names, map, sensor_name, planned.values) ||
+      watch.HasErrors()) {
+    planned.state = "failed";
+    watch.Explain(report, "the setting was not made");
+    return;
+  }
+  // The operation does not notice a failed copy.
+  std::string written;
+  if (!ReadFile(planned.path, written, report)) {
+    planned.state = "failed";
+  } else if (written != planned.default_text) {
+    planned.state = "failed";
+    report.Error("io", "the copy differs from the default; is the disk full?", "", Shown(planned.path));
+  }
+}
+
+int Run(Session& session, const Options& options) {
+  Report& report = session.report;
+  const auto project = Project::Open(session.project_dir, report);
+  if (project == nullptr) return kMisuse;
+  if (!project->ok()) return kFailed;
+  if (project->label_names()[0] != "module") {
+    report.Error("schema-type", "the first field of TuningDataLabel has to be 'module', not " +
+                                    Quoted(project->label_names()[0]));
+    return kFailed;
+  }
+  project->RequireSensor(options.sensor, report);
+  std::vector<std::vector<int>> choices;
+  const int code = ParseLabels(*project, options.labels, choices, report);
+  if (code != kDone || !report.ok()) return code == kMisuse ? kMisuse : kFailed;
+  if (!IsDirectory(project->ScopeDir(options.sensor))) {
+    report.Error("missing-folder", "the folder of the sensor " + Quoted(options.sensor) + " is missing", "",
+                 Shown(project->ScopeDir(options.sensor)));
+    return kFailed;
+  }
+  std::vector<Planned> plan;
+  for (std::vector<int>& values : Combine(choices)) plan.push_back({std::move(values), "", "", ""});
+  if (!Plan(*project, options, plan, report)) return kFailed;
+
+  std::vector<std::vector<std::string>> rows;
+  Json settings = Json::array();
+  for (Planned& planned : plan) {
+    const bool exists = Exists(planned.path);
+    planned.state = options.dry_run ? "would be made" : "made";
+    if (exists && options.force) {
+      planned.state = options.dry_run ? "would be replaced" : "replaced";
+    } else if (exists) {
+      planned.state = "kept";
+      report.Error("exists", "this setting exists; it is kept", "--force replaces it by the default", Shown(planned.path));
+    }
+    if (!options.dry_run && planned.state != "kept" && RefuseSpecialFile(planned.path, report)) {
+      Create(*project, options.sensor, planned, report);
+    }
+    rows.push_back({Shown(planned.path), planned.state});
+    settings.push_back({{"file", Shown(planned.path)},
+                        {"labels", project->LabelJson(planned.values)},
+                        {"state", planned.state}});
+  }
+  report.Print(Table(rows));
+  report.result()["settings"] = std::move(settings);
+  return kDone;
+}
+
+}  // namespace
+
+void AddNew(CLI::App& app, Session& session) {
+  auto options = std::make_shared<Options>();
+  CLI::App* command =
+      AddCommand(app, session, "new", "Make tuning settings of a sensor from the modules' defaults",
+                 "Labels are given by name, in any order; several values of one label make one setting each. A setting\n"
+                 "that exists is kept, and named, unless --force is given.\n"
+                 "\n"
+                 "Examples:\n"
+                 "  zotuning new --sensor imx900 module=AfCommon\n"
+                 "  zotuning new --sensor imx900 module=AfCommon mode=1 scenario=Video\n"
+                 "  zotuning new --sensor imx900 module=AfCommon,AWGain mode=1,2 --dry-run",
+                 [&session, options] { return Run(session, *options); });
+  command->add_option("--sensor", options->sensor, "The sensor that the settings are for")->required()->type_name("S");
+  command->add_option("LABEL=VALUE", options->labels, "Label values, 'module' among them")->required();
+  command->add_flag("--force", options->force, "Replace settings that exist");
+  command->add_flag("--dry-run", options->dry_run, "Print the paths, make nothing");
+}
+
+}  // namespace zotuning_tool

@@ -1,0 +1,93 @@
+// zotuning tree: every setting with its label values, and what the labels do not know about it.
+
+#include <algorithm>
+#include <map>
+#include <memory>
+
+#include "commands.h"
+#include "project.h"
+#include "suggest.h"
+
+namespace zotuning_tool {
+namespace {
+
+/// Settings that read as the same labels: only one of them can be meant.
+void ReportTwins(const Project& project, const std::vector<Setting>& settings, Report& report) {
+  std::map<std::vector<int>, const Setting*> seen;
+  for (const Setting& setting : settings) {
+    if (!setting.faults.empty()) continue;
+    const auto [place, fresh] = seen.emplace(setting.values, &setting);
+    if (fresh) continue;
+    report.Warn("same-labels", "this setting has the labels of " + Quoted(place->second->relative) + " (" +
+                                   project.LabelText(setting.values) + ")",
+                "both are packed; remove one", Shown(setting.path));
+  }
+}
+
+std::vector<std::string> Heading(const Project& project) {
+  std::vector<std::string> row;
+  for (const std::string& label : project.label_names()) row.push_back((row.empty() ? "  " : "") + label);
+  row.push_back("file");
+  return row;
+}
+
+std::vector<std::string> Row(const Project& project, const Setting& setting) {
+  std::vector<std::string> row;
+  for (size_t i = 0; i < setting.values.size(); ++i) {
+    const std::string name = setting.values[i] == -1 ? "-" : project.ValueName(i, setting.values[i]);
+    row.push_back((i == 0 ? "  " : "") + name);
+  }
+  row.push_back(setting.relative + (setting.faults.empty() ? "" : "  (!)"));
+  return row;
+}
+
+int Run(Session& session, const std::string& only) {
+  Report& report = session.report;
+  const auto project = Project::Open(session.project_dir, report);
+  if (project == nullptr) return kMisuse;
+  if (!project->ok()) return kFailed;
+  if (!only.empty() && only != kDefaultScope && !project->RequireSensor(only, report)) return kFailed;
+
+  Json scopes = Json::array();
+  for (const std::string& scope : project->Scopes()) {
+    if (!only.empty() && scope != only) continue;
+    std::vector<Setting> settings;
+    project->ListSettings(scope, settings, report);
+    Json json_settings = Json::array();
+    std::vector<std::vector<std::string>> rows = {Heading(*project)};
+    for (const Setting& setting : settings) {
+      rows.push_back(Row(*project, setting));
+      json_settings.push_back({{"path", Shown(setting.path)},
+                               {"labels", project->LabelJson(setting.values)},
+                               {"values", setting.values},
+                               {"faults", setting.faults}});
+    }
+    report.Print(Printable(scope) + " (" + Count(settings.size(), "setting") + ")\n");
+    if (!settings.empty()) report.Print(Table(rows));
+    for (const Setting& setting : settings) {
+      for (const std::string& fault : setting.faults) report.Error("unknown-label", fault, "", Shown(setting.path));
+    }
+    ReportTwins(*project, settings, report);
+    scopes.push_back({{"scope", scope}, {"settings", std::move(json_settings)}});
+  }
+  report.result()["scopes"] = std::move(scopes);
+  return kDone;
+}
+
+}  // namespace
+
+void AddTree(CLI::App& app, Session& session) {
+  auto only = std::make_shared<std::string>();
+  CLI::App* command =
+      AddCommand(app, session, "tree", "Show each setting with its label values, and what the labels do not know",
+                 "Exits with 1 when a file's folders or name give no labels.\n"
+                 "\n"
+                 "Examples:\n"
+                 "  zotuning tree\n"
+                 "  zotuning tree imx900\n"
+                 "  zotuning tree default --json",
+                 [&session, only] { return Run(session, *only); });
+  command->add_option("SENSOR", *only, "Only this sensor, or 'default'");
+}
+
+}  // namespace zotuning_tool

@@ -1,0 +1,49 @@
+/// \file
+/// Files and folders as the tool sees them: every failure is reported, nothing is passed over in silence.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "report.h"
+
+namespace zotuning_tool {
+
+enum class FileKind { kMissing, kRegular, kDirectory, kSpecial, kDanglingLink };
+
+/// Links are followed. A path that cannot be looked at for another reason counts as missing.
+FileKind KindOf(const std::string& path);
+inline bool Exists(const std::string& path) { return KindOf(path) != FileKind::kMissing; }
+inline bool IsDirectory(const std::string& path) { return KindOf(path) == FileKind::kDirectory; }
+
+/// A path for people: without "./" at its head.
+std::string Shown(const std::string& path);
+
+/// Reads a regular file whole. False after one error that names it.
+bool ReadFile(const std::string& path, std::string& text, Report& report);
+
+/// Replaces a file whole; what is written has reached the file system. False after one error that names it.
+bool WriteFile(const std::string& path, std::string_view text, Report& report);
+
+/// Makes a directory and its missing parents, whose paths are appended to `made`. False after one error.
+bool MakeDirectories(const std::string& path, Report& report, std::vector<std::string>* made = nullptr);
+
+/// Appends the names of the entries of one directory. False after an error when they could not all be read.
+bool ListNames(const std::string& dir, std::vector<std::string>& names, Report& report);
+
+/// A file below a directory that was listed.
+struct FoundFile {
+  std::string relative;
+  std::string path;
+};
+
+/// Appends the files below `dir` whose name ends in `suffix`, by name. As in the library, directories called "version"
+/// below `dir` are not entered, and nor are links to directories. False after an error for each directory that cannot
+/// be listed to its end and each special file (which would block whoever opens it) or dangling link among the files.
+bool ListFiles(const std::string& dir, std::string_view suffix, std::vector<FoundFile>& files, Report& report);
+
+/// Reports a path that is neither a regular file nor a directory. True when there was none to report.
+bool RefuseSpecialFile(const std::string& path, Report& report);
+
+}  // namespace zotuning_tool

@@ -1,0 +1,17 @@
+/// \file
+/// "Did you mean": the known name nearest to a wrong one.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zotuning_tool {
+
+/// The candidate nearest to `name` by edit distance, letter case aside, or "" when none is near.
+std::string Nearest(std::string_view name, const std::vector<std::string>& candidates);
+
+/// "; did you mean 'X'?" or "".
+std::string DidYouMean(std::string_view name, const std::vector<std::string>& candidates);
+
+}  // namespace zotuning_tool

@@ -1,0 +1,126 @@
+#include "work_folder.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <utility>
+
+#include "files.h"
+
+namespace zotuning_tool {
+namespace {
+
+constexpr int kTickMilliseconds = 100;
+
+/// Signals that end the process unless somebody has them ignored, as nohup does.
+sigset_t EndingSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    struct sigaction action;
+    if (sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) continue;
+    sigaddset(&signals, number);
+  }
+  return signals;
+}
+
+/// renameat2 without a replacement of its own: ENOSYS and EINVAL where the system or file system lacks it.
+int Rename(const std::string& from, const std::string& to, unsigned flags) {
+  return renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0 ? 0 : errno;
+}
+
+bool Unsupported(int error) { return error == ENOSYS || error == EINVAL; }
+
+}  // namespace
+
+std::unique_ptr<WorkFolder> WorkFolder::Make(const std::string& parent, Tick tick, Report& report) {
+  std::string path = parent + "/.zo_tuning-XXXXXX";
+  if (mkdtemp(&path[0]) == nullptr) {
+    report.Error("io", std::string("cannot make a working folder in it: ") + std::strerror(errno), "", Shown(parent));
+    return nullptr;
+  }
+  return std::unique_ptr<WorkFolder>(new WorkFolder(path, std::move(tick)));
+}
+
+WorkFolder::WorkFolder(std::string path, Tick tick)
+    : path_(std::move(path)), tick_(std::move(tick)), signals_(EndingSignals()) {
+  pthread_sigmask(SIG_BLOCK, &signals_, &mask_before_);
+  if (pipe2(wake_, O_CLOEXEC) == 0) watcher_ = std::thread([this] { Watch(); });
+}
+
+WorkFolder::~WorkFolder() {
+  Settle();
+  Remove();
+  pthread_sigmask(SIG_SETMASK, &mask_before_, nullptr);
+}
+
+void WorkFolder::Settle() {
+  const std::lock_guard<std::mutex> lock(obeying_);
+  if (!watcher_.joinable()) return;
+  close(wake_[1]);  // the watcher sees the end of the pipe
+  watcher_.join();
+  close(wake_[0]);
+  if (tick_) tick_("");
+}
+
+void WorkFolder::Watch() {
+  const int descriptor = signalfd(-1, &signals_, SFD_CLOEXEC);
+  pollfd sources[] = {{descriptor, POLLIN, 0}, {wake_[0], POLLIN, 0}};
+  for (;;) {
+    const int ready = poll(sources, 2, kTickMilliseconds);
+    if (ready == 0 && tick_) tick_(path_);
+    if (sources[1].revents != 0 || (ready < 0 && errno != EINTR)) break;
+    signalfd_siginfo info;
+    if (ready <= 0 || read(descriptor, &info, sizeof(info)) != static_cast<ssize_t>(sizeof(info))) continue;
+    // The other thread may be about to stop this one and look at the result; whoever comes second stops for good.
+    if (!obeying_.try_lock()) break;
+    Remove();
+    const int number = static_cast<int>(info.ssi_signo);
+    std::signal(number, SIG_DFL);
+    sigset_t one;
+    sigemptyset(&one);
+    sigaddset(&one, number);
+    pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+    raise(number);
+    _exit(128 + number);
+  }
+  if (descriptor >= 0) close(descriptor);
+}
+
+void WorkFolder::Remove() const {
+  // The library may still be making files in it.
+  for (int tries = 0; tries < 1000; ++tries) {
+    std::error_code error;
+    std::filesystem::remove_all(path_, error);
+    if (!error && KindOf(path_) == FileKind::kMissing) return;
+  }
+}
+
+bool WorkFolder::MoveOut(const std::string& name, const std::string& target, bool replace, Report& report) {
+  const std::string from = path_ + "/" + name;
+  int error = Rename(from, target, RENAME_NOREPLACE);
+  if (Unsupported(error) && !Exists(target)) error = std::rename(from.c_str(), target.c_str()) == 0 ? 0 : errno;
+  if ((error == EEXIST || Unsupported(error)) && replace) {
+    error = Rename(from, target, RENAME_EXCHANGE);
+    if (Unsupported(error)) {
+      // Two steps where there is no exchange; the old folder goes with this one.
+      error = std::rename(target.c_str(), (path_ + "/replaced").c_str()) == 0 &&
+                      std::rename(from.c_str(), target.c_str()) == 0
+                  ? 0
+                  : errno;
+    }
+  }
+  if (error == 0) return true;
+  report.Error("io", std::string("the finished folder cannot be put in its place: ") + std::strerror(error), "",
+               Shown(target));
+  return false;
+}
+
+}  // namespace zotuning_tool

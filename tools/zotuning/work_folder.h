@@ -1,0 +1,53 @@
+/// \file
+/// A folder beside the target in which output is made, to be put in its place whole.
+#pragma once
+
+#include <csignal>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "report.h"
+
+namespace zotuning_tool {
+
+/// A new hidden folder that is removed again when the object goes, and when SIGINT, SIGTERM or SIGHUP ends the process
+/// meanwhile. At most one lives at a time.
+class WorkFolder {
+ public:
+  /// Called about ten times a second from another thread, with the folder's path; the last time with "".
+  using Tick = std::function<void(const std::string&)>;
+
+  /// Makes it in `parent`; null after an error.
+  static std::unique_ptr<WorkFolder> Make(const std::string& parent, Tick tick, Report& report);
+  ~WorkFolder();
+  WorkFolder(const WorkFolder&) = delete;
+  WorkFolder& operator=(const WorkFolder&) = delete;
+
+  const std::string& path() const { return path_; }
+
+  /// Waits for a signal that is being obeyed, which then never returns; ends the ticks. Call it before looking at what
+  /// was made in the folder: a signal removes that.
+  void Settle();
+
+  /// Renames `name` in the folder to `target` in one step. An existing target is replaced when `replace`, as one step
+  /// too where the file system can exchange names; otherwise it is an error.
+  bool MoveOut(const std::string& name, const std::string& target, bool replace, Report& report);
+
+ private:
+  WorkFolder(std::string path, Tick tick);
+  void Watch();
+  void Remove() const;
+
+  std::string path_;
+  Tick tick_;
+  sigset_t signals_;
+  sigset_t mask_before_;
+  int wake_[2] = {-1, -1};
+  std::mutex obeying_;
+  std::thread watcher_;
+};
+
+}  // namespace zotuning_tool
