@@ -144,7 +144,8 @@ bool ModulePlan::FillFields(const Descriptor* type, Pruning pruning, MessagePlan
     if (!plan->by_key.emplace(type->field(i)->json_name(), static_cast<uint32_t>(i)).second) return false;
   }
   for (int i = 0; i < type->field_count(); ++i) {
-    plan->by_key.emplace(type->field(i)->name(), static_cast<uint32_t>(i));
+    const uint32_t index = static_cast<uint32_t>(i);
+    plan->fields[index].name_is_key = plan->by_key.emplace(type->field(i)->name(), index).first->second == index;
   }
   return true;
 }

@@ -47,6 +47,7 @@ struct EnumPlan {
 
 struct FieldPlan {
   std::string quoted_name;  ///< `"name":`, as the key usually stands in the text
+  bool name_is_key;         ///< not so when the name is the json_name of another field
   uint32_t name_id;         ///< which name of the field check the key proves; 0 for none
   int32_t number;
   uint8_t tag_size;

@@ -286,7 +286,8 @@ class TextScanner {
     if (*index < plan.fields.size()) {
       const FieldPlan& field = plan.fields[*index];
       const std::string& usual = field.quoted_name;
-      if (static_cast<size_t>(text_end_ - p_) >= usual.size() && std::memcmp(p_, usual.data(), usual.size()) == 0) {
+      if (field.name_is_key && static_cast<size_t>(text_end_ - p_) >= usual.size() &&
+          std::memcmp(p_, usual.data(), usual.size()) == 0) {
         p_ = SkipBlanks(p_ + usual.size());
         encoder_.names_seen_[field.name_id] = 1;
         return true;
@@ -294,7 +295,7 @@ class TextScanner {
     }
     RawString raw;
     p_ = ReadString(p_, &raw);
-    if (p_ == nullptr || raw.escaped) return false;
+    if (p_ == nullptr || raw.escaped || !raw.ascii || raw.begin == raw.end) return false;
     const std::string_view key(raw.begin, static_cast<size_t>(raw.end - raw.begin));
     const auto found = plan.by_key.find(key);
     if (found == plan.by_key.end()) return false;

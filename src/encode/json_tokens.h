@@ -148,7 +148,9 @@ inline const char* ReadReal(const char* p, double* real) {
     return p;
   }
   const auto result = fast_float::from_chars(begin, p, *real);
-  return result.ec == std::errc() && result.ptr == p ? p : nullptr;
+  // What is out of range comes back as infinity, in some versions without an error.
+  const bool finite = *real >= -DBL_MAX && *real <= DBL_MAX;
+  return result.ec == std::errc() && result.ptr == p && finite ? p : nullptr;
 }
 
 /// Whether the bytes are UTF-8: shortest forms only, no surrogates, nothing above U+10FFFF.
