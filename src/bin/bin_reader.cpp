@@ -1,4 +1,4 @@
-// Tested by tests/bin/bin_reader_test.cpp.
+// Tested by tests/bin/dump_test.cpp.
 
 #include "bin/bin_reader.h"
 

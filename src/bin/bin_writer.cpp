@@ -1,4 +1,4 @@
-// Tested by tests/bin/bin_writer_test.cpp.
+// Tested by tests/bin/generate_test.cpp.
 
 #include "bin/bin_writer.h"
 

@@ -2,6 +2,7 @@
 // that bins decode; their visible effects are results and log lines. Tested by tests/bin/dump_test.cpp.
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -46,6 +47,37 @@ bool FindDumpTypes(const Schema& schema, const char* function, const google::pro
   if (*version_type == nullptr) {
     TuningLog(kLogError, __LINE__, function, "Get tuning version descriptor failed");
     return false;
+  }
+  return true;
+}
+
+/// ParseVersionMsgFromBin, under whose name it logs; `next_message` gives the message that the next version replaces.
+bool ReadVersionBlock(const std::string& path, const std::function<Message*()>& next_message) {
+  static constexpr char kFunction[] = "ParseVersionMsgFromBin";
+  const UniqueFile file(std::fopen(path.c_str(), "rb"));
+  if (file == nullptr) {
+    // Exact text, whichever bin it is.
+    TuningLog(kLogError, __LINE__, kFunction, "Open default bin file failed: %s", path.c_str());
+    return false;
+  }
+  BinReader bin(file.get());
+  const int32_t count = bin.ReadVersionCount();
+  for (int32_t i = 0; i < count; ++i) {
+    Message* version = next_message();
+    int32_t length = 0;
+    if (bin.ReadLength(&length) != ReadStatus::kOk) {
+      TuningLog(kLogError, __LINE__, kFunction, "Read tuning version len from file %s failed", path.c_str());
+      return false;
+    }
+    const ReadStatus status = bin.ReadMessage(length, version);
+    if (status == ReadStatus::kParseFailed) {
+      TuningLog(kLogError, __LINE__, kFunction, "Parse tuning version msg failed: %s", path.c_str());
+      return false;
+    }
+    if (status != ReadStatus::kOk) {
+      TuningLog(kLogError, __LINE__, kFunction, "Read tuning version msg from %s failed", path.c_str());
+      return false;
+    }
   }
   return true;
 }
@@ -166,34 +198,10 @@ bool ZoTuningUtils::FindTuningBinFiles(const char* dir, std::vector<std::string>
 
 bool ZoTuningUtils::ParseVersionMsgFromBin(const std::string& path, const Message* prototype,
                                            std::vector<Message*>& versions) try {
-  const UniqueFile file(std::fopen(path.c_str(), "rb"));
-  if (file == nullptr) {
-    // Exact text, whichever bin it is.
-    TuningLog(kLogError, __LINE__, __func__, "Open default bin file failed: %s", path.c_str());
-    return false;
-  }
-  BinReader bin(file.get());
-  const int32_t count = bin.ReadVersionCount();
-  for (int32_t i = 0; i < count; ++i) {
-    std::unique_ptr<Message> owned(prototype->New());
-    versions.push_back(owned.get());
-    Message* version = owned.release();
-    int32_t length = 0;
-    if (bin.ReadLength(&length) != ReadStatus::kOk) {
-      TuningLog(kLogError, __LINE__, __func__, "Read tuning version len from file %s failed", path.c_str());
-      return false;
-    }
-    const ReadStatus status = bin.ReadMessage(length, version);
-    if (status == ReadStatus::kParseFailed) {
-      TuningLog(kLogError, __LINE__, __func__, "Parse tuning version msg failed: %s", path.c_str());
-      return false;
-    }
-    if (status != ReadStatus::kOk) {
-      TuningLog(kLogError, __LINE__, __func__, "Read tuning version msg from %s failed", path.c_str());
-      return false;
-    }
-  }
-  return true;
+  return ReadVersionBlock(path, [&] {
+    versions.push_back(nullptr);
+    return versions.back() = prototype->New();
+  });
 } catch (...) {
   return ReportException(__LINE__, __func__);
 }
@@ -213,13 +221,10 @@ bool ZoTuningUtils::DumpBinVersions(const char* proj_dir, const char* bin_dir) t
   // The default bin is read first, wherever it stands in the listing.
   std::rotate(paths.begin(), paths.begin() + (default_name - names.begin()),
               paths.begin() + (default_name - names.begin()) + 1);
-  for (const std::string& path : paths) {
-    std::vector<Message*> versions;
-    const bool ok = ParseVersionMsgFromBin(path, schema.Prototype(version_type), versions);
-    for (const Message* version : versions) delete version;
-    if (!ok) return false;
-  }
-  return true;
+  // One message for all versions: a damaged count may promise more of them than anybody has memory for.
+  const std::unique_ptr<Message> version = schema.NewMessage(version_type);
+  return std::all_of(paths.begin(), paths.end(),
+                     [&](const std::string& path) { return ReadVersionBlock(path, [&] { return version.get(); }); });
 } catch (...) {
   return ReportException(__LINE__, __func__);
 }
