@@ -16,6 +16,10 @@ namespace {
 
 constexpr size_t kFirstCapacity = size_t{64} << 10;
 
+// Protobuf's parser counts text and wire bytes in an int. Before it packs them it writes up to 13 bytes of wire for two
+// of text ("1,"), so that nothing below this size can reach its limit.
+constexpr size_t kMaxTextSize = static_cast<size_t>(std::numeric_limits<int32_t>::max()) / 7;
+
 /// The C++ type that holds a value of a kind, and whether two's complement or its bits go to the wire.
 template <ValueKind kKind>
 struct Scalar {
@@ -152,7 +156,7 @@ class TextScanner {
     if (!EncodeMessage(root)) return false;
     p_ = SkipBlanks(p_);
     encoder_.size_ = Offset();
-    return p_ == text_end_ && Offset() <= static_cast<size_t>(std::numeric_limits<int32_t>::max());
+    return p_ == text_end_;
   }
 
  private:
@@ -446,7 +450,7 @@ class TextScanner {
 };
 
 bool JsonEncoder::Encode(const ModulePlan& plan, std::string_view text) {
-  if (plan.root() == nullptr) return false;
+  if (plan.root() == nullptr || text.size() > kMaxTextSize) return false;
   names_seen_.assign(plan.checked_names().size() + 1, 0);
   parts_.clear();
   return TextScanner(*this, text).Scan(*plan.root());
