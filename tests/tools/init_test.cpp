@@ -12,8 +12,9 @@ using testing::HasSubstr;
 TEST_F(ToolTest, ABareSchemaBecomesAProjectThatPacks) {
   std::filesystem::remove_all(At("proto/version"));
   const std::string schema = At("proto");
-  const Run made = RunTool({"init", "demo", "--proto", schema, "--sensor", "tele", "--sensor", "uw", "--into", "new/home"},
-                           {temp_.str(), ""});
+  const Ran made =
+      RunTool({"init", "demo", "--proto", schema, "--sensor", "tele", "--sensor", "uw", "--into", "new/home"},
+              {temp_.str(), ""});
   ASSERT_EQ(made.code, 0) << made.err;
   const std::string demo = temp_ / "new/home/demo";
   EXPECT_THAT(Tree(demo), testing::IsSupersetOf({"ProjConf.bin", "default/.gitkeep", "proto/af.proto",
@@ -34,7 +35,7 @@ TEST_F(ToolTest, ABareSchemaBecomesAProjectThatPacks) {
       {{"verify", "out/zo_tuning"}, "default.bin: 13 records the same, 0 differences\n"},
   };
   for (const auto& step : life) {
-    const Run run = RunTool(step.arguments, {demo, ""});
+    const Ran run = RunTool(step.arguments, {demo, ""});
     EXPECT_EQ(run.code, 0) << step.says << run.err;
     EXPECT_THAT(run.out, HasSubstr(step.says));
     EXPECT_EQ(run.err, "") << step.says;
@@ -45,7 +46,7 @@ TEST_F(ToolTest, WhatIsThereIsKept) {
   const Strings before = Tree(dir_);
   const std::string header = Read(At("src/ZoTuningVersion.h"));
   const Strings again = {"init", "tuning_project", "--proto", "tuning_project/proto", "--sensor", "third"};
-  const Run refused = RunTool(again, {temp_.str(), ""});
+  const Ran refused = RunTool(again, {temp_.str(), ""});
   EXPECT_EQ(refused.code, 1);
   EXPECT_THAT(refused.err, HasSubstr("'tuning_project' is a project already"));
   EXPECT_EQ(Tree(dir_), before);
@@ -58,7 +59,8 @@ TEST_F(ToolTest, WhatIsThereIsKept) {
 
   Write(temp_ / "other/project.proto", Read(At("proto/project.proto")) + "// newer\n");
   Write(temp_ / "other/label.proto", Read(At("proto/label.proto")));
-  const Run clash = RunTool({"init", "tuning_project", "--proto", "other", "--sensor", "front", "--force"}, {temp_.str(), ""});
+  const Ran clash =
+      RunTool({"init", "tuning_project", "--proto", "other", "--sensor", "front", "--force"}, {temp_.str(), ""});
   EXPECT_EQ(clash.code, 1);
   EXPECT_THAT(clash.err, HasSubstr("tuning_project/proto/project.proto: error: the project holds another version"));
 }
@@ -70,7 +72,8 @@ TEST_F(ToolTest, AnUnusableSchemaMakesNothing) {
     const char* to;
     const char* says;
   } rows[] = {
-      {"proto/project.proto", "message TuningProjConfig", "message Other", "no message type 'ZO_TUNING.TuningProjConfig'"},
+      {"proto/project.proto", "message TuningProjConfig", "message Other",
+       "no message type 'ZO_TUNING.TuningProjConfig'"},
       {"proto/project.proto", "message Version", "message Edition", "no message type 'ZO_TUNING.Version'"},
       {"proto/label.proto", "message TuningDataLabel", "message Label", "no message type 'ZO_TUNING.TuningDataLabel'"},
       {"proto/label.proto", "int32 mode = 1;", "string mode = 1;", "neither int32 nor enum"},
@@ -79,13 +82,13 @@ TEST_F(ToolTest, AnUnusableSchemaMakesNothing) {
   for (const auto& row : rows) {
     const std::string before = Read(At(row.file));
     Edit(row.file, row.from, row.to);
-    const Run run = RunTool({"init", "demo", "--proto", At("proto"), "--sensor", "tele"}, {temp_.str(), ""});
+    const Ran run = RunTool({"init", "demo", "--proto", At("proto"), "--sensor", "tele"}, {temp_.str(), ""});
     EXPECT_EQ(run.code, 1) << row.says;
     EXPECT_THAT(run.err, HasSubstr(row.says));
     EXPECT_FALSE(Exists(temp_ / "demo")) << row.says;
     Write(At(row.file), before);
   }
-  const Run trap = RunTool({"init", "demo", "--proto", At("proto"), "--sensor", "my_scene_cam"}, {temp_.str(), ""});
+  const Ran trap = RunTool({"init", "demo", "--proto", At("proto"), "--sensor", "my_scene_cam"}, {temp_.str(), ""});
   EXPECT_EQ(trap.code, 1);
   EXPECT_THAT(trap.err, HasSubstr("'my_scene_cam' contains 'scene_' and would be read as a level"));
 }

@@ -12,7 +12,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 TEST_F(ToolTest, ModulesLabelsAndSensors) {
-  const Run modules = Tool({"modules", "--json"});
+  const Ran modules = Tool({"modules", "--json"});
   const Json list = modules.json()["result"]["modules"];
   EXPECT_EQ(list.size(), 13u);
   EXPECT_EQ(list[2], Json({{"name", "AfLinkKeyFar"},
@@ -34,14 +34,14 @@ TEST_F(ToolTest, ModulesLabelsAndSensors) {
 
 TEST_F(ToolTest, AMissingSensorFolderHasNoIndex) {
   ASSERT_EQ(rename(At("main_wide").c_str(), At("elsewhere").c_str()), 0);
-  const Run run = Tool({"sensors"});
+  const Ran run = Tool({"sensors"});
   EXPECT_EQ(run.code, 1);
   EXPECT_THAT(run.out, HasSubstr("main_wide  -      0         0\nfront      0      12        2\n"));
   EXPECT_THAT(run.err, HasSubstr("main_wide: error: the folder of the sensor 'main_wide' is missing"));
 }
 
 TEST_F(ToolTest, TreeShowsLabelValues) {
-  const Run run = Tool({"tree", "front"});
+  const Ran run = Tool({"tree", "front"});
   EXPECT_EQ(run.code, 0) << run.err;
   EXPECT_THAT(run.err, IsEmpty());
   const Json settings = Tool({"tree", "front", "--json"}).json()["result"]["scopes"][0]["settings"];
@@ -72,7 +72,7 @@ TEST_F(ToolTest, TreeFlagsWhatTheLabelsDoNotKnow) {
       {"front/mode_1/mode_1/scenario_Video/AfContrast.json", nullptr},  // read twice, to the same value
   };
   for (const auto& row : rows) Write(At(row.file), "{}");
-  const Run run = Tool({"tree", "front"});
+  const Ran run = Tool({"tree", "front"});
   EXPECT_EQ(run.code, 1);
   for (const auto& row : rows) {
     if (row.says != nullptr) {
@@ -85,7 +85,7 @@ TEST_F(ToolTest, TreeFlagsWhatTheLabelsDoNotKnow) {
 
 TEST_F(ToolTest, TreeNamesSettingsWithTheSameLabels) {
   Write(At("front/scenario_Video/mode_1/AfLinkKeyNear.json"), "{}");
-  const Run run = Tool({"tree", "front"});
+  const Ran run = Tool({"tree", "front"});
   EXPECT_EQ(run.code, 0);
   EXPECT_THAT(run.err, HasSubstr("front/scenario_Video/mode_1/AfLinkKeyNear.json: warning: this setting has the labels "
                                  "of 'mode_1/scenario_Video/AfLinkKeyNear.json'"));
@@ -101,9 +101,10 @@ TEST_F(ToolTest, AFolderAboveTheSettingsMayLookLikeALevel) {
 TEST_F(ToolTest, SchemaErrorsHaveAPlace) {
   Edit("proto/af.proto", "message AfCommon {", "message AfCommon {\n  no_such_type.T broken = 900;\n");
   for (const Strings& command : {Strings{"modules"}, Strings{"pack", "-o", "out"}, Strings{"tree"}}) {
-    const Run run = Tool(command);
+    const Ran run = Tool(command);
     EXPECT_EQ(run.code, 1);
-    EXPECT_THAT(run.err, testing::ContainsRegex("proto/af\\.proto:[0-9]+:3: error: \"no_such_type\\.T\" is not defined"));
+    EXPECT_THAT(run.err,
+                testing::ContainsRegex("proto/af\\.proto:[0-9]+:3: error: \"no_such_type\\.T\" is not defined"));
   }
   Write(At("proto/af.proto"), "syntax = \"proto3\";\npackage ZO_TUNING_AF;\nmessage {\n");
   EXPECT_THAT(Tool({"modules"}).err, HasSubstr("proto/af.proto:3:9: error: Expected message name."));
@@ -116,11 +117,12 @@ TEST_F(ToolTest, ATypeInTheWrongPackageIsFound) {
 }
 
 TEST_F(ToolTest, SpecialFilesAreRefusedBeforeTheyBlock) {
-  for (const char* file : {"proto/pipe.proto", "ProjConf.bin", "front/mode_1/AfCommon.json", "proto/version/pipe.json"}) {
+  for (const char* file :
+       {"proto/pipe.proto", "ProjConf.bin", "front/mode_1/AfCommon.json", "proto/version/pipe.json"}) {
     const std::string kept = At(std::string(file) + ".kept");
     rename(At(file).c_str(), kept.c_str());
     ASSERT_EQ(mkfifo(At(file).c_str(), 0600), 0);
-    const Run run = Tool({"pack", "-o", "out"});
+    const Ran run = Tool({"pack", "-o", "out"});
     EXPECT_EQ(run.code, 1) << file;
     EXPECT_THAT(run.err, HasSubstr(std::string(file) + ": error: this is a named pipe, not a file"));
     EXPECT_FALSE(Exists(At("out")));

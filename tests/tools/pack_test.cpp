@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <iterator>
 #include <thread>
 
 #include "tools/tool.h"
@@ -18,7 +19,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 TEST_F(ToolTest, PacksAllBins) {
-  const Run run = Tool({"pack", "-o", "deep/out", "--json"});
+  const Ran run = Tool({"pack", "-o", "deep/out", "--json"});
   ASSERT_EQ(run.code, 0) << run.out << run.err;
   const Json bins = run.json()["result"]["bins"];
   ASSERT_EQ(bins.size(), 3u);
@@ -42,7 +43,7 @@ TEST_F(ToolTest, PacksAllBins) {
 TEST_F(ToolTest, PacksOneSensorByNameOrByQuestion) {
   ASSERT_EQ(Tool({"pack", "-o", "all"}).code, 0);
   ASSERT_EQ(Tool({"pack", "-o", "one", "--sensor", "front"}).code, 0);
-  const Run asked = RunTool({"pack", "-o", "asked", "--ask"}, {dir_, "1\n"});
+  const Ran asked = RunTool({"pack", "-o", "asked", "--ask"}, {dir_, "1\n"});
   ASSERT_EQ(asked.code, 0) << asked.err;
   EXPECT_THAT(asked.out, HasSubstr("1  front"));
   for (const char* out : {"one", "asked"}) {
@@ -52,14 +53,14 @@ TEST_F(ToolTest, PacksOneSensorByNameOrByQuestion) {
     }
   }
   for (const char* answer : {"2", "-1", "front", ""}) {
-    const Run wrong = RunTool({"pack", "-o", "wrong", "--ask"}, {dir_, answer});
+    const Ran wrong = RunTool({"pack", "-o", "wrong", "--ask"}, {dir_, answer});
     EXPECT_EQ(wrong.code, 1) << answer;
     EXPECT_EQ(wrong.err, "zotuning: error: that is the index of no sensor\n") << answer;
     EXPECT_FALSE(Exists(At("wrong"))) << answer;
   }
   // The field check is that of all sensors by name, and none by question.
   Write(At("front/mode_2/ToneCurve.json"), "{}");
-  const Run checked = Tool({"pack", "-o", "checked", "--sensor", "front"});
+  const Ran checked = Tool({"pack", "-o", "checked", "--sensor", "front"});
   EXPECT_EQ(checked.code, 1);
   EXPECT_THAT(checked.err, HasSubstr("front/mode_2/ToneCurve.json: error: the field "));
   EXPECT_EQ(RunTool({"pack", "-o", "unchecked", "--ask"}, {dir_, "1"}).code, 0);
@@ -69,7 +70,7 @@ TEST_F(ToolTest, PacksOneSensorByNameOrByQuestion) {
 TEST_F(ToolTest, AnExistingFolderIsReplacedOnRequestOnly) {
   ASSERT_EQ(Tool({"pack", "-o", "."}).code, 0);
   Write(At("zo_tuning/front.bin"), "old");
-  const Run kept = Tool({"pack", "-o", "."});
+  const Ran kept = Tool({"pack", "-o", "."});
   EXPECT_EQ(kept.code, 1);
   EXPECT_EQ(kept.err, "zo_tuning: error: the folder exists already\n  help: --force replaces it\n");
   EXPECT_EQ(Read(At("zo_tuning/front.bin")), "old");
@@ -94,22 +95,25 @@ TEST_F(ToolTest, FaultsHaveFileLineAndColumn) {
     std::string text;
     const char* says;
   } rows[] = {
-      {"default/AfCommon.json", "{\n  \"lens\": {\n    \"infinity_code\": tru\n}}", ":3:22: error: a value is expected"},
+      {"default/AfCommon.json", "{\n  \"lens\": {\n    \"infinity_code\": tru\n}}",
+       ":3:22: error: a value is expected"},
       {"default/PdCalib.json", "{ // note\n}", ":1:3: error: a key or '}' is expected"},
       {"front/mode_1/AfCommon.json", "{\n \"lens\": {\"infinity_code\": {\"value\": 1e99}}}",
-       ":2:39: error: 1e+99 is no value for the field 'value' (int32)"},
+       ":2:38: error: 1e+99 is no value for the field 'value' (int32)"},
       {"front/AWBCommon.json", "", ":1:1: error: the text is empty"},
       {"front/PdCalib.json", "\xEF\xBB\xBF{}", ":1:1: error: a value is expected"},
-      {"main_wide/PdCalib.json", "{\n\"caf\xC3\xA9\": 1}", ":2:1: error: 'ZO_TUNING_PD.PdCalib' has no field 'caf\xC3\xA9'"},
+      {"main_wide/PdCalib.json", "{\n\"caf\xC3\xA9\": 1}",
+       ":2:1: error: 'ZO_TUNING_PD.PdCalib' has no field 'caf\xC3\xA9'"},
       {"main_wide/LensShading.json", "{\"red\": [\"\xFF\"]}", ":1:11: error: this is not UTF-8 text"},
-      {"main_wide/mode_2/LensShading.json", "{\"red\": 5}", ":1:9: error: 5 is no value for the field 'red' (an object"},
+      {"main_wide/mode_2/LensShading.json", "{\"red\": 5}",
+       ":1:9: error: 5 is no value for the field 'red' (an object"},
       {"main_wide/mode_0/AfCommon.json", "{\"search_algorithm\": \"AF_SEARCH_HILL_CLIM\"}",
        ":1:22: error: \"AF_SEARCH_HILL_CLIM\" is no value for the field 'search_algorithm' (enum "},
       {"front/version/tuning.json", "{\"name\": \"x\", \"version\": 3}",
        ":1:26: error: 3 is no value for the field 'version' (string)"},
   };
   for (const auto& row : rows) Write(At(row.file), row.text);
-  const Run run = Tool({"pack", "-o", "out"});
+  const Ran run = Tool({"pack", "-o", "out"});
   EXPECT_EQ(run.code, 1);
   EXPECT_EQ(run.out, "");
   for (const auto& row : rows) EXPECT_THAT(run.err, HasSubstr(std::string(row.file) + row.says));
@@ -117,7 +121,9 @@ TEST_F(ToolTest, FaultsHaveFileLineAndColumn) {
   EXPECT_THAT(run.err, HasSubstr("    { // note\n      ^\n  help: comments are not allowed in JSON\n"));
   EXPECT_FALSE(Exists(At("out")));
 
-  for (const Json& diagnostic : Tool({"pack", "-o", "out", "--json"}).json()["diagnostics"]) {
+  const Json diagnostics = Tool({"pack", "-o", "out", "--json"}).json()["diagnostics"];
+  EXPECT_GE(diagnostics.size(), std::size(rows));
+  for (const Json& diagnostic : diagnostics) {
     EXPECT_GT(diagnostic["line"], 0) << diagnostic;
     EXPECT_GT(diagnostic["column"], 0) << diagnostic;
   }
@@ -129,7 +135,7 @@ TEST_F(ToolTest, AMissingFieldIsNamedWithItsPath) {
     text.replace(at, 14, "settleTimeNs");
   }
   Write(At("front/mode_1/AfCommon.json"), text);
-  const Run run = Tool({"pack", "-o", "out"});
+  const Ran run = Tool({"pack", "-o", "out"});
   EXPECT_EQ(run.code, 1);
   EXPECT_THAT(run.err, HasSubstr("front/mode_1/AfCommon.json: error: the field 'settle_time_ns' is missing"));
   EXPECT_THAT(run.err, HasSubstr("help: it belongs at lens.settle_time_ns"));
@@ -137,7 +143,7 @@ TEST_F(ToolTest, AMissingFieldIsNamedWithItsPath) {
 
 TEST_F(ToolTest, UnknownFoldersArePackedWithAWarning) {
   Write(At("front/modde_3/PdCommon.json"), Read(At("default/PdCommon.json")));
-  const Run run = Tool({"pack", "-o", "out"});
+  const Ran run = Tool({"pack", "-o", "out"});
   EXPECT_EQ(run.code, 0);
   EXPECT_THAT(run.err, HasSubstr("front/modde_3/PdCommon.json: warning: the folder 'modde_3' is no level"));
   EXPECT_THAT(run.err, HasSubstr("help: it is packed as module=PdCommon\n"));
@@ -156,7 +162,7 @@ TEST_F(ToolTest, WhatTheLibraryPassesOverIsNoticed) {
   const auto as_nobody = [] {
     if (setgid(65534) != 0 || setuid(65534) != 0) _exit(125);
   };
-  const Run good = RunTool({"pack", "-o", "good"}, {dir_, "", as_nobody});
+  const Ran good = RunTool({"pack", "-o", "good"}, {dir_, "", as_nobody});
   if (good.code == 126) GTEST_SKIP() << "the folder is out of reach for another user";
   ASSERT_EQ(good.code, 0) << good.err;
   const struct {
@@ -174,7 +180,7 @@ TEST_F(ToolTest, WhatTheLibraryPassesOverIsNoticed) {
     struct stat info;
     ASSERT_EQ(stat(At(row.path).c_str(), &info), 0);
     ASSERT_EQ(chmod(At(row.path).c_str(), 0), 0);
-    const Run run = RunTool({"pack", "-o", "out"}, {dir_, "", as_nobody});
+    const Ran run = RunTool({"pack", "-o", "out"}, {dir_, "", as_nobody});
     EXPECT_EQ(run.code, 1) << row.path;
     EXPECT_THAT(run.err, HasSubstr(row.says));
     EXPECT_FALSE(Exists(At("out"))) << row.path;
@@ -187,14 +193,25 @@ TEST_F(ToolTest, WhatTheLibraryPassesOverIsNoticed) {
 }
 
 TEST_F(ToolTest, AFullDiskLeavesNothingBehind) {
-  const Run run = RunTool({"pack", "-o", "out"}, {dir_, "", [] {
-                                                    std::signal(SIGXFSZ, SIG_IGN);
-                                                    const rlimit limit{30000, 30000};  // default.bin fits, main_wide.bin does not
-                                                    setrlimit(RLIMIT_FSIZE, &limit);
-                                                  }});
+  const Ran run =
+      RunTool({"pack", "-o", "out"}, {dir_, "", [] {
+                                        std::signal(SIGXFSZ, SIG_IGN);
+                                        const rlimit limit{30000, 30000};  // default.bin fits, main_wide.bin does not
+                                        setrlimit(RLIMIT_FSIZE, &limit);
+                                      }});
   EXPECT_EQ(run.code, 1);
   EXPECT_THAT(run.err, HasSubstr("out/zo_tuning/main_wide.bin (File too large)"));
   EXPECT_FALSE(Exists(At("out")));
+}
+
+TEST_F(ToolTest, WhatAKilledRunLeftIsRemovedLater) {
+  Write(At("out/.zo_tuning-abcdef/zo_tuning/default.bin"), "half");
+  Write(At("out/.zo_tuning-young1/zo_tuning/default.bin"), "half");
+  const auto hour_ago = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+  std::filesystem::last_write_time(At("out/.zo_tuning-abcdef"), hour_ago);
+  EXPECT_EQ(Tool({"pack", "-o", "out"}).code, 0);
+  EXPECT_FALSE(Exists(At("out/.zo_tuning-abcdef")));
+  EXPECT_TRUE(Exists(At("out/.zo_tuning-young1")));  // its run may be at work
 }
 
 TEST_F(ToolTest, ASignalLeavesNothingBehind) {
@@ -202,7 +219,8 @@ TEST_F(ToolTest, ASignalLeavesNothingBehind) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
-    const RunWith with{dir_, "", [&] { dup2(ends[0], 0); }, [&](int child) {
+    const RunWith with{dir_, "", [&] { dup2(ends[0], 0); },
+                       [&](int child) {
                          // Until the default bin is written the question is not asked.
                          const auto packing = [&] {
                            for (const std::string& path : Exists(At("out")) ? Tree(At("out")) : Strings()) {
@@ -215,7 +233,7 @@ TEST_F(ToolTest, ASignalLeavesNothingBehind) {
                          }
                          kill(child, number);
                        }};
-    const Run run = RunTool({"pack", "-o", "out", "--ask"}, with);
+    const Ran run = RunTool({"pack", "-o", "out", "--ask"}, with);
     close(ends[0]);
     close(ends[1]);
     EXPECT_EQ(run.code, 128 + number);

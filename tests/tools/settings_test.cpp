@@ -25,7 +25,7 @@ std::function<void()> LimitedTo(rlim_t bytes) {
 
 TEST_F(ToolTest, TemplatesAreMadeOnceAndEditedOnesKept) {
   const std::string edited = Read(At("default/AfCommon.json"));
-  const Run kept = Tool({"template", "AfCommon", "--json"});
+  const Ran kept = Tool({"template", "AfCommon", "--json"});
   EXPECT_EQ(kept.code, 1);
   EXPECT_EQ(kept.json()["result"]["templates"][0],
             Json({{"module", "AfCommon"}, {"file", "default/AfCommon.json"}, {"state", "kept"}}));
@@ -37,7 +37,7 @@ TEST_F(ToolTest, TemplatesAreMadeOnceAndEditedOnesKept) {
   unlink(At("default/AfCommon.json").c_str());
   EXPECT_EQ(Tool({"template", "AfCommon"}).out, "default/AfCommon.json  made\n");
 
-  const Run all = Tool({"template", "--all"});
+  const Ran all = Tool({"template", "--all"});
   EXPECT_EQ(all.code, 1);  // the other defaults of the example are edited
   EXPECT_THAT(all.out, HasSubstr("default/AfCommon.json         unchanged\n"));
   EXPECT_THAT(all.out, HasSubstr("default/PdCalib.json          kept\n"));
@@ -45,25 +45,26 @@ TEST_F(ToolTest, TemplatesAreMadeOnceAndEditedOnesKept) {
 
 TEST_F(ToolTest, AFailedTemplateIsNoticed) {
   EXPECT_THAT(Tool({"template", "Afcommon"}).err, HasSubstr("no module 'Afcommon'; did you mean 'AfCommon'?"));
-  const Run cut = RunTool({"template", "AfCommon", "--force"}, {dir_, "", LimitedTo(100)});
+  const Ran cut = RunTool({"template", "AfCommon", "--force"}, {dir_, "", LimitedTo(100)});
   EXPECT_EQ(cut.code, 1);
   EXPECT_THAT(cut.err, HasSubstr("default/AfCommon.json: error: the template was not written whole"));
   std::filesystem::remove_all(At("default"));
-  const Run missing = Tool({"template", "AfCommon"});
+  const Ran missing = Tool({"template", "AfCommon"});
   EXPECT_EQ(missing.code, 1);
   EXPECT_THAT(missing.err, HasSubstr("the project has no folder 'default'"));
 }
 
 TEST_F(ToolTest, NewMakesEveryCombination) {
-  const Strings command = {"new", "--sensor", "front", "scenario=Video,Preview", "module=AfCommon,PdCalib", "mode=7,-2"};
+  const Strings command = {"new",      "--sensor", "front", "scenario=Video,Preview", "module=AfCommon,PdCalib",
+                           "mode=7,-2"};
   Strings dry = command;
   dry.push_back("--dry-run");
   const Strings before = Tree(dir_);
-  const Run planned = Tool(dry);
+  const Ran planned = Tool(dry);
   EXPECT_EQ(planned.code, 0) << planned.err;
   EXPECT_EQ(Tree(dir_), before);
 
-  const Run made = Tool(command);
+  const Ran made = Tool(command);
   EXPECT_EQ(made.code, 0) << made.err;
   Strings expected = before;
   for (const char* mode : {"front/mode_-2/", "front/mode_7/"}) {
@@ -86,7 +87,7 @@ TEST_F(ToolTest, NewMakesEveryCombination) {
 TEST_F(ToolTest, NewKeepsWhatExists) {
   const std::string edited = Read(At("front/mode_1/AfCommon.json"));
   const Strings command = {"new", "--sensor", "front", "module=AfCommon", "mode=1,8"};
-  const Run run = Tool(command);
+  const Ran run = Tool(command);
   EXPECT_EQ(run.code, 1);
   EXPECT_EQ(run.out, "front/mode_1/AfCommon.json  kept\nfront/mode_8/AfCommon.json  made\n");
   EXPECT_THAT(run.err, HasSubstr("front/mode_1/AfCommon.json: error: this setting exists; it is kept"));
@@ -117,7 +118,7 @@ TEST_F(ToolTest, NewMakesNothingAfterAWrongNameOrDefault) {
   for (const auto& row : rows) {
     Strings command = {"new", "--sensor", "front"};
     command.insert(command.end(), row.labels.begin(), row.labels.end());
-    const Run run = Tool(command);
+    const Ran run = Tool(command);
     EXPECT_EQ(run.code, 1) << row.says;
     EXPECT_THAT(run.err, HasSubstr(row.says));
     EXPECT_EQ(run.out, "") << row.says;
@@ -127,12 +128,12 @@ TEST_F(ToolTest, NewMakesNothingAfterAWrongNameOrDefault) {
 }
 
 TEST_F(ToolTest, AFailedCopyIsNoticed) {
-  const Run cut = RunTool({"new", "--sensor", "front", "module=AfCommon", "mode=9"}, {dir_, "", LimitedTo(100)});
+  const Ran cut = RunTool({"new", "--sensor", "front", "module=AfCommon", "mode=9"}, {dir_, "", LimitedTo(100)});
   EXPECT_EQ(cut.code, 1);
   EXPECT_THAT(cut.err, HasSubstr("front/mode_9/AfCommon.json: error: the copy differs from the default"));
   EXPECT_EQ(cut.out, "front/mode_9/AfCommon.json  failed\n");
   Write(At("front/mode_8"), "a file in the way");
-  const Run blocked = Tool({"new", "--sensor", "front", "module=AfCommon", "mode=8"});
+  const Ran blocked = Tool({"new", "--sensor", "front", "module=AfCommon", "mode=8"});
   EXPECT_EQ(blocked.code, 1);
   EXPECT_THAT(blocked.err, HasSubstr("cannot read front/mode_8/AfCommon.json: Not a directory"));
 }

@@ -61,12 +61,13 @@ TEST_F(ShowTest, ARecordPrintsInTheSchemasNames) {
     const Json printed = Json::parse(Tool({"show", bin_, "--record", number}).out);
     const Json source = Json::parse(Read(At("front/AWBCommon.json")));
     EXPECT_EQ(printed["convergence"]["speed"]["value"], source["convergence"]["speed"]["value"]);
-    EXPECT_FALSE(printed["convergence"]["speed"].contains("rule") && !printed["convergence"]["speed"]["rule"].is_null());
+    EXPECT_FALSE(printed["convergence"]["speed"].contains("rule") &&
+                 !printed["convergence"]["speed"]["rule"].is_null());
     EXPECT_EQ(Tool({"show", bin_, "--record", number, "--json"}).json()["result"]["message"], printed);
     EXPECT_THAT(Tool({"show", bin_, "--record", number, "--text"}).out, HasSubstr("convergence {\n  speed {\n"));
     EXPECT_THAT(Tool({"show", bin_, "--text"}).out, HasSubstr("# module=AWBCommon\n"));
   }
-  const Run beyond = Tool({"show", bin_, "--record", "12"});
+  const Ran beyond = Tool({"show", bin_, "--record", "12"});
   EXPECT_EQ(beyond.code, 1);
   EXPECT_THAT(beyond.err, HasSubstr("the bin has no record 12; it has 12 records, counted from 0"));
 }
@@ -88,14 +89,18 @@ TEST_F(ShowTest, GitShowsReadableDifferences) {
   if (std::system("git --version > /dev/null 2>&1") != 0) GTEST_SKIP() << "there is no git";
   Write(At(".gitattributes"), "*.bin diff=zotuning\n");
   const auto git = [&](const std::string& arguments) {
-    return RunProgram("sh", {"-c", "git -c user.name=t -c user.email=t -c diff.zotuning.textconv=\"'" ZOTUNING_TOOL "' show --text\" " + arguments},
-                      {dir_, ""});
+    return RunProgram(
+        "sh",
+        {"-c", "git -c user.name=t -c user.email=t -c diff.zotuning.textconv=\"'" ZOTUNING_TOOL "' show --text\" " +
+                   arguments},
+        {dir_, ""});
   };
-  ASSERT_EQ(git("init -q . && git add out .gitattributes && git -c user.name=t -c user.email=t commit -qm bins").code, 0);
+  ASSERT_EQ(git("init -q . && git add out .gitattributes && git -c user.name=t -c user.email=t commit -qm bins").code,
+            0);
   const std::string value = Json::parse(Read(At("front/AWBCommon.json")))["convergence"]["speed"]["value"].dump();
   Edit("front/AWBCommon.json", "\"value\": " + value, "\"value\": 0.5");
   ASSERT_EQ(Tool({"pack", "-o", "out", "--force"}).code, 0);
-  const Run diff = git("--no-pager diff -- out");
+  const Ran diff = git("--no-pager diff -- out");
   EXPECT_EQ(diff.code, 0) << diff.err;
   EXPECT_THAT(diff.out, HasSubstr("\n-    value: " + value + "\n+    value: 0.5\n"));
 }
@@ -114,7 +119,7 @@ TEST_F(ShowTest, EveryCutIsNamedUnlessItIsTheEndOfARecord) {
   const size_t module = whole["records"][0]["module_offset"].get<size_t>() - 4;
   for (size_t cut = 0; cut < bytes.size(); cut += cut < record + 8 ? 1 : 5) {
     Write(At("cut.bin"), bytes.substr(0, cut));
-    const Run run = Tool({"show", "cut.bin", "--json"});
+    const Ran run = Tool({"show", "cut.bin", "--json"});
     const Json fault = run.json()["result"]["fault"];
     if (cut == record) {
       EXPECT_EQ(run.code, 0) << cut << run.out;
@@ -152,12 +157,12 @@ TEST_F(ShowTest, WrongNumbersAreNamed) {
   };
   for (const auto& row : rows) {
     Write(At("bad.bin"), bytes.substr(0, row.offset) + row.put + bytes.substr(row.offset + row.put.size()));
-    const Run run = Tool({"show", "bad.bin"});
+    const Ran run = Tool({"show", "bad.bin"});
     EXPECT_EQ(run.code, 1) << row.says;
     EXPECT_THAT(run.err, HasSubstr(row.says));
     EXPECT_EQ(Tool({"show", "bad.bin", "--json"}).json()["result"]["records"].size(), row.records) << row.says;
   }
-  const Run missing = Tool({"show", "none.bin"});
+  const Ran missing = Tool({"show", "none.bin"});
   EXPECT_EQ(missing.code, 1);
   EXPECT_THAT(missing.err, HasSubstr("none.bin: error: cannot read none.bin: No such file or directory"));
 }

@@ -9,7 +9,7 @@
 
 namespace zotest {
 
-Json Run::json() const {
+Json Ran::json() const {
   const Json object = Json::parse(out, nullptr, false);
   EXPECT_TRUE(object.is_object()) << out << err;
   if (!object.is_object()) return {};
@@ -25,7 +25,7 @@ Json Run::json() const {
   return object;
 }
 
-Run RunProgram(const std::string& program, const Strings& arguments, const RunWith& with) {
+Ran RunProgram(const std::string& program, const Strings& arguments, const RunWith& with) {
   const TempDir files;
   Write(files / "in", with.input);
   std::vector<char*> argv = {const_cast<char*>(program.c_str())};
@@ -48,20 +48,20 @@ Run RunProgram(const std::string& program, const Strings& arguments, const RunWi
   if (with.meanwhile) with.meanwhile(child);
   int status = 0;
   waitpid(child, &status, 0);
-  Run run;
+  Ran run;
   run.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   run.out = Read(files / "out");
   run.err = Read(files / "err");
   return run;
 }
 
-Run RunTool(const Strings& arguments, const RunWith& with) { return RunProgram(ZOTUNING_TOOL, arguments, with); }
+Ran RunTool(const Strings& arguments, const RunWith& with) { return RunProgram(ZOTUNING_TOOL, arguments, with); }
 
 void ToolTest::SetUp() {
   std::filesystem::copy(ZOTUNING_EXAMPLE, dir_, std::filesystem::copy_options::recursive);
-  const Run made = RunTool({"init", "tuning_project", "--proto", "tuning_project/proto", "--sensor", "main_wide",
-                            "--sensor", "front"},
-                           {temp_.str(), ""});
+  const Ran made = RunTool(
+      {"init", "tuning_project", "--proto", "tuning_project/proto", "--sensor", "main_wide", "--sensor", "front"},
+      {temp_.str(), ""});
   ASSERT_EQ(made.code, 0) << made.out << made.err;
 }
 

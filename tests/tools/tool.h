@@ -17,7 +17,7 @@ namespace zotest {
 using Json = nlohmann::ordered_json;
 
 /// One run of the tool.
-struct Run {
+struct Ran {
   int code = -1;  ///< exit code; 128 and the signal's number when one ended it
   std::string out;
   std::string err;
@@ -28,14 +28,14 @@ struct Run {
 
 /// What a run is given beside its arguments.
 struct RunWith {
-  std::string dir;                         ///< where it runs
-  std::string input;                       ///< its standard input
-  std::function<void()> prepare = nullptr; ///< called in the child before it becomes the tool
+  std::string dir;                                   ///< where it runs
+  std::string input;                                 ///< its standard input
+  std::function<void()> prepare = nullptr;           ///< called in the child before it becomes the tool
   std::function<void(int pid)> meanwhile = nullptr;  ///< called with the child's id while it runs
 };
 
-Run RunProgram(const std::string& program, const Strings& arguments, const RunWith& with);
-Run RunTool(const Strings& arguments, const RunWith& with);
+Ran RunProgram(const std::string& program, const Strings& arguments, const RunWith& with);
+Ran RunTool(const Strings& arguments, const RunWith& with);
 
 /// A fresh copy of the example project, made a project by 'init' as a user would.
 class ToolTest : public testing::Test {
@@ -43,7 +43,7 @@ class ToolTest : public testing::Test {
   void SetUp() override;
 
   /// Runs the tool in the project's folder.
-  Run Tool(const Strings& arguments) const { return RunTool(arguments, {dir_, ""}); }
+  Ran Tool(const Strings& arguments) const { return RunTool(arguments, {dir_, ""}); }
 
   /// Replaces the first `from` in a file of the project; fails the test when there is none.
   void Edit(const std::string& file, const std::string& from, const std::string& to) const;

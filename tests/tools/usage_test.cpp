@@ -17,12 +17,12 @@ const Strings kCommands = {"init",    "template", "new",  "pack",   "modules", "
 TEST(Usage, EveryCommandHasHelpWithAnExampleOfItself) {
   const TempDir temp;
   for (const std::string& command : kCommands) {
-    const Run run = RunTool({command, "--help"}, {temp.str(), ""});
+    const Ran run = RunTool({command, "--help"}, {temp.str(), ""});
     EXPECT_EQ(run.code, 0) << command;
     EXPECT_THAT(run.out, HasSubstr("Examples:\n  zotuning " + command)) << command;
     EXPECT_THAT(run.err, IsEmpty()) << command;
   }
-  const Run all = RunTool({"--help"}, {temp.str(), ""});
+  const Ran all = RunTool({"--help"}, {temp.str(), ""});
   for (const std::string& command : kCommands) EXPECT_THAT(all.out, HasSubstr("\n  " + command + " "));
   EXPECT_THAT(RunTool({"--version"}, {temp.str(), ""}).out, testing::StartsWith("zotuning "));
 }
@@ -54,13 +54,13 @@ TEST_F(ToolTest, MisuseExitsWithTwoAndSaysWhatWasMeant) {
   };
   const Strings before = Tree(dir_);
   for (const auto& row : rows) {
-    const Run run = Tool(row.arguments);
+    const Ran run = Tool(row.arguments);
     EXPECT_EQ(run.code, 2) << row.says << run.err;
     EXPECT_THAT(run.err, HasSubstr(row.says));
     EXPECT_THAT(run.out, IsEmpty()) << row.says;
     Strings with_json = row.arguments;
     with_json.push_back("--json");
-    const Run machine = Tool(with_json);
+    const Ran machine = Tool(with_json);
     EXPECT_EQ(machine.code, 2) << row.says;
     EXPECT_THAT(machine.json()["diagnostics"][0]["message"].get<std::string>(), HasSubstr(row.says));
     EXPECT_THAT(machine.err, IsEmpty()) << row.says;
@@ -69,11 +69,11 @@ TEST_F(ToolTest, MisuseExitsWithTwoAndSaysWhatWasMeant) {
 }
 
 TEST_F(ToolTest, TheNearestProjectIsFoundFromWithin) {
-  const Run within = RunTool({"sensors"}, {At("main_wide/mode_0"), ""});
+  const Ran within = RunTool({"sensors"}, {At("main_wide/mode_0"), ""});
   EXPECT_EQ(within.code, 0) << within.err;
   EXPECT_EQ(within.out, Tool({"sensors"}).out);
   EXPECT_EQ(RunTool({"-C", dir_, "sensors"}, {temp_.str(), ""}).out, within.out);
-  const Run outside = RunTool({"sensors"}, {temp_.str(), ""});
+  const Ran outside = RunTool({"sensors"}, {temp_.str(), ""});
   EXPECT_EQ(outside.code, 2);
   EXPECT_THAT(outside.err, HasSubstr("no project here"));
 }
@@ -81,10 +81,10 @@ TEST_F(ToolTest, TheNearestProjectIsFoundFromWithin) {
 TEST_F(ToolTest, LibraryLinesAreShownOnRequestOnly) {
   // An empty folder of versions is worth a warning line to the library, and none to the tool.
   for (const char* file : {"front/version/tuning.json", "front/version/calibration.json"}) unlink(At(file).c_str());
-  const Run quiet = Tool({"pack", "-o", "out"});
+  const Ran quiet = Tool({"pack", "-o", "out"});
   EXPECT_EQ(quiet.code, 0);
   EXPECT_THAT(quiet.err, IsEmpty());
-  const Run verbose = Tool({"-v", "pack", "-o", "out", "--force"});
+  const Ran verbose = Tool({"-v", "pack", "-o", "out", "--force"});
   EXPECT_EQ(verbose.code, 0);
   EXPECT_THAT(verbose.err, HasSubstr("GetVersionMsgs() Cannot find any version json file under dir: ./front/version"));
   EXPECT_THAT(verbose.out, Not(HasSubstr("GetVersionMsgs")));
@@ -92,7 +92,7 @@ TEST_F(ToolTest, LibraryLinesAreShownOnRequestOnly) {
 
 TEST_F(ToolTest, NamesFromOutsideSteerNoTerminalAndBreakNoJson) {
   Write(At("front/\x1b[2J\xff.json"), "{}");
-  const Run text = Tool({"tree", "front"});
+  const Ran text = Tool({"tree", "front"});
   EXPECT_EQ(text.code, 1);
   EXPECT_THAT(text.out + text.err, Not(HasSubstr("\x1b")));
   EXPECT_THAT(text.err, HasSubstr("\\x1B[2J"));
@@ -104,11 +104,11 @@ TEST_F(ToolTest, OutputThatNobodyReadsEndsNoJobButAFullDiskFailsIt) {
   int pipe_ends[2];
   ASSERT_EQ(pipe(pipe_ends), 0);
   close(pipe_ends[0]);
-  const Run closed = RunTool({"pack", "-o", "out"}, {dir_, "", [&] { dup2(pipe_ends[1], 1); }});
+  const Ran closed = RunTool({"pack", "-o", "out"}, {dir_, "", [&] { dup2(pipe_ends[1], 1); }});
   close(pipe_ends[1]);
   EXPECT_EQ(closed.code, 0) << closed.err;
   EXPECT_TRUE(Exists(At("out/zo_tuning/front.bin")));
-  const Run full = RunTool({"tree"}, {dir_, "", [] { (void)!freopen("/dev/full", "w", stdout); }});
+  const Ran full = RunTool({"tree"}, {dir_, "", [] { (void)!freopen("/dev/full", "w", stdout); }});
   EXPECT_EQ(full.code, 1);
   EXPECT_THAT(full.err, HasSubstr("cannot write to standard output"));
 }

@@ -18,9 +18,10 @@ class VerifyTest : public ToolTest {
 
   /// The differences that are found in the bin of front.
   Json Differences() const {
-    const Run run = Tool({"verify", "out/zo_tuning", "--json"});
+    const Ran run = Tool({"verify", "out/zo_tuning", "--json"});
     EXPECT_EQ(run.code, 1);
-    for (const Json& bin : run.json()["result"]["bins"]) {
+    const Json bins = run.json()["result"]["bins"];
+    for (const Json& bin : bins) {
       if (bin["name"] == "front") return bin["differences"];
     }
     return nullptr;
@@ -28,7 +29,7 @@ class VerifyTest : public ToolTest {
 };
 
 TEST_F(VerifyTest, BinsOfTheTreeAreTheSameInAnyOrder) {
-  const Run run = Tool({"verify", "out/zo_tuning"});
+  const Ran run = Tool({"verify", "out/zo_tuning"});
   EXPECT_EQ(run.code, 0) << run.err;
   EXPECT_EQ(run.out,
             "default.bin: 13 records the same, 0 differences\n"
@@ -57,7 +58,7 @@ TEST_F(VerifyTest, DifferencesAreNamedWithBothValues) {
   EXPECT_EQ(kinds["extra"]["labels"], Json({{"module", "AfCommon"}, {"mode", 1}}));
   EXPECT_EQ(kinds["changed"]["differences"],
             Json::array({{{"path", "convergence.speed.value"}, {"bin", value}, {"tree", "0.5"}}}));
-  const Run text = Tool({"verify", "out/zo_tuning", "--sensor", "front"});
+  const Ran text = Tool({"verify", "out/zo_tuning", "--sensor", "front"});
   EXPECT_THAT(text.out, HasSubstr("  changed  module=AWBCommon\n             convergence.speed.value: bin " + value +
                                   ", tree 0.5\n"));
   EXPECT_THAT(text.err, HasSubstr("the bins are not those of the tree: 5 differences"));
@@ -71,7 +72,7 @@ TEST_F(VerifyTest, FoldersThatDoNotFitAreRefused) {
   Write(At("out/zo_tuning/front.bin"), bytes.substr(0, bytes.size() - 1));
   EXPECT_THAT(Tool({"verify", "out"}).err, HasSubstr("out/zo_tuning/front.bin: error: the bin is damaged at byte "));
   std::filesystem::remove(At("out/zo_tuning/front.bin"));
-  const Run missing = Tool({"verify", "out"});
+  const Ran missing = Tool({"verify", "out"});
   EXPECT_EQ(missing.code, 1);
   EXPECT_THAT(missing.err, HasSubstr("out/zo_tuning/front.bin: error: the bin of 'front' is missing"));
   EXPECT_EQ(Tool({"verify", "out", "--sensor", "main_wide"}).code, 0);
@@ -80,7 +81,7 @@ TEST_F(VerifyTest, FoldersThatDoNotFitAreRefused) {
 
 TEST_F(VerifyTest, ATreeThatDoesNotPackIsNamed) {
   Write(At("front/AWBCommon.json"), "{\"convergence\": }");
-  const Run run = Tool({"verify", "out"});
+  const Ran run = Tool({"verify", "out"});
   EXPECT_EQ(run.code, 1);
   EXPECT_THAT(run.err, HasSubstr("front/AWBCommon.json:1:17: error: a value is expected"));
 }

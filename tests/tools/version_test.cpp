@@ -14,9 +14,10 @@ namespace {
 using testing::HasSubstr;
 
 TEST_F(ToolTest, VersionsAreListedAndSet) {
-  EXPECT_THAT(Tool({"version", "list"}).out, HasSubstr("AF                     2.1.0       project    proto/version/af.json\n"));
+  EXPECT_THAT(Tool({"version", "list"}).out,
+              HasSubstr("AF                     2.1.0       project    proto/version/af.json\n"));
   const Json before = Json::parse(Read(At("proto/version/af.json")));
-  const Run set = Tool({"version", "set", "AF", "2.2.0"});
+  const Ran set = Tool({"version", "set", "AF", "2.2.0"});
   EXPECT_EQ(set.code, 0) << set.err;
   EXPECT_EQ(set.out, "AF is now 2.2.0 (proto/version/af.json)\n");
   Json expected = before;
@@ -26,22 +27,22 @@ TEST_F(ToolTest, VersionsAreListedAndSet) {
 
 TEST_F(ToolTest, AVersionThatIsNotSetIsAFailure) {
   const std::string file = Read(At("proto/version/af.json"));
-  const Run unknown = Tool({"version", "set", "AFE", "1"});
+  const Ran unknown = Tool({"version", "set", "AFE", "1"});
   EXPECT_EQ(unknown.code, 1);
   EXPECT_THAT(unknown.err, HasSubstr("no version is called 'AFE'; did you mean 'AF'?"));
 
-  const Run cut = RunTool({"version", "set", "AF", std::string(600, '9')}, {dir_, "", [] {
-                                                                             std::signal(SIGXFSZ, SIG_IGN);
-                                                                             const rlimit limit{100, 100};
-                                                                             setrlimit(RLIMIT_FSIZE, &limit);
-                                                                           }});
+  const Ran cut = RunTool({"version", "set", "AF", std::string(600, '9')}, {dir_, "", [] {
+                                                                              std::signal(SIGXFSZ, SIG_IGN);
+                                                                              const rlimit limit{100, 100};
+                                                                              setrlimit(RLIMIT_FSIZE, &limit);
+                                                                            }});
   EXPECT_EQ(cut.code, 1);
   Write(At("proto/version/af.json"), file);
 
   Write(At("proto/version/af2.json"), file);
   EXPECT_THAT(Tool({"version", "set", "AF", "1"}).err, HasSubstr("2 files hold a version called 'AF'"));
   Write(At("proto/version/af2.json"), "{\"name\": \"AF2\", }}");
-  const Run broken = Tool({"version", "set", "AF", "1"});
+  const Ran broken = Tool({"version", "set", "AF", "1"});
   EXPECT_EQ(broken.code, 1);
   EXPECT_THAT(broken.err, HasSubstr("proto/version/af2.json:1:18: error: nothing may follow the end of the object"));
   EXPECT_EQ(Read(At("proto/version/af.json")), file);
@@ -52,7 +53,7 @@ TEST_F(ToolTest, TheHeaderIsCheckedAndMade) {
   EXPECT_EQ(Tool({"version", "header", "--check"}).out, "src/ZoTuningVersion.h is up to date\n");
   ASSERT_EQ(Tool({"version", "set", "AF", "2.2.0"}).code, 0);
   const std::string before = Read(header);
-  const Run outdated = Tool({"version", "header", "--check", "--json"});
+  const Ran outdated = Tool({"version", "header", "--check", "--json"});
   EXPECT_EQ(outdated.code, 1);
   EXPECT_EQ(outdated.json()["diagnostics"][0]["code"], "header-outdated");
   EXPECT_THAT(outdated.json()["result"]["added"].dump(), HasSubstr("_VAL \\\"2.2.0\\\""));
@@ -83,7 +84,8 @@ TEST_F(ToolTest, FilesThatTheScanMisreadsAreNamed) {
     const char* says;
   } rows[] = {
       {R"({"parent": {"name": "x"}, "name": "T", "version": "1"})", "an earlier \"name\" is taken for the field"},
-      {R"({"version": "name", "name": "T\"x"})", "the value of \"name\" holds an escape sequence"},
+      {R"({"version": "name", "name": "T"})", "an earlier \"name\" is taken for the field"},
+      {R"({"name": "T\"x", "version": "1"})", "the value of \"name\" holds an escape sequence"},
       {R"({"name": "T", "version": "\u0031"})", "the value of \"version\" holds an escape sequence"},
       {R"({name: "T", "version": "1"})", "it finds no key \"name\""},
       {R"({"name": "T"})", "it finds no key \"version\""},
@@ -95,7 +97,7 @@ TEST_F(ToolTest, FilesThatTheScanMisreadsAreNamed) {
   for (const auto& row : rows) {
     Write(At("proto/version/t.json"), row.text);
     for (const Strings& command : {Strings{"version", "header"}, Strings{"version", "header", "--check"}}) {
-      const Run run = Tool(command);
+      const Ran run = Tool(command);
       EXPECT_EQ(run.code, 1) << row.text;
       EXPECT_THAT(run.err, HasSubstr("proto/version/t.json: error: the version header would get this file wrong: " +
                                      std::string(row.says)));
@@ -111,7 +113,7 @@ TEST_F(ToolTest, FilesThatTheScanMisreadsAreNamed) {
 TEST_F(ToolTest, AHeaderWithoutMarkerIsLeftAlone) {
   const std::string header = At("src/ZoTuningVersion.h");
   Write(header, "#pragma once\n");
-  const Run run = Tool({"version", "header"});
+  const Ran run = Tool({"version", "header"});
   EXPECT_EQ(run.code, 1);
   EXPECT_THAT(run.err, HasSubstr("the header has no line that holds [3AProto]"));
   EXPECT_EQ(Read(header), "#pragma once\n");

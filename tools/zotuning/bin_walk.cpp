@@ -24,7 +24,9 @@ using ZO_TUNING::internal::UniqueFile;
 /// One walk through one file.
 class Walk {
  public:
-  Walk(Project& project, std::FILE* file, uint64_t bytes) : project_(project), reader_(file) { contents_.bytes = bytes; }
+  Walk(Project& project, std::FILE* file, uint64_t bytes) : project_(project), reader_(file) {
+    contents_.bytes = bytes;
+  }
 
   void Run(const BinVisitor& visitor, int32_t version_count) {
     if (contents_.bytes < sizeof(int32_t)) {
@@ -53,8 +55,9 @@ class Walk {
       const auto* module_type = project_.schema().FindType(record.module_name);
       if (module_type == nullptr) {
         Fail(record.label.offset, "label of record " + number, "a module with a message type",
-             record.module_name.empty() ? "module number " + std::to_string(record.values.empty() ? -1 : record.values[0])
-                                        : Quoted(record.module_name));
+             record.module_name.empty()
+                 ? "module number " + std::to_string(record.values.empty() ? -1 : record.values[0])
+                 : Quoted(record.module_name));
         return;
       }
       if (!Read(record.module_name + " of record " + number, module_type, true, record.module)) return;
@@ -88,13 +91,15 @@ class Walk {
       case ReadStatus::kOk:
         return true;
       case ReadStatus::kParseFailed:
-        Fail(data_offset, name, "a message of type " + type->full_name(), Count(static_cast<size_t>(item.length), "byte") + " that are none");
+        Fail(data_offset, name, "a message of type " + type->full_name(),
+             Count(static_cast<size_t>(item.length), "byte") + " that are none");
         return false;
       default:
         if (item.length < 0) {
           Fail(item.offset, "length of " + name, "a length from 0 on", std::to_string(item.length));
         } else {
-          Fail(data_offset, name, Count(static_cast<size_t>(item.length), "byte"), Bytes(contents_.bytes - data_offset));
+          Fail(data_offset, name, Count(static_cast<size_t>(item.length), "byte"),
+               Bytes(contents_.bytes - data_offset));
         }
         return false;
     }
@@ -105,7 +110,8 @@ class Walk {
     const LibraryWatch watch;
     if (!ZoTuningUtils::ParseTuningLabelMsg(record.label.message.get(), record.label.message->GetDescriptor(), names,
                                             record.values)) {
-      Fail(record.label.offset, "label of record " + std::to_string(record.index), "a label of this project", "another");
+      Fail(record.label.offset, "label of record " + std::to_string(record.index), "a label of this project",
+           "another");
       return false;
     }
     record.module_name = project_.ModuleName(record.values);
@@ -126,7 +132,8 @@ bool WalkBin(Project& project, const std::string& path, const BinVisitor& visito
   struct stat info;
   if (file == nullptr || fstat(fileno(file.get()), &info) != 0 || !S_ISREG(info.st_mode)) {
     const bool directory = file != nullptr && S_ISDIR(info.st_mode);
-    report.Error("io", "cannot read " + Shown(path) + ": " + std::strerror(directory ? EISDIR : errno), "", Shown(path));
+    report.Error("io", "cannot read " + Shown(path) + ": " + std::strerror(directory ? EISDIR : errno), "",
+                 Shown(path));
     return false;
   }
   // The reader takes a negative count for none, as reading is defined; here it is a fault.
@@ -160,7 +167,8 @@ bool ReadRecordAt(Project& project, const std::string& path, uint64_t offset, Bi
       ZoTuningUtils::ParseTuningLabelMsg(record.label.message.get(), record.label.message->GetDescriptor(), names,
                                          record.values)) {
     record.module_name = project.ModuleName(record.values);
-    if (project.schema().FindType(record.module_name) != nullptr && read(record.module_name, record.module)) return true;
+    if (project.schema().FindType(record.module_name) != nullptr && read(record.module_name, record.module))
+      return true;
   }
   report.Error("io", "the bin changed while it was read", "", Shown(path));
   return false;

@@ -119,7 +119,8 @@ bool MakeProject(const Options& options, const std::string& dir, Report& report)
   const LibraryWatch watch;
   ZoTuningUtils::InitProjectConfig(options.proto.c_str(), options.name.c_str(), options.sensors, options.into.c_str());
   std::vector<std::string> folders = {"", "/default"};
-  for (const std::string& sensor : options.sensors) folders.insert(folders.end(), {"/" + sensor, "/" + sensor + "/version"});
+  for (const std::string& sensor : options.sensors)
+    folders.insert(folders.end(), {"/" + sensor, "/" + sensor + "/version"});
   bool made = !watch.HasErrors() && KindOf(dir + "/ProjConf.bin") == FileKind::kRegular;
   for (const std::string& folder : folders) {
     if (IsDirectory(dir + folder)) continue;
@@ -184,7 +185,10 @@ int Run(Session& session, const Options& options) {
                      Count(copies.size(), "schema file") + " copied\n";
   for (const std::string& path : made) text += "made " + Shown(path) + "\n";
   report.Print(Printable(text, true));
-  report.result() = {{"project", Shown(dir)}, {"sensors", options.sensors}, {"copied", copies.size()}, {"modules", project->ValueNames(0)}};
+  report.result() = {{"project", Shown(dir)},
+                     {"sensors", options.sensors},
+                     {"copied", copies.size()},
+                     {"modules", project->ValueNames(0)}};
   return kDone;
 }
 
@@ -198,11 +202,13 @@ void AddInit(CLI::App& app, Session& session) {
       "one example file where there is none) and src/ZoTuningVersion.h.\n"
       "\n"
       "Examples:\n"
-      "  zotuning init demo --proto schema --sensor imx900\n"
-      "  zotuning init demo --proto schema --sensor imx900 --sensor ov08 --into ~/projects",
+      "  zotuning init demo --proto schema --sensor main_wide\n"
+      "  zotuning init demo --proto schema --sensor main_wide --sensor front --into ~/projects",
       [&session, options] { return Run(session, *options); });
   command->add_option("NAME", options->name, "The project's name, and that of its folder")->required();
-  command->add_option("--proto", options->proto, "The folder with the schema's .proto files")->required()->type_name("DIR");
+  command->add_option("--proto", options->proto, "The folder with the schema's .proto files")
+      ->required()
+      ->type_name("DIR");
   command->add_option("--sensor", options->sensors, "A sensor; may be given several times")
       ->required()
       ->allow_extra_args(false)

@@ -29,9 +29,8 @@ int Run(Session& session) {
     // The first value of an enum has to be 0; often it stands for no module at all.
     if (type == nullptr && number == 0) continue;
     if (type == nullptr) {
-      report.Error("schema-type",
-                   "the label names a module " + Quoted(name) + ", but the schema has no message type " +
-                       Quoted(SchemaView::QualifiedName(name)));
+      report.Error("schema-type", "the label names a module " + Quoted(name) + ", but the schema has no message type " +
+                                      Quoted(SchemaView::QualifiedName(name)));
     }
     const bool has_default = Exists(project->DefaultPath(name));
     rows.push_back({name, std::to_string(number), type == nullptr ? "none" : type->full_name(),

@@ -50,7 +50,8 @@ std::optional<int> ParseValue(const Project& project, size_t index, const std::s
     int number = -1;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error == std::errc() && end == text.data() + text.size() && number != -1) return number;
-    report.Error("bad-value", Quoted(text) + " is no value for " + Quoted(label) + ": a whole number but -1 is expected");
+    report.Error("bad-value",
+                 Quoted(text) + " is no value for " + Quoted(label) + ": a whole number but -1 is expected");
     return std::nullopt;
   }
   std::optional<int> found;
@@ -84,7 +85,8 @@ int ParseLabels(const Project& project, const std::vector<std::string>& words, s
       continue;
     }
     if (!choices[index].empty()) {
-      report.Error("usage", "the label " + Quoted(label) + " is given twice", "several values stand in one list: mode=1,2");
+      report.Error("usage", "the label " + Quoted(label) + " is given twice",
+                   "several values stand in one list: mode=1,2");
       return kMisuse;
     }
     for (const std::string& text : SplitAtCommas(word.substr(equals + 1))) {
@@ -97,8 +99,9 @@ int ParseLabels(const Project& project, const std::vector<std::string>& words, s
   }
   if (!report.ok()) return kFailed;
   if (choices[0].empty()) {
-    report.Error("usage", "the label " + Quoted(names[0]) + " is missing", "for example " + names[0] + "=" +
-                                                                               (project.ValueNames(0).empty() ? "NAME" : project.ValueNames(0).back()));
+    report.Error(
+        "usage", "the label " + Quoted(names[0]) + " is missing",
+        "for example " + names[0] + "=" + (project.ValueNames(0).empty() ? "NAME" : project.ValueNames(0).back()));
     return kMisuse;
   }
   // A path ends at the first label that is not set.
@@ -156,9 +159,10 @@ bool Plan(Project& project, const Options& options, std::vector<Planned>& plan, 
     const LibraryWatch watch;
     ZO_TUNING::PATH_TO_TUNING_CONFIG(planned.path, names, map, read_back);
     if (read_back != planned.values) {
-      report.Error("ambiguous-path", "the labels " + project.LabelText(planned.values) + " would read back as " +
-                                         project.LabelText(read_back),
-                   "a name in the path looks like another level", Shown(planned.path));
+      report.Error(
+          "ambiguous-path",
+          "the labels " + project.LabelText(planned.values) + " would read back as " + project.LabelText(read_back),
+          "a name in the path looks like another level", Shown(planned.path));
     }
   }
   return report.ok();
@@ -191,8 +195,8 @@ int Run(Session& session, const Options& options) {
   if (project == nullptr) return kMisuse;
   if (!project->ok()) return kFailed;
   if (project->label_names()[0] != "module") {
-    report.Error("schema-type", "the first field of TuningDataLabel has to be 'module', not " +
-                                    Quoted(project->label_names()[0]));
+    report.Error("schema-type",
+                 "the first field of TuningDataLabel has to be 'module', not " + Quoted(project->label_names()[0]));
     return kFailed;
   }
   project->RequireSensor(options.sensor, report);
@@ -217,15 +221,15 @@ int Run(Session& session, const Options& options) {
       planned.state = options.dry_run ? "would be replaced" : "replaced";
     } else if (exists) {
       planned.state = "kept";
-      report.Error("exists", "this setting exists; it is kept", "--force replaces it by the default", Shown(planned.path));
+      report.Error("exists", "this setting exists; it is kept", "--force replaces it by the default",
+                   Shown(planned.path));
     }
     if (!options.dry_run && planned.state != "kept" && RefuseSpecialFile(planned.path, report)) {
       Create(*project, options.sensor, planned, report);
     }
     rows.push_back({Shown(planned.path), planned.state});
-    settings.push_back({{"file", Shown(planned.path)},
-                        {"labels", project->LabelJson(planned.values)},
-                        {"state", planned.state}});
+    settings.push_back(
+        {{"file", Shown(planned.path)}, {"labels", project->LabelJson(planned.values)}, {"state", planned.state}});
   }
   report.Print(Table(rows));
   report.result()["settings"] = std::move(settings);
@@ -236,16 +240,16 @@ int Run(Session& session, const Options& options) {
 
 void AddNew(CLI::App& app, Session& session) {
   auto options = std::make_shared<Options>();
-  CLI::App* command =
-      AddCommand(app, session, "new", "Make tuning settings of a sensor from the modules' defaults",
-                 "Labels are given by name, in any order; several values of one label make one setting each. A setting\n"
-                 "that exists is kept, and named, unless --force is given.\n"
-                 "\n"
-                 "Examples:\n"
-                 "  zotuning new --sensor imx900 module=AfCommon\n"
-                 "  zotuning new --sensor imx900 module=AfCommon mode=1 scenario=Video\n"
-                 "  zotuning new --sensor imx900 module=AfCommon,AWGain mode=1,2 --dry-run",
-                 [&session, options] { return Run(session, *options); });
+  CLI::App* command = AddCommand(
+      app, session, "new", "Make tuning settings of a sensor from the modules' defaults",
+      "Labels are given by name, in any order; several values of one label make one setting each. A setting\n"
+      "that exists is kept, and named, unless --force is given.\n"
+      "\n"
+      "Examples:\n"
+      "  zotuning new --sensor main_wide module=AfCommon\n"
+      "  zotuning new --sensor main_wide module=AfCommon mode=1 scenario=Video\n"
+      "  zotuning new --sensor main_wide module=AfCommon,AWGain mode=1,2 --dry-run",
+      [&session, options] { return Run(session, *options); });
   command->add_option("--sensor", options->sensor, "The sensor that the settings are for")->required()->type_name("S");
   command->add_option("LABEL=VALUE", options->labels, "Label values, 'module' among them")->required();
   command->add_flag("--force", options->force, "Replace settings that exist");

@@ -72,7 +72,6 @@ class Progress {
     shown_ = true;
   }
 
-
  private:
   bool on_;
   bool shown_ = false;
@@ -129,7 +128,8 @@ bool PackAndPlace(Session& session, Project& project, const Options& options, st
 int Run(Session& session, const Options& options) {
   Report& report = session.report;
   if (options.pack.ask && (session.json || !options.pack.sensor.empty())) {
-    report.Error("usage", std::string("--ask cannot stand together with ") + (session.json ? "--json" : "--sensor"));
+    report.Error("usage", std::string("--ask cannot stand together with ") +
+                              (session.json && options.pack.sensor.empty() ? "--json" : "--sensor"));
     return kMisuse;
   }
   const auto project = Project::Open(session.project_dir, report);
@@ -162,11 +162,12 @@ void AddPack(CLI::App& app, Session& session) {
       "\n"
       "Examples:\n"
       "  zotuning pack -o out\n"
-      "  zotuning pack -o out --sensor imx900 --force\n"
+      "  zotuning pack -o out --sensor main_wide --force\n"
       "  echo 0 | zotuning pack -o out --ask",
       [&session, options] { return Run(session, *options); });
   command->add_option("-o,--out", options->out_dir, "Where to make the folder zo_tuning")->required()->type_name("DIR");
-  command->add_option("--sensor", options->pack.sensor, "Only default.bin and the bin of this sensor")->type_name("NAME");
+  command->add_option("--sensor", options->pack.sensor, "Only default.bin and the bin of this sensor")
+      ->type_name("NAME");
   command->add_flag("--ask", options->pack.ask,
                     "Ask on standard input for the index of the sensor; fields may be missing then");
   command->add_flag("--force", options->force, "Replace an existing folder zo_tuning");

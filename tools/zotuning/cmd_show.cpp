@@ -59,7 +59,8 @@ void AddVersion(Listing& listing, const BinItem& item) {
   const google::protobuf::Message& message = *item.message;
   for (const char* name : {"name", "version"}) {
     const auto* field = message.GetDescriptor()->FindFieldByName(name);
-    const bool text = field != nullptr && field->type() == google::protobuf::FieldDescriptor::TYPE_STRING && !field->is_repeated();
+    const bool text =
+        field != nullptr && field->type() == google::protobuf::FieldDescriptor::TYPE_STRING && !field->is_repeated();
     line += (line.empty() ? "  " : " ") + (text ? message.GetReflection()->GetString(message, field) : "?");
   }
   AddItem(listing, item, "version " + std::to_string(listing.json_versions.size()));
@@ -76,8 +77,9 @@ void AddRecord(Listing& listing, const Project& project, const std::string& scop
   const std::string number = std::to_string(record.index);
   const std::string setting = SettingOf(project, scope, record.values);
   const uint64_t end = record.module.offset + 4 + static_cast<uint64_t>(record.module.length);
-  listing.records.push_back({"  " + number, std::to_string(record.label.offset), std::to_string(end - record.label.offset),
-                             project.LabelText(record.values), setting.empty() ? "-" : setting});
+  listing.records.push_back({"  " + number, std::to_string(record.label.offset),
+                             std::to_string(end - record.label.offset), project.LabelText(record.values),
+                             setting.empty() ? "-" : setting});
   AddItem(listing, record.label, "label of record " + number);
   AddItem(listing, record.module, record.module_name + " of record " + number);
   listing.json_records.push_back({{"record", record.index},
@@ -167,8 +169,9 @@ int ShowRecord(Project& project, const std::string& path, const Options& options
     return report.ok() ? kDone : kFailed;
   }
   AddFault(contents, path, report.result(), report);
-  report.Error("no-record", "the bin has no record " + std::to_string(options.record) + "; it has " +
-                                Count(contents.records, "record") + ", counted from 0",
+  report.Error("no-record",
+               "the bin has no record " + std::to_string(options.record) + "; it has " +
+                   Count(contents.records, "record") + ", counted from 0",
                "", Shown(path));
   return kFailed;
 }
@@ -230,9 +233,9 @@ void AddShow(CLI::App& app, Session& session) {
       "\n"
       "Examples:\n"
       "  zotuning show out/zo_tuning\n"
-      "  zotuning show out/zo_tuning/imx900.bin\n"
-      "  zotuning show out/zo_tuning/imx900.bin --record 3 > record.json\n"
-      "  zotuning show out/zo_tuning/imx900.bin --offsets\n"
+      "  zotuning show out/zo_tuning/main_wide.bin\n"
+      "  zotuning show out/zo_tuning/main_wide.bin --record 3 > record.json\n"
+      "  zotuning show out/zo_tuning/main_wide.bin --offsets\n"
       "  git config diff.zotuning.textconv 'zotuning show --text'",
       [&session, options] { return Run(session, *options); });
   command->add_option("BIN", options->path, "The bin, or a folder of bins")->required();

@@ -18,8 +18,9 @@ void ReportTwins(const Project& project, const std::vector<Setting>& settings, R
     if (!setting.faults.empty()) continue;
     const auto [place, fresh] = seen.emplace(setting.values, &setting);
     if (fresh) continue;
-    report.Warn("same-labels", "this setting has the labels of " + Quoted(place->second->relative) + " (" +
-                                   project.LabelText(setting.values) + ")",
+    report.Warn("same-labels",
+                "this setting has the labels of " + Quoted(place->second->relative) + " (" +
+                    project.LabelText(setting.values) + ")",
                 "both are packed; remove one", Shown(setting.path));
   }
 }
@@ -84,7 +85,7 @@ void AddTree(CLI::App& app, Session& session) {
                  "\n"
                  "Examples:\n"
                  "  zotuning tree\n"
-                 "  zotuning tree imx900\n"
+                 "  zotuning tree main_wide\n"
                  "  zotuning tree default --json",
                  [&session, only] { return Run(session, *only); });
   command->add_option("SENSOR", *only, "Only this sensor, or 'default'");

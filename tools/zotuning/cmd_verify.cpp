@@ -36,9 +36,8 @@ struct BinIndex {
 };
 
 bool ReadIndex(Project& project, const std::string& path, BinIndex& index, Report& report) {
-  const BinVisitor visitor{
-      [&](BinItem& item) { index.versions.push_back(MessageText(*item.message)); },
-      [&](BinRecord& record) { index.records[record.values].push_back(record.label.offset); }};
+  const BinVisitor visitor{[&](BinItem& item) { index.versions.push_back(MessageText(*item.message)); },
+                           [&](BinRecord& record) { index.records[record.values].push_back(record.label.offset); }};
   if (!WalkBin(project, path, visitor, index.contents, report)) return false;
   std::sort(index.versions.begin(), index.versions.end());
   if (!index.contents.fault) return true;
@@ -219,14 +218,15 @@ int Run(Session& session, const Options& options) {
 
 void AddVerify(CLI::App& app, Session& session) {
   auto options = std::make_shared<Options>();
-  CLI::App* command = AddCommand(app, session, "verify", "Compare bins with the tree that they should come from",
-                                 "Packs the tree again in a temporary folder and compares record by record. Exits with 1\n"
-                                 "on any difference.\n"
-                                 "\n"
-                                 "Examples:\n"
-                                 "  zotuning verify out/zo_tuning\n"
-                                 "  zotuning verify out/zo_tuning --sensor imx900 --json",
-                                 [&session, options] { return Run(session, *options); });
+  CLI::App* command =
+      AddCommand(app, session, "verify", "Compare bins with the tree that they should come from",
+                 "Packs the tree again in a temporary folder and compares record by record. Exits with 1\n"
+                 "on any difference.\n"
+                 "\n"
+                 "Examples:\n"
+                 "  zotuning verify out/zo_tuning\n"
+                 "  zotuning verify out/zo_tuning --sensor main_wide --json",
+                 [&session, options] { return Run(session, *options); });
   command->add_option("DIR", options->dir, "The folder of bins")->required();
   command->add_option("--sensor", options->sensor, "Only default.bin and the bin of this sensor")->type_name("S");
 }

@@ -67,8 +67,9 @@ int Set(Session& session, const std::string& name, const std::string& version) {
     return kFailed;
   }
   if (matches > 1) {
-    report.Error("same-names", Count(matches, "file") + " hold a version called " + Quoted(name) +
-                                   "; which one would be set depends on the file system",
+    report.Error("same-names",
+                 Count(matches, "file") + " hold a version called " + Quoted(name) +
+                     "; which one would be set depends on the file system",
                  "keep one of them", Shown(project->VersionDir(kDefaultScope)));
     return kFailed;
   }

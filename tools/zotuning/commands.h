@@ -1,5 +1,6 @@
 /// \file
-/// The commands of the tool, one per file. Each adds its subcommand to the parser and leaves what it does in the session.
+/// The commands of the tool, one per file. Each adds its subcommand to the parser and leaves what it does in the
+/// session.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -17,8 +18,8 @@ struct Session {
   bool json = false;
   bool verbose = false;
   Report report;
-  std::string command;        ///< the one that was given
-  std::function<int()> run;   ///< gives the exit code
+  std::string command;       ///< the one that was given
+  std::function<int()> run;  ///< gives the exit code
 };
 
 /// Adds a subcommand with its examples; `run` is called after the whole line has been read.

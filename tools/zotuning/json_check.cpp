@@ -46,7 +46,8 @@ Status ParseStatus(const std::string& message) {
     status.reason = rest;
     return status;
   }
-  const std::string key = rest.substr(rest[0] == ' ' && !location.empty() ? 1 : 0, colon - (rest[0] == ' ' && !location.empty() ? 1 : 0));
+  const std::string key =
+      rest.substr(rest[0] == ' ' && !location.empty() ? 1 : 0, colon - (rest[0] == ' ' && !location.empty() ? 1 : 0));
   rest = rest.substr(colon + 2);
   if (!key.empty()) status.path.push_back({key, -1});
   if (rest.rfind(kInvalidValue, 0) != 0) {
@@ -135,10 +136,11 @@ Diagnostic ExplainMisfit(const std::string& text, const Descriptor* type, const 
   } else if (!status.value.empty()) {
     const FieldDescriptor* field = FieldAt(type, status.path);
     std::string wanted = field == nullptr ? status.type : field->type_name();
-    if (field != nullptr && field->message_type() != nullptr) wanted = "an object " + field->message_type()->full_name();
+    if (field != nullptr && field->message_type() != nullptr)
+      wanted = "an object " + field->message_type()->full_name();
     if (field != nullptr && field->enum_type() != nullptr) wanted = "enum " + field->enum_type()->full_name();
-    diagnostic.message = status.value + " is no value for the field " + Quoted(status.path.empty() ? "" : status.path.back().name) +
-                         " (" + wanted + ")";
+    diagnostic.message = status.value + " is no value for the field " +
+                         Quoted(status.path.empty() ? "" : status.path.back().name) + " (" + wanted + ")";
     if (field != nullptr && field->enum_type() != nullptr && status.value.size() > 2) {
       diagnostic.message += DidYouMean(status.value.substr(1, status.value.size() - 2), EnumNames(field->enum_type()));
     }
@@ -146,7 +148,8 @@ Diagnostic ExplainMisfit(const std::string& text, const Descriptor* type, const 
     const std::string key = status.path.empty() ? "" : status.path.back().name;
     diagnostic.message = status.reason.find("not repeating") != std::string::npos
                              ? Quoted(key) + " is a single value, not a list"
-                             : status.reason.empty() ? message : status.reason;
+                         : status.reason.empty() ? message
+                                                 : status.reason;
   }
   diagnostic.path = JsonPathText(status.path);
   if (const auto found = FindJsonValue(text, status.path, status.value)) {

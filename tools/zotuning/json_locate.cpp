@@ -46,8 +46,8 @@ class Scanner {
 
  private:
   struct Level {
-    char close;       ///< '}' or ']'
-    bool named;       ///< whether path_'s last step belongs to the value that this level is
+    char close;  ///< '}' or ']'
+    bool named;  ///< whether path_'s last step belongs to the value that this level is
     bool fresh = true;
   };
 
@@ -159,13 +159,12 @@ class Scanner {
       key = Unescaped(text_.substr(begin, at_ - begin - 1));
       return true;
     }
-    const std::string_view rest = text_.substr(at_);
-    const bool literal = rest.substr(0, 4) == "true" || rest.substr(0, 5) == "false" || rest.substr(0, 4) == "null";
-    if (!IsNameStart(c) || literal) return Fail(at_, "a key or '}' is expected", HintHere());
+    if (!IsNameStart(c)) return Fail(at_, "a key or '}' is expected", HintHere());
     const size_t begin = at_;
     while (!AtEnd() && (IsNameStart(Next()) || IsDigit(Next()))) ++at_;
     key = std::string(text_.substr(begin, at_ - begin));
-    return true;
+    const bool literal = key == "true" || key == "false" || key == "null";
+    return !literal || Fail(begin, "a key is expected; " + key + " has to stand in double quotes to be one");
   }
 
   bool Value(size_t key_offset) {
@@ -173,13 +172,14 @@ class Scanner {
     const size_t begin = at_;
     const char c = Next();
     if (c == '{' || c == '[') {
-      Visit({key_offset, begin, {}});
-      ++at_;
-      levels_.push_back({c == '{' ? '}' : ']', false});
-      if (c == '[' && levels_.size() > 1 && levels_[levels_.size() - 2].close == ']') {
+      if (c == '[' && !levels_.empty() && levels_.back().close == ']') {
         // The elements of an inner list take the place of the list itself.
         if (!path_.empty()) --path_.back().index;
+      } else {
+        Visit({key_offset, begin, {}});
       }
+      ++at_;
+      levels_.push_back({c == '{' ? '}' : ']', false});
       return true;
     }
     const bool read = c == '"' || c == '\'' ? String() : c == '-' || IsDigit(c) ? Number() : Literal();

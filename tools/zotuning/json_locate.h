@@ -29,9 +29,9 @@ using JsonPath = std::vector<JsonStep>;
 
 /// A value met on the way through a text.
 struct JsonValue {
-  size_t key_offset;    ///< of the key before it; of the value itself where there is none
-  size_t offset;        ///< of its first character
-  std::string_view raw; ///< its text, for scalars only
+  size_t key_offset;     ///< of the key before it; of the value itself where there is none
+  size_t offset;         ///< of its first character
+  std::string_view raw;  ///< its text, for scalars only
 };
 
 /// Calls `visit` with the path and place of every value, in text order; of an object or list before what is in it.

@@ -104,7 +104,9 @@ TextPosition PositionAt(std::string_view text, size_t offset) {
   position.line += static_cast<int>(std::count(text.begin(), text.begin() + static_cast<ptrdiff_t>(line_begin), '\n'));
   for (size_t i = line_begin; i < offset; ++i) position.column += continues(i) ? 0 : 1;
 
-  size_t begin = offset - line_begin > kExcerptBytes / 2 ? offset - kExcerptBytes / 2 : line_begin;
+  size_t begin = line_begin;
+  if (line_end - line_begin > kExcerptBytes && offset - line_begin > kExcerptBytes / 2)
+    begin = offset - kExcerptBytes / 2;
   while (begin < offset && continues(begin)) ++begin;
   size_t end = std::min(line_end, begin + kExcerptBytes);
   while (end > offset && end < line_end && continues(end)) --end;

@@ -163,9 +163,8 @@ LibraryWatch::~LibraryWatch() {
 }
 
 bool LibraryWatch::HasErrors() const {
-  return std::any_of(lines_.begin(), lines_.end(), [](const LogLine& line) {
-    return line.priority >= kErrorPriority && !StandsOnSuccess(line);
-  });
+  return std::any_of(lines_.begin(), lines_.end(),
+                     [](const LogLine& line) { return line.priority >= kErrorPriority && !StandsOnSuccess(line); });
 }
 
 void LibraryWatch::Explain(Report& report, const std::string& otherwise, const std::string& from,
@@ -184,7 +183,8 @@ void LibraryWatch::Explain(Report& report, const std::string& otherwise, const s
       report.Add(std::move(diagnostic));
     }
   }
-  if (report.errors() == errors_before) report.Error("library", otherwise, "run again with -v to see the library's own lines");
+  if (report.errors() == errors_before)
+    report.Error("library", otherwise, "run again with -v to see the library's own lines");
 }
 
 }  // namespace zotuning_tool

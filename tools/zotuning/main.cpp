@@ -31,9 +31,9 @@ namespace {
 
 constexpr const char* kFooter =
     "Life of a project:\n"
-    "  zotuning init demo --proto schema --sensor imx900     make it from its schema\n"
+    "  zotuning init demo --proto schema --sensor main_wide     make it from its schema\n"
     "  cd demo && zotuning template --all                    default data of every module\n"
-    "  zotuning new --sensor imx900 module=AfCommon mode=1   a setting, to be edited\n"
+    "  zotuning new --sensor main_wide module=AfCommon mode=1   a setting, to be edited\n"
     "  zotuning tree                                         look around\n"
     "  zotuning pack -o out                                  out/zo_tuning/*.bin\n"
     "\n"
@@ -71,8 +71,10 @@ int FailUsage(CLI::App& app, Session& session, const CLI::ParseError& error, int
     for (const CLI::App* sub : commands) {
       if (!option) known.push_back(sub->get_name());
     }
-    message = (option ? "no option " : !commands.empty() ? "no command " : "unexpected argument ") + Quoted(word) +
-              DidYouMean(word, known);
+    message = (option              ? "no option "
+               : !commands.empty() ? "no command "
+                                   : "unexpected argument ") +
+              Quoted(word) + DidYouMean(word, known);
   }
   session.report.Begin(command, session.json);
   session.report.Error("usage", message, "see 'zotuning" + (command.empty() ? "" : " " + command) + " --help'");

@@ -41,8 +41,9 @@ bool CheckBin(Project& project, const Scope& scope, const std::string& path, con
     return false;
   }
   if (contents.versions != scope.versions) {
-    report.Error("bin-incomplete", "the bin holds " + Count(contents.versions, "version") + " of " +
-                                       std::to_string(scope.versions) + "; a version file was passed over",
+    report.Error("bin-incomplete",
+                 "the bin holds " + Count(contents.versions, "version") + " of " + std::to_string(scope.versions) +
+                     "; a version file was passed over",
                  "", Shown(project.VersionDir(scope.name)));
   }
   for (const Setting& setting : scope.settings) {
@@ -53,8 +54,9 @@ bool CheckBin(Project& project, const Scope& scope, const std::string& path, con
   }
   for (const auto& [values, left] : packed) {
     if (left > 0) {
-      report.Error("bin-incomplete", "the bin of " + Quoted(scope.name) + " holds a record of no setting listed before (" +
-                                         project.LabelText(values) + ")",
+      report.Error("bin-incomplete",
+                   "the bin of " + Quoted(scope.name) + " holds a record of no setting listed before (" +
+                       project.LabelText(values) + ")",
                    "the tree changed meanwhile; pack again");
     }
   }
@@ -76,7 +78,8 @@ bool Survey(Project& project, const PackOptions& options, std::vector<Scope>& sc
     if (options.ask && name != kDefaultScope && !Exists(project.ScopeDir(name))) continue;
     Scope scope{name, {}, 0};
     if (!IsDirectory(project.ScopeDir(name))) {
-      report.Error("missing-folder", "the folder of " + Quoted(name) + " is missing", "", Shown(project.ScopeDir(name)));
+      report.Error("missing-folder", "the folder of " + Quoted(name) + " is missing", "",
+                   Shown(project.ScopeDir(name)));
       continue;
     }
     project.ListSettings(name, scope.settings, report);
@@ -89,7 +92,8 @@ bool Survey(Project& project, const PackOptions& options, std::vector<Scope>& sc
         continue;
       }
       for (const std::string& fault : setting.faults) {
-        report.Warn("unknown-label", fault, "it is packed as " + project.LabelText(setting.values), Shown(setting.path));
+        report.Warn("unknown-label", fault, "it is packed as " + project.LabelText(setting.values),
+                    Shown(setting.path));
       }
     }
     scopes.push_back(std::move(scope));

@@ -29,8 +29,8 @@ struct PackOptions {
 bool Survey(Project& project, const PackOptions& options, std::vector<Scope>& scopes, Report& report);
 
 /// Makes the folder of bins, called zo_tuning, in the work folder. False after errors that tell every fault of every
-/// file. `shown_out_dir` stands for the work folder in messages. Of the scopes those remain that were packed, and `bins`
-/// says what is in the bin of each.
+/// file. `shown_out_dir` stands for the work folder in messages. Of the scopes those remain that were packed, and
+/// `bins` says what is in the bin of each.
 bool PackScopes(Project& project, const PackOptions& options, const std::string& shown_out_dir, WorkFolder& work,
                 std::vector<Scope>& scopes, std::vector<BinContents>& bins, Report& report);
 

@@ -46,7 +46,8 @@ std::unique_ptr<Project> Project::Open(const std::string& dir, Report& report) {
     return nullptr;
   }
   if (!Exists(found + "/" + kConfigName)) {
-    report.Error("no-project", Quoted(found) + (IsDirectory(found) ? " is no project: it holds no ProjConf.bin" : " is no directory"),
+    report.Error("no-project",
+                 Quoted(found) + (IsDirectory(found) ? " is no project: it holds no ProjConf.bin" : " is no directory"),
                  "make a project with 'zotuning init'");
     return nullptr;
   }

@@ -18,14 +18,10 @@ size_t Width(std::string_view text) {
 }
 
 Json ToJson(const Diagnostic& diagnostic) {
-  return {{"code", diagnostic.code},
-          {"severity", diagnostic.severity == Severity::kError ? "error" : "warning"},
-          {"file", diagnostic.file},
-          {"line", diagnostic.line},
-          {"column", diagnostic.column},
-          {"path", diagnostic.path},
-          {"message", diagnostic.message},
-          {"hint", diagnostic.hint}};
+  return {{"code", diagnostic.code},       {"severity", diagnostic.severity == Severity::kError ? "error" : "warning"},
+          {"file", diagnostic.file},       {"line", diagnostic.line},
+          {"column", diagnostic.column},   {"path", diagnostic.path},
+          {"message", diagnostic.message}, {"hint", diagnostic.hint}};
 }
 
 std::string ToText(const Diagnostic& diagnostic) {
@@ -103,7 +99,7 @@ void Report::Begin(std::string command, bool json) {
 void Report::Add(Diagnostic diagnostic) {
   if (diagnostic.severity == Severity::kError) ++errors_;
   if (!json_) {
-    std::fflush(stdout);  // so that results and messages stand in order where both go to one place
+    WriteOut("");  // so that results and messages stand in order where both go to one place
     const std::string text = ToText(diagnostic);
     std::fwrite(text.data(), 1, text.size(), stderr);
   }
@@ -130,7 +126,14 @@ void Report::Warn(std::string code, std::string message, std::string hint, std::
 }
 
 void Report::Print(std::string_view text) {
-  if (!json_) std::fwrite(text.data(), 1, text.size(), stdout);
+  if (!json_) WriteOut(text);
+}
+
+void Report::WriteOut(std::string_view text) {
+  errno = 0;
+  const bool written =
+      text.empty() ? std::fflush(stdout) == 0 : std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+  if (!written && output_error_ == 0) output_error_ = errno == 0 ? EIO : errno;
 }
 
 int Report::Finish(int code) {
@@ -138,16 +141,16 @@ int Report::Finish(int code) {
   if (json_) {
     Json diagnostics = Json::array();
     for (const Diagnostic& diagnostic : diagnostics_) diagnostics.push_back(ToJson(diagnostic));
-    const Json object = {{"tool", "zotuning"},       {"version", ZOTUNING_VERSION},
-                         {"command", command_},      {"ok", code == kDone},
-                         {"diagnostics", diagnostics}, {"result", result_}};
+    const Json object = {{"tool", "zotuning"},  {"version", ZOTUNING_VERSION}, {"command", command_},
+                         {"ok", code == kDone}, {"diagnostics", diagnostics},  {"result", result_}};
     // File names need not be UTF-8; whatever is not becomes the replacement character.
     const std::string text = object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    WriteOut(text);
   }
-  errno = 0;
-  if ((std::fflush(stdout) != 0 || std::ferror(stdout) != 0) && errno != EPIPE && errno != 0) {
-    std::fprintf(stderr, "zotuning: error: cannot write to standard output: %s\n", std::strerror(errno));
+  WriteOut("");
+  // A reader that went away has what it wanted.
+  if (output_error_ != 0 && output_error_ != EPIPE) {
+    std::fprintf(stderr, "zotuning: error: cannot write to standard output: %s\n", std::strerror(output_error_));
     if (code == kDone) code = kFailed;
   }
   return code;

@@ -56,8 +56,12 @@ class Report {
   int Finish(int code);
 
  private:
+  /// Writes to standard output; an empty text flushes it.
+  void WriteOut(std::string_view text);
+
   std::string command_;
   bool json_ = false;
+  int output_error_ = 0;  ///< errno of the first failed write to standard output
   int errors_ = 0;
   std::vector<Diagnostic> diagnostics_;
   Json result_ = Json::object();

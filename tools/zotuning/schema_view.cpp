@@ -27,8 +27,7 @@ void SchemaView::ErrorCollector::AddError(const std::string& file, int line, int
   Collect(Severity::kError, file, line, column, message);
 }
 
-void SchemaView::ErrorCollector::AddWarning(const std::string& file, int line, int column,
-                                            const std::string& message) {
+void SchemaView::ErrorCollector::AddWarning(const std::string& file, int line, int column, const std::string& message) {
   Collect(Severity::kWarning, file, line, column, message);
 }
 
@@ -82,7 +81,8 @@ const google::protobuf::Descriptor* SchemaView::RequireType(const std::string& s
   // The commonest slip is the right type in another package.
   for (const char* package : {"ZO_TUNING", "ZO_TUNING_AF", "ZO_TUNING_AWB", "ZO_TUNING_AEC", "ZO_TUNING_PD"}) {
     const std::string name = std::string(package) + "." + short_name;
-    if (importer_.pool()->FindMessageTypeByName(name) != nullptr) hint = "there is " + Quoted(name) + "; the package goes by the first two letters of the name";
+    if (importer_.pool()->FindMessageTypeByName(name) != nullptr)
+      hint = "there is " + Quoted(name) + "; the package goes by the first two letters of the name";
   }
   report.Error("schema-type", "the schema has no message type " + Quoted(QualifiedName(short_name)),
                hint.empty() && !ok_ ? "the errors of the schema may be the reason" : hint, Shown(proto_dir_));

@@ -2,13 +2,16 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <utility>
 
@@ -18,6 +21,32 @@ namespace zotuning_tool {
 namespace {
 
 constexpr int kTickMilliseconds = 100;
+constexpr const char* kPrefix = ".zo_tuning-";
+constexpr time_t kStaleSeconds = 60;
+
+/// Opens a folder and locks it against being taken for a stale one; -1 when somebody else has.
+int LockFolder(const std::string& path) {
+  const int folder = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (folder >= 0 && flock(folder, LOCK_EX | LOCK_NB) == 0) return folder;
+  if (folder >= 0) close(folder);
+  return -1;
+}
+
+/// Removes the working folders that killed processes left in `parent`: nobody has them locked. Young ones stay, as
+/// their process may not have come to lock them yet.
+void RemoveStale(const std::string& parent) {
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(parent, error)) {
+    const std::string path = entry.path().string();
+    if (entry.path().filename().string().rfind(kPrefix, 0) != 0) continue;
+    const int folder = LockFolder(path);
+    struct stat info;
+    const bool stale = folder >= 0 && fstat(folder, &info) == 0 && info.st_uid == geteuid() &&
+                       info.st_mtime + kStaleSeconds < std::time(nullptr);
+    if (stale) std::filesystem::remove_all(path, error);
+    if (folder >= 0) close(folder);
+  }
+}
 
 /// Signals that end the process unless somebody has them ignored, as nohup does.
 sigset_t EndingSignals() {
@@ -41,7 +70,8 @@ bool Unsupported(int error) { return error == ENOSYS || error == EINVAL; }
 }  // namespace
 
 std::unique_ptr<WorkFolder> WorkFolder::Make(const std::string& parent, Tick tick, Report& report) {
-  std::string path = parent + "/.zo_tuning-XXXXXX";
+  RemoveStale(parent);
+  std::string path = parent + "/" + kPrefix + "XXXXXX";
   if (mkdtemp(&path[0]) == nullptr) {
     report.Error("io", std::string("cannot make a working folder in it: ") + std::strerror(errno), "", Shown(parent));
     return nullptr;
@@ -50,7 +80,7 @@ std::unique_ptr<WorkFolder> WorkFolder::Make(const std::string& parent, Tick tic
 }
 
 WorkFolder::WorkFolder(std::string path, Tick tick)
-    : path_(std::move(path)), tick_(std::move(tick)), signals_(EndingSignals()) {
+    : path_(std::move(path)), tick_(std::move(tick)), lock_(LockFolder(path_)), signals_(EndingSignals()) {
   pthread_sigmask(SIG_BLOCK, &signals_, &mask_before_);
   if (pipe2(wake_, O_CLOEXEC) == 0) watcher_ = std::thread([this] { Watch(); });
 }
@@ -58,6 +88,7 @@ WorkFolder::WorkFolder(std::string path, Tick tick)
 WorkFolder::~WorkFolder() {
   Settle();
   Remove();
+  if (lock_ >= 0) close(lock_);
   pthread_sigmask(SIG_SETMASK, &mask_before_, nullptr);
 }
 

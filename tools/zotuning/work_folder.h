@@ -14,7 +14,7 @@
 namespace zotuning_tool {
 
 /// A new hidden folder that is removed again when the object goes, and when SIGINT, SIGTERM or SIGHUP ends the process
-/// meanwhile. At most one lives at a time.
+/// meanwhile. At most one lives at a time. What a killed process left is removed by a later one.
 class WorkFolder {
  public:
   /// Called about ten times a second from another thread, with the folder's path; the last time with "".
@@ -43,6 +43,7 @@ class WorkFolder {
 
   std::string path_;
   Tick tick_;
+  int lock_;  ///< keeps later runs from taking the folder for one left by a killed process
   sigset_t signals_;
   sigset_t mask_before_;
   int wake_[2] = {-1, -1};
