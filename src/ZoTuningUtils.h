@@ -15,8 +15,9 @@
 ///
 /// Common rules. Paths are joined with "/" and never normalised. Outputs are appended to unless a declaration says
 /// "replaces". Failures are written to the Android log under the tag "ZoLOG" and never thrown: an exception out of
-/// protobuf or the standard library becomes one error line, and false where there is a result. Calls keep no state, so
-/// they may run on several threads as long as they do not write the same files or share an output argument.
+/// protobuf or the standard library becomes one error line, and false where there is a result; programs that include
+/// this header are built with exceptions. Calls keep no state, so they may run on several threads as long as they do
+/// not write the same files or share an output argument.
 #pragma once
 
 #include <google/protobuf/compiler/importer.h>
@@ -65,16 +66,16 @@ class ZOTUNING_EXPORT ZoTuningUtils {
 
   /// Reads a project's configuration and the names of its labels. `proj_name` and `sensor_names` are replaced when
   /// ProjConf.bin can be read; `label_names` and `label_map` are extended as by GetProjectTuningLabelsMap. True
-  /// although ProjConf.bin could not be read: that is only logged. False when the project, its "proto" directory, or a
-  /// usable TuningProjConfig or TuningDataLabel type is missing.
+  /// although ProjConf.bin could not be read: that is only logged. False when the project, its "proto" directory or the
+  /// type TuningProjConfig is missing, or TuningDataLabel is missing or has other fields than labels.
   static bool GetProjectConfig(const char* proj_dir, std::string& proj_name, std::vector<std::string>& sensor_names,
                                std::vector<std::string>& label_names,
                                std::map<std::string, std::map<int, std::string>>& label_map);
 
   /// Reads ProjConf.bin at `bin_path` through `message`, a TuningProjConfig of type `descriptor`, and replaces both
   /// outputs. The last of several records wins; no record at all gives an empty name and list. False, after one error
-  /// line, for a file that cannot be opened, a record cut short or of an impossible length, or a schema without the
-  /// two fields.
+  /// line, for a file that cannot be opened, a record that is cut short, has an impossible length or does not parse, or
+  /// a schema without the two fields.
   static bool InitProjConfigMsgFromBin(google::protobuf::Message* message,
                                        const google::protobuf::Descriptor* descriptor, const char* bin_path,
                                        std::string& proj_name, std::vector<std::string>& sensor_names);
@@ -148,9 +149,9 @@ class ZOTUNING_EXPORT ZoTuningUtils {
   static bool UpdateProtoVersionJsonFile(const char* proj_dir, const char* name, const char* version);
 
   /// Rewrites everything after the marker line "[3AProto]" of schema_dir/../src/ZoTuningVersion.h from the version
-  /// files below schema_dir/version. False when a directory or the header is missing, or when there is no version to
-  /// write (the header is untouched then). True although a version file was skipped, although the header could not be
-  /// read (it is emptied then), or although it could not be written.
+  /// files below schema_dir/version. False when a directory or the header is missing, or when the header is empty or
+  /// there is no version to write (it is untouched then). True although a version file was skipped, although the header
+  /// could not be read (it is emptied then), or although it could not be written.
   static bool GeneratedNewVersionHeader(const std::string& schema_dir);
 
   // ---- Tuning bins (src/bin, docs/tuning-bin.md) ---------------------------------------------------------------
@@ -169,8 +170,9 @@ class ZOTUNING_EXPORT ZoTuningUtils {
   /// True although a bin is damaged: the damage is logged and ends the walk.
   static bool DumpProjTuningBins(const char* proj_dir, const char* bin_dir);
 
-  /// Decodes the version block of every bin of the folder `bin_dir`, "default.bin" first. False at the first block that
-  /// cannot be decoded, and without a message when there is no "default.bin".
+  /// Decodes the version block of every bin of the folder `bin_dir`, "default.bin" first. False when the project or its
+  /// schema lacks what is needed, when the folder cannot be listed, at the first block that cannot be decoded, and
+  /// without a message when there is no "default.bin".
   static bool DumpBinVersions(const char* proj_dir, const char* bin_dir);
 
   /// Appends the names (up to the last ".") and paths of the "*.bin" entries of `dir` to the index-aligned lists, in
@@ -215,9 +217,9 @@ inline bool JSON_FILE_TO_STR(const std::string& path, std::string& out);
 /// whole text, standard error the reason, and `msg` is in no particular state.
 inline bool JSON_STR_TO_MSG(const std::string& json, google::protobuf::Message* msg);
 
-/// Fills `msg`, of type `desc`, with its rule templates (MSG_INIT_FOR_JSON) and prints it into `out`, replacing it: all
-/// fields, in the schema's names. Meant for fresh messages, since every call adds an element to each repeated message
-/// field. A failed print is logged.
+/// Fills `msg`, of type `desc`, with its rule templates (MSG_INIT_FOR_JSON) and appends its print to `out`: all fields,
+/// in the schema's names. Meant for fresh messages, since every call adds an element to each repeated message field. A
+/// failed print is logged.
 inline void MSG_TO_JSON_STR(google::protobuf::Message* msg, const google::protobuf::Descriptor* desc, std::string& out);
 
 /// Writes `json` to `path` as it stands, replacing the file. Failures are not reported.

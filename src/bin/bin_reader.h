@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <string_view>
 
 #include "schema/record_reader.h"
 

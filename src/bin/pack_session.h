@@ -44,7 +44,7 @@ enum class PackResult {
   kPacked,
   kLabelFailed,
   kNoModuleType,  ///< the label is in the bin then
-  kNoMessage,     ///< no module message could be made
+  kNoMessage,     ///< no module message could be made; protobuf itself stops rather than say so
   kNotConverted,  ///< the JSON text does not fit the module type
   kFieldMissing,  ///< the JSON text does not mention a field
   kWriteFailed,

@@ -6,9 +6,12 @@
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/message.h>
 #include <google/protobuf/util/json_util.h>
+#include <google/protobuf/util/type_resolver.h>
+#include <google/protobuf/util/type_resolver_util.h>
 
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <sstream>
 #include <string>
 
@@ -16,6 +19,21 @@
 #include "log/tuning_log-inl.h"
 
 namespace ZO_TUNING {
+namespace internal {
+
+/// MessageToJsonString for a message with unset required fields, at which protobuf builds with checks stop: prints what
+/// the builds without them print.
+inline auto PrintPartialMessage(const google::protobuf::Message& msg,
+                                const google::protobuf::util::JsonPrintOptions& options, std::string* out) {
+  static constexpr char kUrl[] = "type.googleapis.com";
+  const google::protobuf::Descriptor* type = msg.GetDescriptor();
+  const std::unique_ptr<google::protobuf::util::TypeResolver> resolver(
+      google::protobuf::util::NewTypeResolverForDescriptorPool(kUrl, type->file()->pool()));
+  return google::protobuf::util::BinaryToJsonString(resolver.get(), kUrl + ("/" + type->full_name()),
+                                                    msg.SerializePartialAsString(), out, options);
+}
+
+}  // namespace internal
 
 inline bool JSON_FILE_TO_STR(const std::string& path, std::string& out) try {
   std::ifstream file(path);
@@ -52,8 +70,9 @@ inline void MSG_TO_JSON_STR(google::protobuf::Message* msg, const google::protob
   options.always_print_primitive_fields = true;
   options.always_print_enums_as_ints = false;
   options.preserve_proto_field_names = true;
-  // Without its required fields a message cannot be printed; protobuf builds with checks throw there, and leak.
-  if (!msg->IsInitialized() || !google::protobuf::util::MessageToJsonString(*msg, &out, options).ok()) {
+  const auto status = msg->IsInitialized() ? google::protobuf::util::MessageToJsonString(*msg, &out, options)
+                                           : internal::PrintPartialMessage(*msg, options, &out);
+  if (!status.ok()) {
     // The number printed is always 0, not the status code.
     internal::TuningLog(internal::kLogError, __LINE__, __func__, "json generation failed: %d", 0);
   }

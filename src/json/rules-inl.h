@@ -36,7 +36,7 @@ struct ParameterKind {
 };
 
 // The type names spell "Uint", the descriptions "UInt".
-constexpr ParameterKind kParameterKinds[] = {
+inline constexpr ParameterKind kParameterKinds[] = {
     {"BoolRule", "BoolData", "[Bool]", RuleForm::kScalar},
     {"Int32Rule", "Int32Data", "[Int32]", RuleForm::kScalar},
     {"Uint32Rule", "Uint32Data", "[UInt32]", RuleForm::kScalar},

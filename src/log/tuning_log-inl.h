@@ -14,9 +14,9 @@
 namespace ZO_TUNING {
 namespace internal {
 
-constexpr int kLogInfo = 4;
-constexpr int kLogWarn = 5;
-constexpr int kLogError = 6;
+inline constexpr int kLogInfo = 4;
+inline constexpr int kLogWarn = 5;
+inline constexpr int kLogError = 6;
 
 /// Where a log call stands. Made implicitly from __LINE__; the file is that of the call.
 struct SourceLine {

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <fstream>
 #include <limits>
+#include <memory>
 #include <string>
 
 #include "log/tuning_log-inl.h"
@@ -16,7 +17,10 @@
 namespace ZO_TUNING {
 
 inline void MSG_TO_BIN(const google::protobuf::Message* message, const char* path) try {
-  std::FILE* file = std::fopen(path, "wb");
+  struct Closer {
+    void operator()(std::FILE* open_file) const { std::fclose(open_file); }
+  };
+  const std::unique_ptr<std::FILE, Closer> file(std::fopen(path, "wb"));
   if (file == nullptr) {
     internal::TuningLog(internal::kLogError, __LINE__, __func__, "Cannot open output file %s", path);
     return;
@@ -27,10 +31,9 @@ inline void MSG_TO_BIN(const google::protobuf::Message* message, const char* pat
     std::string bytes(size, '\0');
     // The partial form: protobuf builds with checks stop at an unset required field, the others write what there is.
     message->SerializePartialToArray(&bytes[0], length);
-    std::fwrite(&length, sizeof(length), 1, file);
-    std::fwrite(bytes.data(), 1, bytes.size(), file);
+    std::fwrite(&length, sizeof(length), 1, file.get());
+    std::fwrite(bytes.data(), 1, bytes.size(), file.get());
   }
-  std::fclose(file);
 } catch (...) {
   internal::ReportException(__LINE__, __func__);
 }

@@ -18,7 +18,7 @@ using UniqueFile = std::unique_ptr<std::FILE, FileCloser>;
 
 enum class ReadStatus {
   kOk,
-  kEnd,          ///< no byte was left where an integer begins
+  kEnd,          ///< no byte was left, or could be read, where an integer begins
   kShortLength,  ///< fewer than four bytes were left there
   kBadLength,    ///< the length is negative, or promises more than the file holds
   kShortData,    ///< the file ended, or could not be read on, within the data
@@ -27,7 +27,7 @@ enum class ReadStatus {
 
 /// Reads 32-bit integers in host byte order and runs of bytes from a file. After a failure the rest of the file counts
 /// as used up, as after a read past its end. A length is compared with what the file holds before anything is
-/// allocated; where the file's size is not known, memory grows only with the bytes that arrive.
+/// allocated; where the file's size is not known, memory grows only with the bytes that arrive, a step ahead of them.
 class RecordReader {
  public:
   /// `file` is open for binary reading, stays the caller's and has to outlive the reader.

@@ -35,8 +35,6 @@ class Schema {
     return std::unique_ptr<google::protobuf::Message>(Prototype(type)->New());
   }
 
-  const google::protobuf::DescriptorPool& pool() const { return *importer_.pool(); }
-
  private:
   google::protobuf::compiler::DiskSourceTree source_tree_;
   google::protobuf::compiler::Importer importer_;

@@ -24,10 +24,10 @@ struct TreeLevel {
   size_t index;
 };
 
-constexpr size_t kModeIndex = 1;
+inline constexpr size_t kModeIndex = 1;
 
 // In the order in which the prefixes are tried: a sub-function folder holds "function_" as well.
-constexpr TreeLevel kTreeLevels[] = {
+inline constexpr TreeLevel kTreeLevels[] = {
     {"filter_", 7},   {"scene_", 6},    {"sub_function_", 5},  {"function_", 4},
     {"feature0_", 3}, {"scenario_", 2}, {"mode_", kModeIndex},
 };

@@ -21,8 +21,8 @@
 namespace ZO_TUNING {
 namespace internal {
 
-constexpr size_t kVersionBufferSize = 1024;
-constexpr const char* kVersionMarker = "[3AProto]";
+inline constexpr size_t kVersionBufferSize = 1024;
+inline constexpr const char* kVersionMarker = "[3AProto]";
 
 /// Copies the text between the first two double quotes from `begin` on into `buffer`, cut to fit, and terminates it.
 /// True when the closing quote was met.
