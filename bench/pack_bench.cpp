@@ -2,8 +2,9 @@
 //
 // A round runs every road once; the roads change places from round to round. The plain road and the library run in this
 // process. A peer is a program of its own that stays alive: it gets the project and a folder for its output as
-// arguments, prints "ready" when its setup is done, and packs once for every line that it reads, printing the
-// milliseconds that this took. See bench/peers.
+// arguments, prints "ready" (or "ready through PROGRAM", which it starts for every run) when its setup is done, and
+// packs once for every line "run" that it reads, printing the milliseconds that this took by the clock and of the
+// processor. See bench/peers.
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -14,7 +15,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -77,6 +78,7 @@ class Child {
       dup2(input[0], STDIN_FILENO);
       dup2(output[1], STDOUT_FILENO);
       std::vector<char*> words;
+      words.reserve(arguments.size() + 1);
       for (const std::string& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
       words.push_back(nullptr);
       execvp(words[0], words.data());
@@ -122,15 +124,35 @@ class Child {
   std::unique_ptr<std::FILE, CloseFile> output_;
 };
 
+/// Milliseconds of one run. Those of the processor tell more on a machine that is busy with other things.
+struct Times {
+  double clock;
+  double processor;
+};
+
 /// One way to pack a project, and what it took so far.
 struct Road {
   std::string name;
-  std::function<double()> run;  ///< packs once and returns the milliseconds
-  std::function<double()> peak_memory;
-  std::vector<double> times = {};
+  std::function<Times()> run;           ///< packs once
+  std::function<double()> peak_memory;  ///< in megabytes, negative when not known
+  std::vector<Times> times = {};
 
-  double best() const { return *std::min_element(times.begin(), times.end()); }
+  double best() const { return Best(&Times::clock); }
+  double best_processor() const { return Best(&Times::processor); }
+
+ private:
+  double Best(double Times::*time) const {
+    double best = times[0].*time;
+    for (const Times& taken : times) best = std::min(best, taken.*time);
+    return best;
+  }
 };
+
+double ProcessorTime() {
+  timespec time{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
+}
 
 struct ProjectSize {
   size_t files = 0;
@@ -150,33 +172,38 @@ ProjectSize Measure(const std::string& project) {
   return size;
 }
 
-/// A road that is a function of this process. Its peak memory is that of a fresh process that packs once.
+/// A road that is a function of this process. Its runs pack into out/0, out/1 and so on, since some file systems are
+/// slow to make files where others have just been removed. Its peak memory is that of a fresh process that packs once.
 Road OwnRoad(const std::string& name, bool (*pack)(const std::string&, const std::string&), const std::string& project,
              const fs::path& out) {
-  const auto run = [name, pack, project, out] {
-    fs::remove_all(out);
-    fs::create_directories(out);
+  const auto run = [name, pack, project, out, count = 0]() mutable {
+    const fs::path folder = out / std::to_string(count++);
+    fs::create_directories(folder);
+    const double processor = ProcessorTime();
     const auto begin = std::chrono::steady_clock::now();
-    if (!pack(project, out.string())) throw std::runtime_error(name + " could not pack " + project);
-    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
+    if (!pack(project, folder.string())) throw std::runtime_error(name + " could not pack " + project);
+    return Times{std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count(),
+                 ProcessorTime() - processor};
   };
   const auto peak_memory = [name, project, out] {
-    fs::remove_all(out);
-    fs::create_directories(out);
-    Child child({"/proc/self/exe", "--memory-of", name, project, out.string()});
+    const fs::path folder = out / "memory";
+    fs::create_directories(folder);
+    Child child({"/proc/self/exe", "--memory-of", name, project, folder.string()});
     const std::optional<std::string> answer = child.Receive();
     return answer ? std::strtod(answer->c_str(), nullptr) : 0;
   };
   return {name, run, peak_memory};
 }
 
-Road PeerRoad(const std::string& name, const std::shared_ptr<Child>& peer) {
+Road PeerRoad(const std::string& name, const std::shared_ptr<Child>& peer, bool one_process) {
   const auto run = [name, peer] {
     const std::optional<std::string> answer = peer->Send("run") ? peer->Receive() : std::nullopt;
     if (!answer) throw std::runtime_error(name + " has ended");
-    return std::strtod(answer->c_str(), nullptr);
+    char* end = nullptr;
+    const double clock = std::strtod(answer->c_str(), &end);
+    return Times{clock, std::strtod(end, nullptr)};
   };
-  return {name, run, [peer] { return PeakMemory(peer->process()); }};
+  return {name, run, [peer, one_process] { return one_process ? PeakMemory(peer->process()) : -1; }};
 }
 
 /// Starts the peers that are ready to pack the project; says on standard error which are not.
@@ -186,8 +213,8 @@ void AddPeers(const Options& options, const std::string& project, const fs::path
     fs::create_directories(peer_out);
     auto peer = std::make_shared<Child>(std::vector<std::string>{command, project, peer_out.string()});
     const std::optional<std::string> answer = peer->Receive();
-    if (answer && *answer == "ready") {
-      roads.push_back(PeerRoad(name, peer));
+    if (answer && answer->compare(0, 5, "ready") == 0) {
+      roads.push_back(PeerRoad(name, peer, answer->size() == 5));
     } else {
       std::fprintf(stderr, "pack_bench: %s is left out: %s\n", name.c_str(),
                    answer ? answer->c_str() : "not installed");
@@ -212,7 +239,7 @@ void CompareBins(const fs::path& expected, const fs::path& actual) {
 /// The times of the first road over those of `road`, round by round, in ascending order.
 std::vector<double> RatiosPerRound(const Road& first, const Road& road) {
   std::vector<double> ratios;
-  for (size_t i = 0; i < road.times.size(); ++i) ratios.push_back(first.times[i] / road.times[i]);
+  for (size_t i = 0; i < road.times.size(); ++i) ratios.push_back(first.times[i].clock / road.times[i].clock);
   std::sort(ratios.begin(), ratios.end());
   return ratios;
 }
@@ -229,43 +256,66 @@ ProjectResult BenchProject(const Options& options, const std::string& project, c
   roads.push_back(OwnRoad("library", PackByLibrary, project, work / "library"));
   AddPeers(options, project, work / "peers", roads);
 
-  for (const Road& road : roads) road.run();  // for the caches, and the bytes
-  CompareBins(work / "plain", work / "library");
+  for (Road& road : roads) road.run();  // for the caches, and the bytes
+  CompareBins(work / "plain" / "0", work / "library" / "0");
   for (int round = 0; round < options.rounds; ++round) {
     for (size_t i = 0; i < roads.size(); ++i) {
       Road& road = roads[(i + static_cast<size_t>(round)) % roads.size()];
       road.times.push_back(road.run());
     }
   }
-  CompareBins(work / "plain", work / "library");
+  const std::string last = std::to_string(options.rounds);
+  CompareBins(work / "plain" / last, work / "library" / last);
   return {fs::path(project).filename().string(), Measure(project), std::move(roads)};
 }
 
 void PrintHeader(const Options& options) {
-  std::printf(
+  std::fputs(
       options.growth
-          ? "| project | files | MB | largest file, MB | plain road, ms/MB | library, ms/MB | against the first row | "
-            "peak memory of the plain road, MB | of the library, MB |\n|---|---|---|---|---|---|---|---|---|\n"
-          : "| project | road | best, ms | MB/s | times the plain road | by round: min / median / max | peak memory, MB "
-            "|\n|---|---|---|---|---|---|---|\n");
+          ? "| project | files | MB | largest file, MB | plain road, ms/MB | library, ms/MB | times the best above | "
+            "library, processor ms/MB | peak memory of the plain road, MB | of the library, MB |\n"
+            "|---|---|---|---|---|---|---|---|---|---|\n"
+          : "| project | road | best, ms | MB/s | times the plain road | by round: min / median / max | by processor "
+            "time | peak memory, MB |\n|---|---|---|---|---|---|---|---|\n",
+      stdout);
+}
+
+/// `value` with so many decimals, or a dash when it is not known.
+std::string Text(double value, int decimals, bool known) {
+  if (!known) return "–";
+  char text[32];
+  std::snprintf(text, sizeof(text), "%.*f", decimals, value);
+  return text;
+}
+
+std::string MemoryText(const Road& road) {
+  const double megabytes = road.peak_memory();
+  return Text(megabytes, 1, megabytes >= 0);
 }
 
 void PrintComparison(const ProjectResult& result) {
   const Road& plain = result.roads[0];
   for (const Road& road : result.roads) {
     const std::vector<double> ratios = RatiosPerRound(plain, road);
-    std::printf("| %s | %s | %.1f | %.0f | **%.2f** | %.2f / %.2f / %.2f | %.1f |\n", result.name.c_str(),
+    std::printf("| %s | %s | %.1f | %.0f | %.2f | %.2f / %.2f / %.2f | %.2f | %s |\n", result.name.c_str(),
                 road.name.c_str(), road.best(), result.size.megabytes * 1000 / road.best(), plain.best() / road.best(),
-                ratios.front(), ratios[ratios.size() / 2], ratios.back(), road.peak_memory());
+                ratios.front(), ratios[ratios.size() / 2], ratios.back(),
+                plain.best_processor() / road.best_processor(), MemoryText(road).c_str());
   }
 }
 
-void PrintGrowth(const ProjectResult& result, double first) {
-  const double plain = result.roads[0].best() / result.size.megabytes;
-  const double library = result.roads[1].best() / result.size.megabytes;
-  std::printf("| %s | %zu | %.1f | %.2f | %.2f | %.3f | %.2f | %.1f | %.1f |\n", result.name.c_str(), result.size.files,
-              result.size.megabytes, result.size.largest, plain, library, library / first,
-              result.roads[0].peak_memory(), result.roads[1].peak_memory());
+double TimePerMegabyte(const ProjectResult& result) { return result.roads[1].best() / result.size.megabytes; }
+
+/// `least` is the least time for a megabyte in the rows above, 0 in the first.
+void PrintGrowth(const ProjectResult& result, double least) {
+  const Road& plain = result.roads[0];
+  const Road& library = result.roads[1];
+  const double megabytes = result.size.megabytes;
+  const double time = TimePerMegabyte(result);
+  std::printf("| %s | %zu | %.1f | %.2f | %.2f | %.3f | %s | %.3f | %s | %s |\n", result.name.c_str(),
+              result.size.files, megabytes, result.size.largest, plain.best() / megabytes, time,
+              Text(time / least, 2, least > 0).c_str(), library.best_processor() / megabytes, MemoryText(plain).c_str(),
+              MemoryText(library).c_str());
 }
 
 /// Packs once and prints the peak memory: what OwnRoad asks a fresh process for.
@@ -329,16 +379,17 @@ int main(int argc, char** argv) {
   try {
     const WorkFolder work;
     PrintHeader(*options);
-    double first = 0;  // milliseconds for each megabyte of the first project
+    double least = 0;
     for (const std::string& project : options->projects) {
       const ProjectResult result = BenchProject(*options, project, work.path());
-      if (first == 0) first = result.roads[1].best() / result.size.megabytes;
       if (options->growth) {
-        PrintGrowth(result, first);
+        PrintGrowth(result, least);
+        least = least == 0 ? TimePerMegabyte(result) : std::min(least, TimePerMegabyte(result));
       } else {
         PrintComparison(result);
       }
       std::fflush(stdout);
+      for (const fs::directory_entry& entry : fs::directory_iterator(work.path())) fs::remove_all(entry.path());
     }
   } catch (const std::exception& error) {
     std::fprintf(stderr, "pack_bench: %s\n", error.what());

@@ -8,8 +8,11 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "ZoTuningUtils.h"
@@ -37,6 +40,13 @@ class Project {
   std::string dir() const { return root_ + "/project"; }
   Schema& schema() { return *schema_; }
 
+  /// A folder that was not there before.
+  std::string NewFolder() {
+    std::string folder = root_ + "/" + std::to_string(folder_count_++);
+    std::filesystem::create_directory(folder);
+    return folder;
+  }
+
   /// The text of a default module, with the bytes behind it that the scanner needs.
   std::string_view Text(const std::string& module) {
     if (!file_.Read(dir() + "/default/" + module + ".json")) std::abort();
@@ -55,6 +65,7 @@ class Project {
   }
 
   std::string root_;
+  size_t folder_count_ = 0;
   std::unique_ptr<Schema> schema_;
   TextFile file_;
 };
@@ -114,7 +125,27 @@ void CheckFieldsByEncoder(benchmark::State& state, const std::string& module) {
   CountBytes(state, text.size());
 }
 
-// ---- Once per operation ----------------------------------------------------------------------------------------
+// ---- The steps of packing the whole project --------------------------------------------------------------------
+
+std::vector<std::string> ListScopes() {
+  std::vector<std::string> files;
+  for (const char* scope : {"default", "front", "main_tele", "main_ultra", "main_wide"}) {
+    if (!ZoTuningUtils::FindAllJsonFiles((Project::Get().dir() + "/" + scope).c_str(), files)) std::abort();
+  }
+  return files;
+}
+
+void PackWhole(benchmark::State& state) {
+  Project& project = Project::Get();
+  for (auto _ : state) {
+    state.PauseTiming();
+    const std::string out = project.NewFolder();
+    state.ResumeTiming();
+    if (!ZoTuningUtils::GenerateProjTuningBins(project.dir().c_str(), out.c_str())) {
+      return state.SkipWithError("not packed");
+    }
+  }
+}
 
 void LoadSchema(benchmark::State& state) {
   const std::string dir = Project::Get().dir() + "/proto";
@@ -124,32 +155,51 @@ void LoadSchema(benchmark::State& state) {
   }
 }
 
-void MakePlan(benchmark::State& state, const std::string& module) {
-  const Descriptor* type = Project::Get().schema().FindType(module);
-  for (auto _ : state) {
-    const ModulePlan plan(type);
-    benchmark::DoNotOptimize(plan.root());
-  }
-}
-
 void ListFiles(benchmark::State& state) {
-  const std::string dir = Project::Get().dir() + "/main_wide";
-  size_t count = 0;
-  for (auto _ : state) {
-    std::vector<std::string> files;
-    if (!ZoTuningUtils::FindAllJsonFiles(dir.c_str(), files)) return state.SkipWithError("not listed");
-    count = files.size();
-  }
-  state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(count));
+  Project::Get();
+  for (auto _ : state) benchmark::DoNotOptimize(ListScopes());
 }
 
-void ReadTextFile(benchmark::State& state, const std::string& module) {
-  const std::string path = Project::Get().dir() + "/default/" + module + ".json";
+void ReadFiles(benchmark::State& state) {
+  const std::vector<std::string> paths = ListScopes();
   TextFile file;
+  size_t bytes = 0;
   for (auto _ : state) {
-    if (!file.Read(path)) return state.SkipWithError("not read");
+    bytes = 0;
+    for (const std::string& path : paths) {
+      if (!file.Read(path)) return state.SkipWithError("not read");
+      bytes += file.text().size();
+    }
   }
-  CountBytes(state, file.text().size());
+  CountBytes(state, bytes);
+}
+
+/// Plans and conversion of all files, whose texts are in memory.
+void ConvertFiles(benchmark::State& state) {
+  struct Text {
+    const Descriptor* type;
+    TextFile file;
+  };
+  std::vector<Text> texts;
+  size_t bytes = 0;
+  for (const std::string& path : ListScopes()) {
+    Text text;
+    text.type = Project::Get().schema().FindType(std::filesystem::path(path).stem().string());
+    if (!text.file.Read(path)) return state.SkipWithError("not read");
+    bytes += text.file.text().size();
+    texts.push_back(std::move(text));
+  }
+  for (auto _ : state) {
+    std::map<const Descriptor*, std::unique_ptr<ModulePlan>> plans;
+    JsonEncoder encoder;
+    for (const Text& text : texts) {
+      std::unique_ptr<ModulePlan>& plan = plans[text.type];
+      if (plan == nullptr) plan = std::make_unique<ModulePlan>(text.type);
+      if (!encoder.Encode(*plan, text.file.text())) return state.SkipWithError("odd");
+      benchmark::DoNotOptimize(encoder.FindMissingName(*plan, text.file.text()));
+    }
+  }
+  CountBytes(state, bytes);
 }
 
 // ---- Tokens ----------------------------------------------------------------------------------------------------
@@ -210,10 +260,11 @@ void RegisterAll() {
   }
   RegisterBenchmark("check/plain/AfCommon", CheckFieldsPlainly, "AfCommon");
   RegisterBenchmark("check/encoder/AfCommon", CheckFieldsByEncoder, "AfCommon");
-  RegisterBenchmark("schema/load", LoadSchema)->Unit(benchmark::kMicrosecond);
-  RegisterBenchmark("schema/plan/AfCommon", MakePlan, "AfCommon")->Unit(benchmark::kMicrosecond);
-  RegisterBenchmark("files/list", ListFiles)->Unit(benchmark::kMicrosecond);
-  RegisterBenchmark("files/read/LensShading", ReadTextFile, "LensShading")->Unit(benchmark::kMicrosecond);
+  RegisterBenchmark("steps/all", PackWhole)->Unit(benchmark::kMillisecond);
+  RegisterBenchmark("steps/schema", LoadSchema)->Unit(benchmark::kMillisecond);
+  RegisterBenchmark("steps/list", ListFiles)->Unit(benchmark::kMillisecond);
+  RegisterBenchmark("steps/read", ReadFiles)->Unit(benchmark::kMillisecond);
+  RegisterBenchmark("steps/convert", ConvertFiles)->Unit(benchmark::kMillisecond);
   for (const std::string token : {"1.921", "-0.0436", "1.40129852", "0.0043212345678912345", "1.5e-05"}) {
     RegisterBenchmark(("real/" + token).c_str(), ScanReal, token);
   }

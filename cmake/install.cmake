@@ -15,6 +15,11 @@ install(TARGETS zotuning_utils EXPORT zotuning_utilsTargets
   FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zotuning_utils COMPONENT Development)
 install(EXPORT zotuning_utilsTargets NAMESPACE zotuning:: DESTINATION ${package_dir} COMPONENT Development)
 
+# Whether protobuf is installed with the library, from build/ndk, or has to be there already.
+set(ZOTUNING_PROTOBUF_BESIDE OFF)
+if(TARGET libprotobuf)
+  set(ZOTUNING_PROTOBUF_BESIDE ON)
+endif()
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/zotuning_utilsConfig.cmake.in
   ${PROJECT_BINARY_DIR}/zotuning_utilsConfig.cmake INSTALL_DESTINATION ${package_dir}
   NO_SET_AND_CHECK_MACRO)

@@ -1,4 +1,4 @@
-#!/usr/bin/python3
+#!/usr/bin/python3 -B
 """capnp convert: JSON to Cap'n Proto, one process per module, which reads all settings of it as one stream.
 
 Names in its schemas have no underscores, so that it gets a schema and a copy of the files in camel case, made
@@ -92,7 +92,7 @@ def main():
                 if convert.wait() != 0:
                     sys.exit(f"capnp could not convert {name}")
 
-    peer.serve(pack)
+    peer.serve(pack, through="capnp")
 
 
 main()

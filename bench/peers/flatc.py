@@ -1,4 +1,4 @@
-#!/usr/bin/python3
+#!/usr/bin/python3 -B
 """flatc: JSON to FlatBuffers, one process per module. Its schema is made from the .proto files beforehand.
 
 Its output is another format, one file per module name that each setting overwrites. It makes no labels, no versions and
@@ -36,7 +36,7 @@ def main():
             subprocess.run(["flatc", "--binary", "--root-type", f"{package}.{name}", "-I", out, "-o", f"{out}/bins",
                             schema_of[name], *paths], check=True)
 
-    peer.serve(pack)
+    peer.serve(pack, through="flatc")
 
 
 main()

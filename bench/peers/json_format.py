@@ -1,4 +1,4 @@
-#!/usr/bin/python3
+#!/usr/bin/python3 -B
 """Python's json_format: the descriptor set is made by protoc beforehand, outside the clock. There is no field check.
 
 Debian's Python, whose package python3-protobuf is built on the same C++ library."""

@@ -76,6 +76,7 @@ export async function main(loadSchema, setup) {
   for await (const line of readline.createInterface({ input: process.stdin })) {
     if (line !== 'run') break;
     const begin = process.hrtime.bigint();
+    const processor = process.cpuUsage();
     const schema = loadSchema(path.join(project, 'proto'), prepared);
     packScope(schema, path.join(project, 'default'), path.join(project, 'proto', 'version'),
       path.join(out, 'default.bin'));
@@ -83,6 +84,8 @@ export async function main(loadSchema, setup) {
       packScope(schema, path.join(project, sensor), path.join(project, sensor, 'version'),
         path.join(out, `${sensor}.bin`));
     }
-    console.log((Number(process.hrtime.bigint() - begin) / 1e6).toFixed(3));
+    const milliseconds = Number(process.hrtime.bigint() - begin) / 1e6;
+    const { user, system } = process.cpuUsage(processor);
+    console.log(`${milliseconds.toFixed(3)} ${((user + system) / 1000).toFixed(3)}`);
   }
 }

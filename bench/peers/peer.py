@@ -2,6 +2,7 @@
 
 import os
 import re
+import resource
 import shutil
 import subprocess
 import sys
@@ -58,12 +59,21 @@ def json_files(scope):
                 yield os.path.join(directory, name)
 
 
-def serve(pack):
-    """Calls pack() for every line "run" of standard input, and prints the milliseconds that it took."""
-    print("ready", flush=True)
+def _processor_time():
+    """Seconds of this process and of the programs that it has started."""
+    usages = [resource.getrusage(who) for who in (resource.RUSAGE_SELF, resource.RUSAGE_CHILDREN)]
+    return sum(usage.ru_utime + usage.ru_stime for usage in usages)
+
+
+def serve(pack, through=None):
+    """Calls pack() for every line "run" of standard input, and prints the milliseconds that it took, by the clock and
+    of the processor.
+
+    `through` names the program that pack() starts, if it does."""
+    print(f"ready through {through}" if through else "ready", flush=True)
     for line in sys.stdin:
         if line.strip() != "run":
             break
-        begin = time.perf_counter()
+        begin, processor = time.perf_counter(), _processor_time()
         pack()
-        print(f"{(time.perf_counter() - begin) * 1000:.3f}", flush=True)
+        print(f"{(time.perf_counter() - begin) * 1000:.3f} {(_processor_time() - processor) * 1000:.3f}", flush=True)

@@ -1,0 +1,64 @@
+# Completion of zotuning for bash. Commands and options come from the tool's own help, names from the project.
+
+# The commands that the help of "$@" lists, or its options.
+_zotuning_commands() {
+  "$@" --help 2>/dev/null | sed -n '/^Subcommands:/,/^$/s/^  \([a-z][a-z-]*\) .*/\1/p'
+}
+_zotuning_options() {
+  "$@" --help 2>/dev/null | sed -n 's/^  \(-[^ ]*\).*/\1/p' | tr ',' '\n' | sed 's/:.*//'
+}
+
+_zotuning() {
+  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]}
+  local tool=(zotuning) project=() command=() words='' i commands
+  commands=$(_zotuning_commands zotuning)
+  for ((i = 1; i < COMP_CWORD; i++)); do
+    if [[ ${COMP_WORDS[i]} == -C ]]; then
+      project=(-C "${COMP_WORDS[++i]}")
+    elif grep -qxF -e "${COMP_WORDS[i]}" <<<"$commands"; then
+      command+=("${COMP_WORDS[i]}")
+      commands=$(_zotuning_commands zotuning "${command[@]}")
+    fi
+  done
+  tool+=("${project[@]}")
+
+  COMPREPLY=()
+  case $previous in
+    -C | --proto | --into | -o | --out)
+      compopt -o filenames
+      mapfile -t COMPREPLY < <(compgen -d -- "$current")
+      return
+      ;;
+    --sensor)
+      words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//')
+      ;;
+    *)
+      if [[ $current == -* ]]; then
+        words="-C --json -v $(_zotuning_options zotuning "${command[@]}")"
+      elif [[ $commands ]]; then
+        words=$commands
+      else
+        case ${command[*]} in
+          template) words=$("${tool[@]}" modules 2>/dev/null | sed '1d; s/ .*//') ;;
+          tree) words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//') ;;
+          'version set') words=$("${tool[@]}" version list 2>/dev/null | sed '1d; s/ .*//') ;;
+          new)
+            # LABEL=VALUE is three words here, since "=" parts words.
+            if [[ $current == = || $previous == = ]]; then
+              local label=$previous
+              [[ $previous != = ]] || label=${COMP_WORDS[COMP_CWORD-2]}
+              words=$("${tool[@]}" labels 2>/dev/null |
+                awk -v label="$label:" '/^[^ ]/ { inside = $1 == label; next } inside { print $1 }')
+              current=${current#=}
+            else
+              words=$("${tool[@]}" labels 2>/dev/null | sed -n 's/^\([^ ]*\):.*/\1=/p')
+              compopt -o nospace
+            fi
+            ;;
+        esac
+      fi
+      ;;
+  esac
+  mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+}
+complete -o default -F _zotuning zotuning

@@ -1,0 +1,67 @@
+# Completion of zotuning for fish. Commands and options come from the tool's own help, names from the project.
+
+# The words before the cursor that name commands.
+function __zotuning_command
+    set -l names (__zotuning_commands zotuning)
+    set -l command
+    for word in (commandline -opc)[2..-1]
+        if contains -- $word (string split -f 1 \t -- $names)
+            set -a command $word
+            set names (__zotuning_commands zotuning $command)
+        end
+    end
+    string join \n -- $command
+end
+
+function __zotuning_commands
+    $argv --help 2>/dev/null | sed -n '/^Subcommands:/,/^$/s/^  \([a-z][a-z-]*\)  *\(.*\)/\1\t\2/p'
+end
+
+function __zotuning_project
+    set -l words (commandline -opc)
+    set -l at (contains -i -- -C $words)
+    and string join \n -- -C $words[(math $at + 1)]
+end
+
+function __zotuning_first_column
+    zotuning (__zotuning_project) $argv 2>/dev/null | sed '1d; s/ .*//'
+end
+
+function __zotuning_words
+    set -l command (__zotuning_command)
+    set -l previous (commandline -opc)[-1]
+    set -l current (commandline -ct)
+    switch $previous
+        case -C --proto --into -o --out
+            __fish_complete_directories $current
+            return
+        case --sensor
+            __zotuning_first_column sensors
+            return
+    end
+    if string match -q -- '-*' $current
+        zotuning $command --help 2>/dev/null | sed -n 's/^  \(-[^ ]*\).*/\1/p' | string split , | string replace -r ':.*' ''
+        printf '%s\n' -C --json -v
+        return
+    end
+    set -l names (__zotuning_commands zotuning $command)
+    if test (count $names) -gt 0
+        string join \n -- $names
+        return
+    end
+    switch "$command"
+        case template
+            __zotuning_first_column modules
+        case tree
+            __zotuning_first_column sensors
+        case 'version set'
+            __zotuning_first_column version list
+        case new
+            zotuning (__zotuning_project) labels 2>/dev/null |
+                awk '/^[^ ]/ { label = $1; sub(/:$/, "=", label); next } { print label $1 }'
+        case '*'
+            __fish_complete_path $current
+    end
+end
+
+complete -c zotuning -f -a '(__zotuning_words)'
