@@ -82,8 +82,8 @@ class JsonMaker {
 
   std::string Text(const google::protobuf::Descriptor* type) {
     odd_one_in_ = random_.OneIn(2) ? 0 : 3 + random_.Below(80);
-    blanks_ = random_.Below(4);
     dropped_one_in_ = random_.OneIn(2) ? 0 : 1 + random_.Below(8);
+    blanks_ = random_.Below(4);
     shuffled_ = random_.OneIn(3);
     text_.clear();
     Object(type, 0);
@@ -97,15 +97,10 @@ class JsonMaker {
   bool Odd() { return odd_one_in_ > 0 && random_.OneIn(odd_one_in_); }
 
   void Blanks(size_t indent, bool line_end) {
-    static constexpr const char* kBlanks[] = {
-        "", "", " ", "\n", "\t", "\r\n", "  \n ", "            ", " \t \n\n      "};
-    if (blanks_ == 1) {
-      if (line_end) text_ += '\n' + std::string(indent, ' ');
-    } else if (blanks_ == 2) {
-      if (!line_end) text_ += ' ';
-    } else if (blanks_ == 3) {
-      text_ += random_.Pick(kBlanks);
-    }
+    static constexpr const char* kBlanks[] = {"", " ", "\n", "\t", "\r\n", "  \n ", "            ", " \t \n\n      "};
+    if (blanks_ == 1 && line_end) text_ += '\n' + std::string(indent, ' ');
+    if (blanks_ == 2 && !line_end) text_ += ' ';
+    if (blanks_ == 3) text_ += random_.Pick(kBlanks);
   }
 
   void Object(const google::protobuf::Descriptor* type, size_t depth) {
@@ -132,32 +127,20 @@ class JsonMaker {
   }
 
   void Key(const Field* field) {
+    const std::string& name = field->name();
+    const std::string escaped = std::string("\\u00") + "67"[random_.Below(2)] + "1" + name.substr(1);
+    const std::string odd[] = {name, "'" + name + "'", '"' + escaped + '"', '"' + name + "x\"", "\"\""};
     if (Odd()) {
-      switch (random_.Below(5)) {
-        case 0:
-          text_ += field->name();
-          return;
-        case 1:
-          text_ += "'" + field->name() + "'";
-          return;
-        case 2:
-          text_ += "\"\\u00" + std::string(1, "67"[random_.Below(2)]) + "1" + field->name().substr(1) + "\"";
-          return;
-        case 3:
-          text_ += "\"" + field->name() + "x\"";
-          return;
-        default:
-          text_ += "\"\"";
-          return;
-      }
+      text_ += random_.Pick(odd);
+    } else {
+      text_ += '"' + (random_.OneIn(6) ? field->json_name() : name) + '"';
+      if (blanks_ == 3 && random_.OneIn(4)) text_ += ' ';
     }
-    text_ += '"' + (random_.OneIn(6) ? field->json_name() : field->name()) + '"';
-    if (blanks_ == 3 && random_.OneIn(4)) text_ += ' ';
   }
 
   void Value(const Field* field, size_t depth) {
-    if (!field->is_repeated()) return Single(field, depth);
-    if (Odd()) return random_.OneIn(2) ? Single(field, depth) : Add(random_.Pick(kOddities));
+    if (!field->is_repeated() || (Odd() && random_.OneIn(2))) return Single(field, depth);
+    if (Odd()) return Add(random_.Pick(kOddities));
     text_ += '[';
     const size_t count = random_.OneIn(6) ? 0 : random_.OneIn(40) ? 20 + random_.Below(300) : 1 + random_.Below(4);
     for (size_t i = 0; i < count && text_.size() < 50000; ++i) {
@@ -171,69 +154,56 @@ class JsonMaker {
 
   void Single(const Field* field, size_t depth) {
     if (Odd()) return Add(random_.OneIn(2) ? random_.Pick(kOddities) : random_.Pick(kNumbers));
-    switch (field->type()) {
-      case Field::TYPE_MESSAGE:
-      case Field::TYPE_GROUP:
-        return Object(field->message_type(), depth + 1);
-      case Field::TYPE_BOOL:
-        return Add(random_.OneIn(2) ? "true" : "false");
-      case Field::TYPE_STRING:
-        return String();
-      case Field::TYPE_BYTES:
-        return Add("\"AQI=\"");
-      case Field::TYPE_ENUM: {
-        const auto* value = field->enum_type()->value(
-            static_cast<int>(random_.Below(static_cast<size_t>(field->enum_type()->value_count()))));
-        return Add(random_.OneIn(3) ? std::to_string(value->number()) : '"' + value->name() + '"');
-      }
-      case Field::TYPE_FLOAT:
-      case Field::TYPE_DOUBLE:
-        return Real();
-      default:
-        return Integer(field);
-    }
-  }
-
-  void Integer(const Field* field) {
     uint64_t bits = random_.Bits() >> random_.Below(64);
     if (random_.OneIn(2)) bits = ~bits;  // small negative numbers
-    std::string digits;
     switch (field->cpp_type()) {
+      case Field::CPPTYPE_MESSAGE:
+        return Object(field->message_type(), depth + 1);
+      case Field::CPPTYPE_BOOL:
+        return Add(random_.OneIn(2) ? "true" : "false");
+      case Field::CPPTYPE_STRING:
+        return field->type() == Field::TYPE_BYTES ? Add("\"AQI=\"") : String();
+      case Field::CPPTYPE_ENUM: {
+        const size_t count = static_cast<size_t>(field->enum_type()->value_count());
+        const auto* value = field->enum_type()->value(static_cast<int>(random_.Below(count)));
+        return random_.OneIn(3) ? Add(std::to_string(value->number())) : Quoted(value->name());
+      }
+      case Field::CPPTYPE_FLOAT:
+      case Field::CPPTYPE_DOUBLE:
+        return Real();
       case Field::CPPTYPE_INT32:
         return Add(std::to_string(static_cast<int32_t>(bits)));
       case Field::CPPTYPE_UINT32:
         return Add(std::to_string(static_cast<uint32_t>(bits)));
-      case Field::CPPTYPE_UINT64:
-        digits = std::to_string(bits);
-        break;
-      default:
-        digits = std::to_string(static_cast<int64_t>(bits));
+      case Field::CPPTYPE_INT64:
+      case Field::CPPTYPE_UINT64: {
+        const bool is_signed = field->cpp_type() == Field::CPPTYPE_INT64;
+        const std::string digits = is_signed ? std::to_string(static_cast<int64_t>(bits)) : std::to_string(bits);
+        return random_.OneIn(3) ? Add(digits) : Quoted(digits);
+      }
     }
-    Add(random_.OneIn(3) ? digits : '"' + digits + '"');
   }
 
   void Real() {
     if (random_.OneIn(12)) return Add(random_.Pick(kNumbers));
-    if (random_.OneIn(3)) {
-      const uint64_t bits = random_.Bits();
-      double real = 0;
-      std::memcpy(&real, &bits, sizeof(real));
-      if (random_.OneIn(2)) real = static_cast<double>(static_cast<int64_t>(bits) >> 20) / 1048576.0;
-      char digits[40];
-      std::snprintf(digits, sizeof(digits), random_.OneIn(2) ? "%.17g" : "%.9g", real);
-      std::replace(digits, digits + sizeof(digits), ',', '.');  // in locales that print it
-      // JSON has no infinities, and the encoder none of the integers that a double does not hold.
-      return Add(std::strpbrk(digits, ".e") == nullptr || std::strpbrk(digits, "in") != nullptr ? "0.5" : digits);
-    }
+    if (random_.OneIn(3)) return AnyDouble();
     std::string digits = random_.OneIn(3) ? "-" : "";
     digits += std::to_string(random_.Bits() >> (11 + random_.Below(53)));
-    if (random_.OneIn(20)) digits += std::to_string(random_.Bits());
     if (random_.OneIn(4) && digits != "-0") return Add(digits);
     digits += '.';
     for (size_t i = random_.OneIn(10) ? 30 : 1 + random_.Below(8); i > 0; --i)
       digits += "0123456789"[random_.Below(10)];
-    if (random_.OneIn(8)) digits += "e-" + std::to_string(random_.Below(50));
-    Add(digits);
+    Add(digits + (random_.OneIn(8) ? "e-" + std::to_string(random_.Below(50)) : ""));
+  }
+
+  void AnyDouble() {
+    const uint64_t bits = random_.Bits();
+    double real = 0;
+    std::memcpy(&real, &bits, sizeof(real));
+    char digits[40];
+    std::snprintf(digits, sizeof(digits), random_.OneIn(2) ? "%.17g" : "%.9g", real);
+    // JSON has no infinities, and the encoder none of the integers that a double does not hold.
+    Add(std::strpbrk(digits, ".e") == nullptr || std::strpbrk(digits, "in") != nullptr ? "0.5" : digits);
   }
 
   void String() {
@@ -243,19 +213,20 @@ class JsonMaker {
         "\\/", "\\u003c", "\\u00e9", "\\u20ac", "\\u007f", "a longer text without anything in it ", "\\t\\b\\f\\r"
     };
     // clang-format on
-    text_ += '"';
-    for (size_t i = random_.Below(4); i > 0; --i) text_ += random_.Pick(kPieces);
-    if (random_.OneIn(60)) text_ += std::string(random_.Below(400), 'x');
-    text_ += '"';
+    std::string content;
+    for (size_t i = random_.Below(4); i > 0; --i) content += random_.Pick(kPieces);
+    if (random_.OneIn(60)) content += std::string(random_.Below(400), 'x');
+    Quoted(content);
   }
 
   void Add(const std::string& value) { text_ += value; }
+  void Quoted(const std::string& value) { text_ += '"' + value + '"'; }
 
   Random& random_;
   std::string text_;
-  size_t odd_one_in_ = 0;
-  size_t blanks_ = 0;
-  size_t dropped_one_in_ = 0;
+  size_t odd_one_in_ = 0;      // 0 for never
+  size_t dropped_one_in_ = 0;  // 0 for never
+  size_t blanks_ = 0;          // a style: none, as printed with indents, behind colons, any
   bool shuffled_ = false;
 };
 
@@ -263,7 +234,8 @@ class JsonMaker {
 inline std::string Damage(std::string text, Random& random) {
   const size_t at = random.Below(text.size() + 1);
   const size_t length = std::min(text.size() - at, random.OneIn(2) ? 1 : random.Below(30));
-  switch (random.Below(9)) {
+  const char byte = static_cast<char>(random.Below(256));
+  switch (random.Below(8)) {
     case 0:
       return text.substr(0, at);
     case 1:
@@ -271,12 +243,10 @@ inline std::string Damage(std::string text, Random& random) {
     case 2:
       return text.insert(at, random.Pick(kOddities));
     case 3:
-      return text.insert(at, std::string(1, static_cast<char>(random.Below(256))));
+      return text.replace(at, random.Below(std::min<size_t>(length, 1) + 1), 1, byte);
     case 4:
-      return text.replace(at, std::min<size_t>(length, 1), 1, static_cast<char>(random.Below(256)));
-    case 5:
       return text.insert(random.Below(text.size() + 1), text.substr(at, length));
-    case 6: {  // the key and value of one line twice, or elsewhere
+    case 5: {  // the key and value of one line twice, or elsewhere
       const size_t begin = text.find('"', at);
       const size_t end = begin == std::string::npos ? begin : text.find(',', begin);
       if (end == std::string::npos) return text;
@@ -293,6 +263,10 @@ inline std::string Damage(std::string text, Random& random) {
     }
   }
 }
+
+inline constexpr const char* kScalarTypes[] = {"bool",     "int32",  "int64",   "uint32",  "uint64",
+                                               "sint32",   "sint64", "fixed32", "fixed64", "sfixed32",
+                                               "sfixed64", "float",  "double",  "string",  "Kind"};
 
 /// A small schema "Module" of everything, more or less: mostly what the hot road has a plan for. Some do not load.
 class SchemaMaker {
@@ -315,72 +289,56 @@ class SchemaMaker {
 
  private:
   void AddMessage(size_t index) {
-    static constexpr const char* kNames[] = {"rule", "value", "description", "gain",        "gain_axis", "a",
-                                             "Big",  "x1",    "two_words",   "swap_a",      "swap_b",    "len",
-                                             "is_",  "f",     "_u",          "tableOfGains"};
-    std::vector<std::string> names(std::begin(kNames), std::end(kNames));
-    random_.Shuffle(names);
-    names.resize(random_.Below(9));
-    if (random_.OneIn(14)) {
-      for (size_t i = 60 + random_.Below(80); i > 0; --i) names.push_back("n" + std::to_string(i));
-    }
-    text_ += "message " + types_[index] + " {\n";
-    int number = random_.OneIn(2) ? 0 : 1 << random_.Below(29);
+    names_ = {"rule",      "value",  "description", "gain", "gain_axis", "a",  "Big", "x1",
+              "two_words", "swap_a", "swap_b",      "len",  "is_",       "_u", "f",   "tableOfGains"};
+    random_.Shuffle(names_);
+    names_.resize(random_.Below(9));
+    for (size_t i = random_.OneIn(14) ? 60 + random_.Below(80) : 0; i > 0; --i)
+      names_.push_back("n" + std::to_string(i));
     std::vector<int> numbers;
-    for (size_t i = 0; i < names.size(); ++i) {
+    int number = random_.OneIn(2) ? 0 : 1 << random_.Below(29);
+    for (size_t i = 0; i < names_.size(); ++i) {
       number += random_.OneIn(3) ? 1 + static_cast<int>(random_.Below(200)) : 1;
-      if (number >= 19000 && number <= 19999) number = 20000;
-      if (number >= 536870911) number = static_cast<int>(1 + i);
+      if (number >= 19000 && number <= 19999) number = 20000;  // reserved
       numbers.push_back(number);
     }
     if (random_.OneIn(2)) random_.Shuffle(numbers);
-    for (size_t i = 0; i < names.size(); ++i) AddField(index, names, i, numbers[i]);
+    text_ += "message " + types_[index] + " {\n";
+    for (size_t i = 0; i < names_.size(); ++i) AddField(index, names_[i], numbers[i]);
     text_ += "}\n";
   }
 
-  void AddField(size_t index, const std::vector<std::string>& names, size_t i, int number) {
-    static constexpr const char* kScalars[] = {"bool",     "int32",  "int64",   "uint32",  "uint64",
-                                               "sint32",   "sint64", "fixed32", "fixed64", "sfixed32",
-                                               "sfixed64", "float",  "double",  "string",  "Kind"};
-    const bool below = index + 1 < types_.size();
-    std::string type = random_.Pick(kScalars);
-    bool message = below && random_.OneIn(2);
-    if (message) type = types_[index + 1 + random_.Below(types_.size() - index - 1)];
+  void AddField(size_t index, const std::string& name, int number) {
+    std::string type = random_.Pick(kScalarTypes);
+    const size_t below = types_.size() - index - 1;
+    const bool scalar = below == 0 || random_.OneIn(2);
+    if (!scalar) type = types_[index + 1 + random_.Below(below)];
     if (random_.OneIn(60)) type = "bytes";
-    if (random_.OneIn(150)) {
-      type = random_.Pick(types_);  // perhaps one that contains itself
-      message = true;
-    }
-    const std::string tail = " = " + std::to_string(number);
-    if (random_.OneIn(150)) {
-      text_ += "  oneof o" + std::to_string(i) + " { " + type + " " + names[i] + tail + "; }\n";
-      return;
-    }
-    if (random_.OneIn(150)) {
-      text_ += "  map<string, " + type + "> " + names[i] + tail + ";\n";
-      return;
-    }
-    const bool repeated = random_.OneIn(3);
-    std::string label = repeated ? "repeated " : proto3_ && !random_.OneIn(4) ? "" : "optional ";
-    if (!proto3_ && random_.OneIn(80)) label = "required ";
+    if (random_.OneIn(100)) type = "map<string, " + type + ">";
+    const bool repeated = random_.OneIn(3) && type[0] != 'm';
+    const std::string label = repeated ? "repeated " : proto3_ && !random_.OneIn(4) ? "" : "optional ";
     std::string options;
-    const bool packable = repeated && !message && type != "string" && type != "bytes";
-    if (packable && random_.OneIn(2)) options = random_.OneIn(2) ? "packed = true" : "packed = false";
-    if (!proto3_ && label == "optional " && type == "int32" && random_.OneIn(2)) options = "default = 7";
+    const bool packable = repeated && scalar && type != "string" && type != "bytes";
+    if (packable && random_.OneIn(2)) options = random_.OneIn(2) ? ", packed = true" : ", packed = false";
+    if (!proto3_ && label == "optional " && type == "int32" && random_.OneIn(2)) options = ", default = 7";
     if (random_.OneIn(7)) {
-      static constexpr const char* kJsonNames[] = {"rule",  "value",      "gain",       "swap_a", "swap_b",
-                                                   "a",     "other name", "\\303\\266", "@type",  "",
-                                                   "\\377", "a\\\"b",     "1",          "[x]",    "a.b"};
-      const std::string json_name = random_.OneIn(3) ? random_.Pick(names) : random_.Pick(kJsonNames);
-      options += std::string(options.empty() ? "" : ", ") + "json_name = \"" + json_name + "\"";
+      // clang-format off
+      static constexpr const char* kJsonNames[] = {
+          "rule", "value", "gain", "swap_a", "swap_b", "a", "other name", "@type", "", "1", "[x]", "a.b", "\\377",
+          "\\303\\266", "a\\\"b"};
+      // clang-format on
+      const std::string json_name = random_.OneIn(3) ? random_.Pick(names_) : random_.Pick(kJsonNames);
+      options += ", json_name = \"" + json_name + "\"";
     }
-    text_ += "  " + label + type + " " + names[i] + tail + (options.empty() ? "" : " [" + options + "]") + ";\n";
+    text_ += "  " + (type[0] == 'm' ? "" : label) + type + " " + name + " = " + std::to_string(number) +
+             (options.empty() ? "" : " [" + options.substr(2) + "]") + ";\n";
   }
 
   Random& random_;
   bool proto3_ = true;
   std::string text_;
   std::vector<std::string> types_;
+  std::vector<std::string> names_;  // of the fields of the current type
 };
 
 }  // namespace zotest

@@ -6,6 +6,7 @@
 #include <google/protobuf/compiler/importer.h>
 #include <google/protobuf/dynamic_message.h>
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+#include <google/protobuf/stubs/strutil.h>
 #include <google/protobuf/util/json_util.h>
 
 #include <cstring>
@@ -13,7 +14,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "ZoTuningUtils.h"
 #include "encode/encode_plan.h"
@@ -21,16 +21,11 @@
 
 namespace zotest {
 
-/// A schema whose files are strings. What is missing among them and protobuf's own files does not load.
+/// A schema in a string. It may import protobuf's own files.
 class TextSchema : private google::protobuf::compiler::SourceTree,
                    private google::protobuf::compiler::MultiFileErrorCollector {
  public:
-  /// Loads "schema.proto" and whatever it imports.
-  explicit TextSchema(std::map<std::string, std::string> files) : files_(std::move(files)) {
-    file_ = importer_.Import("schema.proto");
-  }
-  explicit TextSchema(const std::string& text)
-      : TextSchema(std::map<std::string, std::string>{{"schema.proto", text}}) {}
+  explicit TextSchema(const std::string& text) : files_{{kName, text}} { file_ = importer_.Import(kName); }
 
   /// Why the schema did not load; empty when it did.
   const std::string& errors() const { return errors_; }
@@ -40,14 +35,13 @@ class TextSchema : private google::protobuf::compiler::SourceTree,
   }
 
  private:
+  static constexpr char kName[] = "schema.proto";
+
   google::protobuf::io::ZeroCopyInputStream* Open(const std::string& name) override {
-    auto found = files_.find(name);
-    if (found == files_.end()) {
-      const auto* own = google::protobuf::DescriptorPool::generated_pool()->FindFileByName(name);
-      if (own == nullptr) return nullptr;
-      found = files_.emplace(name, own->DebugString()).first;
-    }
-    return new google::protobuf::io::ArrayInputStream(found->second.data(), static_cast<int>(found->second.size()));
+    const auto* own = google::protobuf::DescriptorPool::generated_pool()->FindFileByName(name);
+    if (own != nullptr) files_[name] = own->DebugString();
+    const std::string& text = files_[name];
+    return new google::protobuf::io::ArrayInputStream(text.data(), static_cast<int>(text.size()));
   }
   void AddError(const std::string& name, int line, int column, const std::string& message) override {
     errors_ += name + ":" + std::to_string(line + 1) + ":" + std::to_string(column + 1) + ": " + message + "\n";
@@ -58,6 +52,21 @@ class TextSchema : private google::protobuf::compiler::SourceTree,
   google::protobuf::compiler::Importer importer_{this, this};
   const google::protobuf::FileDescriptor* file_ = nullptr;
 };
+
+/// The first name that the field check misses, searched as it is defined, without the shortcut of entering each type
+/// once; empty for none. Types that contain themselves are cut off at a depth that keeps them from running on.
+inline std::string FirstMissing(const google::protobuf::FieldDescriptor* field, const std::string& text,
+                                int depth = 0) {
+  const std::string& name = field->name();
+  if (name == "rule" || name == "value" || name == "description" || depth > 40) return "";
+  if (text.find(name) == std::string::npos) return name;
+  if (field->type() != google::protobuf::FieldDescriptor::TYPE_MESSAGE) return "";
+  std::string missing;
+  for (int i = 0; i < field->message_type()->field_count() && missing.empty(); ++i) {
+    missing = FirstMissing(field->message_type()->field(i), text, depth + 1);
+  }
+  return missing;
+}
 
 /// What one road makes of a text.
 struct Outcome {
@@ -93,7 +102,7 @@ class Roads {
     ZO_TUNING::MSG_PRONE_FOR_BIN(message.get(), type_);
     message->SerializePartialToString(&outcome.wire);
     for (int i = 0; i < type_->field_count() && outcome.missing.empty(); ++i) {
-      outcome.missing = FirstMissing(type_->field(i), text, 0);
+      outcome.missing = FirstMissing(type_->field(i), text);
     }
     return outcome;
   }
@@ -128,34 +137,13 @@ class Roads {
     if (!hot.ok) return "";
     const Outcome plain = Plain(text);
     if (!plain.ok) return "encoded, but protobuf refuses it: " + plain.refusal;
-    if (plain.wire != hot.wire) return "plain " + Hex(plain.wire) + ", hot " + Hex(hot.wire);
+    using google::protobuf::CEscape;
+    if (plain.wire != hot.wire) return "plain '" + CEscape(plain.wire) + "', hot '" + CEscape(hot.wire) + "'";
     if (plain.missing != hot.missing) return "plain misses '" + plain.missing + "', hot '" + hot.missing + "'";
     return "";
   }
 
  private:
-  // The search as it is defined, without the shortcut of entering each type once. Types that contain themselves are
-  // never encoded; the limit only keeps them from running on.
-  static std::string FirstMissing(const google::protobuf::FieldDescriptor* field, const std::string& text, int depth) {
-    const std::string& name = field->name();
-    if (name == "rule" || name == "value" || name == "description" || depth > 40) return "";
-    if (text.find(name) == std::string::npos) return name;
-    if (field->type() != google::protobuf::FieldDescriptor::TYPE_MESSAGE) return "";
-    std::string missing;
-    for (int i = 0; i < field->message_type()->field_count() && missing.empty(); ++i) {
-      missing = FirstMissing(field->message_type()->field(i), text, depth + 1);
-    }
-    return missing;
-  }
-
-  static std::string Hex(const std::string& bytes) {
-    std::string hex;
-    for (const char byte : bytes) {
-      for (const int shift : {4, 0}) hex += "0123456789abcdef"[static_cast<unsigned char>(byte) >> shift & 15];
-    }
-    return "[" + hex + "]";
-  }
-
   const google::protobuf::Descriptor* type_;
   ZO_TUNING::internal::ModulePlan plan_;
   google::protobuf::DynamicMessageFactory factory_;

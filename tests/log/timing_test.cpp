@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -37,11 +38,10 @@ TEST(TimingTest, GetDateTimeGivesTheLocalTime) {
   EXPECT_NEAR(static_cast<double>(seconds), static_cast<double>(time(nullptr)), 3600.0);
   EXPECT_GE(record.microseconds, 0);
   EXPECT_LT(record.microseconds, 1000000);
-  const auto values = {record.second, record.minute,      record.hour,        record.day_of_month,   record.month,
-                       record.year,   record.day_of_week, record.day_of_year, record.daylight_saving};
-  const auto wanted = {local.tm_sec,  local.tm_min,  local.tm_hour, local.tm_mday, local.tm_mon,
-                       local.tm_year, local.tm_wday, local.tm_yday, local.tm_isdst};
-  EXPECT_TRUE(std::equal(values.begin(), values.end(), wanted.begin(), wanted.end()));
+  EXPECT_THAT((std::vector<int>{record.second, record.minute, record.hour, record.day_of_month, record.month,
+                                record.year, record.day_of_week, record.day_of_year, record.daylight_saving}),
+              testing::ElementsAre(local.tm_sec, local.tm_min, local.tm_hour, local.tm_mday, local.tm_mon,
+                                   local.tm_year, local.tm_wday, local.tm_yday, local.tm_isdst));
   EXPECT_EQ(record.utc_offset, 19800);
 }
 

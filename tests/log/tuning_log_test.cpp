@@ -15,13 +15,12 @@ TEST(TuningLogTest, WritesSourceLineFunctionAndMessageFromPriorityFourOn) {
   TuningLog(6, 43, "Fn", "%d", 7);
   const auto lines = TakeRawLog();
   ASSERT_EQ(lines.size(), 3U);
-  const std::string texts[] = {"tuning_log_test.cpp:41 Fn() %n%",
-                               "tuning_log_test.cpp:42 operator()() " + long_text + "\n",
-                               "tuning_log_test.cpp:43 Fn() 7"};
+  const RawLine wanted[] = {{4, "ZoLOG", "tuning_log_test.cpp:41 Fn() %n%"},
+                            {5, "ZoLOG", "tuning_log_test.cpp:42 operator()() " + long_text + "\n"},
+                            {6, "ZoLOG", "tuning_log_test.cpp:43 Fn() 7"}};
   for (size_t i = 0; i < 3; ++i) {
-    EXPECT_EQ(lines[i].priority, static_cast<int>(i) + 4);
-    EXPECT_EQ(lines[i].tag, "ZoLOG");
-    EXPECT_EQ(lines[i].text, texts[i]);
+    EXPECT_EQ(std::tie(lines[i].priority, lines[i].tag, lines[i].text),
+              std::tie(wanted[i].priority, wanted[i].tag, wanted[i].text));
   }
 }
 

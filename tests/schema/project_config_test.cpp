@@ -1,11 +1,9 @@
 #include "ZoTuningUtils.h"
-#include "support/child.h"
 #include "support/project.h"
 
 namespace {
 
 using namespace zotest;
-using testing::ElementsAre;
 
 class ProjectConfigTest : public LogTest {
  protected:
@@ -26,9 +24,8 @@ TEST_F(ProjectConfigTest, MakesAProjectOnceAndExtendsItLater) {
   const auto line = [&](const std::string& text, const std::string& name) {
     return (text[0] == 'C' ? I : W)("InitProjectConfig", text + " " + proj_ + name);
   };
-  EXPECT_THAT(TakeLog(),
-              ElementsAre(line("Create a new sensor dir", "/tele"), line("Create a new sensor dir", "/wide lens"),
-                          line("Create the default dir", "/default")));
+  EXPECT_LOG(line("Create a new sensor dir", "/tele"), line("Create a new sensor dir", "/wide lens"),
+             line("Create the default dir", "/default"));
   const Strings tree = {"ProjConf.bin",       "default/",           "default/.gitkeep",          "tele/",
                         "tele/.gitkeep",      "tele/version/",      "tele/version/.gitkeep",     "wide lens/",
                         "wide lens/.gitkeep", "wide lens/version/", "wide lens/version/.gitkeep"};
@@ -45,10 +42,9 @@ TEST_F(ProjectConfigTest, MakesAProjectOnceAndExtendsItLater) {
   // What exists is kept as it is, even a sensor without its version directory; the configuration is rewritten.
   MakeDirs(proj_ + "/bare");
   Init({"tele", "bare", "new"}, schema_dir_);
-  EXPECT_THAT(TakeLog(),
-              ElementsAre(line("Existed project tuning dir", ""), line("Sensor dir has already been created", "/tele"),
-                          line("Sensor dir has already been created", "/bare"), line("Create a new sensor dir", "/new"),
-                          line("Default tuning data dir has already been created", "/default")));
+  EXPECT_LOG(line("Existed project tuning dir", ""), line("Sensor dir has already been created", "/tele"),
+             line("Sensor dir has already been created", "/bare"), line("Create a new sensor dir", "/new"),
+             line("Default tuning data dir has already been created", "/default"));
   EXPECT_TRUE(Exists(proj_ + "/new/version/.gitkeep"));
   EXPECT_EQ(Tree(proj_ + "/bare"), Strings());
   EXPECT_EQ(Read(proj_ + "/ProjConf.bin"), Item(ConfigBytes("50%s ö", {"tele", "bare", "new"})));
@@ -56,25 +52,23 @@ TEST_F(ProjectConfigTest, MakesAProjectOnceAndExtendsItLater) {
 
 TEST_F(ProjectConfigTest, MakesNothingWithoutAUsableSchema) {
   MakeDirs(root_);
-  const std::string field = "Error in finding the field descriptor of ";
-  for (const auto& [fields, missing] : std::vector<std::pair<std::string, std::string>>{
-           {"string other = 1; repeated string sensor_names = 2;", "proj_name"},
-           {"int32 proj_name = 1; repeated string sensor_names = 2;", "proj_name"},
-           {"bytes proj_name = 1; repeated string sensor_names = 2;", "proj_name"},
-           {"repeated string proj_name = 1; repeated string sensor_names = 2;", "proj_name"},
-           {"string proj_name = 1;", "sensor_names"},
-           {"string proj_name = 1; string sensor_names = 2;", "sensor_names"},
-           {"string proj_name = 1; repeated int32 sensor_names = 2;", "sensor_names"}}) {
+  const std::string name = "string proj_name = 1; ";
+  for (const auto& [fields, missing] :
+       std::vector<std::pair<std::string, std::string>>{{"string other = 1;", "proj_name"},
+                                                        {"int32 proj_name = 1;", "proj_name"},
+                                                        {"bytes proj_name = 1;", "proj_name"},
+                                                        {"repeated string proj_name = 1;", "proj_name"},
+                                                        {name, "sensor_names"},
+                                                        {name + "string sensor_names = 2;", "sensor_names"},
+                                                        {name + "repeated int32 sensor_names = 2;", "sensor_names"}}) {
     Write(temp_ / "odd/a.proto", "syntax = \"proto3\"; package ZO_TUNING; message TuningProjConfig { " + fields + " }");
     Init({"tele"}, temp_ / "odd");
-    EXPECT_THAT(TakeLog(), ElementsAre(E("InitProjConfigMsg", field + missing),
-                                       E("InitProjectConfig", "Failed in project config message initialization")))
+    EXPECT_LOG(E("InitProjConfigMsg", "Error in finding the field descriptor of " + missing),
+               E("InitProjectConfig", "Failed in project config message initialization"))
         << fields;
   }
   Init({"tele"}, temp_ / "no schema");
-  EXPECT_THAT(TakeLog(), ElementsAre(E("GetDescByClassName",
-                                       "Find descriptor of ZO_TUNING.TuningProjConfig failed, please check the protos "
-                                       "under project dir")));
+  EXPECT_LOG(NoType("ZO_TUNING.TuningProjConfig"));
   EXPECT_EQ(Tree(root_), Strings());
 
   // A root that is missing shows up only when the configuration is written.
@@ -84,36 +78,34 @@ TEST_F(ProjectConfigTest, MakesNothingWithoutAUsableSchema) {
 }
 
 TEST_F(ProjectConfigTest, ReadsWhateverTheConfigurationHolds) {
-  const Project project({"tele", "wide"});
+  const Project project;
   const std::string path = project / "ProjConf.bin";
-  const std::string good = Item(ConfigBytes("old", {"a", "b", "c"}));
-  struct Row {
-    std::string bytes;
-    std::string line;  // empty when it is read
-    std::string name;
-    Strings sensors;
-  };
-  const std::string cut = "Read project config bin failed: ";
-  const std::string bad = "Parse proj_config_msg failed: ";
-  for (const Row& row :
-       {Row{"", "", "", {}}, Row{Item(""), "", "", {}}, Row{good, "", "old", {"a", "b", "c"}},
-        Row{good + Item(ConfigBytes("new", {"d"})), "", "new", {"d"}},
-        Row{good + std::string(3, '\xff'), "", "old", {"a", "b", "c"}}, Row{good + I32(1), cut, "", {}},
-        Row{good.substr(0, good.size() - 1), cut, "", {}}, Row{I32(-1) + good, cut, "", {}},
-        Row{I32(0x7fffffff) + good, cut, "", {}}, Row{good + Item("\xff"), bad, "", {}}}) {
-    Write(path, row.bytes);
-    const bool read = row.line.empty();
-    std::string name = "before";
-    Strings sensors = {"before"}, names = {"kept"};
+  using Config = std::pair<std::string, Strings>;
+  const auto read = [&](const std::string& bytes) {
+    Write(path, bytes);
+    Config config = {"before", {"before"}};
+    Strings names = {"kept"};
     LabelMap map;
-    EXPECT_TRUE(ZoTuningUtils::GetProjectConfig(project.dir.c_str(), name, sensors, names, map));
-    EXPECT_EQ(name, read ? row.name : "before");
-    EXPECT_EQ(sensors, read ? row.sensors : Strings{"before"});
+    EXPECT_TRUE(ZoTuningUtils::GetProjectConfig(project.dir.c_str(), config.first, config.second, names, map));
     EXPECT_EQ(names.size(), kLabelNames.size() + 1);
-    EXPECT_EQ(map, FullLabelMap());
-    const Strings lines = {E("InitProjConfigMsgFromBin", row.line + path),
-                           E("GetProjectConfig", "Failed in project config message initialization from bin")};
-    EXPECT_EQ(TakeLog(), read ? Strings() : lines);
+    EXPECT_EQ(map, kLabelMap);
+    return config;
+  };
+  const Config old = {"old", {"a", "b", "c"}};
+  const std::string good = Item(ConfigBytes(old.first, old.second));
+  EXPECT_EQ(read(""), Config());
+  EXPECT_EQ(read(Item("")), Config());
+  EXPECT_EQ(read(good), old);
+  EXPECT_EQ(read(good + std::string(3, '\xff')), old);
+  EXPECT_EQ(read(good + Item(ConfigBytes("new", {"d"}))), Config("new", {"d"}));
+  EXPECT_LOG();
+  for (const std::string& bad :
+       {good + I32(1), good.substr(0, good.size() - 1), I32(-1) + good, I32(INT32_MAX) + good, good + Item("\xff")}) {
+    EXPECT_EQ(read(bad), Config("before", {"before"}));
+    const std::string what =
+        bad.back() == '\xff' ? "Parse proj_config_msg failed: " : "Read project config bin failed: ";
+    EXPECT_LOG(E("InitProjConfigMsgFromBin", what + path),
+               E("GetProjectConfig", "Failed in project config message initialization from bin"));
   }
 }
 
@@ -126,18 +118,13 @@ TEST_F(ProjectConfigTest, NeedsTheProjectItsSchemaAndItsTypes) {
   };
   const std::string dir = temp_ / "p";
   EXPECT_FALSE(config(dir));
-  EXPECT_THAT(TakeLog(), ElementsAre(E("GetProjectConfig", "Project dir is not existed " + dir)));
+  EXPECT_LOG(E("GetProjectConfig", "Project dir is not existed " + dir));
   MakeDirs(dir);
   EXPECT_FALSE(config(dir));
-  EXPECT_THAT(TakeLog(), ElementsAre(E("GetProjectConfig", "Project proto dir is not existed " + dir + "/proto")));
+  EXPECT_LOG(E("GetProjectConfig", "Project proto dir is not existed " + dir + "/proto"));
   MakeDirs(dir + "/proto");
-  const auto lacks = [](const std::string& type) {
-    return E("GetDescByClassName",
-             "Find descriptor of ZO_TUNING." + type + " failed, please check the protos under project dir");
-  };
   EXPECT_FALSE(config(dir));
-  EXPECT_THAT(TakeLog(),
-              ElementsAre(lacks("TuningProjConfig"), E("GetProjectConfig", "Get project config descriptor failed")));
+  EXPECT_LOG(NoType("ZO_TUNING.TuningProjConfig"), E("GetProjectConfig", "Get project config descriptor failed"));
   const std::string head =
       "syntax = \"proto3\"; package ZO_TUNING; message TuningProjConfig "
       "{ string proj_name = 1; repeated int32 sensor_names = 2; } ";
@@ -145,26 +132,22 @@ TEST_F(ProjectConfigTest, NeedsTheProjectItsSchemaAndItsTypes) {
   const std::string from_bin = "Failed in project config message initialization from bin";
   Write(dir + "/proto/a.proto", head);
   EXPECT_FALSE(config(dir));
-  EXPECT_THAT(TakeLog(), ElementsAre(E("InitProjConfigMsgFromBin", "Open project config bin file failed: " + bin),
-                                     E("GetProjectConfig", from_bin), lacks("TuningDataLabel"),
-                                     E("GetProjectConfig", "Get tuning label descriptor failed")));
+  EXPECT_LOG(E("InitProjConfigMsgFromBin", "Open project config bin file failed: " + bin),
+             E("GetProjectConfig", from_bin), NoType("ZO_TUNING.TuningDataLabel"),
+             E("GetProjectConfig", "Get tuning label descriptor failed"));
   Write(bin, "");
   Write(dir + "/proto/a.proto", head + "message TuningDataLabel { string module = 1; }");
   EXPECT_FALSE(config(dir));
-  EXPECT_THAT(
-      TakeLog(),
-      ElementsAre(E("InitProjConfigMsgFromBin", "Error in finding the field descriptor of sensor_names"),
-                  E("GetProjectConfig", from_bin), E("GetProjectTuningLabelsMap", "Invalid tuning data label type: 9"),
-                  E("GetProjectConfig", "Generate tuning label map failed")));
+  EXPECT_LOG(E("InitProjConfigMsgFromBin", "Error in finding the field descriptor of sensor_names"),
+             E("GetProjectConfig", from_bin), E("GetProjectTuningLabelsMap", "Invalid tuning data label type: 9"),
+             E("GetProjectConfig", "Generate tuning label map failed"));
 }
 
 TEST_F(ProjectConfigTest, MsgToBinWritesMessagesWithoutTheirRequiredFields) {
   Write(temp_ / "odd/a.proto",
         "syntax = \"proto2\"; message Odd { required int32 needed = 1; optional int32 given = 2; }");
   Schema schema(temp_ / "odd");
-  const MessagePtr odd(schema.Prototype("Odd")->New());
-  odd->GetReflection()->SetInt32(odd.get(), odd->GetDescriptor()->FindFieldByName("given"), 300);
-  ZO_TUNING::MSG_TO_BIN(odd.get(), (temp_ / "odd.bin").c_str());
+  ZO_TUNING::MSG_TO_BIN(schema.New("Odd", "given: 300").get(), (temp_ / "odd.bin").c_str());
   EXPECT_EQ(Read(temp_ / "odd.bin"), Item(Int(2, 300)));
 }
 

@@ -4,79 +4,62 @@
 namespace {
 
 using namespace zotest;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
-class TuningLabelTest : public LogTest {
+class TuningLabelTest : public SchemaTest {
  protected:
   /// A label type with these fields, beside a few enums.
-  Schema& Load(const std::string& fields) {
-    Write(dir_ / "a.proto", R"(syntax = "proto3"; package ZO_TUNING;
+  void LoadLabel(const std::string& fields) {
+    Load(R"(syntax = "proto3"; package ZO_TUNING;
       enum Scene { option allow_alias = true; Scene_DAY = 0; SceneXNIGHT = 3; Scene_DUSK = 3; Scene_ = 4; }
       enum Short { Shor = 0; } enum Late { Late_A = 0; Lat = 1; Late_B = 2; }
       message TuningDataLabel { )" +
-                                fields + " }");
-    schema_ = std::make_unique<Schema>(dir_.str());
+         fields + " }");
     type_ = schema_->Type("ZO_TUNING.TuningDataLabel");
     message_ = schema_->New("ZO_TUNING.TuningDataLabel");
-    return *schema_;
   }
+  bool MakeMap() { return ZoTuningUtils::GetProjectTuningLabelsMap(type_, names_, map_); }
 
-  TempDir dir_;
-  std::unique_ptr<Schema> schema_;
-  const google::protobuf::Descriptor* type_ = nullptr;
+  const Descriptor* type_ = nullptr;
   MessagePtr message_;
+  Strings names_;
+  LabelMap map_;
 };
 
+const std::map<int, std::string> kScene = {{0, "DAY"}, {3, "DUSK"}, {4, ""}};
+
 TEST_F(TuningLabelTest, MapNamesFieldsInDeclarationOrder) {
-  Strings names = {"kept"};
-  LabelMap map = {{"zoom", {{9, "old"}}}, {"alpha", {{9, "kept"}, {0, "old"}}}};
-  Load("Scene alpha = 9; int32 zoom = 2;");
-  EXPECT_TRUE(ZoTuningUtils::GetProjectTuningLabelsMap(type_, names, map));
-  EXPECT_THAT(names, ElementsAre("kept", "alpha", "zoom"));
-  const LabelMap wanted = {{"zoom", {}}, {"alpha", {{0, "DAY"}, {3, "DUSK"}, {4, ""}, {9, "kept"}}}};
-  EXPECT_EQ(map, wanted);
+  names_ = {"kept"};
+  map_ = {{"zoom", {{9, "old"}}}, {"alpha", {{5, "kept"}, {0, "old"}}}};
+  LoadLabel("Scene alpha = 9; int32 zoom = 2;");
+  EXPECT_TRUE(MakeMap());
+  EXPECT_THAT(names_, ElementsAre("kept", "alpha", "zoom"));
+  EXPECT_EQ(map_, (LabelMap{{"zoom", {}}, {"alpha", {{0, "DAY"}, {3, "DUSK"}, {4, ""}, {5, "kept"}}}}));
 }
 
 TEST_F(TuningLabelTest, MapStopsAtAFieldOfAnotherType) {
-  struct Row {
-    std::string fields;
-    Strings names;
-    LabelMap map;
-    std::string line;  // empty when the map is made
-  };
-  const std::map<int, std::string> scene = {{0, "DAY"}, {3, "DUSK"}, {4, ""}};
-  for (const Row& row : {Row{"", {}, {}, ""},
-                         Row{"Scene alpha = 3; int32 beta = 2; string gamma = 1; int32 delta = 4;",
-                             {"alpha", "beta", "gamma"},
-                             {{"alpha", scene}, {"beta", {}}},
-                             "Invalid tuning data label type: 9"},
-                         Row{"TuningDataLabel self = 1;", {"self"}, {}, "Invalid tuning data label type: 11"},
-                         Row{"sint32 number = 1;", {"number"}, {}, "Invalid tuning data label type: 17"}}) {
-    Strings names;
-    LabelMap map;
-    Load(row.fields);
-    EXPECT_EQ(ZoTuningUtils::GetProjectTuningLabelsMap(type_, names, map), row.line.empty()) << row.fields;
-    EXPECT_EQ(names, row.names);
-    EXPECT_EQ(map, row.map);
-    EXPECT_EQ(TakeLog(), row.line.empty() ? Strings() : Strings{E("GetProjectTuningLabelsMap", row.line)});
-  }
-
+  LoadLabel("Scene alpha = 3; int32 beta = 2; string gamma = 1; int32 delta = 4;");
+  EXPECT_FALSE(MakeMap());
+  EXPECT_THAT(names_, ElementsAre("alpha", "beta", "gamma"));
+  EXPECT_EQ(map_, (LabelMap{{"alpha", kScene}, {"beta", {}}}));
+  LoadLabel("TuningDataLabel self = 1;");
+  EXPECT_FALSE(MakeMap());
+  LoadLabel("sint32 number = 1;");
+  EXPECT_FALSE(MakeMap());
+  const std::string invalid = "Invalid tuning data label type: ";
+  EXPECT_LOG(E("GetProjectTuningLabelsMap", invalid + "9"), E("GetProjectTuningLabelsMap", invalid + "11"),
+             E("GetProjectTuningLabelsMap", invalid + "17"));
   // A value name that is too short for its enum gives one line of our own wording and no short name.
-  for (const std::string name : {"Short", "Late"}) {
-    Strings names;
-    LabelMap map;
-    Load(name + " field = 1; int32 next = 2;");
-    EXPECT_FALSE(ZoTuningUtils::GetProjectTuningLabelsMap(type_, names, map));
-    EXPECT_THAT(names, ElementsAre("field"));
-    EXPECT_THAT(TakeLog(), ElementsAre(testing::AllOf(testing::StartsWith("6 GetProjectTuningLabelsMap: "),
-                                                      testing::HasSubstr(name))));
-    EXPECT_EQ(map["field"].count(1), 0U);
+  for (const std::string type : {"Short", "Late"}) {
+    LoadLabel(type + " field = 1; int32 next = 2;");
+    EXPECT_FALSE(MakeMap());
+    EXPECT_EQ(names_.back(), "field");
+    EXPECT_LOG(AllOf(StartsWith("6 GetProjectTuningLabelsMap: "), HasSubstr(type)));
+    EXPECT_EQ(map_["field"].count(1), 0U);
   }
 }
 
 TEST_F(TuningLabelTest, FillsAndReadsMessages) {
-  Load("int32 alpha = 3; Scene beta = 1; string gamma = 2; repeated int32 many = 4; repeated Scene scenes = 5;");
+  LoadLabel("int32 alpha = 3; Scene beta = 1; string gamma = 2; repeated int32 many = 4; repeated Scene scenes = 5;");
   struct Row {
     Strings names;
     std::vector<int> values;
@@ -108,7 +91,7 @@ TEST_F(TuningLabelTest, FillsAndReadsMessages) {
   EXPECT_TRUE(ZoTuningUtils::InitTuningLabelMsg(message_.get(), type_, names, {}));
   names = {"alpha"};
   EXPECT_FALSE(ZoTuningUtils::InitTuningLabelMsg(message_.get(), type_, names, {1, 2}));
-  EXPECT_THAT(TakeLog(), ElementsAre(testing::StartsWith("6 InitTuningLabelMsg: ")));
+  EXPECT_LOG(StartsWith("6 InitTuningLabelMsg: "));
 }
 
 }  // namespace

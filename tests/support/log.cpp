@@ -2,38 +2,33 @@
 
 #include <android/log.h>
 
-#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <regex>
+#include <utility>
 
 namespace zotest {
 namespace {
 
 std::mutex g_mutex;
 std::vector<RawLine> g_lines;
-constexpr const char* kOtherForm = "(another form) ";
 
 void Keep(int priority, const char* tag, const std::string& text) {
   const std::lock_guard<std::mutex> lock(g_mutex);
   g_lines.push_back({priority, tag, text});
 }
 
-// "file.cpp:12 Function() message" as "<priority> Function: message"; empty for any other shape.
+// "file.cpp:12 Function() message" as "<priority> Function: message"; empty for any other form.
 std::string Digest(const RawLine& line) {
-  const size_t colon = line.text.find(':');
-  const size_t blank = line.text.find(' ');
-  const size_t end = line.text.find("() ");
-  if (line.tag != "ZoLOG" || line.priority < 4 || line.priority > 6 || colon >= blank || end == std::string::npos)
-    return "";
-  const std::string file = line.text.substr(0, colon);
-  const std::string number = line.text.substr(colon + 1, blank - colon - 1);
-  const bool source = file.find('/') == std::string::npos && file.find_last_of('.') != std::string::npos;
-  if (!source || number.empty() || number.find_first_not_of("0123456789") != std::string::npos) return "";
-  return std::to_string(line.priority) + ' ' + line.text.substr(blank + 1, end - blank - 1) + ": " +
-         line.text.substr(end + 3);
+  static const std::regex form(R"([^/: ]+\.(cpp|h):[0-9]+ ([^ ]+)\(\) )");
+  const std::string head = line.text.substr(0, 200);
+  std::smatch match;
+  const bool fits = line.tag == "ZoLOG" && line.priority >= 4 && line.priority <= 6 &&
+                    std::regex_search(head, match, form, std::regex_constants::match_continuous);
+  return fits ? Line(line.priority, match.str(2), line.text.substr(static_cast<size_t>(match.length()))) : "";
 }
 
 }  // namespace
@@ -47,8 +42,7 @@ Strings TakeLog(int lowest) {
   Strings taken;
   for (const RawLine& line : TakeRawLog()) {
     const std::string digest = Digest(line);
-    if (digest.empty())
-      ADD_FAILURE() << "not the form of a log line: " << line.tag << " | " << line.text.substr(0, 500);
+    EXPECT_FALSE(digest.empty()) << "not the form of a log line: " << line.tag << " | " << line.text.substr(0, 500);
     if (line.priority >= lowest) taken.push_back(digest);
   }
   return taken;
@@ -63,7 +57,7 @@ extern "C" int __android_log_print(int priority, const char* tag, const char* fo
   const int length = vasprintf(&text, format, arguments);
   va_end(arguments);
   if (length < 0) return length;
-  zotest::Keep(priority, tag, std::strcmp(format, "%s %s") == 0 ? text : std::string(zotest::kOtherForm) + text);
+  zotest::Keep(priority, tag, std::strcmp(format, "%s %s") == 0 ? text : std::string("(another format) ") + text);
   std::free(text);
   return length;
 }

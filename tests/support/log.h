@@ -12,6 +12,14 @@ namespace zotest {
 
 using Strings = std::vector<std::string>;
 
+// The matchers of most tests.
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+using testing::UnorderedElementsAre;
+
 struct RawLine {
   int priority;
   std::string tag;
@@ -22,26 +30,45 @@ struct RawLine {
 std::vector<RawLine> TakeRawLog();
 
 /// The lines of the library's operations since the last take, as "<priority> <function>: <message>", without those
-/// below `lowest`. Fails the test on a line of another tag, priority or shape.
+/// below `lowest`. Fails the test on a line of another tag, priority or form.
 Strings TakeLog(int lowest = 4);
 
-inline std::string E(const std::string& function, const std::string& message) {
-  return "6 " + function + ": " + message;
+inline std::string Line(int priority, const std::string& function, const std::string& message) {
+  return std::to_string(priority) + ' ' + function + ": " + message;
 }
-inline std::string W(const std::string& function, const std::string& message) {
-  return "5 " + function + ": " + message;
+inline std::string E(const std::string& function, const std::string& message) { return Line(6, function, message); }
+inline std::string W(const std::string& function, const std::string& message) { return Line(5, function, message); }
+inline std::string I(const std::string& function, const std::string& message) { return Line(4, function, message); }
+
+/// The line about a type that the schema lacks.
+inline std::string NoType(const std::string& name) {
+  return E("GetDescByClassName", "Find descriptor of " + name + " failed, please check the protos under project dir");
 }
-inline std::string I(const std::string& function, const std::string& message) {
-  return "4 " + function + ": " + message;
+
+/// The line about a file that is named by no module.
+inline std::string UnknownModule(const std::string& name) {
+  return E("PATH_TO_TUNING_CONFIG", "Unknown module name " + name +
+                                        " in EnumTuningDataLable_Module, please check the setting of "
+                                        "EnumTuningDataLable_Module in project");
 }
+
+/// What `body` prints to standard error.
+template <typename Body>
+std::string StderrOf(Body body) {
+  testing::internal::CaptureStderr();
+  body();
+  return testing::internal::GetCapturedStderr();
+}
+
+/// Takes the log and compares it with these lines, all of them or the error lines alone.
+#define EXPECT_LOG(...) EXPECT_THAT(zotest::TakeLog(), testing::ElementsAre(__VA_ARGS__))
+#define EXPECT_ERRORS(...) EXPECT_THAT(zotest::TakeLog(6), testing::ElementsAre(__VA_ARGS__))
 
 /// Fails a test that leaves an error line behind which it did not take.
 class LogTest : public testing::Test {
  protected:
   void SetUp() override { TakeRawLog(); }
-  void TearDown() override {
-    EXPECT_THAT(TakeLog(6), testing::IsEmpty()) << "error lines that the test did not expect";
-  }
+  void TearDown() override { EXPECT_THAT(TakeLog(6), IsEmpty()) << "error lines that the test did not expect"; }
 };
 
 }  // namespace zotest

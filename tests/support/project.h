@@ -18,6 +18,7 @@
 namespace zotest {
 
 using LabelMap = std::map<std::string, std::map<int, std::string>>;
+using Descriptor = google::protobuf::Descriptor;
 using Message = google::protobuf::Message;
 using MessagePtr = std::unique_ptr<Message>;
 
@@ -25,7 +26,7 @@ using MessagePtr = std::unique_ptr<Message>;
 class Schema {
  public:
   explicit Schema(const std::string& dir);
-  const google::protobuf::Descriptor* Type(const std::string& full_name);
+  const Descriptor* Type(const std::string& full_name);
   const Message* Prototype(const std::string& full_name);
   MessagePtr New(const std::string& full_name, const std::string& text = "");  ///< from protobuf text
   google::protobuf::compiler::Importer& importer() { return importer_; }
@@ -46,13 +47,13 @@ struct Kind {
 };
 extern const std::vector<Kind> kKinds;
 
-/// Writes the schema: all rule and data types, TuningProjConfig, Version, the eight-field TuningDataLabel with field
-/// numbers out of declaration order, and a module of each package beside EveryKind and one used by a LinkKey name.
+/// Writes the schema: that of support/schema, and types.proto with all rule and data types and EveryKind, a module of
+/// all of them.
 void WriteSchema(const std::string& dir);
 
 /// What the schema's TuningDataLabel comes to.
 extern const Strings kLabelNames;
-LabelMap FullLabelMap();
+extern const LabelMap kLabelMap;
 
 // Module numbers of the label.
 enum { kAfCommon, kAWGain, kAEMeter, kPdCalib, kNoise, kAfLinkKeyTable, kEveryKind, kGhost };
@@ -87,7 +88,7 @@ class Project {
   void Add(const std::string& scope, const std::vector<Setting>& settings);
 
   /// The bytes of the scope's bin.
-  std::string Bin(const std::string& scope) const;
+  std::string Bin(const std::string& scope);
 
   std::string operator/(const std::string& name) const { return dir + "/" + name; }
 
@@ -101,13 +102,27 @@ class Project {
 
 class ProjectTest : public LogTest {
  protected:
-  /// The entry of a bin folder, as `sensor`.bin in the project's output directory.
+  /// Where the bin of `scope` is packed to.
   std::string BinPath(const std::string& scope) const { return project_.out + "/zo_tuning/" + scope + ".bin"; }
 
   Project project_;
   const std::string& dir_ = project_.dir;
   Strings names_ = kLabelNames;
-  LabelMap map_ = FullLabelMap();
+  LabelMap map_ = kLabelMap;
+};
+
+/// Tests on schemas of their own.
+class SchemaTest : public LogTest {
+ protected:
+  /// Replaces the schema by one file.
+  Schema& Load(const std::string& proto) {
+    Write(dir_ / "proto/a.proto", proto);
+    schema_ = std::make_unique<Schema>(dir_ / "proto");
+    return *schema_;
+  }
+
+  TempDir dir_;
+  std::unique_ptr<Schema> schema_;
 };
 
 }  // namespace zotest

@@ -9,20 +9,21 @@
 
 namespace zotest {
 
-inline std::string Varint(uint64_t value) {
+inline std::string Varint(int64_t number) {
+  auto value = static_cast<uint64_t>(number);
   std::string bytes;
   for (; value >= 0x80; value >>= 7) bytes += static_cast<char>(value | 0x80);
   return bytes + static_cast<char>(value);
 }
-inline std::string Tag(int field, unsigned wire_type) { return Varint(static_cast<uint64_t>(field) << 3 | wire_type); }
+inline std::string Tag(int field, unsigned wire_type) { return Varint(int64_t{field} << 3 | wire_type); }
 
 /// A singular int32, enum or bool field; left out at 0, as proto3 does.
-inline std::string Int(int field, int64_t value) {
-  return value == 0 ? "" : Tag(field, 0) + Varint(static_cast<uint64_t>(value));
-}
+inline std::string Int(int field, int64_t value) { return value == 0 ? "" : Tag(field, 0) + Varint(value); }
 
 /// A string, bytes, message or packed field; present also when empty.
-inline std::string Len(int field, const std::string& bytes) { return Tag(field, 2) + Varint(bytes.size()) + bytes; }
+inline std::string Len(int field, const std::string& bytes) {
+  return Tag(field, 2) + Varint(static_cast<int64_t>(bytes.size())) + bytes;
+}
 
 /// The bytes of a little-endian float, double or integer, as packed fields hold them.
 template <typename T>

@@ -7,14 +7,10 @@
 namespace zotest {
 namespace {
 
-using testing::HasSubstr;
-
 TEST_F(ToolTest, ABareSchemaBecomesAProjectThatPacks) {
   std::filesystem::remove_all(At("proto/version"));
-  const std::string schema = At("proto");
   const Ran made =
-      RunTool({"init", "demo", "--proto", schema, "--sensor", "tele", "--sensor", "uw", "--into", "new/home"},
-              {temp_.str(), ""});
+      Tool("init demo --proto tuning_project/proto --sensor tele --sensor uw --into new/home", {temp_.str()});
   ASSERT_EQ(made.code, 0) << made.err;
   const std::string demo = temp_ / "new/home/demo";
   EXPECT_THAT(Tree(demo), testing::IsSupersetOf({"ProjConf.bin", "default/.gitkeep", "proto/af.proto",
@@ -22,45 +18,42 @@ TEST_F(ToolTest, ABareSchemaBecomesAProjectThatPacks) {
                                                  "tele/version/.gitkeep", "uw/version/"}));
   EXPECT_THAT(Read(demo + "/src/ZoTuningVersion.h"), HasSubstr("[3AProto]"));
   const struct {
-    Strings arguments;
+    const char* line;
     const char* says;
   } life[] = {
-      {{"template", "--all"}, "default/AfCommon.json         made\n"},
-      {{"new", "--sensor", "tele", "module=AfCommon", "mode=1"}, "tele/mode_1/AfCommon.json  made\n"},
-      {{"tree"}, "tele (1 setting)"},
-      {{"version", "set", "demo", "0.2"}, "demo is now 0.2"},
-      {{"version", "header"}, "src/ZoTuningVersion.h is written, 1 version\n"},
-      {{"pack", "-o", "out"}, "tele.bin"},
-      {{"show", "out/zo_tuning"}, "default.bin"},
-      {{"verify", "out/zo_tuning"}, "default.bin: 13 records the same, 0 differences\n"},
+      {"template --all", "default/AfCommon.json         made\n"},
+      {"new --sensor tele module=AfCommon mode=1", "tele/mode_1/AfCommon.json  made\n"},
+      {"tree", "tele (1 setting)"},
+      {"version set demo 0.2", "demo is now 0.2"},
+      {"version header", "src/ZoTuningVersion.h is written, 1 version\n"},
+      {"pack -o out", "tele.bin"},
+      {"show out", "default.bin"},
+      {"verify out/zo_tuning", "default.bin: 13 records the same, 0 differences\n"},
   };
   for (const auto& step : life) {
-    const Ran run = RunTool(step.arguments, {demo, ""});
-    EXPECT_EQ(run.code, 0) << step.says << run.err;
+    const Ran run = Tool(step.line, {demo});
+    EXPECT_EQ(run.code, 0) << step.line << run.err;
     EXPECT_THAT(run.out, HasSubstr(step.says));
-    EXPECT_EQ(run.err, "") << step.says;
+    EXPECT_EQ(run.err, "") << step.line;
   }
 }
 
 TEST_F(ToolTest, WhatIsThereIsKept) {
   const Strings before = Tree(dir_);
   const std::string header = Read(At("src/ZoTuningVersion.h"));
-  const Strings again = {"init", "tuning_project", "--proto", "tuning_project/proto", "--sensor", "third"};
-  const Ran refused = RunTool(again, {temp_.str(), ""});
+  const std::string again = "init tuning_project --proto tuning_project/proto --sensor third";
+  const Ran refused = Tool(again, {temp_.str()});
   EXPECT_EQ(refused.code, 1);
   EXPECT_THAT(refused.err, HasSubstr("'tuning_project' is a project already"));
   EXPECT_EQ(Tree(dir_), before);
 
-  Strings forced = again;
-  forced.insert(forced.end(), {"--sensor", "front", "--force"});
-  EXPECT_EQ(RunTool(forced, {temp_.str(), ""}).code, 0);
+  EXPECT_EQ(Tool(again + " --sensor front --force", {temp_.str()}).code, 0);
   EXPECT_EQ(Read(At("src/ZoTuningVersion.h")), header);
-  EXPECT_THAT(Tool({"sensors"}).out, HasSubstr("third   0      0         0\nfront   1      12        2\n"));
+  EXPECT_THAT(Tool("sensors").out, HasSubstr("third   0      0         0\nfront   1      12        2\n"));
 
   Write(temp_ / "other/project.proto", Read(At("proto/project.proto")) + "// newer\n");
   Write(temp_ / "other/label.proto", Read(At("proto/label.proto")));
-  const Ran clash =
-      RunTool({"init", "tuning_project", "--proto", "other", "--sensor", "front", "--force"}, {temp_.str(), ""});
+  const Ran clash = Tool("init tuning_project --proto other --sensor front --force", {temp_.str()});
   EXPECT_EQ(clash.code, 1);
   EXPECT_THAT(clash.err, HasSubstr("tuning_project/proto/project.proto: error: the project holds another version"));
 }
@@ -72,25 +65,23 @@ TEST_F(ToolTest, AnUnusableSchemaMakesNothing) {
     const char* to;
     const char* says;
   } rows[] = {
-      {"proto/project.proto", "message TuningProjConfig", "message Other",
-       "no message type 'ZO_TUNING.TuningProjConfig'"},
-      {"proto/project.proto", "message Version", "message Edition", "no message type 'ZO_TUNING.Version'"},
-      {"proto/label.proto", "message TuningDataLabel", "message Label", "no message type 'ZO_TUNING.TuningDataLabel'"},
-      {"proto/label.proto", "int32 mode = 1;", "string mode = 1;", "neither int32 nor enum"},
-      {"proto/label.proto", "int32 mode = 1;", "int32 mode = 1", "label.proto:"},
+      {"project", "message TuningProjConfig", "message Other", "no message type 'ZO_TUNING.TuningProjConfig'"},
+      {"project", "message Version", "message Edition", "no message type 'ZO_TUNING.Version'"},
+      {"project", "package ZO_TUNING;", "package ZO_TUNING_AF;", "there is 'ZO_TUNING_AF.TuningProjConfig'"},
+      {"label", "message TuningDataLabel", "message Label", "no message type 'ZO_TUNING.TuningDataLabel'"},
+      {"label", "int32 mode = 1;", "string mode = 1;", "neither int32 nor enum"},
+      {"label", "int32 mode = 1;", "int32 mode = 1", "label.proto:"},
+      {"label", "", "", "'my_scene_cam' contains 'scene_' and would be read as a level"},
   };
   for (const auto& row : rows) {
-    const std::string before = Read(At(row.file));
-    Edit(row.file, row.from, row.to);
-    const Ran run = RunTool({"init", "demo", "--proto", At("proto"), "--sensor", "tele"}, {temp_.str(), ""});
+    const std::string file = std::string("proto/") + row.file + ".proto", before = Read(At(file));
+    Edit(file, row.from, row.to);
+    const Ran run = Tool("init demo --proto tuning_project/proto --sensor my_scene_cam", {temp_.str()});
     EXPECT_EQ(run.code, 1) << row.says;
     EXPECT_THAT(run.err, HasSubstr(row.says));
     EXPECT_FALSE(Exists(temp_ / "demo")) << row.says;
-    Write(At(row.file), before);
+    Write(At(file), before);
   }
-  const Ran trap = RunTool({"init", "demo", "--proto", At("proto"), "--sensor", "my_scene_cam"}, {temp_.str(), ""});
-  EXPECT_EQ(trap.code, 1);
-  EXPECT_THAT(trap.err, HasSubstr("'my_scene_cam' contains 'scene_' and would be read as a level"));
 }
 
 }  // namespace

@@ -20,73 +20,63 @@ using zotuning_tool::ScanJson;
 
 constexpr size_t kGood = std::string::npos;
 
+/// Whether protobuf's parser reads the text. A struct takes any names and values, so only broken texts are refused.
+bool Reads(const std::string& text) {
+  static google::protobuf::DynamicMessageFactory factory;
+  const auto* type =
+      google::protobuf::DescriptorPool::generated_pool()->FindMessageTypeByName("google.protobuf.Struct");
+  const std::unique_ptr<google::protobuf::Message> any(factory.GetPrototype(type)->New());
+  return google::protobuf::util::JsonStringToMessage(text, any.get()).ok();
+}
+
+TEST(ScanJson, AgreesWithTheParserOnEveryChangeOfOneCharacter) {
+  for (const std::string text : {R"({"a": [1, -0.5e+2,], 'b': 'x"y', c_1: null, $d: {}, "key": [true, [[]]],})",
+                                 R"( {"f": "\u00e9\ud83d\ude00\q\\", "g": 1e-400, "h": 00.5, truer: false} )"}) {
+    ASSERT_TRUE(Reads(text));
+    for (size_t i = 0; i <= text.size(); ++i) {
+      for (const char c : std::string("{}[],:\"'\\ 01e.-+utn_/\n\x01\x80\xC3\0", 27)) {
+        for (const size_t replaced : {0, 1}) {
+          std::string changed = text;
+          changed.replace(i, replaced, 1, c);
+          EXPECT_EQ(!ScanJson(changed), Reads(changed)) << changed;
+        }
+      }
+      EXPECT_EQ(!ScanJson(text.substr(0, i)), Reads(text.substr(0, i))) << i;
+    }
+  }
+}
+
 TEST(ScanJson, FindsWhereATextBreaks) {
   const struct {
     std::string text;
     size_t offset;  ///< of the fault
   } rows[] = {
-      {"{}", kGood},
       {" \f\v\t\r\n{ } \n", kGood},
-      {R"({"a": [1, 2,], 'b': 'x"y', c_1: null, $d: {},})", kGood},
-      {R"({"a": [true, false, [[-0.0], "\u00e9\ud83d\ude00\q"]]})", kGood},
       {"{\"a\": \"line\nfeed\x01\"}", kGood},
-      {R"({"a": 1., "b": 00.5, "c": 1e-400, "d": -12E+3})", kGood},
       {"", 0},
-      {"  ", 2},
       {"{} x", 3},
-      {R"({"a": 1}{)", 8},
       {R"({"a": 1)", 7},
-      {R"({"a": [1)", 8},
       {R"({"a": "x)", 6},
-      {R"({"a" 1})", 5},
       {R"({"a":})", 5},
       {R"({"a": 1 "b": 2})", 8},
-      {R"({"a": [1 2]})", 9},
       {R"({"a": [1,,2]})", 9},
-      {R"({"a": [,]})", 7},
-      {R"({,"a": 1})", 1},
-      {R"({"a": [1}})", 8},
-      {R"({"a": 1])", 7},
       {R"({true: 1})", 1},
-      {R"({nullable: 1, trueish: 2})", kGood},
-      {R"({1: 1})", 1},
-      {R"({a-b: 1})", 2},
       {R"({"a": 1 /* c */})", 8},
       {R"({"a": truex})", 10},
       {R"({"a": NaN})", 6},
-      {R"({"a": +1})", 6},
-      {R"({"a": .5})", 6},
-      {R"({"a": 01})", 6},
-      {R"({"a": -01})", 6},
       {R"({"a": 0x10})", 6},
-      {R"({"a": 1.2.3})", 6},
-      {R"({"a": 1e})", 6},
-      {R"({"a": -})", 6},
       {R"({"a": 1e400})", 6},
-      {R"({"a": 1_000})", 7},
-      {R"({"a": "\u41"})", 7},
-      {R"({"a": "\ud83dx"})", 7},
-      {R"({"a": "\ude00"})", 7},
       {R"({"a": "\ud83d\u0041"})", 7},
-      {"{\"a\": \"\xff\"}", 7},
-      {"{\"a\": \"\xc0\xaf\"}", 7},
       {"{\"a\": \"\xed\xa0\x80\"}", 7},
       {"{\"a\": \"\xf4\x90\x80\x80\"}", 7},
-      {"{\"a\": 1}\xff", 8},
       {"{\"a\": 1, \xff", 9},
       {"\xef\xbb\xbf{}", 0},
       {std::string("{\0}", 3), 1},
   };
-  // A struct takes any names and values, so only broken texts are refused.
-  google::protobuf::DynamicMessageFactory factory;
-  const auto* any_type =
-      google::protobuf::DescriptorPool::generated_pool()->FindMessageTypeByName("google.protobuf.Struct");
-  ASSERT_NE(any_type, nullptr);
   for (const auto& row : rows) {
     const auto fault = ScanJson(row.text);
     EXPECT_EQ(fault ? fault->offset : kGood, row.offset) << row.text << (fault ? ": " + fault->message : "");
-    const std::unique_ptr<google::protobuf::Message> any(factory.GetPrototype(any_type)->New());
-    EXPECT_EQ(google::protobuf::util::JsonStringToMessage(row.text, any.get()).ok(), row.offset == kGood) << row.text;
+    EXPECT_EQ(Reads(row.text), row.offset == kGood) << row.text;
   }
 }
 

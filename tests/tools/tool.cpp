@@ -1,11 +1,14 @@
 #include "tools/tool.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
+#include <iterator>
+#include <sstream>
 
 namespace zotest {
 
@@ -55,14 +58,31 @@ Ran RunProgram(const std::string& program, const Strings& arguments, const RunWi
   return run;
 }
 
-Ran RunTool(const Strings& arguments, const RunWith& with) { return RunProgram(ZOTUNING_TOOL, arguments, with); }
-
 void ToolTest::SetUp() {
   std::filesystem::copy(ZOTUNING_EXAMPLE, dir_, std::filesystem::copy_options::recursive);
-  const Ran made = RunTool(
-      {"init", "tuning_project", "--proto", "tuning_project/proto", "--sensor", "main_wide", "--sensor", "front"},
-      {temp_.str(), ""});
+  const Ran made =
+      Tool("init tuning_project --proto tuning_project/proto --sensor main_wide --sensor front", {temp_.str()});
   ASSERT_EQ(made.code, 0) << made.out << made.err;
+}
+
+Ran ToolTest::Tool(const std::string& line, RunWith with) const {
+  std::istringstream words(line);
+  if (with.dir.empty()) with.dir = dir_;
+  return RunProgram(ZOTUNING_TOOL, {std::istream_iterator<std::string>(words), {}}, with);
+}
+
+void ToolTest::Fails(const std::string& line, const std::string& says, int code) const {
+  const Ran run = Tool(line);
+  EXPECT_EQ(run.code, code) << line << "\n" << run.err;
+  EXPECT_THAT(run.err, HasSubstr(says)) << line;
+}
+
+Ran ToolTest::OnFullDisk(const std::string& line, size_t bytes) const {
+  return Tool(line, {"", "", [bytes] {
+                       std::signal(SIGXFSZ, SIG_IGN);
+                       const rlimit limit{bytes, bytes};
+                       setrlimit(RLIMIT_FSIZE, &limit);
+                     }});
 }
 
 void ToolTest::Edit(const std::string& file, const std::string& from, const std::string& to) const {
@@ -70,6 +90,11 @@ void ToolTest::Edit(const std::string& file, const std::string& from, const std:
   const size_t at = text.find(from);
   ASSERT_NE(at, std::string::npos) << from << " is not in " << file;
   Write(At(file), text.replace(at, from.size(), to));
+}
+
+void PackedTest::SetUp() {
+  ToolTest::SetUp();
+  ASSERT_EQ(Tool("pack -o out").code, 0);
 }
 
 }  // namespace zotest

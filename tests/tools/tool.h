@@ -8,13 +8,14 @@
 
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "support/files.h"
 
 namespace zotest {
 
 using Json = nlohmann::ordered_json;
+using testing::HasSubstr;
+using testing::IsEmpty;
 
 /// One run of the tool.
 struct Ran {
@@ -28,22 +29,27 @@ struct Ran {
 
 /// What a run is given beside its arguments.
 struct RunWith {
-  std::string dir;                                   ///< where it runs
-  std::string input;                                 ///< its standard input
+  std::string dir = "";                              ///< where it runs
+  std::string input = "";                            ///< its standard input
   std::function<void()> prepare = nullptr;           ///< called in the child before it becomes the tool
   std::function<void(int pid)> meanwhile = nullptr;  ///< called with the child's id while it runs
 };
 
 Ran RunProgram(const std::string& program, const Strings& arguments, const RunWith& with);
-Ran RunTool(const Strings& arguments, const RunWith& with);
 
 /// A fresh copy of the example project, made a project by 'init' as a user would.
 class ToolTest : public testing::Test {
  protected:
   void SetUp() override;
 
-  /// Runs the tool in the project's folder.
-  Ran Tool(const Strings& arguments) const { return RunTool(arguments, {dir_, ""}); }
+  /// Runs the tool with the words of `line`, in the project's folder unless `with` names another.
+  Ran Tool(const std::string& line, RunWith with = {}) const;
+
+  /// Runs it as well; expects exit code 1, or `code`, and that standard error has `says`.
+  void Fails(const std::string& line, const std::string& says, int code = 1) const;
+
+  /// Runs it with files limited to `bytes`, as on a full disk.
+  Ran OnFullDisk(const std::string& line, size_t bytes) const;
 
   /// Replaces the first `from` in a file of the project; fails the test when there is none.
   void Edit(const std::string& file, const std::string& from, const std::string& to) const;
@@ -55,7 +61,12 @@ class ToolTest : public testing::Test {
   std::string dir_ = temp_ / "tuning_project";
 };
 
-/// A line of what the tool reports, as "FILE:LINE:COLUMN: error: MESSAGE".
-MATCHER_P(Says, text, "says \"" + std::string(text) + "\"") { return arg.find(text) != std::string::npos; }
+/// The same with its bins in out/zo_tuning.
+class PackedTest : public ToolTest {
+ protected:
+  void SetUp() override;
+
+  const std::string bin_ = "out/zo_tuning/front.bin";
+};
 
 }  // namespace zotest

@@ -4,8 +4,6 @@
 namespace {
 
 using namespace zotest;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 class TuningPathTest : public LogTest {
  protected:
@@ -23,31 +21,27 @@ class TuningPathTest : public LogTest {
   TempDir dir_;
   const std::string sensor_ = dir_ / "tele";
   Strings names_ = kLabelNames;
-  LabelMap map_ = FullLabelMap();
+  LabelMap map_ = kLabelMap;
 };
 
 TEST_F(TuningPathTest, BothDirectionsAreInverse) {
   MakeDirs(sensor_);
-  struct Row {
-    std::vector<int> config;
-    std::string path;
+  const auto expect = [&](std::vector<int> config, const std::string& folder, const std::string& file) {
+    config.resize(8, -1);
+    EXPECT_EQ(ToPath(config), sensor_ + folder + file);
+    EXPECT_EQ(Mode(sensor_ + folder), folder.empty() ? Mode(sensor_) : 0700U) << folder;
+    EXPECT_FALSE(Exists(sensor_ + folder + file));
+    EXPECT_EQ(ToConfig(sensor_ + folder + file), config);
   };
-  for (const Row& row :
-       {Row{{1, -1, -1, -1, -1, -1, -1, -1}, "/AWGain.json"},
-        Row{{0, 0, -1, -1, -1, -1, -1, -1}, "/mode_0/AfCommon.json"},
-        Row{{3, -2, 1, -1, -1, -1, -1, -1}, "/mode_-2/scenario_Video/PdCalib.json"},
-        Row{{5, 123456, 0, 1, 0, 1, -1, -1},
-            "/mode_123456/scenario_Photo/feature0_Zoom/function_Base/sub_function_Pre/AfLinkKeyTable.json"},
-        Row{{2, 3, 1, 0, 1, 0, 1, 1},
-            "/mode_3/scenario_Video/feature0_None/function_Flash/sub_function_Main/scene_Night/"
-            "filter_Mono/AEMeter.json"}}) {
-    EXPECT_EQ(ToPath(row.config), sensor_ + row.path);
-    const std::string folder = sensor_ + row.path.substr(0, row.path.rfind('/'));
-    EXPECT_EQ(Mode(folder), folder == sensor_ ? Mode(sensor_) : 0700U) << folder;
-    EXPECT_FALSE(Exists(sensor_ + row.path));
-    EXPECT_EQ(ToConfig(sensor_ + row.path), row.config);
-  }
-  EXPECT_EQ(map_, FullLabelMap());
+  expect({1}, "", "/AWGain.json");
+  expect({0, 0}, "/mode_0", "/AfCommon.json");
+  expect({3, -2, 1}, "/mode_-2/scenario_Video", "/PdCalib.json");
+  expect({5, 123456, 0, 1, 0, 1}, "/mode_123456/scenario_Photo/feature0_Zoom/function_Base/sub_function_Pre",
+         "/AfLinkKeyTable.json");
+  expect({2, 3, 1, 0, 1, 0, 1, 1},
+         "/mode_3/scenario_Video/feature0_None/function_Flash/sub_function_Main/scene_Night/filter_Mono",
+         "/AEMeter.json");
+  EXPECT_EQ(map_, kLabelMap);
 }
 
 TEST_F(TuningPathTest, PathsOfOddConfigurations) {
@@ -74,58 +68,54 @@ TEST_F(TuningPathTest, PathsOfOddConfigurations) {
 }
 
 TEST_F(TuningPathTest, ReadsLevelsByPrefixFromTheFileUpwards) {
-  struct Row {
-    std::string path;
-    std::vector<int> config;
+  // The module and what the levels above it give; -1 for the rest.
+  const auto expect = [&](const std::string& path, std::vector<int> config) {
+    config.resize(8, -1);
+    EXPECT_EQ(ToConfig(path), config) << path;
   };
-  for (const Row& row :
-       {Row{R"(C:\proj\tele\mode_3\scenario_Video\AWGain.json)", {1, 3, 1, -1, -1, -1, -1, -1}},
-        Row{"p/tele/mode_3\\scenario_Video/AWGain.json", {1, 3, 1, -1, -1, -1, -1, -1}},
-        // Any order, gaps, and the level nearer to the root wins.
-        Row{"p/tele/filter_Mono/mode_4/mode_5/AWGain", {1, 4, -1, -1, -1, -1, -1, 1}},
-        Row{"p/mode_4/tele/mode_5/AWGain.json", {1, 5, -1, -1, -1, -1, -1, -1}},
-        Row{"mode_4/mode_5/AWGain.json", {1, 5, -1, -1, -1, -1, -1, -1}},  // no separator before the first folder
-        // The value is cut at the prefix's length, wherever the prefix was found.
-        Row{"p/my_scene_Day/AWGain.json", {1, -1, -1, -1, -1, -1, -1, -1}},
-        Row{"p/xmode_7/AWGain.json", {1, 0, -1, -1, -1, -1, -1, -1}},
-        Row{"p/mode_ 12x/AWGain.json", {1, 12, -1, -1, -1, -1, -1, -1}},
-        Row{"p/mode_/AWGain.json", {1, 0, -1, -1, -1, -1, -1, -1}},
-        Row{"p/sub_function_Pre/AWGain.json", {1, -1, -1, -1, -1, 1, -1, -1}},
-        Row{"p/function_Flash/AWGain.json", {1, -1, -1, -1, 1, -1, -1, -1}},
-        Row{"p/filter_function_Flash/AWGain.json", {1, -1, -1, -1, -1, -1, -1, -1}},
-        Row{"p/scenario_Video/scenario_none/AWGain.json", {1, -1, 1, -1, -1, -1, -1, -1}},
-        Row{"/AWGain.json", {1, -1, -1, -1, -1, -1, -1, -1}}, Row{"AWGain.json", {-1, -1, -1, -1, -1, -1, -1, -1}},
-        Row{"", {-1, -1, -1, -1, -1, -1, -1, -1}}}) {
-    EXPECT_EQ(ToConfig(row.path), row.config) << row.path;
-  }
+  expect(R"(C:\proj\tele\mode_3\scenario_Video\AWGain.json)", {1, 3, 1});
+  expect("p/tele/mode_3\\scenario_Video/AWGain.json", {1, 3, 1});
+  // Any order, gaps, and the level nearer to the root wins.
+  expect("p/tele/filter_Mono/mode_4/mode_5/AWGain", {1, 4, -1, -1, -1, -1, -1, 1});
+  expect("p/mode_4/tele/mode_5/AWGain.json", {1, 5});
+  expect("mode_4/mode_5/AWGain.json", {1, 5});  // no separator before the first folder
+  // The value is cut at the prefix's length, wherever the prefix was found.
+  expect("p/my_scene_Day/AWGain.json", {1});
+  expect("p/xmode_7/AWGain.json", {1, 0});
+  expect("p/mode_ 12x/AWGain.json", {1, 12});
+  expect("p/sub_function_Pre/AWGain.json", {1, -1, -1, -1, -1, 1});
+  expect("p/function_Flash/AWGain.json", {1, -1, -1, -1, 1});
+  expect("p/filter_function_Flash/AWGain.json", {1});
+  expect("p/scenario_Video/scenario_none/AWGain.json", {1, -1, 1});
+  expect("/AWGain.json", {1});
+  // Without a separator there is no module to look for.
+  expect("AWGain.json", {});
+  expect("", {});
   map_["module"][12] = "AWGain";
-  map_["module"][-1] = "Minus";
-  EXPECT_EQ(ToConfig("p/AWGain.json")[0], 12);
+  expect("p/AWGain.json", {12});
 
+  map_["module"][-1] = "Minus";
   for (const auto& [path, module] :
-       std::vector<std::pair<std::string, std::string>>{{"p/mode_3/AWGain.tuning.json", "AWGain.tuning"},
-                                                        {"p/mode_3/awgain.json", "awgain"},
-                                                        {"p/mode_3/.json", ""},
-                                                        {"p/mode_3/", ""},
-                                                        {"p/mode_3/50%s%n.json", "50%s%n"},
-                                                        {"p/mode_3/Minus.json", "Minus"}}) {
-    EXPECT_EQ(ToConfig(path), std::vector<int>(8, -1)) << path;
-    EXPECT_THAT(TakeLog(),
-                ElementsAre(E("PATH_TO_TUNING_CONFIG", "Unknown module name " + module +
-                                                           " in EnumTuningDataLable_Module, please check "
-                                                           "the setting of EnumTuningDataLable_Module in project")));
+       std::vector<std::pair<std::string, std::string>>{{"AWGain.tuning.json", "AWGain.tuning"},
+                                                        {"awgain.json", "awgain"},
+                                                        {".json", ""},
+                                                        {"", ""},
+                                                        {"50%s%n.json", "50%s%n"},
+                                                        {"Minus.json", "Minus"}}) {
+    expect("p/mode_3/" + path, {});
+    EXPECT_LOG(UnknownModule(module));
   }
 }
 
 TEST_F(TuningPathTest, ShortLabelListsIgnoreDeeperLevels) {
   names_ = {"module", "mode"};
-  EXPECT_EQ(ToConfig("p/mode_3/scenario_Video/filter_Mono/AWGain.json"), (std::vector<int>{1, 3}));
+  EXPECT_THAT(ToConfig("p/mode_3/scenario_Video/filter_Mono/AWGain.json"), ElementsAre(1, 3));
   names_ = {"module"};
-  EXPECT_EQ(ToConfig("p/mode_3/AWGain.json"), std::vector<int>{1});
+  EXPECT_THAT(ToConfig("p/mode_3/AWGain.json"), ElementsAre(1));
   names_.clear();
   EXPECT_THAT(ToConfig("p/mode_3/AWGain.json"), IsEmpty());
   EXPECT_THAT(ToConfig("AWGain.json"), IsEmpty());
-  EXPECT_EQ(TakeLog().size(), 1U);
+  EXPECT_LOG(UnknownModule("AWGain"));
 }
 
 }  // namespace

@@ -1,6 +1,3 @@
-#include <algorithm>
-#include <filesystem>
-
 #include <unistd.h>
 
 #include "ZoTuningUtils.h"
@@ -9,7 +6,6 @@
 namespace {
 
 using namespace zotest;
-using testing::ElementsAre;
 
 class TuningSettingsTest : public ProjectTest {
  protected:
@@ -22,9 +18,6 @@ class TuningSettingsTest : public ProjectTest {
   }
   bool CreateAll(std::vector<std::vector<int>> configs) {
     return ZoTuningUtils::CreateMultipleNewTuningSetting(dir_.c_str(), names_, map_, sensor_, configs);
-  }
-  static std::string NoType(const std::string& name) {
-    return E("GetDescByClassName", "Find descriptor of " + name + " failed, please check the protos under project dir");
   }
 
   std::string sensor_ = "tele";
@@ -40,8 +33,7 @@ TEST_F(TuningSettingsTest, OneSettingReplacesWhatIsThere) {
 
   // A default that cannot be read is copied as an empty text; a copy that cannot be written is not noticed.
   EXPECT_TRUE(Create({kAEMeter, 3}));
-  EXPECT_THAT(TakeLog(),
-              ElementsAre(E("JSON_FILE_TO_STR", "Fail to read json file: " + dir_ + "/default/AEMeter.json")));
+  EXPECT_LOG(E("JSON_FILE_TO_STR", "Fail to read json file: " + dir_ + "/default/AEMeter.json"));
   EXPECT_EQ(Read(dir_ + "/tele/mode_3/AEMeter.json"), "");
   sensor_ = "no such sensor";
   EXPECT_TRUE(Create({kAWGain, 3}));
@@ -50,9 +42,9 @@ TEST_F(TuningSettingsTest, OneSettingReplacesWhatIsThere) {
   sensor_ = "tele";
   const Strings tree = Tree(dir_);
   EXPECT_FALSE(Create({kGhost, 9}));
-  EXPECT_THAT(TakeLog(), ElementsAre(NoType("ZO_TUNING.Ghost")));
+  EXPECT_LOG(NoType("ZO_TUNING.Ghost"));
   EXPECT_FALSE(Create({99, 9}));
-  EXPECT_THAT(TakeLog(), ElementsAre(NoType("ZO_TUNING.")));
+  EXPECT_LOG(NoType("ZO_TUNING."));
   EXPECT_EQ(map_["module"].count(99), 1U);
   EXPECT_EQ(Tree(dir_), tree);
 }
@@ -64,7 +56,7 @@ TEST_F(TuningSettingsTest, TheModuleIsFoundByItsLabelsName) {
   EXPECT_EQ(Read(dir_ + "/tele/module_AEMeter/module_PdCalib/Video.json"), "pd");
   names_ = {"scenario"};
   EXPECT_FALSE(Create({1}));
-  EXPECT_THAT(TakeLog(), ElementsAre(NoType("ZO_TUNING.")));
+  EXPECT_LOG(NoType("ZO_TUNING."));
   names_ = {"scenario", "module"};
   EXPECT_FALSE(Create({1}));  // no value for the label
   EXPECT_FALSE(TakeLog().empty());
@@ -77,17 +69,15 @@ TEST_F(TuningSettingsTest, ManySettingsKeepWhatIsThereAndStopAtAnUnknownModule) 
   const std::string kept = dir_ + "/tele/mode_2/AEMeter.json";
   Write(kept, "kept");
   EXPECT_TRUE(CreateAll({{kAWGain, 1}, {kAEMeter, 2}, {kPdCalib, 3}}));
-  EXPECT_THAT(TakeLog(), ElementsAre(E("JSON_FILE_TO_STR", "Fail to read json file: " + dir_ + "/default/AEMeter.json"),
-                                     E("CreateMultipleNewTuningSetting",
-                                       "[Quokka] (" + kept + ") File is existed, Skip this replacing")));
+  EXPECT_LOG(E("JSON_FILE_TO_STR", "Fail to read json file: " + dir_ + "/default/AEMeter.json"),
+             E("CreateMultipleNewTuningSetting", "[Quokka] (" + kept + ") File is existed, Skip this replacing"));
   EXPECT_EQ(Read(dir_ + "/tele/mode_1/AWGain.json"), "any text, %s");
   EXPECT_EQ(Read(kept), "kept");
   EXPECT_EQ(Read(dir_ + "/tele/mode_3/PdCalib.json"), "pd");
 
   EXPECT_FALSE(CreateAll({{kAWGain, 4}, {kGhost, 5}, {kPdCalib, 6}}));
-  EXPECT_THAT(TakeLog(), ElementsAre(NoType("ZO_TUNING.Ghost"),
-                                     E("CreateMultipleNewTuningSetting",
-                                       "[Quokka] Error to get the module desc from the module - Ghost")));
+  EXPECT_LOG(NoType("ZO_TUNING.Ghost"),
+             E("CreateMultipleNewTuningSetting", "[Quokka] Error to get the module desc from the module - Ghost"));
   EXPECT_TRUE(Exists(dir_ + "/tele/mode_4/AWGain.json"));
   EXPECT_FALSE(Exists(dir_ + "/tele/mode_5") || Exists(dir_ + "/tele/mode_6"));
   EXPECT_FALSE(CreateAll({{}}));  // no module at all: nothing is made, nothing crashes
@@ -99,13 +89,9 @@ TEST_F(TuningSettingsTest, ListsSubdirectories) {
   for (const std::string name : {"a", "b%s ö", "version"}) MakeDirs(dir + "/" + name + "/below");
   Write(dir + "/c.json", "");
   ASSERT_EQ(symlink("a", (dir + "/link").c_str()), 0);
-  Strings found = {"kept"}, wanted = {"kept"};
-  for (const auto& entry : std::filesystem::directory_iterator(dir)) {
-    if (entry.is_directory() && !entry.is_symlink()) wanted.push_back(dir + "/" + entry.path().filename().string());
-  }
+  Strings found = {"kept"};
   EXPECT_TRUE(ZoTuningUtils::GetTuningRootFolder(dir.c_str(), found));
-  EXPECT_EQ(found, wanted);
-  EXPECT_EQ(found.size(), 4U);
+  EXPECT_THAT(found, UnorderedElementsAre("kept", dir + "/a", dir + "/b%s ö", dir + "/version"));
 
   std::string deep = dir_;
   while (deep.size() < 900) deep += "/" + std::string(100, 'd');
@@ -117,11 +103,9 @@ TEST_F(TuningSettingsTest, ListsSubdirectories) {
   EXPECT_FALSE(ZoTuningUtils::GetTuningRootFolder((dir + "/%s").c_str(), found));
   EXPECT_FALSE(ZoTuningUtils::GetTuningRootFolder(nullptr, found));
   EXPECT_FALSE(ZoTuningUtils::GetTuningRootFolder((dir + "/c.json").c_str(), found));
-  const Strings lines = TakeLog();
-  ASSERT_EQ(lines.size(), 3U);
-  EXPECT_EQ(lines[0], E("GetTuningRootFolder", "Path is not existed: " + dir + "/%s or NULL"));
-  EXPECT_EQ(lines[1], E("GetTuningRootFolder", "Path is not existed: (null) or NULL"));
-  EXPECT_EQ(lines[2], E("GetTuningRootFolder", "Open directory failed: " + dir + "/c.json"));
+  const std::string name = "GetTuningRootFolder";
+  EXPECT_LOG(E(name, "Path is not existed: " + dir + "/%s or NULL"), E(name, "Path is not existed: (null) or NULL"),
+             E(name, "Open directory failed: " + dir + "/c.json"));
   EXPECT_EQ(found.size(), 1U);
 }
 

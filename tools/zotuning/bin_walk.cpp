@@ -60,7 +60,10 @@ class Walk {
                  : Quoted(record.module_name));
         return;
       }
-      if (!Read(record.module_name + " of record " + number, module_type, true, record.module)) return;
+      if (!Read(record.module_name + " of record " + number, visitor.parse_modules ? module_type : nullptr, true,
+                record.module)) {
+        return;
+      }
       ++contents_.records;
       if (visitor.record) visitor.record(record);
     }
@@ -75,7 +78,8 @@ class Walk {
     contents_.fault = BinFault{offset, std::move(item), std::move(expected), std::move(found)};
   }
 
-  /// False at a fault, and where the bin ends in good order before an item that need not follow.
+  /// False at a fault, and where the bin ends in good order before an item that need not follow. Without a type the
+  /// bytes are passed over.
   bool Read(const std::string& name, const google::protobuf::Descriptor* type, bool has_to_follow, BinItem& item) {
     item.offset = reader_.offset();
     const uint64_t left = contents_.bytes - item.offset;
@@ -86,8 +90,10 @@ class Walk {
       return false;
     }
     const uint64_t data_offset = reader_.offset();
-    item.message = project_.schema().NewMessage(type);
-    switch (reader_.ReadMessage(item.length, item.message.get())) {
+    std::string_view bytes;
+    if (type != nullptr) item.message = project_.schema().NewMessage(type);
+    switch (type == nullptr ? reader_.ReadBytes(item.length, &bytes)
+                            : reader_.ReadMessage(item.length, item.message.get())) {
       case ReadStatus::kOk:
         return true;
       case ReadStatus::kParseFailed:

@@ -50,6 +50,7 @@ struct BinContents {
 struct BinVisitor {
   std::function<void(BinItem&)> version = nullptr;
   std::function<void(BinRecord&)> record = nullptr;
+  bool parse_modules = true;  ///< without, a module message is null, and its bytes may be anything
 };
 
 /// Reads the bin at `path` up to its end or first fault. False after an error when it cannot be opened.

@@ -213,7 +213,9 @@ void AddInit(CLI::App& app, Session& session) {
       ->required()
       ->allow_extra_args(false)
       ->type_name("S");
-  command->add_option("--into", options->into, "The folder to make the project in (default: here)")->type_name("DIR");
+  command->add_option("--into", options->into, "The folder to make the project in (default: here)")
+      ->type_name("DIR")
+      ->check(NotEmpty());
   command->add_flag("--force", options->force, "Go on where the project exists");
 }
 

@@ -153,11 +153,7 @@ bool Plan(Project& project, const Options& options, std::vector<Planned>& plan, 
     planned.default_text = defaults[module];
     planned.path = project.dir() + "/" + project.SettingPath(options.sensor, planned.values);
     // The names of values and sensors may look like other levels of the tree when they are read back.
-    auto names = project.label_names();
-    auto map = project.label_map();
-    std::vector<int> read_back;
-    const LibraryWatch watch;
-    ZO_TUNING::PATH_TO_TUNING_CONFIG(planned.path, names, map, read_back);
+    const std::vector<int> read_back = project.LabelsOf(planned.path);
     if (read_back != planned.values) {
       report.Error(
           "ambiguous-path",

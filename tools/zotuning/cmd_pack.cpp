@@ -165,7 +165,10 @@ void AddPack(CLI::App& app, Session& session) {
       "  zotuning pack -o out --sensor main_wide --force\n"
       "  echo 0 | zotuning pack -o out --ask",
       [&session, options] { return Run(session, *options); });
-  command->add_option("-o,--out", options->out_dir, "Where to make the folder zo_tuning")->required()->type_name("DIR");
+  command->add_option("-o,--out", options->out_dir, "Where to make the folder zo_tuning")
+      ->required()
+      ->type_name("DIR")
+      ->check(NotEmpty());
   command->add_option("--sensor", options->pack.sensor, "Only default.bin and the bin of this sensor")
       ->type_name("NAME");
   command->add_flag("--ask", options->pack.ask,

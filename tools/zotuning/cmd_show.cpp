@@ -33,12 +33,7 @@ std::string SettingOf(const Project& project, const std::string& scope, const st
   const std::vector<std::string> scopes = project.Scopes();
   if (std::find(scopes.begin(), scopes.end(), scope) == scopes.end()) return "";
   const std::string path = project.SettingPath(scope, values);
-  auto names = project.label_names();
-  auto map = project.label_map();
-  std::vector<int> read_back;
-  const LibraryWatch watch;
-  ZO_TUNING::PATH_TO_TUNING_CONFIG("/" + path, names, map, read_back);
-  return read_back == values ? Shown(project.dir() + "/" + path) : "";
+  return project.LabelsOf("/" + path) == values ? Shown(project.dir() + "/" + path) : "";
 }
 
 struct Listing {
@@ -166,9 +161,9 @@ int ShowRecord(Project& project, const std::string& path, const Options& options
     report.Print(text);
     report.result() = std::move(listing.json_records[0]);
     report.result()["message"] = options.text ? Json(text) : Json::parse(text, nullptr, false);
-    return report.ok() ? kDone : kFailed;
   }
   AddFault(contents, path, report.result(), report);
+  if (found) return kDone;
   report.Error("no-record",
                "the bin has no record " + std::to_string(options.record) + "; it has " +
                    Count(contents.records, "record") + ", counted from 0",
@@ -202,6 +197,16 @@ int ShowFolder(Project& project, const std::string& dir, Report& report) {
   return kDone;
 }
 
+/// Nine digits are more records than a bin of 2 GB holds.
+CLI::Validator RecordNumber() {
+  return CLI::Validator(
+      [](std::string& text) {
+        const bool number = !text.empty() && text.size() < 10 && text.find_first_not_of("0123456789") == text.npos;
+        return number ? std::string() : Quoted(text) + " is no number of a record; they count from 0";
+      },
+      "");
+}
+
 int Run(Session& session, const Options& options) {
   Report& report = session.report;
   const bool folder = IsDirectory(options.path);
@@ -216,7 +221,7 @@ int Run(Session& session, const Options& options) {
   const auto project = Project::Open(session.project_dir, report);
   if (project == nullptr) return kMisuse;
   if (!project->ok()) return kFailed;
-  if (folder) return ShowFolder(*project, options.path, report);
+  if (folder) return ShowFolder(*project, BinFolderAt(options.path), report);
   if (options.record >= 0) return ShowRecord(*project, options.path, options, report);
   if (options.text && !session.json) return ShowText(*project, options.path, report);
   return ShowTable(*project, options.path, options, report);
@@ -241,7 +246,7 @@ void AddShow(CLI::App& app, Session& session) {
   command->add_option("BIN", options->path, "The bin, or a folder of bins")->required();
   command->add_option("--record", options->record, "Only the message of this record, as JSON or --text")
       ->type_name("N")
-      ->check(CLI::NonNegativeNumber);
+      ->check(RecordNumber());
   command->add_flag("--text", options->text, "All messages in protobuf's text form, ordered by their labels");
   command->add_flag("--offsets", options->offsets, "The offset and size of every item");
 }

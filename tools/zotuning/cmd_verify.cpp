@@ -176,9 +176,7 @@ int Run(Session& session, const Options& options) {
   if (project == nullptr) return kMisuse;
   if (!project->ok()) return kFailed;
   if (!options.sensor.empty() && !project->RequireSensor(options.sensor, report)) return kFailed;
-  // The folder that pack was given will do as well.
-  const std::string inner = BinFolder(options.dir);
-  const std::string dir = IsDirectory(inner) ? inner : options.dir;
+  const std::string dir = BinFolderAt(options.dir);
   if (!LookAtFolder(*project, dir, report)) return kFailed;
 
   const PackOptions pack{options.sensor, false};

@@ -13,6 +13,8 @@
 namespace zotuning_tool {
 namespace {
 
+constexpr const char* kNotWrittenHint = "is it read-only, or the disk full?";
+
 using Lines = std::vector<std::string>;
 
 std::unique_ptr<Project> OpenGood(Session& session, int& code) {
@@ -57,9 +59,12 @@ int Set(Session& session, const std::string& name, const std::string& version) {
   if (!ReadVersionFiles(*project, kDefaultScope, files, report)) return kFailed;
   Lines names;
   size_t matches = 0;
+  std::string path;
   for (const VersionFile& file : files) {
     names.push_back(file.name);
-    if (file.name == name) ++matches;
+    if (file.name != name) continue;
+    path = file.path;
+    ++matches;
   }
   if (matches == 0) {
     report.Error("unknown-version", "no version is called " + Quoted(name) + DidYouMean(name, names),
@@ -84,7 +89,7 @@ int Set(Session& session, const std::string& name, const std::string& version) {
   if (!ReadVersionFiles(*project, kDefaultScope, after, report)) return kFailed;
   const auto set = std::find_if(after.begin(), after.end(), [&](const VersionFile& file) { return file.name == name; });
   if (set == after.end() || set->version != version) {
-    report.Error("io", "the version file was not written", "", Shown(project->VersionDir(kDefaultScope)));
+    report.Error("io", "the version file was not written as it should be", kNotWrittenHint, Shown(path));
     return kFailed;
   }
   if (const std::string fault = TextFault(version); !fault.empty()) {
@@ -217,7 +222,7 @@ int Header(Session& session, bool check) {
   std::string written;
   if (!ReadFile(path, written, report)) return kFailed;
   if (written != wanted) {
-    report.Error("io", "the header was not written as it should be; is the disk full?", "", shown);
+    report.Error("io", "the header was not written as it should be", kNotWrittenHint, shown);
     return kFailed;
   }
   report.result()["current"] = true;

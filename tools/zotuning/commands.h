@@ -26,6 +26,11 @@ struct Session {
 CLI::App* AddCommand(CLI::App& app, Session& session, const std::string& name, const std::string& summary,
                      const std::string& help, std::function<int()> run);
 
+/// For an option whose value names a file: an unset variable of a shell must not read as the default.
+inline CLI::Validator NotEmpty() {
+  return CLI::Validator([](std::string& text) { return std::string(text.empty() ? "a name is expected" : ""); }, "");
+}
+
 void AddInit(CLI::App& app, Session& session);
 void AddTemplate(CLI::App& app, Session& session);
 void AddNew(CLI::App& app, Session& session);

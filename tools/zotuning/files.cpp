@@ -11,6 +11,7 @@
 #include <memory>
 #include <utility>
 
+#include "bin/bin_folder.h"
 #include "schema/directory.h"
 
 namespace zotuning_tool {
@@ -43,36 +44,41 @@ const char* SpecialName(mode_t mode) {
   return S_ISFIFO(mode) ? "a named pipe" : S_ISSOCK(mode) ? "a socket" : "a device";
 }
 
-/// The entries of one directory; false when it cannot be opened or its stream breaks off.
-bool ReadEntries(const std::string& dir, std::vector<ZO_TUNING::internal::DirectoryEntry>& entries, Report& report) {
+struct Entry {
+  std::string name;
+  unsigned char type;  ///< DT_..., a link not followed
+};
+
+/// The entries of one directory by name; false when it cannot be opened or its stream breaks off.
+bool ReadEntries(const std::string& dir, std::vector<Entry>& entries, Report& report) {
   const std::unique_ptr<DIR, int (*)(DIR*)> stream(opendir(dir.c_str()), &closedir);
   if (stream == nullptr) return Fail("list the directory", dir, report);
-  for (;;) {
-    errno = 0;
-    const dirent* entry = readdir(stream.get());
-    if (entry == nullptr) return errno == 0 || Fail("list all of the directory", dir, report);
-    const std::string name = entry->d_name;
+  errno = 0;
+  while (const dirent* entry = readdir(stream.get())) {
+    const std::string_view name = entry->d_name;
     if (name == "." || name == "..") continue;
-    bool is_directory = entry->d_type == DT_DIR;
-    if (entry->d_type == DT_UNKNOWN) {
-      struct stat info;
-      is_directory = lstat((dir + "/" + name).c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+    entries.push_back({std::string(name), entry->d_type});
+    struct stat info;
+    if (entry->d_type == DT_UNKNOWN && lstat((dir + "/" + entries.back().name).c_str(), &info) == 0) {
+      entries.back().type = IFTODT(info.st_mode);
     }
-    entries.push_back({name, is_directory});
+    errno = 0;
   }
+  if (errno != 0) return Fail("list all of the directory", dir, report);
+  std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.name < b.name; });
+  return true;
 }
 
 bool Walk(const std::string& dir, const std::string& relative, std::string_view suffix, std::vector<FoundFile>& files,
           Report& report) {
-  std::vector<ZO_TUNING::internal::DirectoryEntry> entries;
+  std::vector<Entry> entries;
   bool good = ReadEntries(dir, entries, report);
-  std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
-  for (const auto& entry : entries) {
+  for (const Entry& entry : entries) {
     const std::string path = dir + "/" + entry.name;
-    if (entry.is_directory) {
+    if (entry.type == DT_DIR) {
       if (entry.name != "version") good &= Walk(path, relative + entry.name + "/", suffix, files, report);
     } else if (ZO_TUNING::internal::HasSuffix(entry.name, suffix)) {
-      good &= RefuseSpecialFile(path, report);
+      good &= entry.type == DT_REG || RefuseSpecialFile(path, report);
       files.push_back({relative + entry.name, path});
     }
   }
@@ -96,13 +102,18 @@ std::string Shown(const std::string& path) {
   return path.substr(begin);
 }
 
+std::string BinFolderAt(const std::string& dir) {
+  const std::string inner = ZO_TUNING::internal::BinFolder(dir);
+  return IsDirectory(inner) ? inner : dir;
+}
+
 bool RefuseSpecialFile(const std::string& path, Report& report) {
   switch (KindOf(path)) {
     case FileKind::kSpecial: {
       struct stat info;
       const mode_t mode = stat(path.c_str(), &info) == 0 ? info.st_mode : 0;
       report.Error("special-file", std::string("this is ") + SpecialName(mode) + ", not a file",
-                   "remove it: reading it could block for ever", Shown(path));
+                   "it is not read: that could block for ever", Shown(path));
       return false;
     }
     case FileKind::kDanglingLink:
@@ -146,13 +157,14 @@ bool WriteFile(const std::string& path, std::string_view text, Report& report) {
 }
 
 bool MakeDirectories(const std::string& path, Report& report, std::vector<std::string>* made) {
+  if (IsDirectory(path)) return true;
   for (size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
     const std::string dir = path.substr(0, end);
     if (mkdir(dir.c_str(), 0777) == 0) {
       if (made != nullptr) made->push_back(dir);
-    } else if (!IsDirectory(dir)) {
+    } else if (const int error = errno; !IsDirectory(dir)) {
       // A file in the way is "not a directory", rather than "exists".
-      if (errno == EEXIST) errno = ENOTDIR;
+      errno = error == EEXIST ? ENOTDIR : error;
       return Fail("make the directory", dir, report);
     }
     if (end == std::string::npos) return true;
@@ -160,10 +172,9 @@ bool MakeDirectories(const std::string& path, Report& report, std::vector<std::s
 }
 
 bool ListNames(const std::string& dir, std::vector<std::string>& names, Report& report) {
-  std::vector<ZO_TUNING::internal::DirectoryEntry> entries;
+  std::vector<Entry> entries;
   const bool good = ReadEntries(dir, entries, report);
-  for (const auto& entry : entries) names.push_back(entry.name);
-  std::sort(names.begin(), names.end());
+  for (Entry& entry : entries) names.push_back(std::move(entry.name));
   return good;
 }
 

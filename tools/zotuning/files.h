@@ -20,6 +20,9 @@ inline bool IsDirectory(const std::string& path) { return KindOf(path) == FileKi
 /// A path for people: without "./" at its head.
 std::string Shown(const std::string& path);
 
+/// The folder of bins that `dir` means: itself, or the one in it that pack made when it was given `dir`.
+std::string BinFolderAt(const std::string& dir);
+
 /// Reads a regular file whole. False after one error that names it.
 bool ReadFile(const std::string& path, std::string& text, Report& report);
 

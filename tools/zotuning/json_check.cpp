@@ -120,8 +120,8 @@ Diagnostic ExplainMisfit(const std::string& text, const Descriptor* type, const 
     const FieldDescriptor* parent = FieldAt(type, above);
     const Descriptor* owner = above.empty() ? type : parent == nullptr ? nullptr : parent->message_type();
     diagnostic.code = "json-unknown-key";
-    diagnostic.message = owner == nullptr ? "no field " + Quoted(key)
-                                          : Quoted(owner->full_name()) + " has no field " + Quoted(key) +
+    diagnostic.message = owner == nullptr ? "no field " + Quoted(Excerpt(key))
+                                          : Quoted(owner->full_name()) + " has no field " + Quoted(Excerpt(key)) +
                                                 DidYouMean(key, FieldNames(owner));
     key_at_fault = true;
   } else if (status.value == object_for_scalar) {
@@ -139,17 +139,16 @@ Diagnostic ExplainMisfit(const std::string& text, const Descriptor* type, const 
     if (field != nullptr && field->message_type() != nullptr)
       wanted = "an object " + field->message_type()->full_name();
     if (field != nullptr && field->enum_type() != nullptr) wanted = "enum " + field->enum_type()->full_name();
-    diagnostic.message = status.value + " is no value for the field " +
-                         Quoted(status.path.empty() ? "" : status.path.back().name) + " (" + wanted + ")";
+    diagnostic.message = Excerpt(status.value) + " is no value for the field " +
+                         Quoted(status.path.empty() ? "" : Excerpt(status.path.back().name)) + " (" + wanted + ")";
     if (field != nullptr && field->enum_type() != nullptr && status.value.size() > 2) {
       diagnostic.message += DidYouMean(status.value.substr(1, status.value.size() - 2), EnumNames(field->enum_type()));
     }
   } else {
     const std::string key = status.path.empty() ? "" : status.path.back().name;
     diagnostic.message = status.reason.find("not repeating") != std::string::npos
-                             ? Quoted(key) + " is a single value, not a list"
-                         : status.reason.empty() ? message
-                                                 : status.reason;
+                             ? Quoted(Excerpt(key)) + " is a single value, not a list"
+                             : Excerpt(status.reason.empty() ? message : status.reason, 400);
   }
   diagnostic.path = JsonPathText(status.path);
   if (const auto found = FindJsonValue(text, status.path, status.value)) {

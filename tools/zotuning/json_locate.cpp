@@ -131,7 +131,7 @@ class Scanner {
     std::string key;
     if (!Key(key)) return false;
     SkipBlanks();
-    if (Next() != ':') return Fail(at_, "':' is expected after the key " + key, HintHere());
+    if (Next() != ':') return Fail(at_, "':' is expected after the key " + Excerpt(key), HintHere());
     ++at_;
     SkipBlanks();
     path_.push_back({std::move(key), -1});

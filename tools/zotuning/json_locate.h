@@ -47,6 +47,9 @@ std::string JsonPathText(const JsonPath& path);
 /// form as well). Among several (duplicate keys, lists with nulls) the one whose text is `value` wins, when given.
 std::optional<JsonValue> FindJsonValue(std::string_view text, const JsonPath& path, std::string_view value = "");
 
+/// A text from a file within a message: cut when it is long, not within a character.
+std::string Excerpt(std::string_view text, size_t max_bytes = 80);
+
 /// Line and column of an offset, both from 1; columns count characters.
 struct TextPosition {
   int line;

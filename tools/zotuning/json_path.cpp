@@ -92,6 +92,13 @@ std::optional<JsonValue> FindJsonValue(std::string_view text, const JsonPath& pa
   return best;
 }
 
+std::string Excerpt(std::string_view text, size_t max_bytes) {
+  if (text.size() <= max_bytes) return std::string(text);
+  size_t end = max_bytes;
+  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+  return std::string(text.substr(0, end)) + "...";
+}
+
 TextPosition PositionAt(std::string_view text, size_t offset) {
   constexpr size_t kExcerptBytes = 70;
   offset = std::min(offset, text.size());

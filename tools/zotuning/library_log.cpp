@@ -10,6 +10,8 @@
 #include <iostream>
 #include <streambuf>
 
+#include "files.h"
+
 namespace zotuning_tool {
 
 void CatchLine(int priority, const char* text);
@@ -68,18 +70,19 @@ struct Wording {
   const char* text;
   const char* code;
   const char* says;
+  bool names_file = false;  ///< what follows is a path and nothing else
 };
 constexpr Wording kWordings[] = {
-    {"Open directory failed: ", "io", "cannot list the directory "},
-    {"Fail to read json file: ", "io", "cannot read "},
-    {"Open project config bin file failed: ", "project-config", "cannot read the project configuration "},
-    {"Read project config bin failed: ", "project-config", "the project configuration is cut short: "},
-    {"Parse proj_config_msg failed: ", "project-config", "the project configuration does not fit the schema: "},
+    {"Open directory failed: ", "io", "cannot list the directory ", true},
+    {"Fail to read json file: ", "io", "cannot read ", true},
+    {"Open project config bin file failed: ", "project-config", "cannot read the project configuration ", true},
+    {"Read project config bin failed: ", "project-config", "the project configuration is cut short: ", true},
+    {"Parse proj_config_msg failed: ", "project-config", "the project configuration does not fit the schema: ", true},
     {"Cannot open output bin file; ", "io", "cannot write "},
     {"Cannot open output file ", "io", "cannot write "},
     {"[Quokka] Open the output default bin file (", "io", "cannot write ("},
-    {"Missing default tuning data dir. ", "missing-folder", "the folder of the defaults is missing: "},
-    {"Missing sensor tuning data dir. ", "missing-folder", "a sensor's folder is missing: "},
+    {"Missing default tuning data dir. ", "missing-folder", "the folder of the defaults is missing: ", true},
+    {"Missing sensor tuning data dir. ", "missing-folder", "a sensor's folder is missing: ", true},
     {"Find descriptor of ", "schema-type", "the schema has no usable type: "},
     {"Invalid tuning data label type: ", "schema-type",
      "a field of TuningDataLabel is neither int32 nor enum; its protobuf type number is "},
@@ -108,7 +111,9 @@ Diagnostic Reworded(const LogLine& line) {
   for (const Wording& wording : kWordings) {
     if (message.rfind(wording.text, 0) != 0) continue;
     diagnostic.code = wording.code;
-    diagnostic.message = wording.says + message.substr(std::string(wording.text).size());
+    const std::string rest = Shown(message.substr(std::string(wording.text).size()));
+    diagnostic.message = wording.says + rest;
+    if (wording.names_file) diagnostic.file = rest;
     return diagnostic;
   }
   const std::string tag = "[Quokka] ";
@@ -178,6 +183,7 @@ void LibraryWatch::Explain(Report& report, const std::string& otherwise, const s
       if (line.priority < kErrorPriority || StandsOnSuccess(line) || RepeatsOthers(line) != repeating) continue;
       Diagnostic diagnostic = Reworded(line);
       ReplaceAll(diagnostic.message, from, to);
+      ReplaceAll(diagnostic.file, from, to);
       if (std::find(said.begin(), said.end(), diagnostic.message) != said.end()) continue;
       said.push_back(diagnostic.message);
       report.Add(std::move(diagnostic));

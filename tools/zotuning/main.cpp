@@ -1,9 +1,12 @@
 // zotuning, the console tool of the tuning library: reads the command line, runs one command, prints its report.
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <exception>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,10 +35,10 @@ namespace {
 constexpr const char* kFooter =
     "Life of a project:\n"
     "  zotuning init demo --proto schema --sensor main_wide     make it from its schema\n"
-    "  cd demo && zotuning template --all                    default data of every module\n"
+    "  cd demo && zotuning template --all                       default data of every module\n"
     "  zotuning new --sensor main_wide module=AfCommon mode=1   a setting, to be edited\n"
-    "  zotuning tree                                         look around\n"
-    "  zotuning pack -o out                                  out/zo_tuning/*.bin\n"
+    "  zotuning tree                                            look around\n"
+    "  zotuning pack -o out                                     out/zo_tuning/*.bin\n"
     "\n"
     "Exit code: 0 done; 1 the job failed or found faults; 2 wrong usage, or no project.\n"
     "Results go to standard output, messages to standard error. NO_COLOR is honoured.\n";
@@ -56,11 +59,11 @@ int FailUsage(CLI::App& app, Session& session, const CLI::ParseError& error, int
   const auto commands = at->get_subcommands([](const CLI::App*) { return true; });
   const std::vector<std::string> extra = app.remaining(true);
   if (extra.empty()) {
-    if (!commands.empty()) message = "a command is missing";
+    if (!commands.empty() && error.get_name() == "RequiredError") message = "a command is missing";
   } else {
     const std::string& word = extra.front();
     std::vector<std::string> known;
-    const bool option = word[0] == '-';
+    const bool option = word[0] == '-' && std::find(words.begin(), words.end(), "--") == words.end();
     if (option) {
       for (const CLI::App* owner : {at, static_cast<const CLI::App*>(&app)}) {
         for (const CLI::Option* each : owner->get_options()) {
@@ -81,7 +84,16 @@ int FailUsage(CLI::App& app, Session& session, const CLI::ParseError& error, int
   return session.report.Finish(kMisuse);
 }
 
+/// A standard descriptor that is closed would go to the next file opened, and what is printed into that file. What
+/// stands in its place fails reads and writes as the closed one does.
+void OccupyStandardDescriptors() {
+  for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(number, F_GETFD) == -1) (void)!open("/dev/null", number == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
+
 int Main(int argument_count, char** arguments) {
+  OccupyStandardDescriptors();
   // A reader that goes away, as 'head' does, ends the output and not the job.
   std::signal(SIGPIPE, SIG_IGN);
 
@@ -91,7 +103,8 @@ int Main(int argument_count, char** arguments) {
   app.set_version_flag("--version", std::string("zotuning ") + ZOTUNING_VERSION);
   app.add_option("-C", session.project_dir,
                  "The project's folder (default: the nearest one from here up that holds ProjConf.bin)")
-      ->type_name("DIR");
+      ->type_name("DIR")
+      ->check(NotEmpty());
   app.add_flag("--json", session.json, "Print one JSON object, results and messages, also on failure");
   app.add_flag("-v,--verbose", session.verbose, "Show the library's own lines on standard error");
   app.require_subcommand(1);

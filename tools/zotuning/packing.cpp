@@ -33,8 +33,7 @@ bool CheckBin(Project& project, const Scope& scope, const std::string& path, con
               BinContents& contents, Report& report) {
   const int errors_before = report.errors();
   std::map<std::vector<int>, int> packed;
-  BinVisitor visitor;
-  visitor.record = [&](BinRecord& record) { ++packed[record.values]; };
+  const BinVisitor visitor{nullptr, [&](BinRecord& record) { ++packed[record.values]; }, false};
   if (!WalkBin(project, path, visitor, contents, report)) return false;
   if (contents.fault) {
     report.Error("bin-damaged", "the bin is damaged " + FaultText(*contents.fault), "", shown_path);

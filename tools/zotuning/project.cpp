@@ -71,13 +71,23 @@ bool Project::Load(Report& report) {
     if (report.errors() == errors_before) report.Error("schema", "the schema could not be loaded");
     return false;
   }
-  for (const char* type : {"TuningProjConfig", "TuningDataLabel", "Version"}) schema_->RequireType(type, report);
+  const auto* config_type = schema_->RequireType("TuningProjConfig", report);
+  const auto* label_type = schema_->RequireType("TuningDataLabel", report);
+  schema_->RequireType("Version", report);
   if (report.errors() > errors_before) return false;
 
+  // The steps of GetProjectConfig, which would load the schema once more.
   const LibraryWatch watch;
-  const bool read = ZoTuningUtils::GetProjectConfig(dir_.c_str(), name_, sensors_, label_names_, label_map_);
-  if (!read || watch.HasErrors()) {
+  const auto config = schema_->NewMessage(config_type);
+  if (!ZoTuningUtils::InitProjConfigMsgFromBin(config.get(), config_type, config_path.c_str(), name_, sensors_) ||
+      !ZoTuningUtils::GetProjectTuningLabelsMap(label_type, label_names_, label_map_) || watch.HasErrors()) {
     watch.Explain(report, "the project's configuration cannot be read");
+    return false;
+  }
+  // The operation takes an empty file, one cut within its first length and a failed read for a project of no sensors.
+  if (name_.empty() && sensors_.empty()) {
+    report.Error("project-config", "the project configuration is empty or cannot be read",
+                 "'zotuning init --force' writes it anew", Shown(config_path));
     return false;
   }
   if (label_names_.empty() || label_map_[label_names_[0]].empty()) {
@@ -167,34 +177,38 @@ std::string Project::SettingPath(const std::string& scope, const std::vector<int
   return path.size() > nowhere.size() ? path.substr(nowhere.size() + 1) : "";
 }
 
-void Project::ReadLabels(Setting& setting) const {
-  auto names = label_names_;
-  auto map = label_map_;
+std::vector<int> Project::LabelsOf(const std::string& path) const {
+  // Of the labels that are entered here all are empty and read as unknown, so one copy will do for all calls.
+  if (read_names_.empty()) {
+    read_names_ = label_names_;
+    read_map_ = label_map_;
+  }
+  std::vector<int> values;
   const LibraryWatch watch;
-  ZO_TUNING::PATH_TO_TUNING_CONFIG(setting.path, names, map, setting.values);
+  ZO_TUNING::PATH_TO_TUNING_CONFIG(path, read_names_, read_map_, values);
+  return values;
+}
+
+void Project::ReadLabels(Setting& setting) const {
+  setting.values = LabelsOf(setting.path);
   if (ModuleName(setting.values).empty()) {
     const std::string file = setting.relative.substr(setting.relative.rfind('/') + 1);
     const std::string module = file.substr(0, file.rfind('.'));
     setting.faults.push_back("no module " + Quoted(module) + DidYouMean(module, ValueNames(0)));
   }
-  for (const std::string& folder : SplitFolders(setting.relative)) CheckFolder(folder, setting);
+  for (const std::string& folder : SplitFolders(setting.relative)) {
+    const auto [known, fresh] = folder_faults_.try_emplace(folder);
+    if (fresh) known->second = FolderFault(folder);
+    if (!known->second.empty()) setting.faults.push_back(known->second);
+  }
   if (!setting.faults.empty()) return;
   // Read alone, the part below the scope's folder has to give the same: a level is recognised anywhere in a name.
-  std::vector<int> alone;
-  ZO_TUNING::PATH_TO_TUNING_CONFIG("/" + setting.relative, names, map, alone);
-  if (alone != setting.values) {
+  if (LabelsOf("/" + setting.relative) != setting.values) {
     setting.faults.push_back("the name of the folder " + Quoted(setting.scope) + " or one above it is read as a level");
   }
 }
 
-void Project::CheckFolder(const std::string& folder, Setting& setting) const {
-  auto names = label_names_;
-  auto map = label_map_;
-  std::vector<int> values;
-  std::string module;
-  for (const std::string& name : ValueNames(0)) module = name;
-  ZO_TUNING::PATH_TO_TUNING_CONFIG("/" + folder + "/" + module + ".json", names, map, values);
-
+std::string Project::FolderFault(const std::string& folder) const {
   // The level whose prefix leads, the longest one first.
   size_t level = 0;
   for (size_t i = 1; i < label_names_.size(); ++i) {
@@ -205,9 +219,7 @@ void Project::CheckFolder(const std::string& folder, Setting& setting) const {
     std::vector<std::string> prefixes;
     for (size_t i = 1; i < label_names_.size(); ++i) prefixes.push_back(label_names_[i]);
     const std::string near = Nearest(folder.substr(0, folder.find('_')), prefixes);
-    setting.faults.push_back("the folder " + Quoted(folder) + " is no level" +
-                             (near.empty() ? "" : "; did you mean '" + near + "_...'?"));
-    return;
+    return "the folder " + Quoted(folder) + " is no level" + (near.empty() ? "" : "; did you mean '" + near + "_...'?");
   }
   const std::string value = folder.substr(label_names_[level].size() + 1);
   const bool numbered = label_map_.at(label_names_[level]).empty();
@@ -215,18 +227,19 @@ void Project::CheckFolder(const std::string& folder, Setting& setting) const {
     int number = -1;
     const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
     if (error != std::errc() || end != value.data() + value.size() || number == -1) {
-      setting.faults.push_back(Quoted(value) + " is no number for " + Quoted(label_names_[level]));
-      return;
+      return Quoted(value) + " is no number for " + Quoted(label_names_[level]);
     }
   } else if (const auto known = ValueNames(level); std::find(known.begin(), known.end(), value) == known.end()) {
-    setting.faults.push_back(Quoted(label_names_[level]) + " has no value " + Quoted(value) + DidYouMean(value, known));
-    return;
+    return Quoted(label_names_[level]) + " has no value " + Quoted(value) + DidYouMean(value, known);
   }
+  const auto modules = ValueNames(0);
+  const std::vector<int> values = LabelsOf("/" + folder + "/" + (modules.empty() ? "" : modules.back()) + ".json");
   for (size_t i = 1; i < values.size(); ++i) {
-    if ((values[i] != -1) == (i == level)) continue;
-    setting.faults.push_back("the folder " + Quoted(folder) + " is not read as " + Quoted(label_names_[level]));
-    return;
+    if ((values[i] != -1) != (i == level)) {
+      return "the folder " + Quoted(folder) + " is not read as " + Quoted(label_names_[level]);
+    }
   }
+  return "";
 }
 
 }  // namespace zotuning_tool

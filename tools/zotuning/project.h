@@ -65,6 +65,9 @@ class Project {
   /// The settings of a scope by path. False after an error when they could not all be listed.
   bool ListSettings(const std::string& scope, std::vector<Setting>& settings, Report& report) const;
 
+  /// The label values that a path of a JSON file reads as.
+  std::vector<int> LabelsOf(const std::string& path) const;
+
   /// The path of a setting below the project's folder. Makes nothing on disk.
   std::string SettingPath(const std::string& scope, const std::vector<int>& values) const;
 
@@ -72,7 +75,8 @@ class Project {
   explicit Project(std::string dir) : dir_(std::move(dir)) {}
   bool Load(Report& report);
   void ReadLabels(Setting& setting) const;
-  void CheckFolder(const std::string& folder, Setting& setting) const;
+  /// What the labels do not know about the name of a folder, "" for a level.
+  std::string FolderFault(const std::string& folder) const;
 
   std::string dir_;
   bool ok_ = false;
@@ -81,6 +85,9 @@ class Project {
   std::vector<std::string> label_names_;
   std::map<std::string, std::map<int, std::string>> label_map_;
   std::unique_ptr<SchemaView> schema_;
+  mutable std::vector<std::string> read_names_;  ///< of LabelsOf
+  mutable std::map<std::string, std::map<int, std::string>> read_map_;
+  mutable std::map<std::string, std::string> folder_faults_;  ///< of the folders met so far
 };
 
 }  // namespace zotuning_tool

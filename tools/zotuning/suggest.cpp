@@ -27,13 +27,9 @@ size_t Distance(std::string_view a, std::string_view b) {
   return last[b.size()];
 }
 
-}  // namespace
-
-std::string Nearest(std::string_view name, const std::vector<std::string>& candidates) {
+/// The candidate that takes the fewest edits. A third of the letters may be wrong, but never all of them.
+std::string NearestByEdits(std::string_view name, const std::vector<std::string>& candidates) {
   std::string nearest;
-  // A third of the letters may be wrong, but never all of them. Names of any length that a file may hold are cut short
-  // here, so that the search stays cheap.
-  name = name.substr(0, 256);
   size_t allowed = std::min<size_t>(std::max<size_t>(1, name.size() / 3), 4);
   for (const std::string& candidate : candidates) {
     if (candidate.size() > name.size() + allowed || name.size() > candidate.size() + allowed) continue;
@@ -43,6 +39,21 @@ std::string Nearest(std::string_view name, const std::vector<std::string>& candi
     allowed = distance;
   }
   return nearest;
+}
+
+}  // namespace
+
+std::string Nearest(std::string_view name, const std::vector<std::string>& candidates) {
+  constexpr size_t kShortestBegin = 3;
+  name = name.substr(0, 256);  // a file may hold names of any length; the search stays cheap
+  std::string begun;
+  size_t count = 0;
+  for (const std::string& candidate : candidates) {
+    if (std::string_view(candidate).substr(0, name.size()) != name) continue;
+    begun = candidate;
+    ++count;
+  }
+  return count == 1 && name.size() >= kShortestBegin ? begun : NearestByEdits(name, candidates);
 }
 
 std::string DidYouMean(std::string_view name, const std::vector<std::string>& candidates) {

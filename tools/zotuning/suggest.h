@@ -8,7 +8,8 @@
 
 namespace zotuning_tool {
 
-/// The candidate nearest to `name` by edit distance, letter case aside, or "" when none is near.
+/// The one candidate that begins with `name`, else the nearest by edit distance, letter case aside; "" when none is
+/// near.
 std::string Nearest(std::string_view name, const std::vector<std::string>& candidates);
 
 /// "; did you mean 'X'?" or "".
