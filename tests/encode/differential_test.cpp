@@ -213,8 +213,10 @@ TEST_F(DifferentialTest, RandomSchemasAndTexts) {
     ++planned_count;
     zotest::JsonMaker maker(random);
     for (int i = 0; i < 40; ++i) {
-      const std::string text = maker.Text(roads.type());
-      Compare(roads, random.OneIn(4) ? zotest::Damage(text, random) : text);
+      std::string text = maker.Text(roads.type());
+      for (size_t faults = random.OneIn(2) ? 0 : 1 + random.Below(3); faults > 0; --faults)
+        text = zotest::Damage(text, random);
+      Compare(roads, text);
     }
   }
   EXPECT_GT(planned_count, 120U);

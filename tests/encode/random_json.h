@@ -1,13 +1,11 @@
 /// \file
-/// Seeded makers of schemas, of JSON texts that fit a message type more or less, and of faults in such texts.
+/// Seeded makers of schemas, of JSON texts that fit a message type, and of faults in such texts.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
@@ -75,15 +73,14 @@ inline constexpr const char* kOddities[] = {
 };
 // clang-format on
 
-/// Makes JSON texts of a message type. Half of them hold nothing but what tools usually write.
+/// Makes JSON texts that fit a message type, as tools write them and in every other order and layout.
 class JsonMaker {
  public:
   explicit JsonMaker(Random& random) : random_(random) {}
 
   std::string Text(const google::protobuf::Descriptor* type) {
-    odd_one_in_ = random_.OneIn(2) ? 0 : 3 + random_.Below(80);
     dropped_one_in_ = random_.OneIn(2) ? 0 : 1 + random_.Below(8);
-    blanks_ = random_.Below(4);
+    layout_ = random_.Below(4);
     shuffled_ = random_.OneIn(3);
     text_.clear();
     Object(type, 0);
@@ -94,13 +91,11 @@ class JsonMaker {
  private:
   using Field = google::protobuf::FieldDescriptor;
 
-  bool Odd() { return odd_one_in_ > 0 && random_.OneIn(odd_one_in_); }
-
   void Blanks(size_t indent, bool line_end) {
     static constexpr const char* kBlanks[] = {"", " ", "\n", "\t", "\r\n", "  \n ", "            ", " \t \n\n      "};
-    if (blanks_ == 1 && line_end) text_ += '\n' + std::string(indent, ' ');
-    if (blanks_ == 2 && !line_end) text_ += ' ';
-    if (blanks_ == 3) text_ += random_.Pick(kBlanks);
+    if (layout_ == 1 && line_end) text_ += '\n' + std::string(indent, ' ');
+    if (layout_ == 2 && !line_end) text_ += ' ';
+    if (layout_ == 3) text_ += random_.Pick(kBlanks);
   }
 
   void Object(const google::protobuf::Descriptor* type, size_t depth) {
@@ -112,35 +107,21 @@ class JsonMaker {
       fields.push_back(type->field(i));
     }
     if (shuffled_) random_.Shuffle(fields);
-    if (!fields.empty() && Odd()) fields.push_back(random_.Pick(fields));
     text_ += '{';
     for (size_t i = 0; i < fields.size(); ++i) {
+      if (i > 0) text_ += ',';
       Blanks(depth + 1, true);
-      Key(fields[i]);
+      text_ += '"' + (random_.OneIn(6) ? fields[i]->json_name() : fields[i]->name()) + '"';
+      if (layout_ == 3) Blanks(depth, false);
       text_ += ':';
       Blanks(depth, false);
-      Value(fields[i], depth);
-      if (i + 1 < fields.size() || Odd()) text_ += ',';
+      fields[i]->is_repeated() ? List(fields[i], depth) : Single(fields[i], depth);
     }
     Blanks(depth, true);
     text_ += '}';
   }
 
-  void Key(const Field* field) {
-    const std::string& name = field->name();
-    const std::string escaped = std::string("\\u00") + "67"[random_.Below(2)] + "1" + name.substr(1);
-    const std::string odd[] = {name, "'" + name + "'", '"' + escaped + '"', '"' + name + "x\"", "\"\""};
-    if (Odd()) {
-      text_ += random_.Pick(odd);
-    } else {
-      text_ += '"' + (random_.OneIn(6) ? field->json_name() : name) + '"';
-      if (blanks_ == 3 && random_.OneIn(4)) text_ += ' ';
-    }
-  }
-
-  void Value(const Field* field, size_t depth) {
-    if (!field->is_repeated() || (Odd() && random_.OneIn(2))) return Single(field, depth);
-    if (Odd()) return Add(random_.Pick(kOddities));
+  void List(const Field* field, size_t depth) {
     text_ += '[';
     const size_t count = random_.OneIn(6) ? 0 : random_.OneIn(40) ? 20 + random_.Below(300) : 1 + random_.Below(4);
     for (size_t i = 0; i < count && text_.size() < 50000; ++i) {
@@ -153,7 +134,6 @@ class JsonMaker {
   }
 
   void Single(const Field* field, size_t depth) {
-    if (Odd()) return Add(random_.OneIn(2) ? random_.Pick(kOddities) : random_.Pick(kNumbers));
     uint64_t bits = random_.Bits() >> random_.Below(64);
     if (random_.OneIn(2)) bits = ~bits;  // small negative numbers
     switch (field->cpp_type()) {
@@ -162,7 +142,7 @@ class JsonMaker {
       case Field::CPPTYPE_BOOL:
         return Add(random_.OneIn(2) ? "true" : "false");
       case Field::CPPTYPE_STRING:
-        return field->type() == Field::TYPE_BYTES ? Add("\"AQI=\"") : String();
+        return Quoted(field->type() == Field::TYPE_BYTES ? "AQI=" : Content());
       case Field::CPPTYPE_ENUM: {
         const size_t count = static_cast<size_t>(field->enum_type()->value_count());
         const auto* value = field->enum_type()->value(static_cast<int>(random_.Below(count)));
@@ -170,43 +150,29 @@ class JsonMaker {
       }
       case Field::CPPTYPE_FLOAT:
       case Field::CPPTYPE_DOUBLE:
-        return Real();
+        return Add(random_.OneIn(12) ? random_.Pick(kNumbers) : Real());
       case Field::CPPTYPE_INT32:
         return Add(std::to_string(static_cast<int32_t>(bits)));
       case Field::CPPTYPE_UINT32:
         return Add(std::to_string(static_cast<uint32_t>(bits)));
       case Field::CPPTYPE_INT64:
-      case Field::CPPTYPE_UINT64: {
-        const bool is_signed = field->cpp_type() == Field::CPPTYPE_INT64;
-        const std::string digits = is_signed ? std::to_string(static_cast<int64_t>(bits)) : std::to_string(bits);
-        return random_.OneIn(3) ? Add(digits) : Quoted(digits);
-      }
+        return Quoted(std::to_string(static_cast<int64_t>(bits)));
+      case Field::CPPTYPE_UINT64:
+        return random_.OneIn(2) ? Add(std::to_string(bits)) : Quoted(std::to_string(bits));
     }
   }
 
-  void Real() {
-    if (random_.OneIn(12)) return Add(random_.Pick(kNumbers));
-    if (random_.OneIn(3)) return AnyDouble();
+  std::string Real() {
     std::string digits = random_.OneIn(3) ? "-" : "";
     digits += std::to_string(random_.Bits() >> (11 + random_.Below(53)));
-    if (random_.OneIn(4) && digits != "-0") return Add(digits);
+    if (random_.OneIn(4) && digits != "-0") return digits;
     digits += '.';
     for (size_t i = random_.OneIn(10) ? 30 : 1 + random_.Below(8); i > 0; --i)
       digits += "0123456789"[random_.Below(10)];
-    Add(digits + (random_.OneIn(8) ? "e-" + std::to_string(random_.Below(50)) : ""));
+    return digits + (random_.OneIn(6) ? (random_.OneIn(2) ? "e-" : "E+") + std::to_string(random_.Below(50)) : "");
   }
 
-  void AnyDouble() {
-    const uint64_t bits = random_.Bits();
-    double real = 0;
-    std::memcpy(&real, &bits, sizeof(real));
-    char digits[40];
-    std::snprintf(digits, sizeof(digits), random_.OneIn(2) ? "%.17g" : "%.9g", real);
-    // JSON has no infinities, and the encoder none of the integers that a double does not hold.
-    Add(std::strpbrk(digits, ".e") == nullptr || std::strpbrk(digits, "in") != nullptr ? "0.5" : digits);
-  }
-
-  void String() {
+  std::string Content() {
     // clang-format off
     static constexpr const char* kPieces[] = {
         "None", "[Float]", "0..1", "a", "-1", "\xc3\xb6", "\xe2\x82\xac", "\xf0\x9f\x98\x80", "\\n", "\\\"", "\\\\",
@@ -215,8 +181,7 @@ class JsonMaker {
     // clang-format on
     std::string content;
     for (size_t i = random_.Below(4); i > 0; --i) content += random_.Pick(kPieces);
-    if (random_.OneIn(60)) content += std::string(random_.Below(400), 'x');
-    Quoted(content);
+    return content + std::string(random_.OneIn(60) ? random_.Below(400) : 0, 'x');
   }
 
   void Add(const std::string& value) { text_ += value; }
@@ -224,9 +189,8 @@ class JsonMaker {
 
   Random& random_;
   std::string text_;
-  size_t odd_one_in_ = 0;      // 0 for never
-  size_t dropped_one_in_ = 0;  // 0 for never
-  size_t blanks_ = 0;          // a style: none, as printed with indents, behind colons, any
+  size_t dropped_one_in_ = 0;  // fields; 0 for none
+  size_t layout_ = 0;          // no blanks, a line per field, a blank behind colons, blanks of any kind anywhere
   bool shuffled_ = false;
 };
 

@@ -27,11 +27,10 @@ TEST_F(JsonIoTest, ParsesOnlyWhatFitsTheType) {
                                  "syntax = \"proto3\"; enum E { Zero = 0; One = 1; TWO = 2; }"
                                  "message M { int32 my_number = 1; E e = 2; string text = 3; M sub = 4; }")
                                  .New("M");
-  for (const auto& [json, text] : std::vector<std::pair<std::string, std::string>>{
-           {"{}", ""},
-           {R"({"my_number": -3, "e": "One", "text": "%s ö", "sub": {"e": 1}})",
-            R"(my_number: -3 e: One text: "%s \303\266" sub { e: One })"},
-           {R"({"myNumber": 4})", "my_number: 4"}}) {
+  for (const auto& [json, text] : Rows{{"{}", ""},
+                                       {R"({"my_number": -3, "e": "One", "text": "%s ö", "sub": {"e": 1}})",
+                                        R"(my_number: -3 e: One text: "%s \303\266" sub { e: One })"},
+                                       {R"({"myNumber": 4})", "my_number: 4"}}) {
     message->Clear();
     EXPECT_TRUE(ZO_TUNING::JSON_STR_TO_MSG(json, message.get())) << json;
     EXPECT_EQ(Text(*message), text);

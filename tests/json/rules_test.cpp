@@ -32,8 +32,8 @@ TEST_F(RulesTest, EveryKindIsAnnotatedAndPruned) {
     filled += " " + name + " { " + value + "rule { " + rule + " } }";
     pruned += (pruned.empty() ? "" : " ") + name + " { " + value + "}";
   };
-  for (const Kind& kind : kKinds) {
-    const std::string shown = std::string("description: \"[") + kind.shown;
+  for (const std::string& kind : kKinds) {
+    const std::string shown = "description: \"[" + (kind[0] == 'U' ? "UInt" + kind.substr(4) : kind);
     add("", shown + "]\" recommend: \"None\"");
     add("", shown + "Arr]\" recommend: \"None\" len: \"-1\"");
     add("value { } ", shown + "Arr2D]\" recommend: \"None\" row: \"-1\" col: \"-1\"");
@@ -140,7 +140,7 @@ TEST_F(RulesTest, PruningKeepsAllButRulesOfSingularFields) {
     message Box { Step step = 1; BoolRule rule = 2; }
     message M { BoolData data = 1; Box box = 2; StructArrayRule rule = 3; repeated Step steps = 4; BoolArrayData bare = 5;
                 string text = 6; Int32Data listed = 7; })");
-  for (const auto& [before, after] : std::vector<std::pair<std::string, std::string>>{
+  for (const auto& [before, after] : Rows{
            {"", "data { } box { step { data { } } rule { } } bare { } listed { }"},
            {"data { value: true rule { description: 'x' } more: 2 } box { step { rule { } } rule { description: 'x' } }"
             " rule { description: 'x' } steps { data { rule { } } rule { } } bare { value: true } text: 'x'"

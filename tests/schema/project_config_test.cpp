@@ -26,17 +26,13 @@ TEST_F(ProjectConfigTest, MakesAProjectOnceAndExtendsItLater) {
   };
   EXPECT_LOG(line("Create a new sensor dir", "/tele"), line("Create a new sensor dir", "/wide lens"),
              line("Create the default dir", "/default"));
-  const Strings tree = {"ProjConf.bin",       "default/",           "default/.gitkeep",          "tele/",
-                        "tele/.gitkeep",      "tele/version/",      "tele/version/.gitkeep",     "wide lens/",
-                        "wide lens/.gitkeep", "wide lens/version/", "wide lens/version/.gitkeep"};
-  EXPECT_EQ(Tree(proj_), tree);
-  for (const std::string& path : tree) {
-    if (path.back() == '/') {
-      EXPECT_EQ(Mode(proj_ + "/" + path), 0700U) << path;
-    } else if (path != "ProjConf.bin") {
-      EXPECT_EQ(Read(proj_ + "/" + path), "") << path;
-    }
+  EXPECT_THAT(Tree(proj_), ElementsAre("ProjConf.bin", "default/", "default/.gitkeep", "tele/", "tele/.gitkeep",
+                                       "tele/version/", "tele/version/.gitkeep", "wide lens/", "wide lens/.gitkeep",
+                                       "wide lens/version/", "wide lens/version/.gitkeep"));
+  for (const std::string made : {"", "/default", "/tele", "/tele/version"}) {
+    EXPECT_EQ(Mode(proj_ + made), 0700U) << made;
   }
+  EXPECT_EQ(Read(proj_ + "/tele/version/.gitkeep"), "");
   EXPECT_EQ(Read(proj_ + "/ProjConf.bin"), Item(ConfigBytes("50%s ö", {"tele", "wide lens"})));
 
   // What exists is kept as it is, even a sensor without its version directory; the configuration is rewritten.
@@ -53,14 +49,13 @@ TEST_F(ProjectConfigTest, MakesAProjectOnceAndExtendsItLater) {
 TEST_F(ProjectConfigTest, MakesNothingWithoutAUsableSchema) {
   MakeDirs(root_);
   const std::string name = "string proj_name = 1; ";
-  for (const auto& [fields, missing] :
-       std::vector<std::pair<std::string, std::string>>{{"string other = 1;", "proj_name"},
-                                                        {"int32 proj_name = 1;", "proj_name"},
-                                                        {"bytes proj_name = 1;", "proj_name"},
-                                                        {"repeated string proj_name = 1;", "proj_name"},
-                                                        {name, "sensor_names"},
-                                                        {name + "string sensor_names = 2;", "sensor_names"},
-                                                        {name + "repeated int32 sensor_names = 2;", "sensor_names"}}) {
+  for (const auto& [fields, missing] : Rows{{"string other = 1;", "proj_name"},
+                                            {"int32 proj_name = 1;", "proj_name"},
+                                            {"bytes proj_name = 1;", "proj_name"},
+                                            {"repeated string proj_name = 1;", "proj_name"},
+                                            {name, "sensor_names"},
+                                            {name + "string sensor_names = 2;", "sensor_names"},
+                                            {name + "repeated int32 sensor_names = 2;", "sensor_names"}}) {
     Write(temp_ / "odd/a.proto", "syntax = \"proto3\"; package ZO_TUNING; message TuningProjConfig { " + fields + " }");
     Init({"tele"}, temp_ / "odd");
     EXPECT_LOG(E("InitProjConfigMsg", "Error in finding the field descriptor of " + missing),
@@ -73,8 +68,8 @@ TEST_F(ProjectConfigTest, MakesNothingWithoutAUsableSchema) {
 
   // A root that is missing shows up only when the configuration is written.
   ZoTuningUtils::InitProjectConfig(schema_dir_.c_str(), "p", {}, (temp_ / "gone").c_str());
-  EXPECT_EQ(TakeLog(), (Strings{I("InitProjectConfig", "Create the default dir " + (temp_ / "gone/p/default")),
-                                E("MSG_TO_BIN", "Cannot open output file " + (temp_ / "gone/p/ProjConf.bin"))}));
+  EXPECT_LOG(I("InitProjectConfig", "Create the default dir " + (temp_ / "gone/p/default")),
+             E("MSG_TO_BIN", "Cannot open output file " + (temp_ / "gone/p/ProjConf.bin")));
 }
 
 TEST_F(ProjectConfigTest, ReadsWhateverTheConfigurationHolds) {
@@ -110,37 +105,31 @@ TEST_F(ProjectConfigTest, ReadsWhateverTheConfigurationHolds) {
 }
 
 TEST_F(ProjectConfigTest, NeedsTheProjectItsSchemaAndItsTypes) {
-  std::string name;
-  Strings sensors, names;
-  LabelMap map;
-  const auto config = [&](const std::string& dir) {
-    return ZoTuningUtils::GetProjectConfig(dir.c_str(), name, sensors, names, map);
-  };
   const std::string dir = temp_ / "p";
-  EXPECT_FALSE(config(dir));
-  EXPECT_LOG(E("GetProjectConfig", "Project dir is not existed " + dir));
+  const std::string get = "GetProjectConfig";
+  const auto fails = [&](const Strings& lines) {
+    std::string name;
+    Strings sensors, names;
+    LabelMap map;
+    EXPECT_FALSE(ZoTuningUtils::GetProjectConfig(dir.c_str(), name, sensors, names, map));
+    EXPECT_EQ(TakeLog(), lines);
+  };
+  fails({E(get, "Project dir is not existed " + dir)});
   MakeDirs(dir);
-  EXPECT_FALSE(config(dir));
-  EXPECT_LOG(E("GetProjectConfig", "Project proto dir is not existed " + dir + "/proto"));
+  fails({E(get, "Project proto dir is not existed " + dir + "/proto")});
   MakeDirs(dir + "/proto");
-  EXPECT_FALSE(config(dir));
-  EXPECT_LOG(NoType("ZO_TUNING.TuningProjConfig"), E("GetProjectConfig", "Get project config descriptor failed"));
-  const std::string head =
-      "syntax = \"proto3\"; package ZO_TUNING; message TuningProjConfig "
-      "{ string proj_name = 1; repeated int32 sensor_names = 2; } ";
-  const std::string bin = dir + "/ProjConf.bin";
-  const std::string from_bin = "Failed in project config message initialization from bin";
-  Write(dir + "/proto/a.proto", head);
-  EXPECT_FALSE(config(dir));
-  EXPECT_LOG(E("InitProjConfigMsgFromBin", "Open project config bin file failed: " + bin),
-             E("GetProjectConfig", from_bin), NoType("ZO_TUNING.TuningDataLabel"),
-             E("GetProjectConfig", "Get tuning label descriptor failed"));
-  Write(bin, "");
-  Write(dir + "/proto/a.proto", head + "message TuningDataLabel { string module = 1; }");
-  EXPECT_FALSE(config(dir));
-  EXPECT_LOG(E("InitProjConfigMsgFromBin", "Error in finding the field descriptor of sensor_names"),
-             E("GetProjectConfig", from_bin), E("GetProjectTuningLabelsMap", "Invalid tuning data label type: 9"),
-             E("GetProjectConfig", "Generate tuning label map failed"));
+  fails({NoType("ZO_TUNING.TuningProjConfig"), E(get, "Get project config descriptor failed")});
+  const std::string config =
+      "syntax = \"proto3\"; package ZO_TUNING; message TuningProjConfig { repeated int32 sensor_names = 2; } ";
+  const std::string from_bin = E(get, "Failed in project config message initialization from bin");
+  Write(dir + "/proto/a.proto", config);
+  fails({E("InitProjConfigMsgFromBin", "Open project config bin file failed: " + dir + "/ProjConf.bin"), from_bin,
+         NoType("ZO_TUNING.TuningDataLabel"), E(get, "Get tuning label descriptor failed")});
+  Write(dir + "/ProjConf.bin", "");
+  Write(dir + "/proto/a.proto", config + "message TuningDataLabel { string module = 1; }");
+  fails({E("InitProjConfigMsgFromBin", "Error in finding the field descriptor of proj_name"), from_bin,
+         E("GetProjectTuningLabelsMap", "Invalid tuning data label type: 9"),
+         E(get, "Generate tuning label map failed")});
 }
 
 TEST_F(ProjectConfigTest, MsgToBinWritesMessagesWithoutTheirRequiredFields) {

@@ -7,17 +7,16 @@ namespace {
 using namespace zotest;
 
 TEST(TypeNamesTest, TheFirstTwoCharactersChooseThePackage) {
-  for (const auto& [name, qualified] :
-       std::vector<std::pair<std::string, std::string>>{{"AfCommon", "ZO_TUNING_AF.AfCommon"},
-                                                        {"AFCommon", "ZO_TUNING.AFCommon"},
-                                                        {"AWGain", "ZO_TUNING_AWB.AWGain"},
-                                                        {"AwGain", "ZO_TUNING.AwGain"},
-                                                        {"AEMeter", "ZO_TUNING_AEC.AEMeter"},
-                                                        {"PdCalib", "ZO_TUNING_PD.PdCalib"},
-                                                        {"PDCalib", "ZO_TUNING.PDCalib"},
-                                                        {"Af", "ZO_TUNING_AF.Af"},
-                                                        {"A", "ZO_TUNING.A"},
-                                                        {"", "ZO_TUNING."}}) {
+  for (const auto& [name, qualified] : Rows{{"AfCommon", "ZO_TUNING_AF.AfCommon"},
+                                            {"AFCommon", "ZO_TUNING.AFCommon"},
+                                            {"AWGain", "ZO_TUNING_AWB.AWGain"},
+                                            {"AwGain", "ZO_TUNING.AwGain"},
+                                            {"AEMeter", "ZO_TUNING_AEC.AEMeter"},
+                                            {"PdCalib", "ZO_TUNING_PD.PdCalib"},
+                                            {"PDCalib", "ZO_TUNING.PDCalib"},
+                                            {"Af", "ZO_TUNING_AF.Af"},
+                                            {"A", "ZO_TUNING.A"},
+                                            {"", "ZO_TUNING."}}) {
     std::string out = "replaced";
     ZO_TUNING::ADD_NAMESPACE_TO_CLASSNAME(name, out);
     EXPECT_EQ(out, qualified);
@@ -58,14 +57,14 @@ TEST_F(SchemaImportTest, FindsTypesByNamesCutAtTheFirstLinkKey) {
   Write(dir / "a.proto",
         "syntax = \"proto3\"; package ZO_TUNING; message LinkKey {} message Plain {} message Linkkey {}");
   Schema schema(dir.str());
-  for (const auto& [name, found] : std::vector<std::pair<std::string, std::string>>{{"Plain", "Plain"},
-                                                                                    {"LinkKey", "LinkKey"},
-                                                                                    {"LinkKeyLinkKey", "LinkKey"},
-                                                                                    {"LinkKeyTable%s", "LinkKey"},
-                                                                                    {"Linkkey", "Linkkey"},
-                                                                                    {"LinkkeyTable", ""},
-                                                                                    {"PlainLinkKey%n", ""},
-                                                                                    {"", ""}}) {
+  for (const auto& [name, found] : Rows{{"Plain", "Plain"},
+                                        {"LinkKey", "LinkKey"},
+                                        {"LinkKeyLinkKey", "LinkKey"},
+                                        {"LinkKeyTable%s", "LinkKey"},
+                                        {"Linkkey", "Linkkey"},
+                                        {"LinkkeyTable", ""},
+                                        {"PlainLinkKey%n", ""},
+                                        {"", ""}}) {
     const auto* type = ZoTuningUtils::GetDescByClassName(schema.importer(), ("ZO_TUNING." + name).c_str());
     EXPECT_EQ(type == nullptr ? "" : type->name(), found) << name;
     EXPECT_EQ(TakeLog(), found.empty() ? Strings{NoType("ZO_TUNING." + name)} : Strings()) << name;

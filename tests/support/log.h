@@ -6,11 +6,13 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace zotest {
 
 using Strings = std::vector<std::string>;
+using Rows = std::vector<std::pair<std::string, std::string>>;  ///< cases: what is given, what is wanted
 
 // The matchers of most tests.
 using testing::AllOf;

@@ -2,6 +2,7 @@
 
 #include <google/protobuf/text_format.h>
 
+#include <cctype>
 #include <filesystem>
 #include <regex>
 
@@ -32,10 +33,7 @@ MessagePtr Schema::New(const std::string& full_name, const std::string& text) {
 
 std::string Text(const Message& message) { return message.ShortDebugString(); }
 
-const std::vector<Kind> kKinds = {{"Bool", "bool", "Bool"},       {"Int32", "int32", "Int32"},
-                                  {"Uint32", "uint32", "UInt32"}, {"Int64", "int64", "Int64"},
-                                  {"Uint64", "uint64", "UInt64"}, {"Double", "double", "Double"},
-                                  {"Float", "float", "Float"}};
+const Strings kKinds = {"Bool", "Int32", "Uint32", "Int64", "Uint64", "Double", "Float"};
 
 namespace {
 
@@ -60,11 +58,11 @@ void WriteSchema(const std::string& dir) {
   )";
   std::string every = "message EveryKind { StructArrayRule every_rule = 1;";
   int number = 2;
-  for (const Kind& kind : kKinds) {
-    types += std::regex_replace(std::regex_replace(kKindTypes, std::regex("Kind"), kind.name), std::regex("scalar"),
-                                kind.scalar);
+  for (const std::string& kind : kKinds) {
+    const std::string scalar = static_cast<char>(std::tolower(kind[0])) + kind.substr(1);
+    types += std::regex_replace(std::regex_replace(kKindTypes, std::regex("Kind"), kind), std::regex("scalar"), scalar);
     for (const std::string form : {"Data", "ArrayData", "ArrayData_2D"}) {
-      every += " " + (kind.name + form) + " p" + std::to_string(number) + " = " + std::to_string(number) + ";";
+      every += " " + kind + form + " p" + std::to_string(number) + " = " + std::to_string(number) + ";";
       ++number;
     }
   }

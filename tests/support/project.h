@@ -39,13 +39,8 @@ class Schema {
 
 std::string Text(const Message& message);  ///< on one line
 
-/// The seven kinds of parameter values: in type names, in protobuf, in descriptions.
-struct Kind {
-  const char* name;
-  const char* scalar;
-  const char* shown;
-};
-extern const std::vector<Kind> kKinds;
+/// The seven kinds of parameter values, as type names spell them.
+extern const Strings kKinds;
 
 /// Writes the schema: that of support/schema, and types.proto with all rule and data types and EveryKind, a module of
 /// all of them.

@@ -51,10 +51,7 @@ TEST_F(ToolTest, TreeShowsLabelValues) {
 }
 
 TEST_F(ToolTest, TreeFlagsWhatTheLabelsDoNotKnow) {
-  const struct {
-    const char* file;
-    const char* says;
-  } rows[] = {
+  const Rows rows = {
       {"front/Afcommon.json", "error: no module 'Afcommon'; did you mean 'AfCommon'?"},
       {"front/mode_x/AfCommon.json", "error: 'x' is no number for 'mode'"},
       {"front/mode_-1/AfCommon.json", "error: '-1' is no number for 'mode'"},
@@ -64,10 +61,10 @@ TEST_F(ToolTest, TreeFlagsWhatTheLabelsDoNotKnow) {
       {"front/scenario_Video/mode_1/AfLinkKeyNear.json",
        "warning: this setting has the labels of 'mode_1/scenario_Video/AfLinkKeyNear.json'"},
   };
-  for (const auto& row : rows) Write(At(row.file), "{}");
+  for (const auto& [file, says] : rows) Write(At(file), "{}");
   const std::string twice = "front/mode_1/mode_1/scenario_Video/AfContrast.json";  // read to the same value
   Write(At(twice), "{}");
-  for (const auto& row : rows) Fails("tree front", std::string(row.file) + ": " + row.says);
+  for (const auto& [file, says] : rows) Fails("tree front", file + ": " + says);
   EXPECT_THAT(Tool("tree front").err, Not(HasSubstr(twice + ": error")));
 }
 

@@ -106,11 +106,7 @@ TEST_F(ToolTest, FaultsHaveFileLineAndColumn) {
 }
 
 TEST_F(ToolTest, AMissingFieldIsNamedWithItsPath) {
-  std::string text = Read(At("front/mode_1/AfCommon.json"));
-  for (size_t at = text.find("settle_time_ns"); at != std::string::npos; at = text.find("settle_time_ns")) {
-    text.replace(at, 14, "settleTimeNs");
-  }
-  Write(At("front/mode_1/AfCommon.json"), text);
+  Edit("front/mode_1/AfCommon.json", "settle_time_ns", "settleTimeNs");
   Fails("pack -o out",
         "front/mode_1/AfCommon.json: error: the field 'settle_time_ns' is missing; every field has to be spelled out\n"
         "  help: it belongs at lens.settle_time_ns\n");

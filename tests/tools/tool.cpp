@@ -75,6 +75,7 @@ void ToolTest::Fails(const std::string& line, const std::string& says, int code)
   const Ran run = Tool(line);
   EXPECT_EQ(run.code, code) << line << "\n" << run.err;
   EXPECT_THAT(run.err, HasSubstr(says)) << line;
+  EXPECT_TRUE(code != 2 || run.out.empty()) << line << "\n" << run.out;
 }
 
 Ran ToolTest::OnFullDisk(const std::string& line, size_t bytes) const {

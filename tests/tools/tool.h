@@ -8,6 +8,8 @@
 
 #include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "support/files.h"
 
@@ -16,6 +18,9 @@ namespace zotest {
 using Json = nlohmann::ordered_json;
 using testing::HasSubstr;
 using testing::IsEmpty;
+
+/// A command line or a file, and what the tool says of it.
+using Rows = std::vector<std::pair<std::string, std::string>>;
 
 /// One run of the tool.
 struct Ran {

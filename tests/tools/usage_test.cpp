@@ -21,10 +21,7 @@ TEST_F(ToolTest, EveryCommandHasHelpWithAnExampleOfItself) {
 }
 
 TEST_F(ToolTest, MisuseExitsWithTwoAndSaysWhatWasMeant) {
-  const struct {
-    const char* line;
-    const char* says;
-  } rows[] = {
+  const Rows rows = {
       {"", "a command is missing"},
       {"-C", "-C: 1 required DIR missing"},
       {"packk", "no command 'packk'; did you mean 'pack'?"},
@@ -48,15 +45,12 @@ TEST_F(ToolTest, MisuseExitsWithTwoAndSaysWhatWasMeant) {
       {"init p --proto nowhere --sensor s", "'nowhere' is no directory"},
   };
   const Strings before = Tree(dir_);
-  for (const auto& row : rows) {
-    const Ran run = Tool(row.line);
-    EXPECT_EQ(run.code, 2) << row.says << run.err;
-    EXPECT_THAT(run.err, HasSubstr(row.says));
-    EXPECT_THAT(run.out, IsEmpty()) << row.says;
-    const Ran machine = Tool(std::string("--json ") + row.line);
-    EXPECT_EQ(machine.code, 2) << row.says;
-    EXPECT_THAT(machine.json()["diagnostics"][0]["message"].get<std::string>(), HasSubstr(row.says));
-    EXPECT_THAT(machine.err, IsEmpty()) << row.says;
+  for (const auto& [line, says] : rows) {
+    Fails(line, says, 2);
+    const Ran machine = Tool("--json " + line);
+    EXPECT_EQ(machine.code, 2) << line;
+    EXPECT_THAT(machine.json()["diagnostics"][0]["message"].get<std::string>(), HasSubstr(says));
+    EXPECT_EQ(machine.err, "") << line;
   }
   const Ran unset = RunProgram(ZOTUNING_TOOL, {"-C", "", "modules"}, {dir_});  // as from an unset variable
   EXPECT_EQ(unset.code, 2) << unset.out;
@@ -64,13 +58,11 @@ TEST_F(ToolTest, MisuseExitsWithTwoAndSaysWhatWasMeant) {
 }
 
 TEST_F(ToolTest, TheNearestProjectIsFoundFromWithin) {
-  const Ran within = Tool("sensors", {At("main_wide/mode_0")});
-  EXPECT_EQ(within.code, 0) << within.err;
-  EXPECT_EQ(within.out, Tool("sensors").out);
-  EXPECT_EQ(Tool("-C tuning_project sensors", {temp_.str()}).out, within.out);
-  const Ran outside = Tool("sensors", {temp_.str()});
-  EXPECT_EQ(outside.code, 2);
-  EXPECT_THAT(outside.err, HasSubstr("no project here"));
+  const std::string sensors = Tool("sensors").out;
+  EXPECT_EQ(Tool("sensors", {At("main_wide/mode_0")}).out, sensors);
+  EXPECT_EQ(Tool("-C tuning_project sensors", {temp_.str()}).out, sensors);
+  Fails("-C .. sensors", "'..' is no project", 2);
+  EXPECT_THAT(Tool("sensors", {temp_.str()}).err, HasSubstr("no project here"));
 }
 
 TEST_F(ToolTest, LibraryLinesAreShownOnRequestOnly) {

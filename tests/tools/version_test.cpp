@@ -60,10 +60,7 @@ TEST_F(ToolTest, TheHeaderIsCheckedAndMade) {
 
 TEST_F(ToolTest, FilesThatTheScanMisreadsAreNamed) {
   Edit("proto/project.proto", "string name = 1;", "string name = 1;\n  Version parent = 900;");
-  const struct {
-    std::string text;
-    const char* says;
-  } rows[] = {
+  const Rows rows = {
       {R"({"parent": {"name": "x"}, "name": "T", "version": "1"})", "an earlier \"name\" is taken for the field"},
       {R"({"version": "name", "name": "T"})", "an earlier \"name\" is taken for the field"},
       {R"({"name": "T\"x", "version": "1"})", "the value of \"name\" holds an escape sequence"},
@@ -75,12 +72,12 @@ TEST_F(ToolTest, FilesThatTheScanMisreadsAreNamed) {
       {"{\"name\": \"T\", \"version\": \"1\n2\"}", "a line end or zero byte breaks the line"},
   };
   const std::string header = Read(At("src/ZoTuningVersion.h"));
-  for (const auto& row : rows) {
-    Write(At("proto/version/t.json"), row.text);
-    const std::string says = std::string("the version header would get this file wrong: ") + row.says;
-    Fails("version header", "proto/version/t.json: error: " + says);
-    Fails("version header --check", "proto/version/t.json: error: " + says);
-    Fails("version list", "proto/version/t.json: warning: " + says, 0);
+  for (const auto& [text, says] : rows) {
+    Write(At("proto/version/t.json"), text);
+    const std::string wrong = "the version header would get this file wrong: " + says;
+    Fails("version header", "proto/version/t.json: error: " + wrong);
+    Fails("version header --check", "proto/version/t.json: error: " + wrong);
+    Fails("version list", "proto/version/t.json: warning: " + wrong, 0);
   }
   Write(At("proto/version/t.json"), "{\"name\": \"T\", \"version\": 3}");
   Fails("version header", "t.json:1:26: error: 3 is no value for the field 'version'");

@@ -95,13 +95,12 @@ TEST_F(TuningPathTest, ReadsLevelsByPrefixFromTheFileUpwards) {
   expect("p/AWGain.json", {12});
 
   map_["module"][-1] = "Minus";
-  for (const auto& [path, module] :
-       std::vector<std::pair<std::string, std::string>>{{"AWGain.tuning.json", "AWGain.tuning"},
-                                                        {"awgain.json", "awgain"},
-                                                        {".json", ""},
-                                                        {"", ""},
-                                                        {"50%s%n.json", "50%s%n"},
-                                                        {"Minus.json", "Minus"}}) {
+  for (const auto& [path, module] : Rows{{"AWGain.tuning.json", "AWGain.tuning"},
+                                         {"awgain.json", "awgain"},
+                                         {".json", ""},
+                                         {"", ""},
+                                         {"50%s%n.json", "50%s%n"},
+                                         {"Minus.json", "Minus"}}) {
     expect("p/mode_3/" + path, {});
     EXPECT_LOG(UnknownModule(module));
   }

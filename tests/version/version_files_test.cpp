@@ -97,13 +97,12 @@ TEST_F(VersionFilesTest, UpdatesNothingAndStillSucceeds) {
 
   // Fields of the type that the operation cannot use.
   const std::string missing = "Error in finding the field descriptor of ";
-  for (const auto& [fields, field] :
-       std::vector<std::pair<std::string, std::string>>{{"string version = 2;", "name"},
-                                                        {"int32 name = 1; string version = 2;", "name"},
-                                                        {"repeated string name = 1; string version = 2;", "name"},
-                                                        {"string name = 1;", "version"},
-                                                        {"string name = 1; bytes version = 2;", "version"},
-                                                        {"string name = 1; repeated string version = 2;", "version"}}) {
+  for (const auto& [fields, field] : Rows{{"string version = 2;", "name"},
+                                          {"int32 name = 1; string version = 2;", "name"},
+                                          {"repeated string name = 1; string version = 2;", "name"},
+                                          {"string name = 1;", "version"},
+                                          {"string name = 1; bytes version = 2;", "version"},
+                                          {"string name = 1; repeated string version = 2;", "version"}}) {
     const std::string json = field == "name" ? "{}" : R"({"name": "AF"})";
     Write(dir_ + "/proto/project.proto", "syntax = \"proto3\"; package ZO_TUNING; message Version {" + fields + "}");
     Write(versions_ + "/a.json", json);

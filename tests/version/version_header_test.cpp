@@ -39,13 +39,13 @@ TEST_F(VersionHeaderTest, RewritesEverythingBehindTheMarker) {
   const std::string block = "#define VERSION1_NAME \"" + pairs[0] + "\"\n#define VERSION1_VAL \"" + pairs[1] +
                             "\"\n#define VERSION2_NAME \"" + pairs[2] + "\"\n#define VERSION2_VAL \"" + pairs[3] +
                             "\"\n#define VERSION_NUM 2\n";
-  for (const auto& [before, kept] : std::vector<std::pair<std::string, std::string>>{
-           {"// one\r\n// x [3AProto] y\r\n#define OLD 1\n// [3AProto]\n", "// one\r\n// x [3AProto] y\r\n"},
-           {"[3AProto]", "[3AProto]\n"},
-           {"\n", "\n"},
-           {"\t// no marker\n\nend", "\t// no marker\n\nend\n"},
-           {std::string("nul \0 byte\n// [3AProto]", 23), std::string("nul \0 byte\n// [3AProto]\n", 24)},
-           {"// [3aproto]\n", "// [3aproto]\n"}}) {
+  for (const auto& [before, kept] :
+       Rows{{"// one\r\n// x [3AProto] y\r\n#define OLD 1\n// [3AProto]\n", "// one\r\n// x [3AProto] y\r\n"},
+            {"[3AProto]", "[3AProto]\n"},
+            {"\n", "\n"},
+            {"\t// no marker\n\nend", "\t// no marker\n\nend\n"},
+            {std::string("nul \0 byte\n// [3AProto]", 23), std::string("nul \0 byte\n// [3AProto]\n", 24)},
+            {"// [3aproto]\n", "// [3aproto]\n"}}) {
     Write(header_, before);
     EXPECT_TRUE(Generate());
     EXPECT_EQ(Read(header_), kept + block);
@@ -124,13 +124,6 @@ TEST_F(VersionHeaderTest, BuildsTheBlockFromPairs) {
   EXPECT_EQ(text,
             "head#define VERSION1_NAME \"A\"\\\"\n#define VERSION1_VAL \"1\"\n#define VERSION2_NAME \"B\"\n"
             "#define VERSION2_VAL \"\"\n#define VERSION_NUM 2\n");
-  EXPECT_FALSE(ZO_TUNING::CONSIST_VERSION_TO_STR(text, {}));
-  text.clear();
-  EXPECT_FALSE(ZO_TUNING::CONSIST_VERSION_TO_STR(text, {"A", "1"}));
-  EXPECT_EQ(text, "");
-  EXPECT_LOG(kEmpty, kEmpty);
-  EXPECT_FALSE(ZO_TUNING::HEADER_FILE_TO_STR(header_, text));
-  EXPECT_LOG(E("HEADER_FILE_TO_STR", "Fail to read json file: " + header_));
 }
 
 TEST_F(VersionHeaderTest, WritingWaitsForTheFileToAppear) {

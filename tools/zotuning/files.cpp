@@ -60,7 +60,7 @@ bool ReadEntries(const std::string& dir, std::vector<Entry>& entries, Report& re
     entries.push_back({std::string(name), entry->d_type});
     struct stat info;
     if (entry->d_type == DT_UNKNOWN && lstat((dir + "/" + entries.back().name).c_str(), &info) == 0) {
-      entries.back().type = IFTODT(info.st_mode);
+      entries.back().type = static_cast<unsigned char>(IFTODT(info.st_mode));
     }
     errno = 0;
   }

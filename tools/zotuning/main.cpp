@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <google/protobuf/stubs/common.h>
 #include <algorithm>
+
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -14,6 +16,7 @@
 #include "commands.h"
 #include "library_log.h"
 #include "suggest.h"
+#include "zotuning_version.h"
 
 namespace zotuning_tool {
 
@@ -100,7 +103,8 @@ int Main(int argument_count, char** arguments) {
   Session session;
   CLI::App app("Makes, looks after and packs camera tuning projects.", "zotuning");
   app.footer(kFooter);
-  app.set_version_flag("--version", std::string("zotuning ") + ZOTUNING_VERSION);
+  app.set_version_flag("--version", "zotuning " ZOTUNING_VERSION " (commit " ZOTUNING_COMMIT ", protobuf " +
+                                        google::protobuf::internal::VersionString(GOOGLE_PROTOBUF_VERSION) + ")");
   app.add_option("-C", session.project_dir,
                  "The project's folder (default: the nearest one from here up that holds ProjConf.bin)")
       ->type_name("DIR")

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "zotuning_version.h"
+
 namespace zotuning_tool {
 namespace {
 
