@@ -9,6 +9,7 @@ class TuningLabelTest : public SchemaTest {
  protected:
   /// A label type with these fields, beside a few enums.
   void LoadLabel(const std::string& fields) {
+    message_.reset();  // before the schema that it was made from
     Load(R"(syntax = "proto3"; package ZO_TUNING;
       enum Scene { option allow_alias = true; Scene_DAY = 0; SceneXNIGHT = 3; Scene_DUSK = 3; Scene_ = 4; }
       enum Short { Shor = 0; } enum Late { Late_A = 0; Lat = 1; Late_B = 2; }
