@@ -41,6 +41,7 @@ BEGIN {
 }
 
 /^\/\/ ---- Inline bodies/ { exit }
+/^ *\/\/ NOLINT/ { next }
 /^ *\/\/ ---- / {
   heading = $0
   sub(/^ *\/\/ ---- /, "", heading)

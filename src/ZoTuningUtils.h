@@ -333,6 +333,7 @@ ZOTUNING_EXPORT void GetDateTime(ZoTuningDateTime* record);
 /// Reads the Android system property `key` into `value`, a buffer of 92 bytes, and returns its length. When it is unset
 /// and `default_value` is not null, copies at most 91 bytes of that instead and returns their number. Where there are
 /// no system properties every one is unset.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the name its callers link.
 extern "C" ZOTUNING_EXPORT int __property_get(const char* key, char* value, const char* default_value);
 
 // ---- Inline bodies; the contracts are above ----------------------------------------------------------------------

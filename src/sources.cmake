@@ -8,6 +8,7 @@ set(ZOTUNING_SOURCES
   schema/record_reader.cpp
   schema/schema_import.cpp
   schema/tuning_label.cpp
+  schema/type_levels.cpp
   json/default_data.cpp
   json/json_files.cpp
   tree/tuning_settings.cpp

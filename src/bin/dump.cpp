@@ -207,6 +207,7 @@ bool ZoTuningUtils::ParseVersionMsgFromBin(const std::string& path, const Messag
 }
 
 bool ZoTuningUtils::DumpBinVersions(const char* proj_dir, const char* bin_dir) try {
+  const PassFailuresOn guard;
   const std::string proto_dir = std::string(proj_dir) + "/" + "proto";
   if (!HasProjectAndProtoFolder(proj_dir, proto_dir, __func__)) return false;
   Schema schema(proto_dir);
@@ -230,6 +231,7 @@ bool ZoTuningUtils::DumpBinVersions(const char* proj_dir, const char* bin_dir) t
 }
 
 bool ZoTuningUtils::DumpProjTuningBins(const char* proj_dir, const char* bin_dir) try {
+  const PassFailuresOn guard;
   const std::string proto_dir = std::string(proj_dir) + "/" + "proto";
   if (!HasProjectAndProtoFolder(proj_dir, proto_dir, __func__)) return false;
   Schema schema(proto_dir);

@@ -221,9 +221,10 @@ bool AskForSensor(const std::vector<std::string>& sensor_names, size_t* index) {
   std::printf("Sensors:\n");
   for (size_t i = 0; i < sensor_names.size(); ++i) std::printf("  %zu  %s\n", i, sensor_names[i].c_str());
   std::printf("Index of the sensor to pack: ");
-  std::fflush(stdout);
+  (void)std::fflush(stdout);
   int typed = 0;
   // The comparison is unsigned, so that a negative number is refused.
+  // NOLINTNEXTLINE(cert-err34-c): a number beyond int is read as scanf reads it.
   if (std::scanf("%d", &typed) != 1 || static_cast<unsigned>(typed) >= sensor_names.size()) return false;
   *index = static_cast<size_t>(typed);
   return true;
@@ -232,6 +233,7 @@ bool AskForSensor(const std::vector<std::string>& sensor_names, size_t* index) {
 }  // namespace
 
 bool ZO_TUNING::internal::GenerateBins(const char* proj_dir, const char* out_dir, const std::string* only_sensor) {
+  const PassFailuresOn guard;
   static constexpr char kFunction[] = "GenerateProjTuningBins";
   const std::string bin_folder = BinFolder(out_dir);
   if (PathExists(bin_folder)) {
@@ -266,6 +268,7 @@ bool ZoTuningUtils::GenerateProjTuningBins(const char* proj_dir, const char* out
 }
 
 bool ZoTuningUtils::GenerateSpecificSensorBin(const char* proj_dir, const char* out_dir) try {
+  const PassFailuresOn guard;
   const std::string bin_folder = BinFolder(out_dir);
   if (PathExists(bin_folder)) {
     TuningLog(kLogError, __LINE__, __func__, "[Quokka] Output folder is existed: %s, please remove them!\n",

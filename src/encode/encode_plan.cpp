@@ -77,8 +77,10 @@ WireType WireTypeOf(ValueKind kind) {
   }
 }
 
-/// Types that protobuf reads from JSON by rules of their own.
-bool IsWellKnown(const Descriptor* type) { return type->full_name().rfind("google.protobuf.", 0) == 0; }
+/// Types that protobuf reads from JSON, or writes, by rules of their own: the well-known ones and map entries.
+bool HasOwnRules(const Descriptor* type) {
+  return type->full_name().rfind("google.protobuf.", 0) == 0 || type->map_key() != nullptr;
+}
 
 /// The fields that pruning creates, as they stand on the wire: in field-number order.
 std::string AbsentBytes(const MessagePlan& plan) {
@@ -105,7 +107,7 @@ std::string AbsentPart(const FieldPlan& field) {
 
 ModulePlan::ModulePlan(const Descriptor* type) {
   CollectCheckedNames(type);
-  root_ = IsWellKnown(type) ? nullptr : MakeMessage(type, Pruning::kModule);
+  root_ = HasOwnRules(type) ? nullptr : MakeMessage(type, Pruning::kModule);
 }
 
 void ModulePlan::CollectCheckedNames(const Descriptor* type) {
@@ -169,7 +171,7 @@ bool ModulePlan::FillField(const FieldDescriptor* field, Pruning pruning, FieldP
     plan->enumeration = MakeEnum(field->enum_type());
   } else if (plan->kind == ValueKind::kMessage) {
     const Descriptor* type = field->message_type();
-    if (IsWellKnown(type)) return false;
+    if (HasOwnRules(type)) return false;
     Pruning below = Pruning::kNone;
     if (pruning == Pruning::kModule && !field->is_repeated()) {
       plan->dropped = IsStructArrayRule(type->name());

@@ -4,7 +4,9 @@
 #include "encode/json_encoder.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
+#include <type_traits>
 
 #include "encode/json_tokens.h"
 #include "encode/wire_format.h"
@@ -132,11 +134,14 @@ char* WriteScalar(typename Scalar<kKind>::Type value, char* out) {
   }
 }
 
-/// Whether a value is the default that is left out: a test on bits, so that -0.0 is none.
+/// Whether a value is the default that is left out, which -0.0 is not.
 template <typename T>
 bool IsDefault(T value) {
-  const T zero = 0;
-  return std::memcmp(&value, &zero, sizeof(value)) == 0;
+  if constexpr (std::is_floating_point_v<T>) {
+    return value == 0 && !std::signbit(value);
+  } else {
+    return value == 0;
+  }
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 using namespace ZO_TUNING::internal;
 
 bool ZoTuningUtils::GenerateDefaultModuleData(const char* proj_dir, const char* module) try {
+  const PassFailuresOn guard;
   const std::string default_dir = std::string(proj_dir) + "/" + "default";
   const std::string json_path = default_dir + "/" + module + ".json";
   const std::string proto_dir = std::string(proj_dir) + "/" + "proto";

@@ -10,6 +10,7 @@
 using namespace ZO_TUNING::internal;
 
 bool ZoTuningUtils::FindAllJsonFiles(const char* dir, std::vector<std::string>& files) try {
+  const PassFailuresOn guard;
   std::vector<DirectoryEntry> entries;
   if (!ReadDirectory(dir, entries)) {
     TuningLog(kLogError, __LINE__, __func__, "Open directory failed: %s", dir);

@@ -42,7 +42,13 @@ inline bool JSON_FILE_TO_STR(const std::string& path, std::string& out) try {
     return false;
   }
   std::ostringstream text;
-  text << file.rdbuf();
+  // Otherwise the stream keeps to itself that memory could not be had.
+  text.exceptions(std::ios::failbit);
+  try {
+    text << file.rdbuf();
+  } catch (const std::ios::failure&) {
+    // Nothing was read, or not all: what there is counts.
+  }
   out = text.str();
   return true;
 } catch (...) {
@@ -64,6 +70,7 @@ inline bool JSON_STR_TO_MSG(const std::string& json, google::protobuf::Message* 
 
 inline void MSG_TO_JSON_STR(google::protobuf::Message* msg, const google::protobuf::Descriptor* desc,
                             std::string& out) try {
+  const internal::PassFailuresOn guard;
   MSG_INIT_FOR_JSON(msg, desc);
   google::protobuf::util::JsonPrintOptions options;
   options.add_whitespace = true;

@@ -10,6 +10,7 @@
 #include <sys/system_properties.h>
 #else
 // Outside Android there are no system properties, unless the process brings its own.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the platform's own name.
 extern "C" int __system_property_get(const char* name, char* value) __attribute__((weak));
 #endif
 

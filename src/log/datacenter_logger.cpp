@@ -33,7 +33,7 @@ constexpr char kLoggerTag[] = "ZoDatacenterLib";
 
 void CloseDebugFile() {
   if (debug_file == nullptr) return;
-  std::fclose(debug_file);
+  (void)std::fclose(debug_file);
   debug_file = nullptr;
 }
 
@@ -100,9 +100,9 @@ void ZO_TUNING::internal::WriteLoggerText(unsigned level, const char* text) {
     local = {};
   }
   if (debug_file == nullptr) return;
-  std::fprintf(debug_file, "%02d-%02d %02d:%02d:%02d:%06d %d %d %s\n", month, local.tm_mday, local.tm_hour,
-               local.tm_min, local.tm_sec, static_cast<int>(now.tv_usec), static_cast<int>(getpid()),
-               static_cast<int>(gettid()), text);
+  (void)std::fprintf(debug_file, "%02d-%02d %02d:%02d:%02d:%06d %d %d %s\n", month, local.tm_mday, local.tm_hour,
+                     local.tm_min, local.tm_sec, static_cast<int>(now.tv_usec), static_cast<int>(getpid()),
+                     static_cast<int>(gettid()), text);
 }
 
 void FileCreate() {
@@ -119,6 +119,7 @@ void FileCreate() {
   }
 }
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): the published signature.
 void DatacenterLoggerFunction(const char* file, int line, const char* function, unsigned group, unsigned level,
                               const char* format, ...) {
   FileCreate();
@@ -132,7 +133,7 @@ void DatacenterLoggerFunction(const char* file, int line, const char* function, 
   va_end(arguments);
   if (length < 0) message[0] = '\0';
   char header[250];
-  std::snprintf(header, sizeof(header), "%s[ZoDatacenterLib] %s:%d: %s", LevelTag(level), file, line, function);
+  (void)std::snprintf(header, sizeof(header), "%s[ZoDatacenterLib] %s:%d: %s", LevelTag(level), file, line, function);
   char text[1024];
   // Both parts together may exceed the buffer; the text is cut then.
   if (std::snprintf(text, sizeof(text), "%s %s", header, message) < 0) text[0] = '\0';

@@ -21,10 +21,10 @@ void EndTime(const char* file, int line, const char* function, int slot) {
   const long long cost_us = (static_cast<long long>(end.tv_sec) - start.tv_sec) * 1000000 + end.tv_usec - start.tv_usec;
   char text[256];
   // The microseconds carry no leading zeros; this form is kept as it is.
-  std::snprintf(text, sizeof(text), "[TimeDiff] %s:%d: %s Start: %ld.%ld -> %ld.%ld, Cost: %llu us", file, line,
-                function, static_cast<long>(start.tv_sec), static_cast<long>(start.tv_usec),
-                static_cast<long>(end.tv_sec), static_cast<long>(end.tv_usec),
-                static_cast<unsigned long long>(cost_us));
+  (void)std::snprintf(text, sizeof(text), "[TimeDiff] %s:%d: %s Start: %ld.%ld -> %ld.%ld, Cost: %llu us", file, line,
+                      function, static_cast<long>(start.tv_sec), static_cast<long>(start.tv_usec),
+                      static_cast<long>(end.tv_sec), static_cast<long>(end.tv_usec),
+                      static_cast<unsigned long long>(cost_us));
   ZO_TUNING::internal::WriteLoggerText(ZO_TUNING::internal::kLevelTime, text);
   start = {};
   end = {};

@@ -20,8 +20,8 @@ inline constexpr int kLogError = 6;
 
 /// Where a log call stands. Made implicitly from __LINE__; the file is that of the call.
 struct SourceLine {
-  SourceLine(int line_number, const char* file_path = __builtin_FILE())  // NOLINT: implicit by purpose
-      : line(line_number), file(file_path) {
+  // NOLINTNEXTLINE(google-explicit-constructor): made of the __LINE__ that every call passes.
+  SourceLine(int line_number, const char* file_path = __builtin_FILE()) : line(line_number), file(file_path) {
     if (const char* slash = std::strrchr(file_path, '/')) file = slash + 1;
   }
   int line;
@@ -30,6 +30,7 @@ struct SourceLine {
 
 /// Writes "<file>:<line> <function>() <message>" to the Android log under "ZoLOG". Priorities below 4 are dropped, and
 /// so is a message that cannot be formatted.
+// NOLINTNEXTLINE(cert-dcl50-cpp): variadic like the log call it makes, so that the compiler checks its formats.
 __attribute__((visibility("hidden"), format(printf, 4, 5))) inline void TuningLog(int priority, SourceLine at,
                                                                                   const char* function,
                                                                                   const char* format, ...) {
@@ -48,9 +49,25 @@ __attribute__((visibility("hidden"), format(printf, 4, 5))) inline void TuningLo
   std::free(message);
 }
 
+/// The first local of an operation that calls other operations. While one lives, an exception that reaches the border of
+/// an operation on this thread goes on to the caller: results that an operation ignores stand for files that cannot be
+/// read, and not for memory that cannot be had.
+class __attribute__((visibility("hidden"))) PassFailuresOn {
+ public:
+  PassFailuresOn() { ++depth; }
+  ~PassFailuresOn() { --depth; }
+  PassFailuresOn(const PassFailuresOn&) = delete;
+  PassFailuresOn& operator=(const PassFailuresOn&) = delete;
+  static bool Active() { return depth > 0; }
+
+ private:
+  static inline thread_local int depth = 0;
+};
+
 /// Reports the exception being handled as one error line of `function`; for the catch at the border of an operation.
-/// Returns false, so that it can be returned in turn.
-__attribute__((visibility("hidden"))) inline bool ReportException(SourceLine at, const char* function) noexcept {
+/// Returns false, so that it can be returned in turn. Inside of another operation it throws the exception again instead.
+__attribute__((visibility("hidden"))) inline bool ReportException(SourceLine at, const char* function) {
+  if (PassFailuresOn::Active()) throw;
   try {
     throw;
   } catch (const std::exception& error) {

@@ -88,6 +88,7 @@ bool HasProjectAndProtoDir(const std::string& proj_dir, const char* function) {
 
 void ZoTuningUtils::InitProjectConfig(const char* proto_dir, const char* proj_name,
                                       const std::vector<std::string>& sensor_names, const char* root_dir) try {
+  const PassFailuresOn guard;
   Schema schema(proto_dir);
   const google::protobuf::Descriptor* config_type = schema.FindType("TuningProjConfig");
   if (config_type == nullptr) return;
@@ -103,8 +104,9 @@ void ZoTuningUtils::InitProjectConfig(const char* proto_dir, const char* proj_na
   } else {
     mkdir(proj_dir.c_str(), kDirMode);
   }
+  const std::string in_proj_dir = proj_dir + "/";
   for (const std::string& sensor : sensor_names) {
-    const std::string sensor_dir = proj_dir + "/" + sensor;
+    const std::string sensor_dir = in_proj_dir + sensor;
     if (PathExists(sensor_dir)) {
       TuningLog(kLogWarn, __LINE__, __func__, "Sensor dir has already been created %s", sensor_dir.c_str());
     } else {
@@ -195,6 +197,7 @@ bool ZoTuningUtils::InitProjConfigMsgFromBin(google::protobuf::Message* message,
 bool ZoTuningUtils::GetProjectConfig(const char* proj_dir, std::string& proj_name,
                                      std::vector<std::string>& sensor_names, std::vector<std::string>& label_names,
                                      std::map<std::string, std::map<int, std::string>>& label_map) try {
+  const PassFailuresOn guard;
   if (!HasProjectAndProtoDir(proj_dir, __func__)) return false;
   Schema schema(ProtoDir(proj_dir));
   return ReadConfigAndLabels(proj_dir, schema, proj_name, sensor_names, label_names, label_map, __func__);
@@ -205,6 +208,7 @@ bool ZoTuningUtils::GetProjectConfig(const char* proj_dir, std::string& proj_nam
 bool ZO_TUNING::internal::LoadProjectConfig(const std::string& proj_dir, Schema& schema, ProjectConfig& config) {
   static constexpr char kFunction[] = "GetProjectConfig";
   try {
+    const PassFailuresOn guard;
     return HasProjectAndProtoDir(proj_dir, kFunction) &&
            ReadConfigAndLabels(proj_dir, schema, config.name, config.sensor_names, config.label_names, config.label_map,
                                kFunction);

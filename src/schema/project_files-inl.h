@@ -18,7 +18,7 @@ namespace ZO_TUNING {
 
 inline void MSG_TO_BIN(const google::protobuf::Message* message, const char* path) try {
   struct Closer {
-    void operator()(std::FILE* open_file) const { std::fclose(open_file); }
+    void operator()(std::FILE* open_file) const { (void)std::fclose(open_file); }
   };
   const std::unique_ptr<std::FILE, Closer> file(std::fopen(path, "wb"));
   if (file == nullptr) {
@@ -31,8 +31,8 @@ inline void MSG_TO_BIN(const google::protobuf::Message* message, const char* pat
     std::string bytes(size, '\0');
     // The partial form: protobuf builds with checks stop at an unset required field, the others write what there is.
     message->SerializePartialToArray(&bytes[0], length);
-    std::fwrite(&length, sizeof(length), 1, file.get());
-    std::fwrite(bytes.data(), 1, bytes.size(), file.get());
+    (void)std::fwrite(&length, sizeof(length), 1, file.get());
+    (void)std::fwrite(bytes.data(), 1, bytes.size(), file.get());
   }
 } catch (...) {
   internal::ReportException(__LINE__, __func__);

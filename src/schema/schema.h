@@ -10,6 +10,8 @@
 #include <memory>
 #include <string>
 
+#include "schema/type_levels.h"
+
 namespace ZO_TUNING {
 namespace internal {
 
@@ -24,8 +26,9 @@ class Schema {
   Schema(const Schema&) = delete;
   Schema& operator=(const Schema&) = delete;
 
-  /// The type that a short name stands for (package by its first two characters, cut at "LinkKey"), or null after the
-  /// error line of GetDescByClassName.
+  /// The type that a short name stands for (package by its first two characters, cut at "LinkKey"). Null after the
+  /// error line of GetDescByClassName, and after one of its own when the type holds so many levels of other types that
+  /// this thread's stack cannot hold the calls of protobuf for all of them.
   const google::protobuf::Descriptor* FindType(const std::string& short_name) const;
 
   /// Never null for a descriptor of this schema.
@@ -36,6 +39,7 @@ class Schema {
   }
 
  private:
+  mutable TypeLevels levels_;
   google::protobuf::compiler::DiskSourceTree source_tree_;
   google::protobuf::compiler::Importer importer_;
   google::protobuf::DynamicMessageFactory factory_;

@@ -49,7 +49,17 @@ Schema::Schema(const std::string& proto_dir) : importer_(&source_tree_, nullptr)
 const google::protobuf::Descriptor* Schema::FindType(const std::string& short_name) const {
   std::string qualified;
   ADD_NAMESPACE_TO_CLASSNAME(short_name, qualified);
-  return ZoTuningUtils::GetDescByClassName(importer_, qualified.c_str());
+  const google::protobuf::Descriptor* type = ZoTuningUtils::GetDescByClassName(importer_, qualified.c_str());
+  if (type == nullptr) return nullptr;
+  const size_t levels = levels_.Count(type);
+  if (!StackHolds(levels)) {
+    TuningLog(kLogError, __LINE__, "GetDescByClassName",
+              "Message type %s holds %zu levels of message types, too many for the stack of this thread; please check "
+              "the protos under project dir",
+              type->full_name().c_str(), levels);
+    return nullptr;
+  }
+  return type;
 }
 
 const google::protobuf::Message* Schema::Prototype(const google::protobuf::Descriptor* type) {

@@ -53,6 +53,7 @@ inline bool ReadTreeLevel(const std::string& folder, std::map<std::string, std::
   // Cut at the prefix's length, wherever the prefix was found.
   const std::string value = folder.substr(prefix.size());
   if (level->index == kModeIndex) {
+    // NOLINTNEXTLINE(cert-err34-c): a mode that is no number is 0.
     if (kModeIndex < config.size()) config[kModeIndex] = std::atoi(value.c_str());
   } else {
     ReadNamedValue(label_map[prefix.substr(0, prefix.size() - 1)], value, level->index, config);

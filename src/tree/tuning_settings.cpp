@@ -28,6 +28,7 @@ std::string ReadDefault(const std::string& proj_dir, const std::string& module) 
 
 bool ZoTuningUtils::CreateNewTuningSetting(const char* proj_dir, std::vector<std::string>& label_names,
                                            LabelMap& label_map, std::string& sensor, std::vector<int>& config) try {
+  const PassFailuresOn guard;
   const Schema schema(std::string(proj_dir) + "/" + "proto");
   std::string module;
   for (size_t i = 0; i < label_names.size() && i < config.size(); ++i) {
@@ -46,6 +47,7 @@ bool ZoTuningUtils::CreateNewTuningSetting(const char* proj_dir, std::vector<std
 bool ZoTuningUtils::CreateMultipleNewTuningSetting(const char* proj_dir, std::vector<std::string>& label_names,
                                                    LabelMap& label_map, std::string& sensor,
                                                    std::vector<std::vector<int>>& configs) try {
+  const PassFailuresOn guard;
   const Schema schema(std::string(proj_dir) + "/" + "proto");
   for (const std::vector<int>& config : configs) {
     const std::string module = config.empty() ? std::string() : label_map[kModuleLabel][config[0]];
@@ -82,7 +84,8 @@ bool ZoTuningUtils::GetTuningRootFolder(const char* dir, std::vector<std::string
   for (const DirectoryEntry& entry : entries) {
     if (!entry.is_directory) continue;
     char path[1024];
-    std::snprintf(path, sizeof(path), "%s%s%s", dir, "/", entry.name.c_str());
+    // A path too long is cut.
+    (void)std::snprintf(path, sizeof(path), "%s%s%s", dir, "/", entry.name.c_str());
     folders.emplace_back(path);
   }
   return true;

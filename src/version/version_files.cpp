@@ -25,6 +25,7 @@ const FieldDescriptor* FindTextField(const google::protobuf::Descriptor* type, c
 
 bool ZoTuningUtils::GetVersionMsgs(const char* version_dir, const google::protobuf::Message* prototype,
                                    std::vector<google::protobuf::Message*>& messages) try {
+  const PassFailuresOn guard;
   messages.clear();
   std::vector<std::string> files;
   if (!FindAllJsonFiles(version_dir, files)) {
@@ -50,7 +51,9 @@ bool ZoTuningUtils::GetVersionMsgs(const char* version_dir, const google::protob
   return ReportException(__LINE__, __func__);
 }
 
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters): the published signature.
 bool ZoTuningUtils::UpdateProtoVersionJsonFile(const char* proj_dir, const char* name, const char* version) try {
+  const PassFailuresOn guard;
   const std::string proto_dir = std::string(proj_dir) + "/" + "proto";
   if (!PathExists(proj_dir)) {
     TuningLog(kLogError, __LINE__, __func__, "Cannot find project dir: %s", proj_dir);
@@ -70,6 +73,7 @@ bool ZoTuningUtils::UpdateProtoVersionJsonFile(const char* proj_dir, const char*
   const std::string version_dir = proto_dir + "/" + "version";
 
   // Callers match the function name "operator()" of the lines of this scan: it stays a function object.
+  // NOLINTBEGIN(bugprone-lambda-function-name)
   const auto update_first_match = [&]() -> bool {
     std::vector<std::string> files;
     if (!FindAllJsonFiles(version_dir.c_str(), files)) {
@@ -108,6 +112,7 @@ bool ZoTuningUtils::UpdateProtoVersionJsonFile(const char* proj_dir, const char*
     }
     return false;
   };
+  // NOLINTEND(bugprone-lambda-function-name)
   if (!update_first_match()) {
     TuningLog(kLogError, __LINE__, __func__, "Cannot find version name %s in proto version", name);
   }

@@ -39,6 +39,7 @@ inline bool ScanQuotedText(const std::string& text, size_t begin, char* buffer) 
 
 }  // namespace internal
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the published signature takes it by value.
 inline bool PARSE_VERSION_FROM_STR(std::string json, std::vector<std::string>& versions) try {
   static constexpr char kNameKey[] = "\"name\"";
   static constexpr char kVersionKey[] = "\"version\"";
@@ -66,6 +67,7 @@ inline bool PARSE_VERSION_FROM_STR(std::string json, std::vector<std::string>& v
   return internal::ReportException(__LINE__, __func__);
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the published signature takes it by value.
 inline bool HEADER_FILE_TO_STR(std::string path, std::string& text) try {
   std::ifstream file(path);
   if (!file.is_open()) {
@@ -73,10 +75,16 @@ inline bool HEADER_FILE_TO_STR(std::string path, std::string& text) try {
     internal::TuningLog(internal::kLogError, __LINE__, __func__, "Fail to read json file: %s", path.c_str());
     return false;
   }
-  for (std::string line; std::getline(file, line);) {
-    text += line;
-    text += '\n';
-    if (line.find(internal::kVersionMarker) != std::string::npos) break;
+  // Otherwise the stream keeps to itself that memory could not be had.
+  file.exceptions(std::ios::badbit);
+  try {
+    for (std::string line; std::getline(file, line);) {
+      text += line;
+      text += '\n';
+      if (line.find(internal::kVersionMarker) != std::string::npos) break;
+    }
+  } catch (const std::ios::failure&) {
+    // A header that breaks off counts as far as it was read.
   }
   return true;
 } catch (...) {
@@ -88,29 +96,28 @@ inline bool CONSIST_VERSION_TO_STR(std::string& text, std::vector<std::string> v
     internal::TuningLog(internal::kLogError, __LINE__, __func__, "[Error] The string input OR version string is empty");
     return false;
   }
-  char buffer[128];
   std::string block;
   int pairs = 0;
   for (size_t i = 0; i < versions.size(); i += 2) {
-    std::snprintf(buffer, sizeof(buffer), "VERSION%d_", ++pairs);
-    block += "#define " + std::string(buffer) + "NAME \"" + versions[i] + "\"\n";
-    block += "#define " + std::string(buffer) + "VAL \"" + (i + 1 < versions.size() ? versions[i + 1] : "") + "\"\n";
+    const std::string macro = "#define VERSION" + std::to_string(++pairs) + "_";
+    block += macro + "NAME \"" + versions[i] + "\"\n";
+    block += macro + "VAL \"" + (i + 1 < versions.size() ? versions[i + 1] : "") + "\"\n";
   }
-  std::snprintf(buffer, sizeof(buffer), "#define %s %d\n", "VERSION_NUM", pairs);
-  block += buffer;
+  block += "#define VERSION_NUM " + std::to_string(pairs) + "\n";
   text += block;
   return true;
 } catch (...) {
   return internal::ReportException(__LINE__, __func__);
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the published signature takes it by value.
 inline bool STR_TO_HEADER_FILE(std::string path, std::string& text) try {
   struct stat info;
   while (stat(path.c_str(), &info) != 0) {
     // Exact text; the test is inverted with respect to it, and callers rely on that.
     internal::TuningLog(internal::kLogError, __LINE__, __func__,
                         "[Warning] the file is existed, remove it automatically.");
-    std::remove(path.c_str());
+    (void)std::remove(path.c_str());
     sched_yield();
   }
   std::ofstream file(path);

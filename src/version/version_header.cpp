@@ -10,6 +10,7 @@
 using namespace ZO_TUNING::internal;
 
 bool ZoTuningUtils::GeneratedNewVersionHeader(const std::string& schema_dir) try {
+  const PassFailuresOn guard;
   const std::string version_dir = schema_dir + "/" + "version";
   const std::string header_path = schema_dir + "/../src/" + "ZoTuningVersion" + ".h";
   for (const std::string& dir : {schema_dir, version_dir}) {

@@ -152,7 +152,7 @@ TEST_F(DifferentialTest, OddAndUsualTexts) {
     const std::string verdict = line.substr(0, line.find(' '));
     const std::string text = WithBytes(line.substr(verdict.size() + 1));
     // A protobuf that reads them otherwise is none that the hot road was made for.
-    EXPECT_EQ(full.Plain(text).ok, verdict != "rejected") << line;
+    EXPECT_TRUE(verdict == "machine" || full.Plain(text).ok == (verdict != "rejected")) << line;
     EXPECT_TRUE(Compare(odd, text) || verdict != "usual") << line;
     // In the places where the encoder is in a different state: behind other fields, and far from the text's end.
     if (text.size() > 2 && text[0] == '{') {

@@ -23,6 +23,9 @@ TEST(EncodePlanTest, LeavesOutWhatProtobufReadsInItsOwnWay) {
   }
   expect_no_plan("proto2", "required int32 a = 1;");
   expect_no_plan("proto2", "optional group A = 1 { optional int32 b = 1; }");
+  // The entry of a map is a type by itself, which a label value can name.
+  const TextSchema map("syntax = \"proto3\"; message Module { map<string, bool> a = 1; }");
+  EXPECT_FALSE(Roads(map.Type("Module.AEntry")).planned());
 }
 
 /// Types M1 to Mcount, each of which holds the next one.

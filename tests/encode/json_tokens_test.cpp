@@ -4,7 +4,9 @@
 #include "encode/json_tokens.h"
 
 #include <gtest/gtest.h>
+#include <locale.h>
 
+#include <charconv>
 #include <cstdlib>
 
 #include "encode/random_json.h"
@@ -16,7 +18,8 @@ void ExpectRounded(const std::string& text) {
   double real = 0;
   const char* end = ZO_TUNING::internal::ReadReal(padded.c_str(), &real);
   if (end == nullptr) return;
-  const double reference = std::strtod(text.c_str(), nullptr);
+  static const locale_t c_locale = newlocale(LC_ALL_MASK, "C", nullptr);
+  const double reference = strtod_l(text.c_str(), nullptr, c_locale);
   ASSERT_EQ(end - padded.c_str(), static_cast<std::ptrdiff_t>(text.size())) << text;
   ASSERT_EQ(std::memcmp(&real, &reference, sizeof(real)), 0) << text << " " << real << " " << reference;
 }
@@ -36,8 +39,8 @@ TEST(JsonTokensTest, RealsAreRoundedAsTheCLibraryDoes) {
     // Between two neighbouring doubles.
     const double low = 1 + static_cast<double>(random.Bits() >> (12 + random.Below(52))) / (UINT64_C(1) << 52);
     char near[80];
-    std::snprintf(near, sizeof(near), "%.17f", low);
-    ExpectRounded(near + digits(random.Below(4)));
+    const char* const near_end = std::to_chars(near, near + sizeof(near), low, std::chars_format::fixed, 17).ptr;
+    ExpectRounded(std::string(static_cast<const char*>(near), near_end) + digits(random.Below(4)));
   }
 }
 

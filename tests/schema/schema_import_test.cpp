@@ -1,6 +1,7 @@
 #include "support/project.h"
 
 #include "ZoTuningUtils.h"
+#include "schema/schema.h"
 
 namespace {
 
@@ -69,6 +70,28 @@ TEST_F(SchemaImportTest, FindsTypesByNamesCutAtTheFirstLinkKey) {
     EXPECT_EQ(type == nullptr ? "" : type->name(), found) << name;
     EXPECT_EQ(TakeLog(), found.empty() ? Strings{NoType("ZO_TUNING." + name)} : Strings()) << name;
   }
+}
+
+TEST_F(SchemaImportTest, TypesTooDeepForTheStackAreRefused) {
+  const TempDir dir;
+  constexpr int kTypes = 20000;
+  std::string text = "syntax = \"proto3\"; package ZO_TUNING; message T" + std::to_string(kTypes) + " { T0 t = 1; }";
+  for (int i = 0; i < kTypes; ++i) {
+    const std::string next = "T" + std::to_string(i + 1);
+    text += "message T" + std::to_string(i) + " {" + next + " t = 1; " + next + " u = 2; }";
+  }
+  text += "message Shallow { Shallow s = 1; } message Deep { D1 d = 1; }";
+  for (int i = 1; i < 1000; ++i) text += "message D" + std::to_string(i) + " { D" + std::to_string(i + 1) + " d = 1; }";
+  Write(dir / "a.proto", text + "message D1000 {}");
+  ZO_TUNING::internal::Schema schema(dir.str());
+  for (const std::string type : {"Shallow", "Deep"}) {
+    const auto message = schema.NewMessage(schema.FindType(type));
+    ZO_TUNING::MSG_PRONE_FOR_BIN(message.get(), message->GetDescriptor());
+    EXPECT_GT(message->ByteSizeLong(), 0U);
+  }
+  EXPECT_LOG();
+  EXPECT_EQ(schema.FindType("T7"), nullptr);
+  EXPECT_LOG(AllOf(StartsWith("6 GetDescByClassName: Message type ZO_TUNING.T7 holds 20001 levels of message types")));
 }
 
 }  // namespace
