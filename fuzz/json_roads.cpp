@@ -103,7 +103,7 @@ class Target {
   }
 
   [[noreturn]] static void Fail(const std::string& message) {
-    std::fprintf(stderr, "%s\n", message.c_str());
+    std::fprintf(stderr, "find: %s\n", message.c_str());
     std::abort();
   }
 

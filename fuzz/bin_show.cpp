@@ -1,0 +1,149 @@
+// A tuning bin through "zotuning show" in its forms, with the example project. The tool has to find the first fault
+// where the format has it.
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "bin_format.h"
+#include "commands.h"
+#include "library_log.h"
+#include "report.h"
+#include "schema/project_config.h"
+#include "schema/schema.h"
+#include "support.h"
+
+// The tool's own one stands beside its main function.
+CLI::App* zotuning_tool::AddCommand(CLI::App& app, Session& session, const std::string& name,
+                                    const std::string& summary, const std::string&, std::function<int()> run) {
+  CLI::App* command = app.add_subcommand(name, summary);
+  command->callback([&session, run = std::move(run)] { session.run = run; });
+  return command;
+}
+
+namespace {
+
+using zofuzz::Reading;
+using zofuzz::Require;
+
+/// Catches what is written to a standard descriptor while it lives.
+class CaughtOutput {
+ public:
+  explicit CaughtOutput(int descriptor)
+      : descriptor_(descriptor), kept_(dup(descriptor)), file_(memfd_create("output", 0)) {
+    dup2(file_, descriptor_);
+  }
+  ~CaughtOutput() {
+    dup2(kept_, descriptor_);
+    close(kept_);
+    close(file_);
+  }
+  CaughtOutput(const CaughtOutput&) = delete;
+  CaughtOutput& operator=(const CaughtOutput&) = delete;
+
+  std::string Text() const {
+    std::string text(static_cast<size_t>(lseek(file_, 0, SEEK_END)), '\0');
+    if (pread(file_, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) zofuzz::Fail("lost output");
+    return text;
+  }
+
+ private:
+  int descriptor_, kept_, file_;
+};
+
+class Target {
+ public:
+  Target() {
+    std::filesystem::create_directory(bin_dir_);
+    LoadProjectConfig(project_, schema_, config_);
+    zotuning_tool::ShowLibraryLines(false);
+  }
+
+  void Run(std::string_view bytes) {
+    zofuzz::Write(bin_, bytes);
+    const Reading reading = format_.Read(bytes);
+    // Each run loads the schema, so that it goes one of the ways.
+    switch (bytes.size() % 5) {
+      case 0:
+        return CheckCode(reading, Show(false, {bin_, "--text"}).first);
+      case 1:
+        return CheckCode(reading, Show(false, {bin_, "--offsets"}).first);
+      case 2:
+        return CheckRecord(reading);
+      case 3:
+        return CheckCode(reading, Show(false, {bin_dir_}).first);
+      default:
+        return CheckJson(reading);
+    }
+  }
+
+ private:
+  /// The exit code and what was printed.
+  std::pair<int, std::string> Show(bool json, const std::vector<std::string>& arguments) {
+    zotuning_tool::Session session;
+    session.project_dir = project_;
+    session.json = json;
+    CLI::App app;
+    zotuning_tool::AddShow(app, session);
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    reversed.emplace_back("show");
+    app.parse(std::move(reversed));
+    const CaughtOutput output(STDOUT_FILENO), messages(STDERR_FILENO);
+    session.report.Begin("show", json);
+    const int code = session.report.Finish(session.run());
+    std::fflush(stdout);
+    return {code, output.Text()};
+  }
+
+  static void CheckCode(const Reading& reading, int code) {
+    Require(code == (reading.fault < 0 ? 0 : 1), "the exit code tells whether the bin is sound");
+  }
+
+  void CheckRecord(const Reading& reading) {
+    const auto [code, text] = Show(true, {bin_, "--record", "0"});
+    Require((code == 0) == (reading.fault < 0 && !reading.messages.empty()), "a record of a sound bin is shown");
+    Require(!zotuning_tool::Json::parse(text, nullptr, false).is_discarded(), "what is printed is JSON");
+  }
+
+  void CheckJson(const Reading& reading) {
+    const auto [code, text] = Show(true, {bin_});
+    CheckCode(reading, code);
+    const auto report = zotuning_tool::Json::parse(text, nullptr, false);
+    Require(report.is_object() && report.contains("result"), "what is printed is a JSON object");
+    const auto& result = report["result"];
+    const auto& fault = result["fault"];
+    Require(fault.is_null() == (reading.fault < 0), "the fault of a bin is named");
+    if (!fault.is_null()) Require(fault["offset"].get<int64_t>() == reading.fault, "a fault is named where it is");
+    Require(result["versions"].size() == reading.versions.size(), "all whole versions are shown");
+    Require(result["records"].size() == reading.sound_records, "all records in front of the fault are shown");
+  }
+
+  const std::string project_ = zofuzz::MakeExampleProject(zofuzz::kBinModules);
+  const std::string bin_dir_ = zofuzz::ScratchDir() + "/bins";
+  const std::string bin_ = bin_dir_ + "/default.bin";
+  ZO_TUNING::internal::Schema schema_{project_ + "/proto"};
+  ZO_TUNING::internal::ProjectConfig config_;
+  zofuzz::BinFormat format_{schema_, config_.label_map};
+};
+
+}  // namespace
+
+void zofuzz::Run(const uint8_t* data, size_t size) {
+  static Target target;
+  target.Run(std::string_view(reinterpret_cast<const char*>(data), size));
+}
+
+void zofuzz::Seeds(const std::string& dir) { WriteBinSeeds(dir); }
+
+extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t max_size, unsigned seed) {
+  return zofuzz::MutateItems(data, size, max_size, seed, true);
+}
