@@ -49,9 +49,9 @@ __attribute__((visibility("hidden"), format(printf, 4, 5))) inline void TuningLo
   std::free(message);
 }
 
-/// The first local of an operation that calls other operations. While one lives, an exception that reaches the border of
-/// an operation on this thread goes on to the caller: results that an operation ignores stand for files that cannot be
-/// read, and not for memory that cannot be had.
+/// The first local of an operation that calls other operations. While one lives, an exception that reaches the border
+/// of an operation on this thread goes on to the caller: results that an operation ignores stand for files that cannot
+/// be read, and not for memory that cannot be had.
 class __attribute__((visibility("hidden"))) PassFailuresOn {
  public:
   PassFailuresOn() { ++depth; }
@@ -65,7 +65,8 @@ class __attribute__((visibility("hidden"))) PassFailuresOn {
 };
 
 /// Reports the exception being handled as one error line of `function`; for the catch at the border of an operation.
-/// Returns false, so that it can be returned in turn. Inside of another operation it throws the exception again instead.
+/// Returns false, so that it can be returned in turn. Inside of another operation it throws the exception again
+/// instead.
 __attribute__((visibility("hidden"))) inline bool ReportException(SourceLine at, const char* function) {
   if (PassFailuresOn::Active()) throw;
   try {

@@ -1,9 +1,7 @@
 // The shared library as a client sees it: the whole road from an empty directory to packed bins, and the operations
 // beside it.
 
-#include <clocale>
 #include <filesystem>
-#include <locale>
 #include <thread>
 
 #include "ZoTuningUtils.h"
@@ -85,16 +83,6 @@ using ClientTest = ProjectTest;
 TEST_F(ClientTest, TheWholeRoad) {
   WalkTheRoad();
   EXPECT_ERRORS(kStop, kStop);
-}
-
-TEST_F(ClientTest, ALocaleWithADecimalCommaChangesNothing) {
-  const bool ran = InChild([] {
-    if (std::setlocale(LC_ALL, "de_DE.UTF-8") == nullptr) CannotRunHere();
-    std::locale::global(std::locale("de_DE.UTF-8"));
-    WalkTheRoad();
-    EXPECT_ERRORS(kStop, kStop);
-  });
-  if (!ran) GTEST_SKIP() << "there is no locale de_DE.UTF-8; scripts/setup makes it";
 }
 
 TEST_F(ClientTest, TwoThreadsOnTwoProjects) {

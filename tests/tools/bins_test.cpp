@@ -71,26 +71,6 @@ TEST_F(PackedTest, GitShowsReadableDifferences) {
 
 // Damage.
 
-TEST_F(PackedTest, EveryCutIsNamedUnlessItIsTheEndOfARecord) {
-  const std::string bytes = Read(At(bin_));
-  const Json whole = Tool("show " + bin_ + " --json").json()["result"];
-  const size_t second_version = whole["versions"][1]["offset"], record = whole["records"][0]["offset"];
-  const size_t module = whole["records"][0]["module_offset"], end = whole["records"][1]["offset"];
-  for (size_t cut = 0; cut <= end; cut += cut < module + 4 ? 1 : 1 + (end - cut) / 2) {
-    Write(At("cut.bin"), bytes.substr(0, cut));
-    const Ran run = Tool("show cut.bin --json");
-    const bool whole_records = cut == record || cut == end;
-    EXPECT_EQ(run.code, whole_records ? 0 : 1) << cut << run.out;
-    if (whole_records) continue;
-    size_t item = 0;  // the begin of the length or data that the cut falls into
-    for (const size_t begin :
-         {size_t{4}, size_t{8}, second_version, second_version + 4, record, record + 4, module - 4, module}) {
-      if (begin <= cut) item = begin;
-    }
-    EXPECT_EQ(run.json()["result"]["fault"]["offset"], item) << cut;
-  }
-}
-
 TEST_F(PackedTest, WrongNumbersAreNamed) {
   const std::string bytes = Read(At(bin_));
   const Json records = Tool("show " + bin_ + " --json").json()["result"]["records"];
@@ -155,13 +135,8 @@ TEST_F(PackedTest, DifferencesAreNamedWithBothValues) {
                 "  extra    module=AfCommon mode=1\n");
   Fails("verify out", "out/zo_tuning: error: the bins are not those of the tree: 5 differences\n");
   const Json differences = Tool("verify out --json").json()["result"]["bins"][2]["differences"];
-  ASSERT_EQ(differences.size(), 5u) << differences;
-  EXPECT_EQ(
-      differences[2],
-      Json({{"kind", "changed"},
-            {"labels", {{"module", "AWBCommon"}}},
-            {"count", 1},
-            {"differences", Json::array({{{"path", "convergence.speed.value"}, {"bin", value}, {"tree", "0.5"}}})}}));
+  EXPECT_EQ(differences[2]["differences"].dump(),
+            R"([{"path":"convergence.speed.value","bin":")" + value + R"(","tree":"0.5"}])");
   EXPECT_EQ(differences[3], Json({{"kind", "missing"}, {"labels", {{"module", "PdCommon"}, {"mode", 9}}}}));
 }
 

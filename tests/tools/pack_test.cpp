@@ -1,5 +1,6 @@
 // pack: whole or absent, nothing passed over in silence, faults with their place.
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <filesystem>
 #include <iterator>
 
+#include "support/child.h"
 #include "tools/tool.h"
 
 namespace zotest {
@@ -105,20 +107,17 @@ TEST_F(ToolTest, FaultsHaveFileLineAndColumn) {
   }
 }
 
-TEST_F(ToolTest, AMissingFieldIsNamedWithItsPath) {
-  Edit("front/mode_1/AfCommon.json", "settle_time_ns", "settleTimeNs");
-  Fails("pack -o out",
-        "front/mode_1/AfCommon.json: error: the field 'settle_time_ns' is missing; every field has to be spelled out\n"
-        "  help: it belongs at lens.settle_time_ns\n");
-}
-
-TEST_F(ToolTest, UnknownFoldersArePackedWithAWarning) {
+TEST_F(ToolTest, UnknownFoldersArePackedWithAWarningAndMissingFieldsRefused) {
   Write(At("front/modde_3/PdCommon.json"), Read(At("default/PdCommon.json")));
   const Ran run = Tool("pack -o out");
   EXPECT_EQ(run.code, 0);
   EXPECT_EQ(run.err,
             "front/modde_3/PdCommon.json: warning: the folder 'modde_3' is no level; did you mean 'mode_...'?\n"
             "  help: it is packed as module=PdCommon\n");
+  Edit("front/mode_1/AfCommon.json", "settle_time_ns", "settleTimeNs");
+  Fails("pack -o out --force",
+        "front/mode_1/AfCommon.json: error: the field 'settle_time_ns' is missing; every field has to be spelled out\n"
+        "  help: it belongs at lens.settle_time_ns\n");
   Write(At("front/Unknown.json"), "{}");
   Fails("pack -o out --force", "front/Unknown.json: error: no module 'Unknown'");
 }
@@ -127,13 +126,8 @@ TEST_F(ToolTest, UnknownFoldersArePackedWithAWarning) {
 
 TEST_F(ToolTest, WhatTheLibraryPassesOverIsNoticed) {
   if (geteuid() != 0) GTEST_SKIP() << "another user can be had by root only";
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(temp_.str())) {
-    if (lchown(entry.path().c_str(), 65534, 65534) != 0) FAIL();
-  }
-  ASSERT_EQ(chown(temp_.str().c_str(), 65534, 65534), 0);
-  const RunWith nobody{"", "", [] {
-                         if (setgid(65534) != 0 || setuid(65534) != 0) _exit(125);
-                       }};
+  ASSERT_EQ(RunProgram("chown", {"-R", "65534:65534", temp_.str()}, {}).code, 0);
+  const RunWith nobody{"", "", BecomeNobody};
   const Ran good = Tool("pack -o good", nobody);
   if (good.code == 126) GTEST_SKIP() << "the folder is out of reach for another user";
   ASSERT_EQ(good.code, 0) << good.err;
@@ -154,20 +148,20 @@ TEST_F(ToolTest, WhatTheLibraryPassesOverIsNoticed) {
        "proto/version/af.json: error: the version file was not written"},
   };
   for (const auto& row : rows) {
-    struct stat info;
-    ASSERT_EQ(stat(At(row.path).c_str(), &info), 0);
+    const mode_t before = Mode(At(row.path));
     ASSERT_EQ(chmod(At(row.path).c_str(), row.mode), 0);
     const Ran run = Tool(row.line, nobody);
     EXPECT_EQ(run.code, 1) << row.path;
     EXPECT_THAT(run.err, HasSubstr(row.says));
     EXPECT_FALSE(Exists(At("out"))) << row.path;
-    ASSERT_EQ(chmod(At(row.path).c_str(), info.st_mode), 0);
+    ASSERT_EQ(chmod(At(row.path).c_str(), before), 0);
   }
   EXPECT_EQ(Tree(At("good")).size(), 4u);
 }
 
 TEST_F(ToolTest, AFullDiskLeavesNothingBehind) {
-  const Ran run = OnFullDisk("pack -o out", 30000);  // default.bin fits, main_wide.bin does not
+  const rlimit limit{30000, 30000};  // default.bin fits, main_wide.bin does not
+  const Ran run = Tool("pack -o out", {"", "", [&] { setrlimit(RLIMIT_FSIZE, &limit); }});
   EXPECT_EQ(run.code, 1);
   EXPECT_THAT(run.err, HasSubstr("out/zo_tuning/main_wide.bin (File too large)"));
   EXPECT_FALSE(Exists(At("out")));
@@ -183,9 +177,9 @@ TEST_F(ToolTest, WhatAKilledRunLeftIsRemovedLater) {
   EXPECT_TRUE(Exists(At("out/.zo_tuning-young1")));  // its run may be at work
 }
 
-TEST_F(ToolTest, ASignalLeavesNothingBehind) {
+TEST_F(ToolTest, ASignalOrAChangeMeanwhileLeavesNothingBehind) {
   // The question is where packing can be made to wait: on a pipe that stays open.
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, 0}) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     const auto asking = [&] {
@@ -197,11 +191,14 @@ TEST_F(ToolTest, ASignalLeavesNothingBehind) {
                                                [&](int child) {
                                                  for (int i = 0; i < 1000 && !asking(); ++i) usleep(10000);
                                                  kill(child, number);
+                                                 if (number == 0) Edit("default/PdCalib.json", "{", " {");
+                                                 EXPECT_EQ(write(ends[1], "0\n", 2), 2);
                                                }});
     close(ends[0]);
     close(ends[1]);
-    EXPECT_EQ(run.code, 128 + number);
-    EXPECT_EQ(Tree(At("out")), Strings()) << number;
+    EXPECT_EQ(run.code, number == 0 ? 1 : 128 + number);
+    EXPECT_EQ(number == 0, run.err.find("PdCalib.json: error: this file changed while") == 8) << run.err;
+    EXPECT_FALSE(Exists(At("out"))) << number;
   }
 }
 

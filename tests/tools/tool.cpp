@@ -1,7 +1,5 @@
 #include "tools/tool.h"
 
-#include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -34,20 +32,16 @@ Ran RunProgram(const std::string& program, const Strings& arguments, const RunWi
   std::vector<char*> argv = {const_cast<char*>(program.c_str())};
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
-  const int in = open((files / "in").c_str(), O_RDONLY);
-  const int out = open((files / "out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-  const int err = open((files / "err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
   const pid_t child = fork();
   if (child == 0) {
-    dup2(in, 0);
-    dup2(out, 1);
-    dup2(err, 2);
+    (void)!freopen((files / "in").c_str(), "r", stdin);
+    (void)!freopen((files / "out").c_str(), "w", stdout);
+    (void)!freopen((files / "err").c_str(), "w", stderr);
     if (!with.dir.empty() && chdir(with.dir.c_str()) != 0) _exit(126);
     if (with.prepare) with.prepare();
     execvp(argv[0], argv.data());
     _exit(127);
   }
-  for (const int descriptor : {in, out, err}) close(descriptor);
   if (with.meanwhile) with.meanwhile(child);
   int status = 0;
   waitpid(child, &status, 0);
@@ -76,14 +70,6 @@ void ToolTest::Fails(const std::string& line, const std::string& says, int code)
   EXPECT_EQ(run.code, code) << line << "\n" << run.err;
   EXPECT_THAT(run.err, HasSubstr(says)) << line;
   EXPECT_TRUE(code != 2 || run.out.empty()) << line << "\n" << run.out;
-}
-
-Ran ToolTest::OnFullDisk(const std::string& line, size_t bytes) const {
-  return Tool(line, {"", "", [bytes] {
-                       std::signal(SIGXFSZ, SIG_IGN);
-                       const rlimit limit{bytes, bytes};
-                       setrlimit(RLIMIT_FSIZE, &limit);
-                     }});
 }
 
 void ToolTest::Edit(const std::string& file, const std::string& from, const std::string& to) const {

@@ -53,9 +53,6 @@ class ToolTest : public testing::Test {
   /// Runs it as well; expects exit code 1, or `code`, and that standard error has `says`.
   void Fails(const std::string& line, const std::string& says, int code = 1) const;
 
-  /// Runs it with files limited to `bytes`, as on a full disk.
-  Ran OnFullDisk(const std::string& line, size_t bytes) const;
-
   /// Replaces the first `from` in a file of the project; fails the test when there is none.
   void Edit(const std::string& file, const std::string& from, const std::string& to) const;
 

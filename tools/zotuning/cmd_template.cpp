@@ -55,8 +55,10 @@ bool MakeTemplate(Project& project, const std::string& module, bool force, std::
     }
     state = "replaced";
   }
+  // What GenerateDefaultModuleData does with a schema that it would load once more.
   const LibraryWatch watch;
-  if (!ZoTuningUtils::GenerateDefaultModuleData(project.dir().c_str(), module.c_str()) || watch.HasErrors()) {
+  ZO_TUNING::JSON_STR_TO_FILE(path, wanted);
+  if (watch.HasErrors()) {
     watch.Explain(report, "the template of " + Quoted(module) + " was not written");
     return false;
   }

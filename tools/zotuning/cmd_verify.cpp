@@ -82,7 +82,7 @@ class BinComparison {
  private:
   Json Labels(const std::vector<int>& values) const { return {{"labels", project_.LabelJson(values)}}; }
 
-  Json& Note(const std::string& kind, const std::string& what, Json note) {
+  Json& Note(const std::string& kind, const std::string& what, const Json& note) {
     text_ += "  " + kind + std::string(kind.size() < 9 ? 9 - kind.size() : 1, ' ') + Printable(what) + "\n";
     Json full = {{"kind", kind}};
     full.update(note);
@@ -122,7 +122,7 @@ class BinComparison {
     }
     note["count"] = count;
     note["differences"] = std::move(fields);
-    Note("changed", project_.LabelText(values), std::move(note));
+    Note("changed", project_.LabelText(values), note);
     for (const FieldDifference& difference : differences) {
       const auto shown = [](const std::string& value) { return value.empty() ? "none" : Printable(value); };
       text_ += "             " + difference.path + ": bin " + shown(difference.left) + ", tree " +
@@ -151,10 +151,12 @@ bool LookAtFolder(const Project& project, const std::string& dir, Report& report
   bool good = true;
   for (const std::string& name : names) {
     if (!ZO_TUNING::internal::HasSuffix(name, ZO_TUNING::internal::kBinSuffix)) continue;
-    good &= RefuseSpecialFile(dir + "/" + name, report);
+    std::string path = dir;
+    path.append("/").append(name);
+    good &= RefuseSpecialFile(path, report);
     const std::string scope = name.substr(0, name.rfind('.'));
     if (std::find(scopes.begin(), scopes.end(), scope) != scopes.end()) continue;
-    report.Error("extra-bin", "this bin belongs to no sensor of the project", "", Shown(dir + "/" + name));
+    report.Error("extra-bin", "this bin belongs to no sensor of the project", "", Shown(path));
   }
   return good;
 }

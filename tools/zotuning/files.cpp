@@ -78,8 +78,11 @@ bool Walk(const std::string& dir, const std::string& relative, std::string_view 
     if (entry.type == DT_DIR) {
       if (entry.name != "version") good &= Walk(path, relative + entry.name + "/", suffix, files, report);
     } else if (ZO_TUNING::internal::HasSuffix(entry.name, suffix)) {
-      good &= entry.type == DT_REG || RefuseSpecialFile(path, report);
-      files.push_back({relative + entry.name, path});
+      if (entry.type == DT_REG || RefuseSpecialFile(path, report)) {
+        files.push_back({relative + entry.name, path});
+      } else {
+        good = false;
+      }
     }
   }
   return good;
@@ -90,10 +93,22 @@ bool Walk(const std::string& dir, const std::string& relative, std::string_view 
 FileKind KindOf(const std::string& path) {
   struct stat info;
   if (stat(path.c_str(), &info) != 0) {
+    if (errno != ENOENT && errno != ENOTDIR && errno != ELOOP) return FileKind::kUnknown;
     return lstat(path.c_str(), &info) == 0 ? FileKind::kDanglingLink : FileKind::kMissing;
   }
   if (S_ISREG(info.st_mode)) return FileKind::kRegular;
   return S_ISDIR(info.st_mode) ? FileKind::kDirectory : FileKind::kSpecial;
+}
+
+bool FileState::operator!=(const FileState& other) const {
+  return device != other.device || number != other.number || size != other.size ||
+         written.tv_sec != other.written.tv_sec || written.tv_nsec != other.written.tv_nsec;
+}
+
+FileState StateOf(const std::string& path) {
+  struct stat info;
+  if (stat(path.c_str(), &info) != 0) return {};
+  return {info.st_dev, info.st_ino, info.st_size, info.st_mtim};
 }
 
 std::string Shown(const std::string& path) {
@@ -119,6 +134,8 @@ bool RefuseSpecialFile(const std::string& path, Report& report) {
     case FileKind::kDanglingLink:
       report.Error("io", "this is a link to nothing", "", Shown(path));
       return false;
+    case FileKind::kUnknown:
+      return Fail("look at", path, report);
     default:
       return true;
   }

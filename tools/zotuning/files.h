@@ -2,6 +2,9 @@
 /// Files and folders as the tool sees them: every failure is reported, nothing is passed over in silence.
 #pragma once
 
+#include <sys/types.h>
+
+#include <ctime>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,12 +13,30 @@
 
 namespace zotuning_tool {
 
-enum class FileKind { kMissing, kRegular, kDirectory, kSpecial, kDanglingLink };
+enum class FileKind {
+  kMissing,
+  kRegular,
+  kDirectory,
+  kSpecial,
+  kDanglingLink,
+  kUnknown,  ///< there or not, the system does not say; errno tells why
+};
 
-/// Links are followed. A path that cannot be looked at for another reason counts as missing.
+/// Links are followed.
 FileKind KindOf(const std::string& path);
 inline bool Exists(const std::string& path) { return KindOf(path) != FileKind::kMissing; }
 inline bool IsDirectory(const std::string& path) { return KindOf(path) == FileKind::kDirectory; }
+
+/// Tells apart what a file was at one time and at another: a file written to, or put in its place, is another.
+struct FileState {
+  dev_t device = 0;
+  ino_t number = 0;
+  off_t size = -1;
+  timespec written = {};
+
+  bool operator!=(const FileState& other) const;
+};
+FileState StateOf(const std::string& path);
 
 /// A path for people: without "./" at its head.
 std::string Shown(const std::string& path);
@@ -43,10 +64,12 @@ struct FoundFile {
 
 /// Appends the files below `dir` whose name ends in `suffix`, by name. As in the library, directories called "version"
 /// below `dir` are not entered, and nor are links to directories. False after an error for each directory that cannot
-/// be listed to its end and each special file (which would block whoever opens it) or dangling link among the files.
+/// be listed to its end and each special file (which would block whoever opens it) or dangling link among the files;
+/// these are left out.
 bool ListFiles(const std::string& dir, std::string_view suffix, std::vector<FoundFile>& files, Report& report);
 
-/// Reports a path that is neither a regular file nor a directory. True when there was none to report.
+/// Reports a path that is there, or may be, and is neither a regular file nor a directory. True when there was none to
+/// report.
 bool RefuseSpecialFile(const std::string& path, Report& report);
 
 }  // namespace zotuning_tool

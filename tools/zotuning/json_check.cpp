@@ -76,12 +76,14 @@ const FieldDescriptor* FieldAt(const Descriptor* type, const JsonPath& path) {
 
 std::vector<std::string> FieldNames(const Descriptor* type) {
   std::vector<std::string> names;
+  names.reserve(static_cast<size_t>(type->field_count()));
   for (int i = 0; i < type->field_count(); ++i) names.push_back(type->field(i)->name());
   return names;
 }
 
 std::vector<std::string> EnumNames(const EnumDescriptor* type) {
   std::vector<std::string> names;
+  names.reserve(static_cast<size_t>(type->value_count()));
   for (int i = 0; i < type->value_count(); ++i) names.push_back(type->value(i)->name());
   return names;
 }

@@ -30,7 +30,7 @@ void Show(const char* prefix, const std::string& text) {
   std::string shown = text.substr(0, kShownBytes);
   if (shown.size() < text.size()) shown += " ... (" + std::to_string(text.size()) + " bytes)";
   while (!shown.empty() && shown.back() == '\n') shown.pop_back();
-  std::fprintf(stderr, "%s %s\n", prefix, Printable(shown, true).c_str());
+  (void)std::fprintf(stderr, "%s %s\n", prefix, Printable(shown, true).c_str());
 }
 
 /// Stands in for the buffer of std::cerr.
@@ -49,7 +49,7 @@ class CatchingBuffer : public std::streambuf {
 
 void CatchProtobufLine(google::protobuf::LogLevel level, const char* file, int line, const std::string& message) {
   if (level == google::protobuf::LOGLEVEL_FATAL) {
-    std::fprintf(stderr, "zotuning: protobuf: %s:%d: %s\n", file, line, message.c_str());
+    (void)std::fprintf(stderr, "zotuning: protobuf: %s:%d: %s\n", file, line, message.c_str());
     return;
   }
   Show("[protobuf]", message);

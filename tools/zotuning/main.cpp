@@ -59,6 +59,11 @@ int FailUsage(CLI::App& app, Session& session, const CLI::ParseError& error, int
     at = at->get_subcommands().front();
     command += (command.empty() ? "" : " ") + at->get_name();
   }
+  // "--record: 1 required N missing"
+  if (const size_t wanted = message.find(": 1 required ");
+      error.get_name() == "ArgumentMismatch" && wanted != message.npos) {
+    message = message.substr(0, wanted) + " needs a value";
+  }
   const auto commands = at->get_subcommands([](const CLI::App*) { return true; });
   const std::vector<std::string> extra = app.remaining(true);
   if (extra.empty()) {
@@ -97,8 +102,10 @@ void OccupyStandardDescriptors() {
 
 int Main(int argument_count, char** arguments) {
   OccupyStandardDescriptors();
-  // A reader that goes away, as 'head' does, ends the output and not the job.
-  std::signal(SIGPIPE, SIG_IGN);
+  // A reader that goes away, as 'head' does, ends the output and not the job. A file that may not grow is an error to
+  // be told, as a full disk is.
+  (void)std::signal(SIGPIPE, SIG_IGN);
+  (void)std::signal(SIGXFSZ, SIG_IGN);
 
   Session session;
   CLI::App app("Makes, looks after and packs camera tuning projects.", "zotuning");
@@ -147,4 +154,10 @@ int Main(int argument_count, char** arguments) {
 }  // namespace
 }  // namespace zotuning_tool
 
-int main(int argument_count, char** arguments) { return zotuning_tool::Main(argument_count, arguments); }
+int main(int argument_count, char** arguments) try {
+  return zotuning_tool::Main(argument_count, arguments);
+} catch (...) {
+  // No memory even for a message.
+  (void)std::fputs("zotuning: error: stopped by an unexpected failure\n", stderr);
+  return zotuning_tool::kFailed;
+}

@@ -50,21 +50,29 @@ class Collector : public MessageDifferencer::Reporter {
   Collector(size_t limit, std::vector<FieldDifference>& differences, size_t& count)
       : limit_(limit), differences_(differences), count_(count) {}
 
-  void ReportAdded(const Message&, const Message& right, const Path& path) override { Add(nullptr, &right, path); }
-  void ReportDeleted(const Message& left, const Message&, const Path& path) override { Add(&left, nullptr, path); }
+  void ReportAdded(const Message& left, const Message& right, const Path& path) override {
+    Add(left, false, right, true, path);
+  }
+  void ReportDeleted(const Message& left, const Message& right, const Path& path) override {
+    Add(left, true, right, false, path);
+  }
   void ReportModified(const Message& left, const Message& right, const Path& path) override {
     // A message counts as modified after the fields in it, which say it all.
-    if (path.back().field == nullptr || path.back().field->message_type() == nullptr) Add(&left, &right, path);
+    if (path.back().field == nullptr || path.back().field->message_type() == nullptr) {
+      Add(left, true, right, true, path);
+    }
   }
 
  private:
-  /// The messages are those that hold the last field of the path.
-  void Add(const Message* left, const Message* right, const Path& path) {
+  /// The messages are those that hold the last field of the path, or lack it.
+  void Add(const Message& left, bool in_left, const Message& right, bool in_right, const Path& path) {
     ++count_;
     if (differences_.size() >= limit_ || path.empty()) return;
-    differences_.push_back({FieldPathText(path, left == nullptr),
-                            left == nullptr ? "" : ValueText(*left, path.back(), false),
-                            right == nullptr ? "" : ValueText(*right, path.back(), true)});
+    // A field that cannot be absent has its default where it is not written down.
+    const FieldDescriptor* field = path.back().field;
+    const bool always = field != nullptr && !field->is_repeated() && !field->has_presence();
+    differences_.push_back({FieldPathText(path, !in_left), in_left || always ? ValueText(left, path.back(), false) : "",
+                            in_right || always ? ValueText(right, path.back(), true) : ""});
   }
 
   size_t limit_;

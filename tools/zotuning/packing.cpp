@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <utility>
 
 #include "ZoTuningUtils.h"
 #include "bin/bin_folder.h"
@@ -39,10 +40,10 @@ bool CheckBin(Project& project, const Scope& scope, const std::string& path, con
     report.Error("bin-damaged", "the bin is damaged " + FaultText(*contents.fault), "", shown_path);
     return false;
   }
-  if (contents.versions != scope.versions) {
+  if (contents.versions != scope.versions.size()) {
     report.Error("bin-incomplete",
-                 "the bin holds " + Count(contents.versions, "version") + " of " + std::to_string(scope.versions) +
-                     "; a version file was passed over",
+                 "the bin holds " + Count(contents.versions, "version") + " of " +
+                     std::to_string(scope.versions.size()) + "; a version file was passed over",
                  "", Shown(project.VersionDir(scope.name)));
   }
   for (const Setting& setting : scope.settings) {
@@ -62,6 +63,16 @@ bool CheckBin(Project& project, const Scope& scope, const std::string& path, con
   return report.errors() == errors_before;
 }
 
+/// The files that are to be packed, as they are now.
+std::vector<std::pair<std::string, FileState>> StatesOf(const std::vector<Scope>& scopes) {
+  std::vector<std::pair<std::string, FileState>> states;
+  for (const Scope& scope : scopes) {
+    for (const Setting& setting : scope.settings) states.emplace_back(setting.path, StateOf(setting.path));
+    for (const FoundFile& version : scope.versions) states.emplace_back(version.path, StateOf(version.path));
+  }
+  return states;
+}
+
 bool Generate(const Project& project, const PackOptions& options, const std::string& out_dir) {
   const char* dir = project.dir().c_str();
   if (options.ask) return ZoTuningUtils::GenerateSpecificSensorBin(dir, out_dir.c_str());
@@ -75,16 +86,14 @@ bool Survey(Project& project, const PackOptions& options, std::vector<Scope>& sc
   for (const std::string& name : project.Scopes()) {
     if (name != kDefaultScope && !options.sensor.empty() && name != options.sensor) continue;
     if (options.ask && name != kDefaultScope && !Exists(project.ScopeDir(name))) continue;
-    Scope scope{name, {}, 0};
+    Scope scope{name, {}, {}};
     if (!IsDirectory(project.ScopeDir(name))) {
       report.Error("missing-folder", "the folder of " + Quoted(name) + " is missing", "",
                    Shown(project.ScopeDir(name)));
       continue;
     }
     project.ListSettings(name, scope.settings, report);
-    std::vector<FoundFile> versions;
-    ListFiles(project.VersionDir(name), ".json", versions, report);
-    scope.versions = versions.size();
+    ListFiles(project.VersionDir(name), ".json", scope.versions, report);
     for (const Setting& setting : scope.settings) {
       if (project.ModuleName(setting.values).empty()) {
         CheckSetting(project, setting, Fields::kAny, report);
@@ -105,9 +114,15 @@ bool PackScopes(Project& project, const PackOptions& options, const std::string&
   const std::string folder = BinFolder(work.path());
   const std::string target = BinFolder(shown_out_dir);
   const int errors_before = report.errors();
+  const auto states = StatesOf(scopes);
   const LibraryWatch watch;
   const bool packed = Generate(project, options, work.path());
   work.Settle();
+  for (const auto& [path, state] : states) {
+    if (StateOf(path) != state) {
+      report.Error("changed-meanwhile", "this file changed while it was packed", "pack again", Shown(path));
+    }
+  }
   // The question was asked without an end of line; a terminal shows the one that was typed.
   if (options.ask && isatty(STDIN_FILENO) != 1) report.Print("\n");
   if (!packed || watch.HasErrors()) {

@@ -17,7 +17,7 @@ namespace zotuning_tool {
 struct Scope {
   std::string name;
   std::vector<Setting> settings;
-  size_t versions = 0;
+  std::vector<FoundFile> versions;
 };
 
 struct PackOptions {

@@ -52,9 +52,8 @@ std::string Printable(std::string_view text, bool keep_lines) {
   for (const char c : text) {
     const auto byte = static_cast<unsigned char>(c);
     if ((byte < 0x20 && !(keep_lines && (c == '\n' || c == '\t'))) || byte == 0x7F) {
-      char escaped[8];
-      std::snprintf(escaped, sizeof(escaped), "\\x%02X", byte);
-      printable += escaped;
+      constexpr char kDigits[] = "0123456789ABCDEF";
+      printable.append("\\x").append(1, kDigits[byte >> 4]).append(1, kDigits[byte & 15]);
     } else {
       printable += c;
     }
@@ -103,7 +102,7 @@ void Report::Add(Diagnostic diagnostic) {
   if (!json_) {
     WriteOut("");  // so that results and messages stand in order where both go to one place
     const std::string text = ToText(diagnostic);
-    std::fwrite(text.data(), 1, text.size(), stderr);
+    (void)std::fwrite(text.data(), 1, text.size(), stderr);
   }
   diagnostics_.push_back(std::move(diagnostic));
 }
@@ -152,7 +151,7 @@ int Report::Finish(int code) {
   WriteOut("");
   // A reader that went away has what it wanted.
   if (output_error_ != 0 && output_error_ != EPIPE) {
-    std::fprintf(stderr, "zotuning: error: cannot write to standard output: %s\n", std::strerror(output_error_));
+    (void)std::fprintf(stderr, "zotuning: error: cannot write to standard output: %s\n", std::strerror(output_error_));
     if (code == kDone) code = kFailed;
   }
   return code;

@@ -10,6 +10,15 @@
 
 namespace zotuning_tool {
 
+google::protobuf::io::ZeroCopyInputStream* SchemaView::SourceTree::Open(const std::string& name) {
+  refused_ = KindOf(dir_ + "/" + name) == FileKind::kSpecial;
+  return refused_ ? nullptr : DiskSourceTree::Open(name);
+}
+
+std::string SchemaView::SourceTree::GetLastErrorMessage() {
+  return refused_ ? "this is a named pipe or a device, not a file" : DiskSourceTree::GetLastErrorMessage();
+}
+
 void SchemaView::ErrorCollector::Collect(Severity severity, const std::string& file, int line, int column,
                                          const std::string& message) {
   Diagnostic diagnostic;
@@ -32,10 +41,14 @@ void SchemaView::ErrorCollector::AddWarning(const std::string& file, int line, i
 }
 
 SchemaView::SchemaView(const std::string& proto_dir, Report& report)
-    : proto_dir_(proto_dir), importer_(&source_tree_, &errors_) {
-  source_tree_.MapPath("", proto_dir);
+    : proto_dir_(proto_dir), source_tree_(proto_dir), importer_(&source_tree_, &errors_) {
   std::vector<FoundFile> files;
   if (!ListFiles(proto_dir, ".proto", files, report)) {
+    ok_ = false;
+    return;
+  }
+  if (files.empty()) {
+    report.Error("schema", "this folder holds no .proto file", "", Shown(proto_dir));
     ok_ = false;
     return;
   }
@@ -71,12 +84,19 @@ std::string SchemaView::QualifiedName(const std::string& short_name) {
 
 const google::protobuf::Descriptor* SchemaView::FindType(const std::string& short_name) const {
   const LibraryWatch watch;
-  return ZoTuningUtils::GetDescByClassName(importer_, QualifiedName(short_name).c_str());
+  const auto* type = ZoTuningUtils::GetDescByClassName(importer_, QualifiedName(short_name).c_str());
+  return type != nullptr && ZO_TUNING::internal::StackHolds(levels_.Count(type)) ? type : nullptr;
 }
 
 const google::protobuf::Descriptor* SchemaView::RequireType(const std::string& short_name, Report& report) const {
   const google::protobuf::Descriptor* type = FindType(short_name);
   if (type != nullptr) return type;
+  if (importer_.pool()->FindMessageTypeByName(QualifiedName(short_name)) != nullptr) {
+    report.Error("schema-type",
+                 "the message type " + Quoted(QualifiedName(short_name)) + " holds too many levels of types", "",
+                 Shown(proto_dir_));
+    return nullptr;
+  }
   std::string hint;
   // The commonest slip is the right type in another package.
   for (const char* package : {"ZO_TUNING", "ZO_TUNING_AF", "ZO_TUNING_AWB", "ZO_TUNING_AEC", "ZO_TUNING_PD"}) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "report.h"
+#include "schema/type_levels.h"
 
 namespace zotuning_tool {
 
@@ -25,7 +26,8 @@ class SchemaView {
   /// Whether the schema was loaded without an error.
   bool ok() const { return ok_; }
 
-  /// The type that a short name stands for (package by its first characters, cut at "LinkKey"), or null in silence.
+  /// The type that a short name stands for (package by its first characters, cut at "LinkKey"), or null in silence;
+  /// null as well when it holds more levels of types than the stack does.
   const google::protobuf::Descriptor* FindType(const std::string& short_name) const;
   /// The qualified name under which FindType looks.
   static std::string QualifiedName(const std::string& short_name);
@@ -38,6 +40,18 @@ class SchemaView {
   }
 
  private:
+  /// Opens nothing that could block, whichever name an import has.
+  class SourceTree : public google::protobuf::compiler::DiskSourceTree {
+   public:
+    explicit SourceTree(const std::string& dir) : dir_(dir) { MapPath("", dir); }
+    google::protobuf::io::ZeroCopyInputStream* Open(const std::string& name) override;
+    std::string GetLastErrorMessage() override;
+
+   private:
+    std::string dir_;
+    bool refused_ = false;  ///< the last file
+  };
+
   class ErrorCollector : public google::protobuf::compiler::MultiFileErrorCollector {
    public:
     void AddError(const std::string& file, int line, int column, const std::string& message) override;
@@ -50,8 +64,9 @@ class SchemaView {
 
   std::string proto_dir_;
   bool ok_ = true;
-  google::protobuf::compiler::DiskSourceTree source_tree_;
+  SourceTree source_tree_;
   ErrorCollector errors_;
+  mutable ZO_TUNING::internal::TypeLevels levels_;
   google::protobuf::compiler::Importer importer_;
   google::protobuf::DynamicMessageFactory factory_;
 };

@@ -81,7 +81,7 @@ std::string ScanFault(const VersionFile& file) {
   if (right && unsafe.empty()) return "";
   for (const auto& [key, value] : {std::pair<const char*, const std::string&>{"name", file.name},
                                    std::pair<const char*, const std::string&>{"version", file.version}}) {
-    const std::string fault = KeyFault(file, key, value);
+    std::string fault = KeyFault(file, key, value);
     if (!fault.empty()) return fault;
   }
   return "its plain text scan reads other values than the file's fields";

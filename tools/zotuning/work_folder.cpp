@@ -35,14 +35,18 @@ int LockFolder(const std::string& path) {
 /// Removes the working folders that killed processes left in `parent`: nobody has them locked. Young ones stay, as
 /// their process may not have come to lock them yet.
 void RemoveStale(const std::string& parent) {
-  std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(parent, error)) {
-    const std::string path = entry.path().string();
-    if (entry.path().filename().string().rfind(kPrefix, 0) != 0) continue;
+  std::vector<std::string> names;
+  Report ignored;  // what cannot be listed now is removed by a later run
+  ignored.Begin("", true);
+  ListNames(parent, names, ignored);
+  for (const std::string& name : names) {
+    if (name.rfind(kPrefix, 0) != 0) continue;
+    const std::string path = std::filesystem::path(parent) / name;
     const int folder = LockFolder(path);
     struct stat info;
     const bool stale = folder >= 0 && fstat(folder, &info) == 0 && info.st_uid == geteuid() &&
                        info.st_mtime + kStaleSeconds < std::time(nullptr);
+    std::error_code error;
     if (stale) std::filesystem::remove_all(path, error);
     if (folder >= 0) close(folder);
   }
@@ -70,19 +74,27 @@ bool Unsupported(int error) { return error == ENOSYS || error == EINVAL; }
 }  // namespace
 
 std::unique_ptr<WorkFolder> WorkFolder::Make(const std::string& parent, Tick tick, Report& report) {
-  RemoveStale(parent);
-  std::string path = parent + "/" + kPrefix + "XXXXXX";
-  if (mkdtemp(&path[0]) == nullptr) {
-    report.Error("io", std::string("cannot make a working folder in it: ") + std::strerror(errno), "", Shown(parent));
-    return nullptr;
-  }
-  return std::unique_ptr<WorkFolder>(new WorkFolder(path, std::move(tick)));
+  std::unique_ptr<WorkFolder> folder(new WorkFolder(std::move(tick)));
+  return folder->Create(parent, report) ? std::move(folder) : nullptr;
 }
 
-WorkFolder::WorkFolder(std::string path, Tick tick)
-    : path_(std::move(path)), tick_(std::move(tick)), lock_(LockFolder(path_)), signals_(EndingSignals()) {
+WorkFolder::WorkFolder(Tick tick) : tick_(std::move(tick)), signals_(EndingSignals()) {
+  // Before anything is made: a signal waits for the watcher, or for the end.
   pthread_sigmask(SIG_BLOCK, &signals_, &mask_before_);
+}
+
+bool WorkFolder::Create(const std::string& parent, Report& report) {
+  if (!MakeDirectories(parent, report, &made_)) return false;
+  RemoveStale(parent);
+  std::string path = parent + "/" + kPrefix + "XXXXXX";
+  if (mkdtemp(path.data()) == nullptr) {
+    report.Error("io", std::string("cannot make a working folder in it: ") + std::strerror(errno), "", Shown(parent));
+    return false;
+  }
+  path_ = path;
+  lock_ = LockFolder(path_);
   if (pipe2(wake_, O_CLOEXEC) == 0) watcher_ = std::thread([this] { Watch(); });
+  return true;
 }
 
 WorkFolder::~WorkFolder() {
@@ -110,16 +122,19 @@ void WorkFolder::Watch() {
     if (sources[1].revents != 0 || (ready < 0 && errno != EINTR)) break;
     signalfd_siginfo info;
     if (ready <= 0 || read(descriptor, &info, sizeof(info)) != static_cast<ssize_t>(sizeof(info))) continue;
-    // The other thread may be about to stop this one and look at the result; whoever comes second stops for good.
-    if (!obeying_.try_lock()) break;
-    Remove();
     const int number = static_cast<int>(info.ssi_signo);
-    std::signal(number, SIG_DFL);
+    // The other thread may be about to stop this one and look at the result; whoever comes second stops for good.
+    if (!obeying_.try_lock()) {
+      (void)kill(getpid(), number);  // waits until this folder goes
+      break;
+    }
+    Remove();
+    (void)std::signal(number, SIG_DFL);
     sigset_t one;
     sigemptyset(&one);
     sigaddset(&one, number);
     pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
-    raise(number);
+    (void)raise(number);
     _exit(128 + number);
   }
   if (descriptor >= 0) close(descriptor);
@@ -127,11 +142,12 @@ void WorkFolder::Watch() {
 
 void WorkFolder::Remove() const {
   // The library may still be making files in it.
-  for (int tries = 0; tries < 1000; ++tries) {
+  for (int tries = 0; !path_.empty() && tries < 1000; ++tries) {
     std::error_code error;
     std::filesystem::remove_all(path_, error);
-    if (!error && KindOf(path_) == FileKind::kMissing) return;
+    if (!error && KindOf(path_) == FileKind::kMissing) break;
   }
+  for (auto dir = made_.rbegin(); dir != made_.rend(); ++dir) rmdir(dir->c_str());
 }
 
 bool WorkFolder::MoveOut(const std::string& name, const std::string& target, bool replace, Report& report) {
@@ -148,7 +164,10 @@ bool WorkFolder::MoveOut(const std::string& name, const std::string& target, boo
                   : errno;
     }
   }
-  if (error == 0) return true;
+  if (error == 0) {
+    made_.clear();
+    return true;
+  }
   report.Error("io", std::string("the finished folder cannot be put in its place: ") + std::strerror(error), "",
                Shown(target));
   return false;

@@ -8,19 +8,21 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "report.h"
 
 namespace zotuning_tool {
 
 /// A new hidden folder that is removed again when the object goes, and when SIGINT, SIGTERM or SIGHUP ends the process
-/// meanwhile. At most one lives at a time. What a killed process left is removed by a later one.
+/// meanwhile; so are the folders that had to be made for it, unless something was moved out. At most one lives at a
+/// time. What a killed process left is removed by a later one.
 class WorkFolder {
  public:
   /// Called about ten times a second from another thread, with the folder's path; the last time with "".
   using Tick = std::function<void(const std::string&)>;
 
-  /// Makes it in `parent`; null after an error.
+  /// Makes it in `parent`, which is made where it is missing; null after an error.
   static std::unique_ptr<WorkFolder> Make(const std::string& parent, Tick tick, Report& report);
   ~WorkFolder();
   WorkFolder(const WorkFolder&) = delete;
@@ -37,13 +39,15 @@ class WorkFolder {
   bool MoveOut(const std::string& name, const std::string& target, bool replace, Report& report);
 
  private:
-  WorkFolder(std::string path, Tick tick);
+  explicit WorkFolder(Tick tick);
+  bool Create(const std::string& parent, Report& report);
   void Watch();
   void Remove() const;
 
-  std::string path_;
+  std::string path_;               ///< "" until it is made
+  std::vector<std::string> made_;  ///< missing folders above it, the outer first
   Tick tick_;
-  int lock_;  ///< keeps later runs from taking the folder for one left by a killed process
+  int lock_ = -1;  ///< keeps later runs from taking the folder for one left by a killed process
   sigset_t signals_;
   sigset_t mask_before_;
   int wake_[2] = {-1, -1};
