@@ -1,5 +1,7 @@
 // zotuning modules: the modules of the project's label, their types, defaults and settings.
 
+#include <cerrno>
+#include <cstring>
 #include <map>
 #include <memory>
 
@@ -32,7 +34,12 @@ int Run(Session& session) {
       report.Error("schema-type", "the label names a module " + Quoted(name) + ", but the schema has no message type " +
                                       Quoted(SchemaView::QualifiedName(name)));
     }
-    const bool has_default = Exists(project->DefaultPath(name));
+    const std::string path = project->DefaultPath(name);
+    const FileKind kind = KindOf(path);
+    if (kind == FileKind::kUnknown) {
+      report.Error("io", std::string("cannot look for the default: ") + std::strerror(errno), "", Shown(path));
+    }
+    const bool has_default = kind != FileKind::kMissing;
     rows.push_back({name, std::to_string(number), type == nullptr ? "none" : type->full_name(),
                     has_default ? "yes" : "no", std::to_string(settings_of[name])});
     modules.push_back({{"name", name},

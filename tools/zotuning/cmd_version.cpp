@@ -139,9 +139,17 @@ bool WantedHeader(Project& project, const std::string& path, const std::vector<V
   std::vector<std::string> listed;
   // In the library's own order.
   ZoTuningUtils::FindAllJsonFiles(project.VersionDir(kDefaultScope).c_str(), listed);
+  size_t found = 0;
   for (const std::string& each : listed) {
     const auto file = std::find_if(files.begin(), files.end(), [&](const VersionFile& f) { return f.path == each; });
-    if (file != files.end()) ZO_TUNING::PARSE_VERSION_FROM_STR(file->text, versions);
+    if (file == files.end()) continue;
+    ZO_TUNING::PARSE_VERSION_FROM_STR(file->text, versions);
+    ++found;
+  }
+  if (found != files.size()) {
+    report.Error("io", "the directory could not be listed to its end", "try again",
+                 Shown(project.VersionDir(kDefaultScope)));
+    return false;
   }
   bool made = ZO_TUNING::HEADER_FILE_TO_STR(path, wanted);
   kept = SplitLines(wanted).size();
