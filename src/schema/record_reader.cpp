@@ -57,11 +57,5 @@ ReadStatus RecordReader::ReadBytes(int32_t length, std::string_view* bytes) {
   return ReadStatus::kOk;
 }
 
-ReadStatus RecordReader::ReadRecord(std::string_view* bytes) {
-  int32_t length = 0;
-  const ReadStatus status = ReadInt32(&length);
-  return status == ReadStatus::kOk ? ReadBytes(length, bytes) : status;
-}
-
 }  // namespace internal
 }  // namespace ZO_TUNING

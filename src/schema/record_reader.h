@@ -38,9 +38,6 @@ class RecordReader {
   /// Reads `length` bytes. `bytes` points into a buffer of the reader until its next call.
   [[nodiscard]] ReadStatus ReadBytes(int32_t length, std::string_view* bytes);
 
-  /// ReadInt32 and ReadBytes of so many bytes.
-  [[nodiscard]] ReadStatus ReadRecord(std::string_view* bytes);
-
   /// Bytes consumed so far, counted from where the reader began.
   uint64_t offset() const { return offset_; }
 

@@ -9,6 +9,12 @@ namespace {
 using namespace zotest;
 using namespace ZO_TUNING::internal;
 
+ReadStatus ReadRecord(RecordReader& reader, std::string_view* bytes) {
+  int32_t length = 0;
+  const ReadStatus status = reader.ReadInt32(&length);
+  return status == ReadStatus::kOk ? reader.ReadBytes(length, bytes) : status;
+}
+
 TEST(RecordReaderTest, TellsACleanEndFromACut) {
   struct Row {
     std::string bytes;  // behind one good record
@@ -33,10 +39,10 @@ TEST(RecordReaderTest, TellsACleanEndFromACut) {
       }
       RecordReader reader(file.get());
       std::string_view bytes;
-      ASSERT_EQ(reader.ReadRecord(&bytes), ReadStatus::kOk);
+      ASSERT_EQ(ReadRecord(reader, &bytes), ReadStatus::kOk);
       EXPECT_EQ(bytes, "first");
       const ReadStatus status = in_file ? row.in_file : row.in_stream;
-      ASSERT_EQ(reader.ReadRecord(&bytes), status);
+      ASSERT_EQ(ReadRecord(reader, &bytes), status);
       if (status == ReadStatus::kOk) {
         EXPECT_EQ(reader.offset(), 9 + 4 + row.record.size());
         EXPECT_EQ(bytes, row.record);
