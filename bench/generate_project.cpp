@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 enum class Kind { kBool, kInt32, kUint32, kInt64, kUint64, kDouble, kFloat, kEnum, kString, kStructure, kElements };
 
 /// How a value stands in its message: by itself, or in one of the data types.
-enum class Form { kPlain, kData, kArray, kTable };
+enum class Form { kReference, kData, kArray, kTable };
 
 struct FieldModel {
   std::string name;
@@ -63,7 +63,9 @@ struct ModuleModel {
 
 // ---- What the modules are made of ------------------------------------------------------------------------------
 
-FieldModel Plain(const char* name, Kind kind, double low, double high) { return {name, kind, Form::kPlain, low, high}; }
+FieldModel Plain(const char* name, Kind kind, double low, double high) {
+  return {name, kind, Form::kReference, low, high};
+}
 FieldModel Data(const char* name, Kind kind, double low, double high, int digits = 3) {
   return {name, kind, Form::kData, low, high, digits};
 }
@@ -78,13 +80,13 @@ FieldModel LargeTable(const char* name, Kind kind, double low, double high, size
   return {name, kind, Form::kTable, low, high, digits, rows, columns, true};
 }
 FieldModel Choice(const char* name, const char* type) {
-  return {name, Kind::kEnum, Form::kPlain, 0, 0, 0, 0, 0, false, type};
+  return {name, Kind::kEnum, Form::kReference, 0, 0, 0, 0, 0, false, type};
 }
 FieldModel Structure(const char* name, const char* type) {
-  return {name, Kind::kStructure, Form::kPlain, 0, 0, 0, 0, 0, false, type};
+  return {name, Kind::kStructure, Form::kReference, 0, 0, 0, 0, 0, false, type};
 }
 FieldModel Elements(const char* name, const char* type, size_t count) {
-  return {name, Kind::kElements, Form::kPlain, 0, 0, 0, count, 0, false, type};
+  return {name, Kind::kElements, Form::kReference, 0, 0, 0, count, 0, false, type};
 }
 
 std::vector<FileModel> MakeSchema() {
@@ -411,7 +413,7 @@ class Generator {
       fields.push_back("ZO_TUNING.StructArrayRule " + field.name + "_rule");
     } else if (!field.type.empty()) {
       fields.push_back(field.type + " " + field.name);
-    } else if (field.form == Form::kPlain) {
+    } else if (field.form == Form::kReference) {
       fields.push_back(std::string(NamesOf(field.kind).proto) + " " + field.name);
     } else {
       fields.push_back("ZO_TUNING." + DataType(field) + " " + field.name);
@@ -460,7 +462,7 @@ class Generator {
     fs::create_directories(folder);
     json_.clear();
     AppendStructure(*messages_.at(module.type), 0);
-    if (shape_.odd_end) json_.insert(json_.size() - 2, ",");
+    if (shape_.unsupported_end) json_.insert(json_.size() - 2, ",");
     json_ += '\n';
     WriteFile(folder / (module.name + ".json"), json_);
     return json_.size();
@@ -520,7 +522,7 @@ class Generator {
         json_ += '}';
         return;
       default:
-        if (field.form == Form::kPlain) {
+        if (field.form == Form::kReference) {
           AppendValue(field);
         } else {
           AppendData(field, depth);
@@ -665,12 +667,12 @@ class Generator {
 }  // namespace
 
 ProjectShape ShapeByName(const std::string& name) {
-  const std::string odd = "-odd";
-  if (name.size() > odd.size() && name.compare(name.size() - odd.size(), odd.size(), odd) == 0) {
-    ProjectShape shape = ShapeByName(name.substr(0, name.size() - odd.size()));
+  const std::string fallback = "-fallback";
+  if (name.size() > fallback.size() && name.compare(name.size() - fallback.size(), fallback.size(), fallback) == 0) {
+    ProjectShape shape = ShapeByName(name.substr(0, name.size() - fallback.size()));
     shape.name = name;
-    shape.description += ", every file odd at its end";
-    shape.odd_end = true;
+    shape.description += ", every file falls back at its end";
+    shape.unsupported_end = true;
     return shape;
   }
   if (name == "a") return {name, "151 files, 9 MB", 151, 4.05};

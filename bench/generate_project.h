@@ -19,12 +19,12 @@ struct ProjectShape {
   double table_scale = 1;           ///< factor on the number of elements of every large table
   bool shuffled_numbers = false;    ///< field numbers do not follow the declaration order
   bool large_modules_only = false;  ///< settings are those of modules with tables; defaults are of all modules
-  bool odd_end = false;             ///< every file has a trailing comma before its last brace
+  bool unsupported_end = false;     ///< every file has a trailing comma before its last brace
   uint32_t seed = 1;
 };
 
-/// The shapes that are measured, by name: "a" to "d", "a-odd" to "d-odd", and "growth-N" for about N megabytes.
-/// Throws std::invalid_argument for another name.
+/// The shapes that are measured, by name: "a" to "d", "a-fallback" to "d-fallback", and "growth-N" for about N
+/// megabytes. Throws std::invalid_argument for another name.
 ProjectShape ShapeByName(const std::string& name);
 
 /// Makes the project at `dir`, which must not exist. Throws std::runtime_error when something cannot be written.

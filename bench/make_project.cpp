@@ -7,8 +7,8 @@
 
 int main(int argc, char** argv) {
   if (argc != 3) {
-    std::fprintf(stderr,
-                 "usage: make_project SHAPE DIR\nSHAPE is a, b, c or d, the same with -odd, or growth-MEGABYTES\n");
+    std::fprintf(
+        stderr, "usage: make_project SHAPE DIR\nSHAPE is a, b, c or d, the same with -fallback, or growth-MEGABYTES\n");
     return 2;
   }
   try {

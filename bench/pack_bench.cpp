@@ -1,6 +1,6 @@
-// Packs whole projects by the plain road, by the library and by its peers, in turns, and prints Markdown tables.
+// Packs whole projects by the slow path, by the library and by its peers, in turns, and prints Markdown tables.
 //
-// A round runs every road once; the roads change places from round to round. The plain road and the library run in this
+// A round runs every path once; the paths change places from round to round. The slow path and the library run in this
 // process. A peer is a program of its own that stays alive: it gets the project and a folder for its output as
 // arguments, prints "ready" (or "ready through PROGRAM", which it starts for every run) when its setup is done, and
 // packs once for every line "run" that it reads, printing the milliseconds that this took by the clock and of the
@@ -28,12 +28,12 @@
 #include <vector>
 
 #include "ZoTuningUtils.h"
-#include "plain_road.h"
+#include "reference_packer.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using zotuning_bench::PackByPlainRoad;
+using zotuning_bench::PackByReference;
 
 constexpr char kUsage[] =
     "usage: pack_bench [OPTION]... PROJECT...\n"
@@ -131,7 +131,7 @@ struct Times {
 };
 
 /// One way to pack a project, and what it took so far.
-struct Road {
+struct PackPath {
   std::string name;
   std::function<Times()> run;           ///< packs once
   std::function<double()> peak_memory;  ///< in megabytes, negative when not known
@@ -172,10 +172,10 @@ ProjectSize Measure(const std::string& project) {
   return size;
 }
 
-/// A road that is a function of this process. Its runs pack into out/0, out/1 and so on, since some file systems are
+/// A path that is a function of this process. Its runs pack into out/0, out/1 and so on, since some file systems are
 /// slow to make files where others have just been removed. Its peak memory is that of a fresh process that packs once.
-Road OwnRoad(const std::string& name, bool (*pack)(const std::string&, const std::string&), const std::string& project,
-             const fs::path& out) {
+PackPath OwnPath(const std::string& name, bool (*pack)(const std::string&, const std::string&),
+                 const std::string& project, const fs::path& out) {
   const auto run = [name, pack, project, out, count = 0]() mutable {
     const fs::path folder = out / std::to_string(count++);
     fs::create_directories(folder);
@@ -195,7 +195,7 @@ Road OwnRoad(const std::string& name, bool (*pack)(const std::string&, const std
   return {name, run, peak_memory};
 }
 
-Road PeerRoad(const std::string& name, const std::shared_ptr<Child>& peer, bool one_process) {
+PackPath PeerPath(const std::string& name, const std::shared_ptr<Child>& peer, bool one_process) {
   const auto run = [name, peer] {
     const std::optional<std::string> answer = peer->Send("run") ? peer->Receive() : std::nullopt;
     if (!answer) throw std::runtime_error(name + " has ended");
@@ -207,14 +207,14 @@ Road PeerRoad(const std::string& name, const std::shared_ptr<Child>& peer, bool 
 }
 
 /// Starts the peers that are ready to pack the project; says on standard error which are not.
-void AddPeers(const Options& options, const std::string& project, const fs::path& out, std::vector<Road>& roads) {
+void AddPeers(const Options& options, const std::string& project, const fs::path& out, std::vector<PackPath>& paths) {
   for (const auto& [name, command] : options.peers) {
     const fs::path peer_out = out / name;
     fs::create_directories(peer_out);
     auto peer = std::make_shared<Child>(std::vector<std::string>{command, project, peer_out.string()});
     const std::optional<std::string> answer = peer->Receive();
     if (answer && answer->compare(0, 5, "ready") == 0) {
-      roads.push_back(PeerRoad(name, peer, answer->size() == 5));
+      paths.push_back(PeerPath(name, peer, answer->size() == 5));
     } else {
       std::fprintf(stderr, "pack_bench: %s is left out: %s\n", name.c_str(),
                    answer ? answer->c_str() : "not installed");
@@ -236,10 +236,10 @@ void CompareBins(const fs::path& expected, const fs::path& actual) {
   }
 }
 
-/// The times of the first road over those of `road`, round by round, in ascending order.
-std::vector<double> RatiosPerRound(const Road& first, const Road& road) {
+/// The times of the first path over those of `path`, round by round, in ascending order.
+std::vector<double> RatiosPerRound(const PackPath& first, const PackPath& path) {
   std::vector<double> ratios;
-  for (size_t i = 0; i < road.times.size(); ++i) ratios.push_back(first.times[i].clock / road.times[i].clock);
+  for (size_t i = 0; i < path.times.size(); ++i) ratios.push_back(first.times[i].clock / path.times[i].clock);
   std::sort(ratios.begin(), ratios.end());
   return ratios;
 }
@@ -247,35 +247,35 @@ std::vector<double> RatiosPerRound(const Road& first, const Road& road) {
 struct ProjectResult {
   std::string name;
   ProjectSize size;
-  std::vector<Road> roads;  ///< the plain road, the library, the peers
+  std::vector<PackPath> paths;  ///< the slow path, the library, the peers
 };
 
 ProjectResult BenchProject(const Options& options, const std::string& project, const fs::path& work) {
-  std::vector<Road> roads;
-  roads.push_back(OwnRoad("plain road", PackByPlainRoad, project, work / "plain"));
-  roads.push_back(OwnRoad("library", PackByLibrary, project, work / "library"));
-  AddPeers(options, project, work / "peers", roads);
+  std::vector<PackPath> paths;
+  paths.push_back(OwnPath("slow path", PackByReference, project, work / "plain"));
+  paths.push_back(OwnPath("library", PackByLibrary, project, work / "library"));
+  AddPeers(options, project, work / "peers", paths);
 
-  for (Road& road : roads) road.run();  // for the caches, and the bytes
+  for (PackPath& path : paths) path.run();  // for the caches, and the bytes
   CompareBins(work / "plain" / "0", work / "library" / "0");
   for (int round = 0; round < options.rounds; ++round) {
-    for (size_t i = 0; i < roads.size(); ++i) {
-      Road& road = roads[(i + static_cast<size_t>(round)) % roads.size()];
-      road.times.push_back(road.run());
+    for (size_t i = 0; i < paths.size(); ++i) {
+      PackPath& path = paths[(i + static_cast<size_t>(round)) % paths.size()];
+      path.times.push_back(path.run());
     }
   }
   const std::string last = std::to_string(options.rounds);
   CompareBins(work / "plain" / last, work / "library" / last);
-  return {fs::path(project).filename().string(), Measure(project), std::move(roads)};
+  return {fs::path(project).filename().string(), Measure(project), std::move(paths)};
 }
 
 void PrintHeader(const Options& options) {
   std::fputs(
       options.growth
-          ? "| project | files | MB | largest file, MB | plain road, ms/MB | library, ms/MB | times the best above | "
-            "library, processor ms/MB | peak memory of the plain road, MB | of the library, MB |\n"
+          ? "| project | files | MB | largest file, MB | slow path, ms/MB | library, ms/MB | times the best above | "
+            "library, processor ms/MB | peak memory of the slow path, MB | of the library, MB |\n"
             "|---|---|---|---|---|---|---|---|---|---|\n"
-          : "| project | road | best, ms | MB/s | times the plain road | by round: min / median / max | by processor "
+          : "| project | path | best, ms | MB/s | times the slow path | by round: min / median / max | by processor "
             "time | peak memory, MB |\n|---|---|---|---|---|---|---|---|\n",
       stdout);
 }
@@ -288,28 +288,28 @@ std::string Text(double value, int decimals, bool known) {
   return text;
 }
 
-std::string MemoryText(const Road& road) {
-  const double megabytes = road.peak_memory();
+std::string MemoryText(const PackPath& path) {
+  const double megabytes = path.peak_memory();
   return Text(megabytes, 1, megabytes >= 0);
 }
 
 void PrintComparison(const ProjectResult& result) {
-  const Road& plain = result.roads[0];
-  for (const Road& road : result.roads) {
-    const std::vector<double> ratios = RatiosPerRound(plain, road);
+  const PackPath& plain = result.paths[0];
+  for (const PackPath& path : result.paths) {
+    const std::vector<double> ratios = RatiosPerRound(plain, path);
     std::printf("| %s | %s | %.1f | %.0f | %.2f | %.2f / %.2f / %.2f | %.2f | %s |\n", result.name.c_str(),
-                road.name.c_str(), road.best(), result.size.megabytes * 1000 / road.best(), plain.best() / road.best(),
+                path.name.c_str(), path.best(), result.size.megabytes * 1000 / path.best(), plain.best() / path.best(),
                 ratios.front(), ratios[ratios.size() / 2], ratios.back(),
-                plain.best_processor() / road.best_processor(), MemoryText(road).c_str());
+                plain.best_processor() / path.best_processor(), MemoryText(path).c_str());
   }
 }
 
-double TimePerMegabyte(const ProjectResult& result) { return result.roads[1].best() / result.size.megabytes; }
+double TimePerMegabyte(const ProjectResult& result) { return result.paths[1].best() / result.size.megabytes; }
 
 /// `least` is the least time for a megabyte in the rows above, 0 in the first.
 void PrintGrowth(const ProjectResult& result, double least) {
-  const Road& plain = result.roads[0];
-  const Road& library = result.roads[1];
+  const PackPath& plain = result.paths[0];
+  const PackPath& library = result.paths[1];
   const double megabytes = result.size.megabytes;
   const double time = TimePerMegabyte(result);
   std::printf("| %s | %zu | %.1f | %.2f | %.2f | %.3f | %s | %.3f | %s | %s |\n", result.name.c_str(),
@@ -318,9 +318,9 @@ void PrintGrowth(const ProjectResult& result, double least) {
               MemoryText(library).c_str());
 }
 
-/// Packs once and prints the peak memory: what OwnRoad asks a fresh process for.
-int PrintMemoryOf(const std::string& road, const std::string& project, const std::string& out) {
-  const bool packed = road == "library" ? PackByLibrary(project, out) : PackByPlainRoad(project, out);
+/// Packs once and prints the peak memory: what OwnPath asks a fresh process for.
+int PrintMemoryOf(const std::string& path, const std::string& project, const std::string& out) {
+  const bool packed = path == "library" ? PackByLibrary(project, out) : PackByReference(project, out);
   std::printf("%.3f\n", PeakMemory("self"));
   return packed ? 0 : 1;
 }
@@ -348,12 +348,12 @@ std::optional<Options> ParseArguments(const std::vector<std::string>& arguments)
 }
 
 /// A folder for all output, removed at the end.
-class WorkFolder {
+class StagingDir {
  public:
-  WorkFolder() : path_((fs::temp_directory_path() / "pack_bench.XXXXXX").string()) {
+  StagingDir() : path_((fs::temp_directory_path() / "pack_bench.XXXXXX").string()) {
     if (mkdtemp(&path_[0]) == nullptr) throw std::runtime_error("cannot make " + path_);
   }
-  ~WorkFolder() {
+  ~StagingDir() {
     std::error_code ignored;
     fs::remove_all(path_, ignored);
   }
@@ -377,7 +377,7 @@ int main(int argc, char** argv) {
   }
   std::signal(SIGPIPE, SIG_IGN);
   try {
-    const WorkFolder work;
+    const StagingDir work;
     PrintHeader(*options);
     double least = 0;
     for (const std::string& project : options->projects) {

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "encode/random_json.h"
+#include "transcode/random_json.h"
 
 extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t max_size);
 

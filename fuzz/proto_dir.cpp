@@ -20,9 +20,9 @@
 #include <vector>
 
 #include "ZoTuningUtils.h"
-#include "encode/random_json.h"
-#include "encode/roads.h"
 #include "support.h"
+#include "transcode/differential.h"
+#include "transcode/random_json.h"
 
 extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t max_size);
 
@@ -170,11 +170,11 @@ class Target {
       Require(ZO_TUNING::CheckFieldInString(type->field(i), text) == found,
               "a field check finds what a plain search does");
     }
-    zotest::Roads roads(type);
-    const std::string difference = roads.Difference(text);
+    zotest::BothPaths paths(type);
+    const std::string difference = paths.Difference(text);
     if (!difference.empty()) zofuzz::Fail(type->full_name() + ": " + difference + "\n" + text);
     // A type with a plan has no groups, no well-known types, and not too many levels.
-    if (roads.planned() && !shape.shared_names) Require(is_read, "what is printed of a plain type can be read");
+    if (paths.has_fast_path() && !shape.shared_names) Require(is_read, "what is printed of a plain type can be read");
   }
 
   static bool HasLine(const Strings& lines, const char* text) {
@@ -275,7 +275,7 @@ class Target {
 };
 
 // What the example's schema has none of.
-constexpr const char* kOddSchemas[] = {
+constexpr const char* kUnsupportedSchemas[] = {
     R"(//// a.proto
 syntax = "proto2"; package ZO_TUNING; import "b.proto";
 message Module { required int32 a = 1; optional group G = 2 { repeated float x = 1; } map<string, BoolData> m = 3;
@@ -314,7 +314,8 @@ void zofuzz::Seeds(const std::string& dir) {
     }
     Write(dir + "/" + module, input);
   }
-  for (size_t i = 0; i < std::size(kOddSchemas); ++i) Write(dir + "/odd-" + std::to_string(i), kOddSchemas[i]);
+  for (size_t i = 0; i < std::size(kUnsupportedSchemas); ++i)
+    Write(dir + "/odd-" + std::to_string(i), kUnsupportedSchemas[i]);
 }
 
 // Most changes keep a schema that loads: one word takes the place of another, a statement is dropped, copied or moved.

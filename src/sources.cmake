@@ -5,7 +5,7 @@ set(ZOTUNING_SOURCES
   log/timing.cpp
   schema/field_check.cpp
   schema/project_config.cpp
-  schema/record_reader.cpp
+  io/record_reader.cpp
   schema/schema_import.cpp
   schema/tuning_label.cpp
   schema/type_levels.cpp
@@ -15,12 +15,12 @@ set(ZOTUNING_SOURCES
   version/version_files.cpp
   version/version_header.cpp
   bin/bin_writer.cpp
-  encode/encode_plan.cpp
-  encode/json_encoder.cpp
-  encode/json_tokens.cpp
-  encode/text_file.cpp
+  transcode/module_table.cpp
+  transcode/json_transcoder.cpp
+  transcode/json_lexer.cpp
+  io/padded_file.cpp
   bin/bin_reader.cpp
   bin/dump.cpp
   bin/generate.cpp
-  bin/pack_session.cpp
+  bin/bin_packer.cpp
 )

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <string_view>
 
-#include "schema/record_reader.h"
+#include "io/record_reader.h"
 
 namespace ZO_TUNING {
 namespace internal {

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "schema/record_reader.h"
+#include "io/record_reader.h"
 
 namespace ZO_TUNING {
 namespace internal {

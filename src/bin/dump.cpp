@@ -10,7 +10,7 @@
 #include "ZoTuningUtils.h"
 #include "bin/bin_folder.h"
 #include "bin/bin_reader.h"
-#include "schema/directory.h"
+#include "io/directory.h"
 #include "schema/project_config.h"
 #include "schema/schema.h"
 

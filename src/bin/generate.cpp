@@ -13,9 +13,9 @@
 
 #include "ZoTuningUtils.h"
 #include "bin/bin_folder.h"
+#include "bin/bin_packer.h"
 #include "bin/bin_writer.h"
-#include "bin/pack_session.h"
-#include "schema/directory.h"
+#include "io/directory.h"
 
 using namespace ZO_TUNING::internal;
 
@@ -31,11 +31,11 @@ struct Scope {
   const VersionMessages& versions;
 };
 
-Scope DefaultScope(PackSession& session, const std::string& bin_folder) {
+Scope DefaultScope(BinPacker& session, const std::string& bin_folder) {
   return {true, session.DefaultDir(), BinPath(bin_folder, kDefaultBinName), session.default_versions()};
 }
 
-Scope SensorScope(PackSession& session, const std::string& bin_folder, const std::string& sensor) {
+Scope SensorScope(BinPacker& session, const std::string& bin_folder, const std::string& sensor) {
   return {false, session.SensorDir(sensor), BinPath(bin_folder, sensor), session.sensor_versions(sensor)};
 }
 
@@ -45,7 +45,7 @@ bool ReportWriteFailure(const char* function, const Scope& scope, const BinWrite
   return false;
 }
 
-bool PackProjScope(PackSession& session, const Scope& scope) {
+bool PackProjScope(BinPacker& session, const Scope& scope) {
   static constexpr char kFunction[] = "GenerateProjTuningBins";
   if (!PathExists(scope.dir)) {
     if (scope.is_default) {
@@ -151,7 +151,7 @@ void ReportSpecificSensorFailure(PackResult result, const Scope& scope, const st
   }
 }
 
-bool PackSpecificDefault(PackSession& session, const Scope& scope) {
+bool PackSpecificDefault(BinPacker& session, const Scope& scope) {
   if (!PathExists(scope.dir)) {
     TuningLog(kLogError, __LINE__, kSpecific, "[Quokka] The folder %s path is not existed\n", scope.dir.c_str());
     return false;
@@ -184,7 +184,7 @@ bool PackSpecificDefault(PackSession& session, const Scope& scope) {
   return bin.Close() || ReportWriteFailure(kSpecific, scope, bin);
 }
 
-bool PackSpecificSensor(PackSession& session, const Scope& scope) {
+bool PackSpecificSensor(BinPacker& session, const Scope& scope) {
   if (!PathExists(scope.dir)) {
     TuningLog(kLogError, __LINE__, kSpecific, "[Quokka] Failed to find the path %s", scope.dir.c_str());
     return false;
@@ -242,7 +242,7 @@ bool ZO_TUNING::internal::GenerateBins(const char* proj_dir, const char* out_dir
   }
   mkdir(bin_folder.c_str(), kBinFolderMode);
 
-  PackSession session(proj_dir);
+  BinPacker session(proj_dir);
   session.LoadConfig();
   if (only_sensor != nullptr) session.sensor_names() = {*only_sensor};
   if (!session.FindLabelType()) {
@@ -277,7 +277,7 @@ bool ZoTuningUtils::GenerateSpecificSensorBin(const char* proj_dir, const char* 
   }
   mkdir(bin_folder.c_str(), kBinFolderMode);
 
-  PackSession session(proj_dir);
+  BinPacker session(proj_dir);
   session.LoadConfig();
   std::vector<std::string>& sensors = session.sensor_names();
   sensors.erase(std::remove_if(sensors.begin(), sensors.end(),

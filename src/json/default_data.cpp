@@ -4,7 +4,7 @@
 #include <string>
 
 #include "ZoTuningUtils.h"
-#include "schema/directory.h"
+#include "io/directory.h"
 #include "schema/schema.h"
 
 using namespace ZO_TUNING::internal;

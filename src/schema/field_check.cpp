@@ -9,7 +9,7 @@
 namespace ZO_TUNING {
 namespace internal {
 
-bool CheckedNames::Walk(const google::protobuf::FieldDescriptor* field) {
+bool RequiredFieldNames::Walk(const google::protobuf::FieldDescriptor* field) {
   const std::string& name = field->name();
   if (name == "rule" || name == "value" || name == "description") return true;
   if (!visitor_(name)) return false;
@@ -23,7 +23,7 @@ bool CheckedNames::Walk(const google::protobuf::FieldDescriptor* field) {
 }
 
 bool CheckAllFieldsInString(const google::protobuf::Descriptor* type, const std::string& json) {
-  CheckedNames names(
+  RequiredFieldNames names(
       [&json](const std::string& name) { return json.find(name) != std::string::npos || ReportMissingField(name); });
   for (int i = 0; i < type->field_count(); ++i) {
     if (!names.Walk(type->field(i))) return false;
@@ -39,7 +39,7 @@ bool ReportMissingField(std::string_view name) {
 }  // namespace internal
 
 bool CheckFieldInString(const google::protobuf::FieldDescriptor* field, const std::string& json) try {
-  internal::CheckedNames names([&json](const std::string& name) {
+  internal::RequiredFieldNames names([&json](const std::string& name) {
     return json.find(name) != std::string::npos || internal::ReportMissingField(name);
   });
   return names.Walk(field);

@@ -16,12 +16,12 @@ namespace internal {
 /// The names that a field check asks for, in its order. Each message type is entered once however many fields have it:
 /// its names do not depend on where it is used, and the first missing one ends a check anyway. That also ends types
 /// that contain themselves.
-class CheckedNames {
+class RequiredFieldNames {
  public:
   /// Called with each name; false ends the walk.
   using Visitor = std::function<bool(const std::string& name)>;
 
-  explicit CheckedNames(Visitor visitor) : visitor_(std::move(visitor)) {}
+  explicit RequiredFieldNames(Visitor visitor) : visitor_(std::move(visitor)) {}
 
   /// Visits the names of `field` and of all fields below it. False when the visitor ended the walk.
   bool Walk(const google::protobuf::FieldDescriptor* field);

@@ -9,8 +9,8 @@
 #include <string>
 
 #include "ZoTuningUtils.h"
-#include "schema/directory.h"
-#include "schema/record_reader.h"
+#include "io/directory.h"
+#include "io/record_reader.h"
 
 using namespace ZO_TUNING::internal;
 using google::protobuf::FieldDescriptor;

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "ZoTuningUtils.h"
-#include "schema/directory.h"
+#include "io/directory.h"
 #include "schema/schema.h"
 
 using namespace ZO_TUNING::internal;

@@ -1,4 +1,4 @@
-// The shared library as a client sees it: the whole road from an empty directory to packed bins, and the operations
+// The shared library as a client sees it: the whole path from an empty directory to packed bins, and the operations
 // beside it.
 
 #include <filesystem>
@@ -16,7 +16,7 @@ const std::string kStop = E("PARSE_VERSION_FROM_STR", "Stop Parsing");
 
 /// From an empty directory to packed bins, which are compared with bytes made here. Leaves two lines of the header's
 /// scan in the log.
-void WalkTheRoad() {
+void FollowTheExample() {
   const TempDir temp;
   const std::string proj = temp / "demo ö%s";
   const std::string out = temp / "out";
@@ -80,19 +80,19 @@ void WalkTheRoad() {
 
 using ClientTest = ProjectTest;
 
-TEST_F(ClientTest, TheWholeRoad) {
-  WalkTheRoad();
+TEST_F(ClientTest, TheWholeLife) {
+  FollowTheExample();
   EXPECT_ERRORS(kStop, kStop);
 }
 
 TEST_F(ClientTest, TwoThreadsOnTwoProjects) {
-  std::thread other(WalkTheRoad);
-  WalkTheRoad();
+  std::thread other(FollowTheExample);
+  FollowTheExample();
   other.join();
   EXPECT_ERRORS(kStop, kStop, kStop, kStop);
 }
 
-TEST_F(ClientTest, OperationsBesideTheRoad) {
+TEST_F(ClientTest, OtherOperations) {
   Schema schema(dir_ + "/proto");
   const auto* type = ZoTuningUtils::GetDescByClassName(schema.importer(), "ZO_TUNING.TuningProjConfig");
   const MessagePtr config = schema.New("ZO_TUNING.TuningProjConfig");

@@ -274,7 +274,7 @@ TEST_F(GenerateSpecificTest, EndsAtTheFirstFailureAndKeepsWhatWasWritten) {
   const Step unreadable = [&] { std::filesystem::create_symlink("nowhere", defaults + "/AWGain.json"); };
   check(unreadable, {E("JSON_FILE_TO_STR", "Fail to read json file: " + defaults + "/AWGain.json"), unparsed("")},
         no_fit, no_write, "default", gain);
-  // A field that stands nowhere in the text, on the hot road and on the plain one.
+  // A field that stands nowhere in the text, on the fast path and on the slow one.
   for (const std::string scope : {"default", "tele"}) {
     check(put("/" + scope + "/AWGain.json", "{}"), {}, no_fit, "-", scope, gain,
           "Error: Field 'gain' not found in Json.\n");

@@ -1,8 +1,8 @@
-// The answers on all kinds of schemas are compared with the plain search in encode/differential_test.cpp.
+// The answers on all kinds of schemas are compared with the plain search in transcode/differential_test.cpp.
 
 #include "ZoTuningUtils.h"
-#include "encode/roads.h"
 #include "support/log.h"
+#include "transcode/differential.h"
 
 namespace {
 

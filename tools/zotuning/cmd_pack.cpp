@@ -11,10 +11,10 @@
 
 #include "bin/bin_folder.h"
 #include "commands.h"
+#include "io/directory.h"
 #include "packing.h"
 #include "project.h"
-#include "schema/directory.h"
-#include "work_folder.h"
+#include "staging_dir.h"
 
 namespace zotuning_tool {
 namespace {
@@ -109,7 +109,7 @@ bool PackAndPlace(Session& session, Project& project, const Options& options, st
   const std::string target = BinFolder(options.out_dir);
   timespec began;
   clock_gettime(CLOCK_REALTIME_COARSE, &began);  // the clock of file times
-  const auto work = WorkFolder::Make(
+  const auto work = StagingDir::Make(
       options.out_dir, [&](const std::string& path) { progress.Show(path, scopes); }, report);
   std::vector<BinContents> bins;
   if (work == nullptr || !PackScopes(project, options.pack, options.out_dir, *work, scopes, bins, report)) return false;
@@ -118,7 +118,7 @@ bool PackAndPlace(Session& session, Project& project, const Options& options, st
     struct stat info;
     if (stat(BinPath(BinFolder(work->path()), scopes[i].name).c_str(), &info) == 0) ended[i] = Seconds(info.st_mtim);
   }
-  if (!work->MoveOut(kFolderName, target, options.force, report)) return false;
+  if (!work->Commit(kFolderName, target, options.force, report)) return false;
   PrintBins(scopes, bins, ended, Seconds(began), target, report);
   return true;
 }

@@ -7,10 +7,10 @@
 #include "bin/bin_folder.h"
 #include "bin_walk.h"
 #include "commands.h"
+#include "io/directory.h"
 #include "library_log.h"
 #include "message_text.h"
 #include "project.h"
-#include "schema/directory.h"
 
 namespace zotuning_tool {
 namespace {

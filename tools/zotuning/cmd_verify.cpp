@@ -10,10 +10,10 @@
 #include "bin/bin_folder.h"
 #include "bin_walk.h"
 #include "commands.h"
+#include "io/directory.h"
 #include "library_log.h"
 #include "message_text.h"
 #include "packing.h"
-#include "schema/directory.h"
 
 namespace zotuning_tool {
 namespace {
@@ -186,7 +186,7 @@ int Run(Session& session, const Options& options) {
   if (!Survey(*project, pack, scopes, report)) return kFailed;
   std::error_code error;
   const std::string temp = std::filesystem::temp_directory_path(error).string();
-  const auto work = WorkFolder::Make(error ? "/tmp" : temp, nullptr, report);
+  const auto work = StagingDir::Make(error ? "/tmp" : temp, nullptr, report);
   std::vector<BinContents> bins;
   if (work == nullptr || !PackScopes(*project, pack, "the tree", *work, scopes, bins, report)) return kFailed;
 

@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "bin/bin_folder.h"
-#include "schema/directory.h"
+#include "io/directory.h"
 
 namespace zotuning_tool {
 namespace {

@@ -109,7 +109,7 @@ bool Survey(Project& project, const PackOptions& options, std::vector<Scope>& sc
   return report.errors() == errors_before;
 }
 
-bool PackScopes(Project& project, const PackOptions& options, const std::string& shown_out_dir, WorkFolder& work,
+bool PackScopes(Project& project, const PackOptions& options, const std::string& shown_out_dir, StagingDir& work,
                 std::vector<Scope>& scopes, std::vector<BinContents>& bins, Report& report) {
   const std::string folder = BinFolder(work.path());
   const std::string target = BinFolder(shown_out_dir);
@@ -117,7 +117,7 @@ bool PackScopes(Project& project, const PackOptions& options, const std::string&
   const auto states = StatesOf(scopes);
   const LibraryWatch watch;
   const bool packed = Generate(project, options, work.path());
-  work.Settle();
+  work.StopWatcher();
   for (const auto& [path, state] : states) {
     if (StateOf(path) != state) {
       report.Error("changed-meanwhile", "this file changed while it was packed", "pack again", Shown(path));

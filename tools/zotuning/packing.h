@@ -9,7 +9,7 @@
 #include "bin_walk.h"
 #include "project.h"
 #include "report.h"
-#include "work_folder.h"
+#include "staging_dir.h"
 
 namespace zotuning_tool {
 
@@ -31,7 +31,7 @@ bool Survey(Project& project, const PackOptions& options, std::vector<Scope>& sc
 /// Makes the folder of bins, called zo_tuning, in the work folder. False after errors that tell every fault of every
 /// file. `shown_out_dir` stands for the work folder in messages. Of the scopes those remain that were packed, and
 /// `bins` says what is in the bin of each.
-bool PackScopes(Project& project, const PackOptions& options, const std::string& shown_out_dir, WorkFolder& work,
+bool PackScopes(Project& project, const PackOptions& options, const std::string& shown_out_dir, StagingDir& work,
                 std::vector<Scope>& scopes, std::vector<BinContents>& bins, Report& report);
 
 }  // namespace zotuning_tool

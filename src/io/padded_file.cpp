@@ -1,0 +1,66 @@
+// Tested by tests/io/padded_file_test.cpp.
+
+#include "io/padded_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace ZO_TUNING {
+namespace internal {
+
+namespace {
+
+constexpr size_t kFirstCapacity = size_t{64} << 10;
+
+/// Closes a descriptor when it goes.
+class Descriptor {
+ public:
+  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() {
+    if (descriptor_ >= 0) close(descriptor_);
+  }
+  int get() const { return descriptor_; }
+
+ private:
+  int descriptor_;
+};
+
+}  // namespace
+
+bool PaddedFile::Read(const std::string& path) {
+  size_ = 0;
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (file.get() < 0) return false;
+  struct stat info;
+  if (fstat(file.get(), &info) != 0) return false;
+  // One byte more, so that the end of the file is met without growing.
+  const size_t expected = S_ISREG(info.st_mode) ? static_cast<size_t>(info.st_size) + 1 : 0;
+  if (capacity_ < expected + kTextPadding) Grow(std::max(expected + kTextPadding, kFirstCapacity));
+  for (;;) {
+    if (capacity_ - size_ <= kTextPadding) Grow(2 * capacity_);
+    const ssize_t got = read(file.get(), buffer_.get() + size_, capacity_ - size_ - kTextPadding);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return false;
+    if (got == 0) break;
+    size_ += static_cast<size_t>(got);
+  }
+  std::memset(buffer_.get() + size_, 0, kTextPadding);
+  return true;
+}
+
+void PaddedFile::Grow(size_t capacity) {
+  std::unique_ptr<char[]> buffer(new char[capacity]);
+  if (size_ > 0) std::memcpy(buffer.get(), buffer_.get(), size_);
+  buffer_ = std::move(buffer);
+  capacity_ = capacity;
+}
+
+}  // namespace internal
+}  // namespace ZO_TUNING

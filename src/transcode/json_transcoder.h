@@ -1,0 +1,53 @@
+/// \file
+/// The fast path: the JSON text of one file straight to the pruned wire bytes of its module. See docs/fast-path.md.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "io/padded_file.h"
+#include "transcode/module_table.h"
+
+namespace ZO_TUNING {
+namespace internal {
+
+/// Turns texts into wire bytes, one after another, through buffers that it keeps. Strict: what it does not handle with
+/// certainty makes the whole text fall back: the slow path (protobuf's own parser) reads it. What it does encode
+/// is byte for byte what the slow path gives.
+class JsonTranscoder {
+ public:
+  /// Encodes `text` (with kTextPadding zero bytes behind it) by `table`. False when the text is unsupported; this says
+  /// nothing about whether the slow path accepts it.
+  [[nodiscard]] bool Transcode(const ModuleTable& table, std::string_view text);
+
+  /// The bytes of the last text that was encoded, valid until the next call.
+  std::string_view wire() const { return {buffer_.get(), size_}; }
+
+  /// The first name of the field check that does not occur in `text`, or null. Only after Encode gave true for the same
+  /// arguments: names met as keys are not searched again.
+  const std::string_view* FindMissingName(const ModuleTable& table, std::string_view text) const;
+
+ private:
+  friend class TextTranscoder;
+
+  /// Where one field of a message stands in the output.
+  struct FieldSpan {
+    int32_t number;
+    size_t begin;
+    size_t end;
+  };
+
+  std::unique_ptr<char[]> buffer_;
+  size_t capacity_ = 0;
+  size_t size_ = 0;
+  std::vector<uint8_t> names_seen_;  ///< by name id
+  std::vector<FieldSpan> spans_;     ///< of the messages that are open, outermost first
+  std::string scratch_;
+};
+
+}  // namespace internal
+}  // namespace ZO_TUNING

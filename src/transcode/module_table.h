@@ -1,0 +1,117 @@
+/// \file
+/// What the fast path knows of a module type: one table per message type, made once per operation. See
+/// docs/fast-path.md.
+#pragma once
+
+#include <google/protobuf/descriptor.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace ZO_TUNING {
+namespace internal {
+
+/// How a value is read from JSON and written to the wire.
+enum class ValueKind : uint8_t {
+  kUnsupported,  ///< a text that mentions the field falls back
+  kBool,
+  kInt32,
+  kInt64,
+  kUint32,
+  kUint64,
+  kSint32,
+  kSint64,
+  kFixed32,
+  kFixed64,
+  kSfixed32,
+  kSfixed64,
+  kFloat,
+  kDouble,
+  kEnum,
+  kString,
+  kMessage,
+};
+
+struct MessageTable;
+
+/// The values of an enum. A number that it does not define is unsupported: closed enums treat it in a way of their own.
+struct EnumTable {
+  std::unordered_map<std::string_view, int32_t> numbers;  ///< by name; views into the descriptor
+  const google::protobuf::EnumDescriptor* descriptor;
+};
+
+struct FieldEntry {
+  std::string quoted_name;  ///< `"name":`, as the key usually stands in the text
+  bool name_is_key;         ///< not so when the name is the json_name of another field
+  uint32_t name_id;         ///< which name of the field check the key proves; 0 for none
+  int32_t number;
+  uint8_t tag_size;
+  char tag[5] = {};  ///< of one value, or of the packed run
+  ValueKind kind;
+  bool repeated;
+  bool packed;
+  bool has_presence;  ///< a default value is written as well
+  bool pruned;        ///< read and checked, but pruned from the bin
+  bool materialized;  ///< pruning makes it present when the text leaves it out
+  const MessageTable* message = nullptr;
+  const EnumTable* enumeration = nullptr;
+  std::string default_bytes;  ///< of a materialized field: what stands on the wire when the text leaves it out
+  /// How long the length of the last run of bytes was; the next one is most likely as long.
+  mutable uint8_t length_size = 1;
+
+  std::string_view name() const { return std::string_view(quoted_name).substr(1, quoted_name.size() - 3); }
+};
+
+struct MessageTable {
+  std::vector<FieldEntry> fields;  ///< in declaration order
+  /// Field index by key. A json_name wins over the name of another field.
+  std::unordered_map<std::string_view, uint32_t> by_key;
+  std::string default_content;    ///< what pruning makes of this message where it is absent
+  size_t materialized_count = 0;  ///< of fields that are `materialized`
+  size_t levels = 1;              ///< of messages, this one and below
+};
+
+/// The table of one module type, and the names that its field check asks for.
+class ModuleTable {
+ public:
+  explicit ModuleTable(const google::protobuf::Descriptor* type);
+  ModuleTable(const ModuleTable&) = delete;
+  ModuleTable& operator=(const ModuleTable&) = delete;
+
+  /// Null when the type holds what the fast path has no table for: required fields, oneofs, maps, groups, well-known
+  /// types, types that contain themselves, or too many levels. Every text of it falls back then.
+  const MessageTable* root() const { return root_; }
+
+  /// The names that the field check looks for, in its order; their ids are their positions plus one.
+  const std::vector<std::string_view>& required_names() const { return required_names_; }
+
+ private:
+  /// What pruning does to the fields of a message.
+  enum class Pruning {
+    kNone,    ///< below repeated fields and inside data messages: nothing
+    kRule,    ///< a data message: its field "rule" goes
+    kModule,  ///< the way down from the module: see MSG_PRONE_FOR_BIN
+  };
+
+  void CollectRequiredNames(const google::protobuf::Descriptor* type);
+  bool FillFields(const google::protobuf::Descriptor* type, Pruning pruning, MessageTable* table);
+  const MessageTable* MakeMessage(const google::protobuf::Descriptor* type, Pruning pruning);
+  bool FillField(const google::protobuf::FieldDescriptor* field, Pruning pruning, FieldEntry* table);
+  const EnumTable* MakeEnum(const google::protobuf::EnumDescriptor* type);
+
+  const MessageTable* root_ = nullptr;
+  std::vector<std::string_view> required_names_;
+  std::unordered_map<std::string_view, uint32_t> name_ids_;
+  std::vector<const google::protobuf::Descriptor*> open_;
+  std::map<std::pair<const google::protobuf::Descriptor*, Pruning>, std::unique_ptr<MessageTable>> messages_;
+  std::map<const google::protobuf::EnumDescriptor*, std::unique_ptr<EnumTable>> enums_;
+};
+
+}  // namespace internal
+}  // namespace ZO_TUNING

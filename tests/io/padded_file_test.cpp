@@ -1,0 +1,46 @@
+#include "io/padded_file.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <thread>
+
+#include "support/files.h"
+#include "transcode/json_transcoder.h"
+
+namespace {
+
+/// The text and the zero bytes behind it.
+void ExpectText(const ZO_TUNING::internal::PaddedFile& file, const std::string& text) {
+  const size_t padded_size = text.size() + ZO_TUNING::internal::kTextPadding;
+  EXPECT_EQ(file.text().size(), text.size());
+  EXPECT_TRUE(std::string(file.text().data(), padded_size) == text + std::string(padded_size - text.size(), '\0'));
+}
+
+TEST(TextFileTest, ReadsFilesOfAnySizeOneAfterAnother) {
+  const zotest::TempDir temp;
+  ZO_TUNING::internal::PaddedFile file;
+  EXPECT_FALSE(file.Read(temp / "none.json"));
+  EXPECT_FALSE(file.Read(temp.str()));
+  // Shorter texts behind longer ones, an empty one, and sizes around that of the first buffer.
+  for (const int size : {3, 0, 65535 - 64, 65536 - 64, 65536, 7, 1 << 20}) {
+    std::string text(static_cast<size_t>(size), 'x');
+    if (size > 2) text[2] = '\0';
+    zotest::Write(temp / "a.json", text);
+    ASSERT_TRUE(file.Read(temp / "a.json"));
+    ExpectText(file, text);
+  }
+}
+
+TEST(TextFileTest, ReadsWhatHasNoSize) {
+  const zotest::TempDir temp;
+  ASSERT_EQ(mkfifo((temp / "pipe.json").c_str(), 0600), 0);
+  const std::string text(200000, 'y');
+  std::thread writer([&] { zotest::Write(temp / "pipe.json", text); });
+  ZO_TUNING::internal::PaddedFile file;
+  EXPECT_TRUE(file.Read(temp / "pipe.json"));
+  writer.join();
+  ExpectText(file, text);
+}
+
+}  // namespace
