@@ -1,98 +1,111 @@
 /// \file
-/// What one call of bin generation works with, and the packing of one setting.
+/// Packing: the JSON files of one scope into its bin.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/message.h>
 
-#include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
 #include "bin/bin_writer.h"
 #include "io/padded_file.h"
-#include "schema/project_config.h"
+#include "json/json_files.h"
+#include "schema/labels-inl.h"
 #include "schema/schema.h"
+#include "schema/tuning_label.h"
 #include "transcode/json_transcoder.h"
 #include "transcode/module_table.h"
+#include "version/version_files.h"
 
 namespace ZO_TUNING {
 namespace internal {
 
-/// The version messages of one scope, owned.
-class VersionMessages {
- public:
-  VersionMessages() = default;
-  VersionMessages(const VersionMessages&) = delete;
-  VersionMessages& operator=(const VersionMessages&) = delete;
-  ~VersionMessages() { Clear(); }
-
-  /// Replaces the messages by those of the files below `version_dir`. False after a failure that GetVersionMsgs logged.
-  [[nodiscard]] bool Read(const std::string& version_dir, const google::protobuf::Message* prototype);
-
-  const std::vector<google::protobuf::Message*>& messages() const { return messages_; }
-
- private:
-  void Clear();
-
-  std::vector<google::protobuf::Message*> messages_;
+enum class PackStatus {
+  kOk,
+  kNoDataDir,     ///< the job's data folder does not exist
+  kNotOpened,     ///< the bin cannot be opened; `error` tells why
+  kNotListed,     ///< the data folder cannot be opened
+  kBadLabel,      ///< the label type does not take the values that the path gives; `label` tells why
+  kNoModuleType,  ///< see `module` and `type`; the label is in the bin then
+  kNoMessage,     ///< no module message could be made; protobuf itself stops rather than say so
+  kNotConverted,  ///< `text` does not fit the module type; `reason` is protobuf's message
+  kFieldMissing,  ///< the JSON text does not mention `field`
+  kNotWritten,    ///< a byte did not reach the bin; `error` tells why
 };
 
-enum class PackResult {
-  kPacked,
-  kLabelFailed,
-  kNoModuleType,  ///< the label is in the bin then
-  kNoMessage,     ///< no module message could be made; protobuf itself stops rather than say so
-  kNotConverted,  ///< the JSON text does not fit the module type
-  kFieldMissing,  ///< the JSON text does not mention a field
-  kWriteFailed,
+struct [[nodiscard]] PackResult {
+  PackStatus status = PackStatus::kOk;
+  std::string json_path;  ///< the setting at fault; "" when it is the bin or the folder
+  std::string module;     ///< the name of its module
+  LabelResult label;
+  TypeResult type{};
+  std::string text;
+  std::string reason;
+  std::string field;
+  int error = 0;  ///< errno
+
+  bool ok() const { return status == PackStatus::kOk; }
 };
 
 enum class FieldChecking { kOn, kOff };
 
-/// The schema, configuration and versions of one generation call. Logs nothing of its own; the operations whose steps
-/// it carries out word the failures.
+/// One bin to be packed.
+struct BinJob {
+  std::string data_dir;
+  std::string bin_path;
+  const VersionMessages& versions;
+  FieldChecking checking;
+};
+
+/// Told of what happens on the way, as it happens.
+class PackListener : public FileListener {
+ public:
+  /// The data folder holds no JSON file: the bin gets its version block only.
+  virtual void OnNoSettings() {}
+
+  /// A setting is about to be packed.
+  virtual void OnSetting([[maybe_unused]] const std::string& json_path) {}
+
+  /// A JSON file is named after no module of the labels; its label values all are kLabelNotSet.
+  virtual void OnUnknownModule([[maybe_unused]] const std::string& module_name) {}
+};
+
+/// Packs the settings of one project, as many bins as are wanted, through tables and buffers that it keeps.
 class BinPacker {
  public:
-  /// Loads the schema of the project.
-  explicit BinPacker(const std::string& proj_dir);
+  /// Everything has to outlive the packer. `label_type` is TuningDataLabel.
+  BinPacker(Schema& schema, const Labels& labels, const google::protobuf::Descriptor* label_type)
+      : schema_(schema), labels_(labels), label_type_(label_type) {}
 
-  /// GetProjectConfig; what it could not read stays empty.
-  void LoadConfig() { LoadProjectConfig(proj_dir_, schema_, config_); }
+  /// Packs one bin: version block, then a record per JSON file of the data folder. Whatever was written before a
+  /// failure stays.
+  PackResult Pack(const BinJob& job, PackListener& listener);
 
-  /// Find the types that generation needs; false when the schema lacks them.
-  [[nodiscard]] bool FindLabelType();
-  [[nodiscard]] bool FindVersionType();
+  /// Appends the record of the JSON file at `json_path`.
+  PackResult PackSetting(const std::string& json_path, FieldChecking checking, BinWriter& bin, PackListener& listener);
 
-  /// Reads the versions of the default scope and of every sensor of the configuration.
-  [[nodiscard]] bool ReadVersions();
-
-  /// Appends the record of the JSON file at `json_path` to the bin. `module` is replaced with the name of its module.
-  [[nodiscard]] PackResult PackSetting(const std::string& json_path, FieldChecking checking, BinWriter& bin,
-                                       std::string& module);
-
-  std::vector<std::string>& sensor_names() { return config_.sensor_names; }
-  std::string DefaultDir() const { return proj_dir_ + "/" + "default"; }
-  std::string SensorDir(const std::string& sensor) const { return proj_dir_ + "/" + sensor; }
-  const VersionMessages& default_versions() const { return default_versions_; }
-  const VersionMessages& sensor_versions(const std::string& sensor) { return sensor_versions_[sensor]; }
+  /// The same of a text that was read already; its kTextPadding bytes after the end have to be readable and zero.
+  PackResult PackText(const std::string& json_path, std::string_view text, FieldChecking checking, BinWriter& bin,
+                      PackListener& listener);
 
  private:
+  /// Writes the label; `module_type` is null after a failure.
+  PackResult PackLabel(const std::string& json_path, BinWriter& bin, PackListener& listener,
+                       const google::protobuf::Descriptor** module_type);
+  PackResult PackModule(std::string_view text, const google::protobuf::Descriptor* module_type, FieldChecking checking,
+                        BinWriter& bin);
+  /// For every text that the fast path does not support: through protobuf's own parser and a message.
+  PackResult PackBySlowPath(std::string text, const google::protobuf::Descriptor* module_type, FieldChecking checking,
+                            BinWriter& bin);
   const ModuleTable& TableOf(const google::protobuf::Descriptor* module_type);
 
-  /// The path of every text that the fast path does not support: through protobuf's own parser and a message.
-  [[nodiscard]] PackResult PackBySlowPath(const std::string& text, const google::protobuf::Descriptor* module_type,
-                                          FieldChecking checking, BinWriter& bin);
-
-  std::string proj_dir_;
-  Schema schema_;  // before all messages made from it
-  ProjectConfig config_;
-  const google::protobuf::Descriptor* label_type_ = nullptr;
-  const google::protobuf::Descriptor* version_type_ = nullptr;
-  VersionMessages default_versions_;
-  std::map<std::string, VersionMessages> sensor_versions_;
+  Schema& schema_;
+  Labels labels_;
+  const google::protobuf::Descriptor* label_type_;
   std::unordered_map<const google::protobuf::Descriptor*, std::unique_ptr<ModuleTable>> tables_;
   PaddedFile file_;
   JsonTranscoder transcoder_;

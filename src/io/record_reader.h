@@ -4,50 +4,50 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 #include <string>
 #include <string_view>
+
+#include "io/unique_file-inl.h"
 
 namespace ZO_TUNING {
 namespace internal {
 
-struct FileCloser {
-  void operator()(std::FILE* file) const { (void)std::fclose(file); }
-};
-using UniqueFile = std::unique_ptr<std::FILE, FileCloser>;
-
 enum class ReadStatus {
   kOk,
-  kEnd,          ///< no byte was left, or could be read, where an integer begins
+  kEnd,          ///< no byte was left, or could be read, where an integer starts
   kShortLength,  ///< fewer than four bytes were left there
   kBadLength,    ///< the length is negative, or promises more than the file holds
   kShortData,    ///< the file ended, or could not be read on, within the data
-  kParseFailed,  ///< the data is no message of the expected type; reading can go on behind it
+  kParseFailed,  ///< the data is no message of the expected type; reading can go on after it
 };
 
-/// Reads 32-bit integers in host byte order and runs of bytes from a file. After a failure the rest of the file counts
-/// as used up, as after a read past its end. A length is compared with what the file holds before anything is
-/// allocated; where the file's size is not known, memory grows only with the bytes that arrive, a step ahead of them.
+/// Reads 32-bit integers in host byte order and runs of bytes from a file or from memory. After a failure the rest
+/// counts as used up, as after a read past the end. A length is compared with what is left before anything is
+/// allocated; where a file's size is not known, memory grows only with the bytes that arrive, a step ahead of them.
 class RecordReader {
  public:
   /// `file` is open for binary reading, stays the caller's and has to outlive the reader.
   explicit RecordReader(std::FILE* file);
+  /// `bytes` have to outlive the reader.
+  explicit RecordReader(std::string_view bytes) : memory_(bytes), size_(bytes.size()) {}
 
   [[nodiscard]] ReadStatus ReadInt32(int32_t* value);
 
   /// Reads `length` bytes. `bytes` points into a buffer of the reader until its next call.
   [[nodiscard]] ReadStatus ReadBytes(int32_t length, std::string_view* bytes);
 
-  /// Bytes consumed so far, counted from where the reader began.
+  /// Bytes consumed so far, counted from where the reader started.
   uint64_t offset() const { return offset_; }
 
  private:
   ReadStatus Fail(ReadStatus status);
+  size_t Read(void* to, size_t wanted);
 
-  std::FILE* file_;
+  std::FILE* file_ = nullptr;  ///< null when the bytes are in memory
+  std::string_view memory_;
   std::string buffer_;
   uint64_t offset_ = 0;
-  uint64_t size_ = UINT64_MAX;  ///< bytes in the file, when that is known
+  uint64_t size_ = UINT64_MAX;  ///< bytes there are, when that is known
   bool used_up_ = false;
 };
 

@@ -1,6 +1,5 @@
 /// \file
-/// Rule templates and pruning: one table of the parameter kinds, and the two walks that use it. Bodies of the public
-/// functions MSG_INIT_FOR_JSON and MSG_PRONE_FOR_BIN. Contracts: ZoTuningUtils.h; the annotations:
+/// Rule templates and pruning: one table of the parameter kinds, and the two walks that use it. The annotations:
 /// docs/rule-annotations.md.
 #pragma once
 
@@ -8,12 +7,11 @@
 #include <google/protobuf/message.h>
 
 #include <algorithm>
+#include <functional>
 #include <iterator>
 #include <set>
 #include <string>
 #include <vector>
-
-#include "log/tuning_log-inl.h"
 
 namespace ZO_TUNING {
 namespace internal {
@@ -93,11 +91,27 @@ class OpenTypes {
   std::vector<const google::protobuf::Descriptor*> types_;
 };
 
-/// The walk of MSG_INIT_FOR_JSON.
+/// What a schema lacks for a template. The walk goes on after each.
+struct TemplateFault {
+  enum class Kind {
+    kRepeatedType,  ///< `field` is repeated and of a type that templates do not support; it stays empty
+    kRecursiveType,  ///< `type` contains itself; it is filled once on each way down
+    kNoRuleField,    ///< the rule type `type` has no singular field `rule_field` of type `field_type`
+  };
+  Kind kind;
+  const google::protobuf::Descriptor* type;
+  const google::protobuf::FieldDescriptor* field;  ///< with kRepeatedType
+  const char* rule_field;                          ///< with kNoRuleField
+  google::protobuf::FieldDescriptor::Type field_type;
+};
+
+/// Called with each fault, as it is met.
+using TemplateSink = std::function<void(const TemplateFault& fault)>;
+
+/// Turns a message into its template.
 class TemplateFiller {
  public:
-  /// `function` is the name under which it logs.
-  TemplateFiller(const google::protobuf::Descriptor* root, const char* function) : function_(function), open_(root) {}
+  TemplateFiller(const google::protobuf::Descriptor* root, const TemplateSink& sink) : sink_(sink), open_(root) {}
 
   void Fill(google::protobuf::Message* msg, const google::protobuf::Descriptor* desc) {
     using google::protobuf::FieldDescriptor;
@@ -135,17 +149,14 @@ class TemplateFiller {
         Descend(reflection->AddMessage(msg, field), field->message_type());
         break;
       default:
-        TuningLog(kLogError, __LINE__, function_, "Unknown repeated data type: %d", static_cast<int>(field->type()));
+        sink_({TemplateFault::Kind::kRepeatedType, field->containing_type(), field, nullptr, field->type()});
     }
   }
 
   void Descend(google::protobuf::Message* msg, const google::protobuf::Descriptor* desc) {
     if (open_.Contains(desc)) {
       if (reported_.insert(desc).second) {
-        TuningLog(kLogError, __LINE__, function_,
-                  "Message type %s contains itself, its template is filled once on each way down; please check the "
-                  "protos under project dir",
-                  desc->full_name().c_str());
+        sink_({TemplateFault::Kind::kRecursiveType, desc, nullptr, nullptr, {}});
       }
       return;
     }
@@ -180,19 +191,16 @@ class TemplateFiller {
                                                          google::protobuf::FieldDescriptor::Type type) {
     const auto* field = desc->FindFieldByName(name);
     if (field != nullptr && !field->is_repeated() && field->type() == type) return field;
-    TuningLog(kLogError, __LINE__, function_,
-              "Rule type %s has no singular field %s of type %s, it is left out; please check the protos under project "
-              "dir",
-              desc->full_name().c_str(), name, google::protobuf::FieldDescriptor::TypeName(type));
+    sink_({TemplateFault::Kind::kNoRuleField, desc, nullptr, name, type});
     return nullptr;
   }
 
-  const char* function_;
+  const TemplateSink& sink_;
   OpenTypes open_;
   std::set<const google::protobuf::Descriptor*> reported_;
 };
 
-/// The walk of MSG_PRONE_FOR_BIN.
+/// Strips a message for a bin.
 class RulePruner {
  public:
   explicit RulePruner(const google::protobuf::Descriptor* root) : open_(root) {}
@@ -222,18 +230,16 @@ class RulePruner {
   OpenTypes open_;
 };
 
+/// Turns `message`, of type `type`, into a template in place; see MSG_INIT_FOR_JSON.
+inline void FillTemplate(google::protobuf::Message* message, const google::protobuf::Descriptor* type,
+                         const TemplateSink& sink) {
+  TemplateFiller(type, sink).Fill(message, type);
+}
+
+/// Strips `message`, of type `type`, for a bin in place; see MSG_PRONE_FOR_BIN.
+inline void PruneRules(google::protobuf::Message* message, const google::protobuf::Descriptor* type) {
+  RulePruner(type).Prune(message, type);
+}
+
 }  // namespace internal
-
-inline void MSG_INIT_FOR_JSON(google::protobuf::Message* msg, const google::protobuf::Descriptor* desc) try {
-  internal::TemplateFiller(desc, __func__).Fill(msg, desc);
-} catch (...) {
-  internal::ReportException(__LINE__, __func__);
-}
-
-inline void MSG_PRONE_FOR_BIN(google::protobuf::Message* msg, const google::protobuf::Descriptor* desc) try {
-  internal::RulePruner(desc).Prune(msg, desc);
-} catch (...) {
-  internal::ReportException(__LINE__, __func__);
-}
-
 }  // namespace ZO_TUNING

@@ -6,7 +6,6 @@
 
 #include <functional>
 #include <string>
-#include <string_view>
 #include <unordered_set>
 #include <utility>
 
@@ -31,11 +30,10 @@ class RequiredFieldNames {
   std::unordered_set<const google::protobuf::Descriptor*> entered_;
 };
 
-/// Whether the names of all fields of `type` occur in `json`; the first missing one is reported.
-bool CheckAllFieldsInString(const google::protobuf::Descriptor* type, const std::string& json);
-
-/// Writes to standard error that `name` is missing. Returns false, so that it can be returned in turn.
-bool ReportMissingField(std::string_view name);
+/// The first name that does not occur in `json`, of `field` and the fields below it, or of all fields of a type. Null
+/// when all occur; otherwise it belongs to the descriptor.
+const std::string* FindMissingField(const google::protobuf::FieldDescriptor* field, const std::string& json);
+const std::string* FindMissingField(const google::protobuf::Descriptor* type, const std::string& json);
 
 }  // namespace internal
 }  // namespace ZO_TUNING

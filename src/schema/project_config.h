@@ -1,27 +1,91 @@
 /// \file
-/// What a project's operations start from: its name, sensors and labels.
+/// The project configuration, its file ProjConf.bin, and what a project's operations start from. Format:
+/// docs/project-directory.md.
 #pragma once
 
-#include <map>
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/message.h>
+
+#include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "schema/labels-inl.h"
+#include "schema/project_layout-inl.h"
 #include "schema/schema.h"
+#include "schema/tuning_label.h"
 
 namespace ZO_TUNING {
 namespace internal {
 
-/// The outputs of GetProjectConfig.
+/// A project's name and sensors, and its labels.
 struct ProjectConfig {
   std::string name;
   std::vector<std::string> sensor_names;
   std::vector<std::string> label_names;
-  std::map<std::string, std::map<int, std::string>> label_map;
+  LabelMap label_map;
+
+  /// Valid as long as this object.
+  Labels labels() const { return {label_names, label_map}; }
 };
 
-/// ZoTuningUtils::GetProjectConfig, under whose name it logs, with a schema that the caller has loaded from
-/// proj_dir/proto.
-bool LoadProjectConfig(const std::string& proj_dir, Schema& schema, ProjectConfig& config);
+enum class ConfigStatus {
+  kOk,
+  kNotOpened,   ///< `error` tells why
+  kNotRead,     ///< the record at `offset` is cut short or has an impossible length
+  kNotParsed,   ///< the record at `offset` is no message of the type
+  kNoField,     ///< the type has no usable field `field`
+};
+
+struct [[nodiscard]] ConfigResult {
+  ConfigStatus status = ConfigStatus::kOk;
+  uint64_t offset = 0;
+  const char* field = "";
+  int error = 0;
+
+  bool ok() const { return status == ConfigStatus::kOk; }
+};
+
+/// Sets "proj_name" and appends to "sensor_names" of a TuningProjConfig. Ends at the first missing field; what was set
+/// before stays.
+ConfigResult SetConfig(google::protobuf::Message* message, const google::protobuf::Descriptor* type,
+                       const std::string& proj_name, const std::vector<std::string>& sensor_names);
+
+/// Reads ProjConf.bin through `message`, a TuningProjConfig, and replaces both outputs. The last of several records
+/// wins; no record at all gives an empty name and list. One to three bytes after the last record are ignored.
+ConfigResult ReadConfigFile(const std::string& path, google::protobuf::Message* message,
+                            const google::protobuf::Descriptor* type, std::string& proj_name,
+                            std::vector<std::string>& sensor_names);
+
+/// The same from the bytes of the file.
+ConfigResult ReadConfigBytes(std::string_view bytes, google::protobuf::Message* message,
+                             const google::protobuf::Descriptor* type, std::string& proj_name,
+                             std::vector<std::string>& sensor_names);
+
+// The way back is RecordOf(message), see io/message_record-inl.h.
+
+enum class LoadStatus {
+  kOk,  ///< although ProjConf.bin may be unreadable: see `config`
+  kNoProjectDir,
+  kNoProtoDir,
+  kNoConfigType,
+  kNoLabelType,
+  kBadLabels,
+};
+
+struct [[nodiscard]] LoadResult {
+  LoadStatus status = LoadStatus::kOk;
+  ConfigResult config;  ///< of ProjConf.bin
+  TypeResult type{};    ///< with kNoConfigType and kNoLabelType
+  LabelResult labels;   ///< with kBadLabels
+
+  bool ok() const { return status == LoadStatus::kOk; }
+};
+
+/// Reads a project's configuration and labels. `schema` is that of layout.ProtoDir(). Name and sensors are replaced when
+/// ProjConf.bin can be read, the labels are appended; what was read before a fault stays.
+LoadResult LoadProjectConfig(const ProjectLayout& layout, Schema& schema, ProjectConfig& config);
 
 }  // namespace internal
 }  // namespace ZO_TUNING

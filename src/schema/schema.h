@@ -7,42 +7,130 @@
 #include <google/protobuf/dynamic_message.h>
 #include <google/protobuf/message.h>
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "io/directory.h"
 #include "schema/type_levels.h"
 
 namespace ZO_TUNING {
 namespace internal {
 
-/// Every .proto file of one directory, and the messages made of its types. Each operation makes one on its stack;
-/// nothing is kept between calls. Schema errors are silent: the types that they spoil are not found.
+/// What protobuf says about one place of a .proto file.
+struct SchemaFault {
+  std::string file;  ///< relative to the schema's folder
+  int line;          ///< from 1; 0 when the fault is in no one line
+  int column;        ///< from 1, in bytes; 0 as for the line
+  bool is_warning;
+  std::string message;
+};
+
+/// Asked before a .proto file is opened: the reason why it must not be, "" to open it.
+using RefuseFile = std::function<std::string(const std::string& path)>;
+
+/// A "*.proto" entry of the schema's folder.
+struct SchemaFile {
+  std::string name;
+  EntryKind kind;
+  bool is_loaded;  ///< whether its types are in the pool
+};
+
+enum class TypeStatus {
+  kFound,
+  kMissing,
+  kTooManyLevels,  ///< it holds more levels of message types than this thread's stack can walk
+};
+
+struct [[nodiscard]] TypeResult {
+  TypeStatus status;
+  const google::protobuf::Descriptor* type;  ///< null unless found
+  std::string qualified_name;                ///< as it was looked for, before a cut at "LinkKey"
+  size_t levels;                             ///< of message types from this one down; 0 when missing
+};
+
+/// The type with the qualified name `name`, which is cut after a first "LinkKey"; null when there is none.
+const google::protobuf::Descriptor* FindTypeByName(const google::protobuf::DescriptorPool& pool,
+                                                   const std::string& name);
+
+/// Imports every "*.proto" entry of `dir` in directory order, and appends what each came to to `files` when that is not
+/// null. A file that cannot be loaded is absent from the pool.
+DirectoryResult ImportFiles(const char* dir, google::protobuf::compiler::Importer& importer,
+                            std::vector<SchemaFile>* files);
+
+/// Every .proto file of one directory, and the messages made of its types. Schema errors are silent without a
+/// collector: the types that they spoil are not found.
 ///
 /// Descriptors and prototypes belong to the schema. Messages made from it belong to the caller and have to be deleted
 /// before it goes; the order of its members takes care of the rest (factory, importer, source tree).
 class Schema {
  public:
-  explicit Schema(const std::string& proto_dir);
+  /// Loads the files. With `faults` everything that protobuf says about any of them is appended to it, by file, line and
+  /// column. With `refuse` no file that it refuses is opened, whether found in the folder or imported by another; its
+  /// reason becomes a fault.
+  explicit Schema(const std::string& proto_dir, std::vector<SchemaFault>* faults = nullptr, RefuseFile refuse = {});
   Schema(const Schema&) = delete;
   Schema& operator=(const Schema&) = delete;
 
-  /// The type that a short name stands for (package by its first two characters, cut at "LinkKey"). Null after the
-  /// error line of GetDescByClassName, and after one of its own when the type holds so many levels of other types that
-  /// this thread's stack cannot hold the calls of protobuf for all of them.
-  const google::protobuf::Descriptor* FindType(const std::string& short_name) const;
+  /// The type that a short name stands for (package by its first two characters, cut at "LinkKey").
+  TypeResult Find(const std::string& short_name) const;
+
+  /// The same, or null.
+  const google::protobuf::Descriptor* FindType(const std::string& short_name) const { return Find(short_name).type; }
 
   /// Never null for a descriptor of this schema.
-  const google::protobuf::Message* Prototype(const google::protobuf::Descriptor* type);
+  const google::protobuf::Message* Prototype(const google::protobuf::Descriptor* type) {
+    return factory_.GetPrototype(type);
+  }
 
   std::unique_ptr<google::protobuf::Message> NewMessage(const google::protobuf::Descriptor* type) {
     return std::unique_ptr<google::protobuf::Message>(Prototype(type)->New());
   }
 
+  const google::protobuf::DescriptorPool& pool() const { return *importer_.pool(); }
+  const std::string& proto_dir() const { return source_tree_.dir(); }
+
+  /// Whether the folder could be read, and what its "*.proto" entries came to, in directory order.
+  const DirectoryResult& listing() const { return listing_; }
+  const std::vector<SchemaFile>& files() const { return files_; }
+
  private:
+  class SourceTree : public google::protobuf::compiler::DiskSourceTree {
+   public:
+    SourceTree(const std::string& dir, RefuseFile refuse);
+    google::protobuf::io::ZeroCopyInputStream* Open(const std::string& name) override;
+    std::string GetLastErrorMessage() override;
+    const std::string& dir() const { return dir_; }
+
+   private:
+    std::string dir_;
+    RefuseFile refuse_;
+    std::string refusal_;  ///< of the file asked for last
+  };
+
+  /// Keeps an exception to itself until the import is over: protobuf is not written to let one through.
+  class FaultCollector : public google::protobuf::compiler::MultiFileErrorCollector {
+   public:
+    void AddError(const std::string& file, int line, int column, const std::string& message) override;
+    void AddWarning(const std::string& file, int line, int column, const std::string& message) override;
+    /// Appends what was collected to `faults`, or throws what stopped the collecting.
+    void Deliver(std::vector<SchemaFault>& faults);
+
+   private:
+    void Add(const std::string& file, int line, int column, bool is_warning, const std::string& message) noexcept;
+
+    std::vector<SchemaFault> faults_;
+    std::exception_ptr failure_;
+  };
+
   mutable TypeLevels levels_;
-  google::protobuf::compiler::DiskSourceTree source_tree_;
+  SourceTree source_tree_;
+  FaultCollector collector_;
   google::protobuf::compiler::Importer importer_;
   google::protobuf::DynamicMessageFactory factory_;
+  DirectoryResult listing_;
+  std::vector<SchemaFile> files_;
 };
 
 }  // namespace internal

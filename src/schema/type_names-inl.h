@@ -1,15 +1,14 @@
 /// \file
-/// Bodies of the public functions that name schema types. Contracts: ZoTuningUtils.h.
+/// The names of schema types.
 #pragma once
 
 #include <string>
-#include <utility>
-
-#include "log/tuning_log-inl.h"
 
 namespace ZO_TUNING {
+namespace internal {
 
-inline void ADD_NAMESPACE_TO_CLASSNAME(const std::string& name, std::string& out) try {
+/// `name` qualified by the package that its first two characters choose.
+inline std::string QualifiedTypeName(const std::string& name) {
   const std::string key = name.substr(0, 2);
   std::string qualified = "ZO_TUNING";
   if (key == "Af") {
@@ -23,9 +22,8 @@ inline void ADD_NAMESPACE_TO_CLASSNAME(const std::string& name, std::string& out
   }
   qualified += '.';
   qualified += name;
-  out = std::move(qualified);  // last, so that `out` may be `name` itself
-} catch (...) {
-  internal::ReportException(__LINE__, __func__);
+  return qualified;
 }
 
+}  // namespace internal
 }  // namespace ZO_TUNING

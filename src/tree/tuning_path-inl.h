@@ -1,22 +1,48 @@
 /// \file
-/// Tuning configuration to path and back. Bodies of the public functions TUNING_CONFIG_TO_PATH and
-/// PATH_TO_TUNING_CONFIG. Contracts: ZoTuningUtils.h; the grammar of the paths: docs/json-trees.md.
+/// Label values to the path of a setting and back. The grammar of the paths: docs/json-trees.md. Nothing here touches the
+/// disk or changes the labels.
 #pragma once
-
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "log/tuning_log-inl.h"
+#include "schema/labels-inl.h"
+#include "schema/project_layout-inl.h"
 
 namespace ZO_TUNING {
 namespace internal {
+
+/// The label whose levels hold a number instead of a value name.
+inline constexpr const char* kModeLabel = "mode";
+
+/// The folders of a setting from its scope's folder down, outermost first. They end at the first value that is not set.
+inline std::vector<std::string> SettingFolders(const Labels& labels, const std::vector<int>& values) {
+  std::vector<std::string> folders;
+  const size_t levels = std::min(values.size(), labels.names().size());
+  for (size_t i = 1; i < levels && values[i] != kLabelNotSet; ++i) {
+    const std::string& name = labels.names()[i];
+    folders.push_back(name + "_" + (name == kModeLabel ? std::to_string(values[i]) : labels.ValueName(name, values[i])));
+  }
+  return folders;
+}
+
+/// The file name of a setting: its module, which is "" when the values name none, and ".json".
+inline std::string SettingFile(const Labels& labels, const std::vector<int>& values) {
+  return labels.ModuleName(values) + kJsonSuffix;
+}
+
+/// The path of a setting below its scope's folder: folders and file.
+inline std::string SettingPath(const Labels& labels, const std::vector<int>& values) {
+  std::string path;
+  for (const std::string& folder : SettingFolders(labels, values)) path += folder + "/";
+  return path + SettingFile(labels, values);
+}
 
 /// A level of the tree as it is read back: the folder prefix and the index of the label value that it gives.
 struct TreeLevel {
@@ -32,87 +58,77 @@ inline constexpr TreeLevel kTreeLevels[] = {
     {"feature0_", 3}, {"scenario_", 2}, {"mode_", kModeIndex},
 };
 
-/// Sets config[index] to the number whose name in `names` is `name`; the highest one wins. Untouched without a match,
-/// and where the configuration has no such element.
+/// Sets values[index] to the number whose name in `names` is `name`; the highest one wins. Untouched without a match,
+/// and where there is no such value.
 inline void ReadNamedValue(const std::map<int, std::string>& names, const std::string& name, size_t index,
-                           std::vector<int>& config) {
-  if (index >= config.size()) return;
+                           std::vector<int>& values) {
+  if (index >= values.size()) return;
   for (const auto& [number, value_name] : names) {
-    if (value_name == name) config[index] = number;
+    if (value_name == name) values[index] = number;
   }
 }
 
-/// Reads one folder name into `config`. False when it is no level of the tree.
-inline bool ReadTreeLevel(const std::string& folder, std::map<std::string, std::map<int, std::string>>& label_map,
-                          std::vector<int>& config) {
+/// The level of the tree that a folder name is, null when it is none.
+inline const TreeLevel* FindTreeLevel(const std::string& folder) {
   const auto* level = std::find_if(std::begin(kTreeLevels), std::end(kTreeLevels), [&](const TreeLevel& tried) {
     return folder.find(tried.prefix) != std::string::npos;
   });
-  if (level == std::end(kTreeLevels)) return false;
-  const std::string prefix = level->prefix;
-  // Cut at the prefix's length, wherever the prefix was found.
-  const std::string value = folder.substr(prefix.size());
-  if (level->index == kModeIndex) {
-    // NOLINTNEXTLINE(cert-err34-c): a mode that is no number is 0.
-    if (kModeIndex < config.size()) config[kModeIndex] = std::atoi(value.c_str());
-  } else {
-    ReadNamedValue(label_map[prefix.substr(0, prefix.size() - 1)], value, level->index, config);
-  }
-  return true;
+  return level == std::end(kTreeLevels) ? nullptr : level;
 }
 
-}  // namespace internal
-
-inline void TUNING_CONFIG_TO_PATH(const char* proj_dir, const std::string& sensor,
-                                  std::vector<std::string>& label_names,
-                                  std::map<std::string, std::map<int, std::string>>& label_map,
-                                  const std::vector<int>& config, std::string& path) try {
-  std::string built = proj_dir;
-  built += "/" + sensor;
-  const size_t levels = std::min(config.size(), label_names.size());
-  for (size_t i = 1; i < levels; ++i) {
-    if (config[i] == -1) break;
-    const std::string& name = label_names[i];
-    built += "/" + name + "_";
-    built += name == "mode" ? std::to_string(config[i]) : label_map[name][config[i]];
-    struct stat info;
-    if (stat(built.c_str(), &info) != 0) mkdir(built.c_str(), 0700);
-  }
-  built += "/";
-  if (!label_names.empty() && !config.empty()) built += label_map[label_names[0]][config[0]];
-  built += ".json";
-  path = std::move(built);
-} catch (...) {
-  internal::ReportException(__LINE__, __func__);
+/// The label of a level, for example "sub_function".
+inline std::string LabelOf(const TreeLevel& level) {
+  std::string prefix = level.prefix;
+  prefix.pop_back();
+  return prefix;
 }
 
-inline void PATH_TO_TUNING_CONFIG(const std::string& path, std::vector<std::string>& label_names,
-                                  std::map<std::string, std::map<int, std::string>>& label_map,
-                                  std::vector<int>& config) try {
-  config.assign(label_names.size(), -1);
+/// What a path of a setting was read as.
+struct [[nodiscard]] PathResult {
+  bool ok = true;           ///< false when the file is named after no module: no value is set then
+  std::string module_name;  ///< the file name without its suffix; "" for a path without a separator
+};
+
+/// Called with each level of the tree that is met, innermost first.
+using LevelVisitor = std::function<void(const TreeLevel& level)>;
+
+/// Replaces `values` with the label values that the path of a JSON file names: element 0 from the file name, elements 1
+/// to 7 from its folders, kLabelNotSet where there is none. The folders end at the first one that is no level.
+inline PathResult ReadSettingPath(const Labels& labels, const std::string& path, std::vector<int>& values,
+                                  const LevelVisitor& visit = {}) {
+  PathResult result;
+  values.assign(labels.names().size(), kLabelNotSet);
   constexpr const char* kSeparators = "/\\";
   std::string dir = path;
   const size_t file_separator = path.find_last_of(kSeparators);
   if (file_separator != std::string::npos) {
-    std::string module = path.substr(file_separator + 1);
-    module = module.substr(0, module.rfind('.'));
-    if (!label_names.empty()) internal::ReadNamedValue(label_map[label_names[0]], module, 0, config);
-    if (config.empty() || config[0] == -1) {
-      internal::TuningLog(
-          internal::kLogError, __LINE__, __func__,
-          "Unknown module name %s in EnumTuningDataLable_Module, please check the setting of EnumTuningDataLable_Module in project",
-          module.c_str());
-      return;
+    result.module_name = path.substr(file_separator + 1);
+    result.module_name.resize(std::min(result.module_name.rfind('.'), result.module_name.size()));
+    ReadNamedValue(labels.ValuesOf(0), result.module_name, 0, values);
+    if (values.empty() || values[0] == kLabelNotSet) {
+      result.ok = false;
+      return result;
     }
     dir = path.substr(0, file_separator);
   }
   for (size_t separator = dir.find_last_of(kSeparators); separator != std::string::npos;
        separator = dir.find_last_of(kSeparators)) {
-    if (!internal::ReadTreeLevel(dir.substr(separator + 1), label_map, config)) break;
+    const std::string folder = dir.substr(separator + 1);
+    const TreeLevel* level = FindTreeLevel(folder);
+    if (level == nullptr) break;
+    if (visit) visit(*level);
+    // Cut at the prefix's length, wherever the prefix was found.
+    const std::string value = folder.substr(std::strlen(level->prefix));
+    if (level->index != kModeIndex) {
+      ReadNamedValue(labels.ValuesOf(LabelOf(*level)), value, level->index, values);
+    } else if (kModeIndex < values.size()) {
+      // NOLINTNEXTLINE(cert-err34-c): a mode that is no number is 0.
+      values[kModeIndex] = std::atoi(value.c_str());
+    }
     dir.resize(separator);
   }
-} catch (...) {
-  internal::ReportException(__LINE__, __func__);
+  return result;
 }
 
+}  // namespace internal
 }  // namespace ZO_TUNING

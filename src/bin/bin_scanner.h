@@ -1,0 +1,113 @@
+/// \file
+/// A walk through a tuning bin that says what is where, and what is wrong with it. Format: docs/tuning-bin.md. Stricter
+/// than the dumps: everything that they pass over is a fault.
+#pragma once
+
+#include <google/protobuf/message.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "io/record_reader.h"
+#include "schema/labels-inl.h"
+#include "schema/schema.h"
+
+namespace ZO_TUNING {
+namespace internal {
+
+/// Where a bin stops making sense. The texts are for people.
+struct BinFault {
+  uint64_t offset;       ///< in bytes from the start of the bin
+  std::string item;      ///< "length of version 0"
+  std::string expected;  ///< "4 bytes"
+  std::string found;     ///< "2 bytes"
+};
+
+/// A length and the bytes that follow it.
+struct BinItem {
+  uint64_t offset = 0;  ///< of the length; the bytes start four later
+  int32_t length = 0;
+  std::string_view bytes;  ///< valid until the next step of the scanner
+  std::unique_ptr<google::protobuf::Message> message;  ///< null where it is not parsed
+};
+
+struct BinRecord {
+  size_t index = 0;
+  BinItem label;  ///< its bytes are gone once the module is read
+  std::vector<int> values;
+  std::string module_name;
+  BinItem module;
+};
+
+/// Steps through one bin; one item is in memory at a time.
+///
+/// \code
+///   BinScanner scanner(file, schema, labels);
+///   while (scanner.Next()) {
+///     if (scanner.is_version()) Use(scanner.version()); else Use(scanner.record());
+///   }
+///   if (scanner.fault() != nullptr) Report(*scanner.fault());
+/// \endcode
+class BinScanner {
+ public:
+  enum class Modules { kParse, kSkip };
+
+  /// `file` is a regular file, open for binary reading at its start; it, the schema and the labels stay the caller's
+  /// and have to outlive the scanner. With kSkip module messages are not parsed, so that any bytes will do for one.
+  BinScanner(std::FILE* file, Schema& schema, const Labels& labels, Modules modules = Modules::kParse);
+  /// A bin in memory.
+  BinScanner(std::string_view bytes, Schema& schema, const Labels& labels, Modules modules = Modules::kParse);
+
+  /// Goes to the next version or record. False at the end of the bin and at a fault.
+  [[nodiscard]] bool Next();
+
+  /// What the last step came to; may be moved from.
+  bool is_version() const { return is_version_; }
+  BinItem& version() { return version_; }
+  BinRecord& record() { return record_; }
+
+  /// Null as long as there is none.
+  const BinFault* fault() const { return fault_.get(); }
+
+  /// Read so far, without fault.
+  size_t versions() const { return versions_; }
+  size_t records() const { return records_; }
+
+  /// The size of the bin.
+  uint64_t bytes() const { return bytes_; }
+
+ private:
+  bool Fail(uint64_t offset, std::string item, std::string expected, std::string found);
+  bool ReadVersionCount();
+  bool ReadItem(const std::string& name, const google::protobuf::Descriptor* type, bool has_to_follow, BinItem& item);
+  bool NextVersion();
+  bool NextRecord();
+
+  Schema& schema_;
+  Labels labels_;
+  Modules modules_;
+  RecordReader reader_;
+  uint64_t bytes_;
+  const google::protobuf::Descriptor* version_type_;
+  const google::protobuf::Descriptor* label_type_;
+  bool is_started_ = false;
+  size_t version_count_ = 0;
+  size_t versions_ = 0;
+  size_t records_ = 0;
+  bool is_version_ = false;
+  BinItem version_;
+  BinRecord record_;
+  std::unique_ptr<BinFault> fault_;
+};
+
+/// Reads the record whose label's length is at `offset` of a bin, which has to be one that BinScanner reported. False
+/// when the bin is no longer the same.
+[[nodiscard]] bool ReadRecordAt(std::FILE* file, uint64_t offset, Schema& schema, const Labels& labels,
+                                BinRecord& record);
+
+}  // namespace internal
+}  // namespace ZO_TUNING

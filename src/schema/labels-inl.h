@@ -1,0 +1,62 @@
+/// \file
+/// The labels of a project: their names, and the names of their values.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace ZO_TUNING {
+namespace internal {
+
+/// Label name -> value number -> short name; the entry of an int32 label is empty.
+using LabelMap = std::map<std::string, std::map<int, std::string>>;
+
+/// Stands for "not set" among label values.
+inline constexpr int kLabelNotSet = -1;
+
+/// Look-ups in label names and value names that belong to somebody else (see ProjectConfig::labels) and have to outlive
+/// this. No look-up changes anything: what is unknown has the name "".
+class Labels {
+ public:
+  Labels(const std::vector<std::string>& names, const LabelMap& value_names)
+      : names_(&names), value_names_(&value_names) {}
+
+  /// In the order of the schema. Index 0 is the module.
+  const std::vector<std::string>& names() const { return *names_; }
+  const LabelMap& value_names() const { return *value_names_; }
+
+  /// The value names by number; empty for an int32 label and for an unknown one.
+  const std::map<int, std::string>& ValuesOf(const std::string& name) const {
+    static const std::map<int, std::string> none;
+    const auto found = value_names_->find(name);
+    return found == value_names_->end() ? none : found->second;
+  }
+  const std::map<int, std::string>& ValuesOf(size_t index) const {
+    return ValuesOf(index < names_->size() ? (*names_)[index] : std::string());
+  }
+
+  /// "" where the value has no name, as those of int32 labels.
+  const std::string& ValueName(const std::string& name, int value) const {
+    static const std::string none;
+    const auto& values = ValuesOf(name);
+    const auto found = values.find(value);
+    return found == values.end() ? none : found->second;
+  }
+  const std::string& ValueName(size_t index, int value) const {
+    return ValueName(index < names_->size() ? (*names_)[index] : std::string(), value);
+  }
+
+  /// The name of the module that label values choose; "" when they name none.
+  const std::string& ModuleName(const std::vector<int>& values) const {
+    return ValueName(values.empty() ? names_->size() : 0, values.empty() ? kLabelNotSet : values[0]);
+  }
+
+ private:
+  const std::vector<std::string>* names_;
+  const LabelMap* value_names_;
+};
+
+}  // namespace internal
+}  // namespace ZO_TUNING

@@ -1,0 +1,88 @@
+/// \file
+/// Version files: their messages, and the version text of one of them. See docs/versions.md.
+#pragma once
+
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/message.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "json/json_files.h"
+#include "json/rules-inl.h"
+#include "schema/schema.h"
+
+namespace ZO_TUNING {
+namespace internal {
+
+enum class VersionStatus {
+  kOk,
+  kNoFiles,       ///< none is below the folder; an error only where one is looked for
+  kNotListed,     ///< the folder cannot be opened
+  kNotConverted,  ///< the text of `path` is no message of the type
+  kNoField,       ///< the type has no text field `field`
+  kNotFound,      ///< no file has the name
+};
+
+struct [[nodiscard]] VersionResult {
+  VersionStatus status = VersionStatus::kOk;
+  std::string path;
+  std::string text;    ///< with kNotConverted: what `path` holds
+  std::string reason;  ///< with kNotConverted: protobuf's message
+  const char* field = "";
+};
+
+/// Replaces `messages` with one new message per version file below `version_dir`, in directory order. The caller owns
+/// them, also after a failure, when unread slots are null; pointers that the list held are dropped.
+VersionResult ReadVersionMessages(const std::string& version_dir, const google::protobuf::Message* prototype,
+                                  std::vector<google::protobuf::Message*>& messages, FileListener& listener);
+
+/// The version messages of one scope, owned.
+class VersionMessages {
+ public:
+  VersionMessages() = default;
+  VersionMessages(const VersionMessages&) = delete;
+  VersionMessages& operator=(const VersionMessages&) = delete;
+  ~VersionMessages() { Clear(); }
+
+  /// Replaces the messages by those of the files below `version_dir`.
+  VersionResult Read(const std::string& version_dir, const google::protobuf::Message* prototype,
+                     FileListener& listener) {
+    Clear();
+    return ReadVersionMessages(version_dir, prototype, messages_, listener);
+  }
+
+  /// Adds one that was made elsewhere.
+  void Add(std::unique_ptr<google::protobuf::Message> message);
+
+  const std::vector<google::protobuf::Message*>& messages() const { return messages_; }
+
+ private:
+  void Clear();
+
+  std::vector<google::protobuf::Message*> messages_;
+};
+
+/// A field of the version type that reflection can read as one text, or null.
+const google::protobuf::FieldDescriptor* FindTextField(const google::protobuf::Descriptor* type, const char* name);
+
+/// Told of what the rewriting of a version file passes over.
+class VersionListener : public FileListener {
+ public:
+  virtual void OnTemplateFault([[maybe_unused]] const TemplateFault& fault) {}
+  /// Its print failed; what there is of it is written all the same.
+  virtual void OnNotPrinted([[maybe_unused]] const std::string& reason) {}
+};
+
+/// The new text of a version file: `message`, of the version type, with another version. kNoField when it has none.
+VersionResult PrintWithVersion(google::protobuf::Message* message, const std::string& version, std::string* text,
+                               VersionListener& listener);
+
+/// Sets the version text of the first file below `version_dir` whose "name" is `name`, and rewrites the file; a failed
+/// write is not noticed. Ends at the first file that cannot be used.
+VersionResult SetVersion(const std::string& version_dir, Schema& schema, const google::protobuf::Descriptor* type,
+                         const std::string& name, const std::string& version, VersionListener& listener);
+
+}  // namespace internal
+}  // namespace ZO_TUNING
