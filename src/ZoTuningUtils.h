@@ -338,9 +338,7 @@ extern "C" ZOTUNING_EXPORT int __property_get(const char* key, char* value, cons
 
 // ---- Inline bodies; the contracts are above ----------------------------------------------------------------------
 
-#include "json/json_io-inl.h"
-#include "json/rules-inl.h"
-#include "schema/project_files-inl.h"
-#include "schema/type_names-inl.h"
-#include "tree/tuning_path-inl.h"
-#include "version/version_header-inl.h"
+#include "api/json-inl.h"
+#include "api/schema-inl.h"
+#include "api/tree-inl.h"
+#include "api/version-inl.h"

@@ -2,96 +2,154 @@
 
 #include "bin/bin_packer.h"
 
-#include <memory>
+#include <utility>
 
-#include "ZoTuningUtils.h"
+#include "io/directory.h"
+#include "io/text_file-inl.h"
+#include "json/json_text-inl.h"
 #include "schema/field_check.h"
+#include "tree/tuning_path-inl.h"
 
 namespace ZO_TUNING {
 namespace internal {
 
-bool VersionMessages::Read(const std::string& version_dir, const google::protobuf::Message* prototype) {
-  Clear();
-  return ZoTuningUtils::GetVersionMsgs(version_dir.c_str(), prototype, messages_);
+namespace {
+
+PackResult Failure(PackStatus status) {
+  PackResult result;
+  result.status = status;
+  return result;
 }
 
-void VersionMessages::Clear() {
-  for (google::protobuf::Message* message : messages_) delete message;
-  messages_.clear();
+PackResult WriteFailure(const BinWriter& bin) {
+  PackResult result = Failure(PackStatus::kNotWritten);
+  result.error = bin.error();
+  return result;
 }
 
-BinPacker::BinPacker(const std::string& proj_dir) : proj_dir_(proj_dir), schema_(proj_dir + "/" + "proto") {}
-
-bool BinPacker::FindLabelType() {
-  label_type_ = schema_.FindType("TuningDataLabel");
-  return label_type_ != nullptr;
+PackResult FieldMissing(std::string_view field) {
+  PackResult result = Failure(PackStatus::kFieldMissing);
+  result.field = field;
+  return result;
 }
 
-bool BinPacker::FindVersionType() {
-  version_type_ = schema_.FindType("Version");
-  return version_type_ != nullptr;
-}
+PackResult ResultOf(const BinWriter& bin) { return bin.ok() ? PackResult() : WriteFailure(bin); }
 
-bool BinPacker::ReadVersions() {
-  const google::protobuf::Message* prototype = schema_.Prototype(version_type_);
-  if (!default_versions_.Read(proj_dir_ + "/" + "proto" + "/" + "version", prototype)) return false;
-  for (const std::string& sensor : config_.sensor_names) {
-    if (!sensor_versions_[sensor].Read(SensorDir(sensor) + "/" + "version", prototype)) return false;
+}  // namespace
+
+PackResult BinPacker::Pack(const BinJob& job, PackListener& listener) {
+  if (!PathExists(job.data_dir)) return Failure(PackStatus::kNoDataDir);
+  BinWriter bin;
+  if (!bin.Open(job.bin_path)) {
+    PackResult result = Failure(PackStatus::kNotOpened);
+    result.error = bin.error();
+    return result;
   }
-  return true;
+  bin.WriteVersions(job.versions.messages());
+  std::vector<std::string> json_paths;
+  const DirectoryResult listing = FindJsonFiles(job.data_dir.c_str(), json_paths, listener);
+  if (!listing.is_open) {
+    PackResult result = Failure(PackStatus::kNotListed);
+    result.error = listing.error;
+    return result;
+  }
+  if (json_paths.empty()) listener.OnNoSettings();
+  for (const std::string& json_path : json_paths) {
+    listener.OnSetting(json_path);
+    PackResult result = PackSetting(json_path, job.checking, bin, listener);
+    if (!result.ok()) return result;
+  }
+  return bin.Close() ? PackResult() : WriteFailure(bin);
 }
 
 PackResult BinPacker::PackSetting(const std::string& json_path, FieldChecking checking, BinWriter& bin,
-                                  std::string& module) {
-  std::vector<int> label_values;
-  PATH_TO_TUNING_CONFIG(json_path, config_.label_names, config_.label_map, label_values);
+                                  PackListener& listener) {
+  const google::protobuf::Descriptor* module_type = nullptr;
+  PackResult result = PackLabel(json_path, bin, listener, &module_type);
+  if (module_type == nullptr) return result;
+  PackResult packed;
+  if (file_.Read(json_path)) {
+    packed = PackModule(file_.text(), module_type, checking, bin);
+  } else {
+    std::string text;
+    if (!ReadTextFile(json_path, text)) listener.OnFileNotRead(json_path);
+    packed = PackBySlowPath(std::move(text), module_type, checking, bin);
+  }
+  packed.json_path = std::move(result.json_path);
+  packed.module = std::move(result.module);
+  return packed;
+}
+
+PackResult BinPacker::PackText(const std::string& json_path, std::string_view text, FieldChecking checking,
+                               BinWriter& bin, PackListener& listener) {
+  const google::protobuf::Descriptor* module_type = nullptr;
+  PackResult result = PackLabel(json_path, bin, listener, &module_type);
+  if (module_type == nullptr) return result;
+  PackResult packed = PackModule(text, module_type, checking, bin);
+  packed.json_path = std::move(result.json_path);
+  packed.module = std::move(result.module);
+  return packed;
+}
+
+PackResult BinPacker::PackLabel(const std::string& json_path, BinWriter& bin, PackListener& listener,
+                                const google::protobuf::Descriptor** module_type) {
+  PackResult result;
+  result.json_path = json_path;
+  std::vector<int> values;
+  const PathResult path = ReadSettingPath(labels_, json_path, values);
+  if (!path.ok) listener.OnUnknownModule(path.module_name);
   const std::unique_ptr<google::protobuf::Message> label = schema_.NewMessage(label_type_);
-  if (!ZoTuningUtils::InitTuningLabelMsg(label.get(), label_type_, config_.label_names, label_values)) {
-    return PackResult::kLabelFailed;
+  result.label = SetLabelValues(label.get(), label_type_, labels_.names(), values);
+  if (!result.label.ok()) {
+    result.status = PackStatus::kBadLabel;
+    return result;
   }
   bin.WriteMessage(*label);
 
   // A label type without fields names no module.
-  module = label_values.empty() ? std::string() : config_.label_map[config_.label_names[0]][label_values[0]];
-  const google::protobuf::Descriptor* module_type = schema_.FindType(module);
-  if (module_type == nullptr) return PackResult::kNoModuleType;
+  result.module = labels_.ModuleName(values);
+  result.type = schema_.Find(result.module);
+  *module_type = result.type.type;
+  if (*module_type == nullptr) result.status = PackStatus::kNoModuleType;
+  return result;
+}
 
-  std::string text;
-  if (!file_.Read(json_path)) {
-    JSON_FILE_TO_STR(json_path, text);  // says what is wrong; an unreadable file is an empty text
-    return PackBySlowPath(text, module_type, checking, bin);
-  }
+PackResult BinPacker::PackModule(std::string_view text, const google::protobuf::Descriptor* module_type,
+                                 FieldChecking checking, BinWriter& bin) {
   const ModuleTable& table = TableOf(module_type);
-  if (!transcoder_.Transcode(table, file_.text())) {
-    text = file_.text();
-    return PackBySlowPath(text, module_type, checking, bin);
-  }
+  if (!transcoder_.Transcode(table, text)) return PackBySlowPath(std::string(text), module_type, checking, bin);
   if (checking == FieldChecking::kOn) {
-    const std::string_view* missing = transcoder_.FindMissingName(table, file_.text());
-    if (missing != nullptr) {
-      ReportMissingField(*missing);
-      return PackResult::kFieldMissing;
-    }
+    const std::string_view* missing = transcoder_.FindMissingName(table, text);
+    if (missing != nullptr) return FieldMissing(*missing);
   }
   bin.WriteMessageBytes(transcoder_.wire());
-  return bin.ok() ? PackResult::kPacked : PackResult::kWriteFailed;
+  return ResultOf(bin);
+}
+
+PackResult BinPacker::PackBySlowPath(std::string text, const google::protobuf::Descriptor* module_type,
+                                     FieldChecking checking, BinWriter& bin) {
+  const std::unique_ptr<google::protobuf::Message> message = schema_.NewMessage(module_type);
+  if (message == nullptr) return Failure(PackStatus::kNoMessage);
+  JsonResult json = ParseJson(text, message.get());
+  if (!json.ok) {
+    PackResult result = Failure(PackStatus::kNotConverted);
+    result.text = std::move(text);
+    result.reason = std::move(json.reason);
+    return result;
+  }
+  if (checking == FieldChecking::kOn) {
+    const std::string* missing = FindMissingField(module_type, text);
+    if (missing != nullptr) return FieldMissing(*missing);
+  }
+  PruneRules(message.get(), module_type);
+  bin.WriteMessage(*message);
+  return ResultOf(bin);
 }
 
 const ModuleTable& BinPacker::TableOf(const google::protobuf::Descriptor* module_type) {
   std::unique_ptr<ModuleTable>& table = tables_[module_type];
   if (table == nullptr) table = std::make_unique<ModuleTable>(module_type);
   return *table;
-}
-
-PackResult BinPacker::PackBySlowPath(const std::string& text, const google::protobuf::Descriptor* module_type,
-                                     FieldChecking checking, BinWriter& bin) {
-  const std::unique_ptr<google::protobuf::Message> message = schema_.NewMessage(module_type);
-  if (message == nullptr) return PackResult::kNoMessage;
-  if (!JSON_STR_TO_MSG(text, message.get())) return PackResult::kNotConverted;
-  if (checking == FieldChecking::kOn && !CheckAllFieldsInString(module_type, text)) return PackResult::kFieldMissing;
-  MSG_PRONE_FOR_BIN(message.get(), module_type);
-  bin.WriteMessage(*message);
-  return bin.ok() ? PackResult::kPacked : PackResult::kWriteFailed;
 }
 
 }  // namespace internal

@@ -4,7 +4,8 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <limits>
+
+#include "io/message_record-inl.h"
 
 namespace ZO_TUNING {
 namespace internal {
@@ -17,7 +18,10 @@ constexpr size_t kStreamBufferSize = size_t{256} << 10;
 
 bool BinWriter::Open(const std::string& path) {
   file_.reset(std::fopen(path.c_str(), "wb"));
-  if (file_ == nullptr) return false;
+  if (file_ == nullptr) {
+    Fail(errno);
+    return false;
+  }
   stream_buffer_.resize(kStreamBufferSize);
   // Without the larger buffer the stream works all the same.
   (void)std::setvbuf(file_.get(), &stream_buffer_[0], _IOFBF, stream_buffer_.size());
@@ -32,7 +36,7 @@ void BinWriter::WriteVersions(const std::vector<google::protobuf::Message*>& ver
 
 void BinWriter::WriteMessage(const google::protobuf::Message& message) {
   const size_t size = message.ByteSizeLong();
-  if (size > static_cast<size_t>(std::numeric_limits<int32_t>::max())) return Fail(EFBIG);
+  if (!FitsRecord(size)) return Fail(EFBIG);
   message_bytes_.resize(size);
   // With the sizes just computed; like the partial forms it does not stop at an unset required field.
   message.SerializeWithCachedSizesToArray(reinterpret_cast<uint8_t*>(&message_bytes_[0]));
@@ -40,7 +44,7 @@ void BinWriter::WriteMessage(const google::protobuf::Message& message) {
 }
 
 void BinWriter::WriteMessageBytes(std::string_view bytes) {
-  if (bytes.size() > static_cast<size_t>(std::numeric_limits<int32_t>::max())) return Fail(EFBIG);
+  if (!FitsRecord(bytes.size())) return Fail(EFBIG);
   const int32_t length = static_cast<int32_t>(bytes.size());
   Write(&length, sizeof(length));
   Write(bytes.data(), bytes.size());

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "io/record_reader.h"
+#include "io/unique_file-inl.h"
 
 namespace ZO_TUNING {
 namespace internal {
@@ -22,7 +22,7 @@ class BinWriter {
   BinWriter(const BinWriter&) = delete;
   BinWriter& operator=(const BinWriter&) = delete;
 
-  /// Creates or empties the file. False when it cannot be opened.
+  /// Creates or empties the file. False when it cannot be opened; error() tells why.
   [[nodiscard]] bool Open(const std::string& path);
 
   /// The version block: the number of messages, then each of them.

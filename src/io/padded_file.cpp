@@ -9,6 +9,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
+
+#include "io/unique_fd.h"
 
 namespace ZO_TUNING {
 namespace internal {
@@ -17,26 +20,11 @@ namespace {
 
 constexpr size_t kFirstCapacity = size_t{64} << 10;
 
-/// Closes a descriptor when it goes.
-class Descriptor {
- public:
-  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (descriptor_ >= 0) close(descriptor_);
-  }
-  int get() const { return descriptor_; }
-
- private:
-  int descriptor_;
-};
-
 }  // namespace
 
 bool PaddedFile::Read(const std::string& path) {
   size_ = 0;
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (file.get() < 0) return false;
   struct stat info;
   if (fstat(file.get(), &info) != 0) return false;

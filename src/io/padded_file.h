@@ -16,7 +16,7 @@ constexpr size_t kTextPadding = 64;
 /// The text of the file read last, with kTextPadding zero bytes after it.
 class PaddedFile {
  public:
-  /// Replaces the text. False when the file cannot be opened or read to its end; logs nothing.
+  /// Replaces the text. False, with errno set, when the file cannot be opened or read to its end.
   [[nodiscard]] bool Read(const std::string& path);
 
   /// Valid until the next Read.

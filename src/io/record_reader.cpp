@@ -31,10 +31,20 @@ ReadStatus RecordReader::Fail(ReadStatus status) {
   return status;
 }
 
+size_t RecordReader::Read(void* to, size_t wanted) {
+  size_t got = 0;
+  if (file_ != nullptr) {
+    got = std::fread(to, 1, wanted, file_);
+  } else {
+    got = memory_.copy(static_cast<char*>(to), wanted, static_cast<size_t>(offset_));
+  }
+  offset_ += got;
+  return got;
+}
+
 ReadStatus RecordReader::ReadInt32(int32_t* value) {
   if (used_up_) return ReadStatus::kEnd;
-  const size_t got = std::fread(value, 1, sizeof(*value), file_);
-  offset_ += got;
+  const size_t got = Read(value, sizeof(*value));
   if (got == sizeof(*value)) return ReadStatus::kOk;
   return Fail(got == 0 ? ReadStatus::kEnd : ReadStatus::kShortLength);
 }
@@ -44,13 +54,17 @@ ReadStatus RecordReader::ReadBytes(int32_t length, std::string_view* bytes) {
   const uint64_t left = size_ == UINT64_MAX ? UINT64_MAX : size_ - std::min(size_, offset_);
   if (length < 0 || static_cast<uint64_t>(length) > left) return Fail(ReadStatus::kBadLength);
   const size_t wanted = static_cast<size_t>(length);
+  if (file_ == nullptr) {
+    *bytes = memory_.substr(static_cast<size_t>(offset_), wanted);
+    offset_ += wanted;
+    return ReadStatus::kOk;
+  }
   size_t got = 0;
   while (got < wanted) {
     const size_t step = std::min(wanted - got, std::max(kMaxStep, got));
     if (buffer_.size() < got + step) buffer_.resize(got + step);
-    const size_t read = std::fread(&buffer_[got], 1, step, file_);
+    const size_t read = Read(&buffer_[got], step);
     got += read;
-    offset_ += read;
     if (read < step) return Fail(ReadStatus::kShortData);
   }
   *bytes = std::string_view(buffer_.data(), wanted);

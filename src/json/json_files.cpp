@@ -1,37 +1,37 @@
-// FindAllJsonFiles, the walk over a tree of JSON files. Tested by tests/json/json_files_test.cpp.
+// Tested by tests/json/json_files_test.cpp.
 
-#include <cstdio>
-#include <string>
-#include <vector>
+#include "json/json_files.h"
 
-#include "ZoTuningUtils.h"
-#include "io/directory.h"
+#include <utility>
 
-using namespace ZO_TUNING::internal;
+#include "schema/project_layout-inl.h"
 
-bool ZoTuningUtils::FindAllJsonFiles(const char* dir, std::vector<std::string>& files) try {
-  const PassFailuresOn guard;
+namespace ZO_TUNING {
+namespace internal {
+
+namespace {
+
+// A folder whose path is longer is not entered.
+constexpr size_t kMaxFolderPath = 1023;
+
+}  // namespace
+
+DirectoryResult FindJsonFiles(const char* dir, std::vector<std::string>& files, FileListener& listener) {
   std::vector<DirectoryEntry> entries;
-  if (!ReadDirectory(dir, entries)) {
-    TuningLog(kLogError, __LINE__, __func__, "Open directory failed: %s", dir);
-    return false;
-  }
+  const DirectoryResult result = ReadDirectory(dir, entries);
   for (const DirectoryEntry& entry : entries) {
-    if (entry.is_directory) {
-      if (entry.name == "version") continue;
-      char path[1024];
-      const int length = std::snprintf(path, sizeof(path), "%s%s%s", dir, "/", entry.name.c_str());
-      if (length >= static_cast<int>(sizeof(path))) {
-        // A cut path may exist elsewhere, even lead back here; it is never entered.
-        TuningLog(kLogError, __LINE__, __func__, "Open directory failed: %s", path);
-        continue;
-      }
-      FindAllJsonFiles(path, files);  // a subdirectory that cannot be opened is logged and passed over
-    } else if (HasSuffix(entry.name, ".json")) {
-      files.push_back(std::string(dir) + "/" + entry.name);
+    std::string path = JoinPath(dir, entry.name);
+    if (entry.kind != EntryKind::kDirectory) {
+      if (HasSuffix(entry.name, kJsonSuffix)) files.push_back(std::move(path));
+    } else if (entry.name != kVersionFolder) {
+      const bool is_cut = path.size() > kMaxFolderPath;
+      // A cut path may exist elsewhere, even lead back here; it is never entered.
+      if (is_cut) path.resize(kMaxFolderPath);
+      if (is_cut || !FindJsonFiles(path.c_str(), files, listener).is_open) listener.OnFolderPassedOver(path);
     }
   }
-  return true;
-} catch (...) {
-  return ReportException(__LINE__, __func__);
+  return result;
 }
+
+}  // namespace internal
+}  // namespace ZO_TUNING

@@ -23,8 +23,8 @@ class FileListener {
 };
 
 /// Appends the paths of all "*.json" entries below `dir` to `files`, in directory order. Directories named "version"
-/// below `dir` are not entered. The result tells of `dir` itself.
-DirectoryResult FindJsonFiles(const std::string& dir, std::vector<std::string>& files, FileListener& listener);
+/// below `dir` are not entered. The result tells of `dir` itself; null cannot be opened.
+DirectoryResult FindJsonFiles(const char* dir, std::vector<std::string>& files, FileListener& listener);
 
 }  // namespace internal
 }  // namespace ZO_TUNING

@@ -1,5 +1,5 @@
 /// \file
-/// TuningLog, the one way in which the operations report. It is inline and hidden, so that the inline functions of the
+/// TuningLog, the one way in which the exported operations report. It is inline and hidden, so that the inline functions of the
 /// public header carry their own copy into the program that compiles them and need nothing but liblog there.
 #pragma once
 
@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
 
 namespace ZO_TUNING {
 namespace internal {
@@ -47,36 +46,6 @@ __attribute__((visibility("hidden"), format(printf, 4, 5))) inline void TuningLo
     std::free(location);
   }
   std::free(message);
-}
-
-/// The first local of an operation that calls other operations. While one lives, an exception that reaches the border
-/// of an operation on this thread goes on to the caller: results that an operation ignores stand for files that cannot
-/// be read, and not for memory that cannot be had.
-class __attribute__((visibility("hidden"))) PassFailuresOn {
- public:
-  PassFailuresOn() { ++depth; }
-  ~PassFailuresOn() { --depth; }
-  PassFailuresOn(const PassFailuresOn&) = delete;
-  PassFailuresOn& operator=(const PassFailuresOn&) = delete;
-  static bool Active() { return depth > 0; }
-
- private:
-  static inline thread_local int depth = 0;
-};
-
-/// Reports the exception being handled as one error line of `function`; for the catch at the border of an operation.
-/// Returns false, so that it can be returned in turn. Inside of another operation it throws the exception again
-/// instead.
-__attribute__((visibility("hidden"))) inline bool ReportException(SourceLine at, const char* function) {
-  if (PassFailuresOn::Active()) throw;
-  try {
-    throw;
-  } catch (const std::exception& error) {
-    TuningLog(kLogError, at, function, "Stopped by an unexpected failure: %s", error.what());
-  } catch (...) {
-    TuningLog(kLogError, at, function, "Stopped by an unexpected failure of unknown kind");
-  }
-  return false;
 }
 
 }  // namespace internal

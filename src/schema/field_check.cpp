@@ -1,13 +1,32 @@
-// CheckFieldInString and the walk behind it. Tested by tests/schema/field_check_test.cpp.
+// Tested by tests/schema/field_check_test.cpp.
 
 #include "schema/field_check.h"
 
-#include <iostream>
-
-#include "ZoTuningUtils.h"
-
 namespace ZO_TUNING {
 namespace internal {
+
+namespace {
+
+/// Walks fields until a name is missing, which it keeps.
+class MissingField {
+ public:
+  explicit MissingField(const std::string& json)
+      : names_([this, &json](const std::string& name) {
+          if (json.find(name) == std::string::npos) missing_ = &name;
+          return missing_ == nullptr;
+        }) {}
+
+  const std::string* In(const google::protobuf::FieldDescriptor* field) {
+    (void)names_.Walk(field);
+    return missing_;
+  }
+
+ private:
+  const std::string* missing_ = nullptr;
+  RequiredFieldNames names_;
+};
+
+}  // namespace
 
 bool RequiredFieldNames::Walk(const google::protobuf::FieldDescriptor* field) {
   const std::string& name = field->name();
@@ -22,29 +41,17 @@ bool RequiredFieldNames::Walk(const google::protobuf::FieldDescriptor* field) {
   return true;
 }
 
-bool CheckAllFieldsInString(const google::protobuf::Descriptor* type, const std::string& json) {
-  RequiredFieldNames names(
-      [&json](const std::string& name) { return json.find(name) != std::string::npos || ReportMissingField(name); });
-  for (int i = 0; i < type->field_count(); ++i) {
-    if (!names.Walk(type->field(i))) return false;
-  }
-  return true;
+const std::string* FindMissingField(const google::protobuf::FieldDescriptor* field, const std::string& json) {
+  return MissingField(json).In(field);
 }
 
-bool ReportMissingField(std::string_view name) {
-  std::cerr << "Error: Field '" << name << "' not found in Json." << std::endl;
-  return false;
+const std::string* FindMissingField(const google::protobuf::Descriptor* type, const std::string& json) {
+  MissingField missing(json);
+  for (int i = 0; i < type->field_count(); ++i) {
+    if (const std::string* name = missing.In(type->field(i))) return name;
+  }
+  return nullptr;
 }
 
 }  // namespace internal
-
-bool CheckFieldInString(const google::protobuf::FieldDescriptor* field, const std::string& json) try {
-  internal::RequiredFieldNames names([&json](const std::string& name) {
-    return json.find(name) != std::string::npos || internal::ReportMissingField(name);
-  });
-  return names.Walk(field);
-} catch (...) {
-  return internal::ReportException(__LINE__, __func__);
-}
-
 }  // namespace ZO_TUNING

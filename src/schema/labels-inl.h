@@ -29,31 +29,36 @@ class Labels {
 
   /// The value names by number; empty for an int32 label and for an unknown one.
   const std::map<int, std::string>& ValuesOf(const std::string& name) const {
-    static const std::map<int, std::string> none;
     const auto found = value_names_->find(name);
-    return found == value_names_->end() ? none : found->second;
+    return found == value_names_->end() ? NoValues() : found->second;
   }
   const std::map<int, std::string>& ValuesOf(size_t index) const {
-    return ValuesOf(index < names_->size() ? (*names_)[index] : std::string());
+    return index < names_->size() ? ValuesOf((*names_)[index]) : NoValues();
   }
 
   /// "" where the value has no name, as those of int32 labels.
-  const std::string& ValueName(const std::string& name, int value) const {
-    static const std::string none;
-    const auto& values = ValuesOf(name);
-    const auto found = values.find(value);
-    return found == values.end() ? none : found->second;
-  }
-  const std::string& ValueName(size_t index, int value) const {
-    return ValueName(index < names_->size() ? (*names_)[index] : std::string(), value);
-  }
+  const std::string& ValueName(const std::string& name, int value) const { return NameIn(ValuesOf(name), value); }
+  const std::string& ValueName(size_t index, int value) const { return NameIn(ValuesOf(index), value); }
 
   /// The name of the module that label values choose; "" when they name none.
   const std::string& ModuleName(const std::vector<int>& values) const {
-    return ValueName(values.empty() ? names_->size() : 0, values.empty() ? kLabelNotSet : values[0]);
+    return values.empty() ? NoName() : ValueName(size_t{0}, values[0]);
   }
 
  private:
+  static const std::map<int, std::string>& NoValues() {
+    static const std::map<int, std::string> none;
+    return none;
+  }
+  static const std::string& NoName() {
+    static const std::string none;
+    return none;
+  }
+  static const std::string& NameIn(const std::map<int, std::string>& values, int value) {
+    const auto found = values.find(value);
+    return found == values.end() ? NoName() : found->second;
+  }
+
   const std::vector<std::string>* names_;
   const LabelMap* value_names_;
 };

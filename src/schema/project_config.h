@@ -50,7 +50,7 @@ struct [[nodiscard]] ConfigResult {
 /// Sets "proj_name" and appends to "sensor_names" of a TuningProjConfig. Ends at the first missing field; what was set
 /// before stays.
 ConfigResult SetConfig(google::protobuf::Message* message, const google::protobuf::Descriptor* type,
-                       const std::string& proj_name, const std::vector<std::string>& sensor_names);
+                       const char* proj_name, const std::vector<std::string>& sensor_names);
 
 /// Reads ProjConf.bin through `message`, a TuningProjConfig, and replaces both outputs. The last of several records
 /// wins; no record at all gives an empty name and list. One to three bytes after the last record are ignored.

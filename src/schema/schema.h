@@ -7,6 +7,7 @@
 #include <google/protobuf/dynamic_message.h>
 #include <google/protobuf/message.h>
 
+#include <exception>
 #include <functional>
 #include <memory>
 #include <string>

@@ -1,107 +1,95 @@
-// The tuning data label: GetProjectTuningLabelsMap, and the pair InitTuningLabelMsg and ParseTuningLabelMsg. Tested by
-// tests/schema/tuning_label_test.cpp.
+// Tested by tests/schema/tuning_label_test.cpp.
 
-#include <string>
+#include "schema/tuning_label.h"
 
-#include "ZoTuningUtils.h"
-
-using namespace ZO_TUNING::internal;
-using google::protobuf::FieldDescriptor;
+namespace ZO_TUNING {
+namespace internal {
 
 namespace {
 
+using google::protobuf::FieldDescriptor;
+
 /// The field of a label that reflection can set and read as one value, or null.
-const FieldDescriptor* FindLabelField(const google::protobuf::Descriptor* descriptor, const std::string& name) {
-  const FieldDescriptor* field = descriptor->FindFieldByName(name);
+const FieldDescriptor* FindLabelField(const google::protobuf::Descriptor* type, const std::string& name) {
+  const FieldDescriptor* field = type->FindFieldByName(name);
   return field == nullptr || field->is_repeated() ? nullptr : field;
+}
+
+LabelResult Fault(LabelStatus status, const std::string& field) {
+  LabelResult result;
+  result.status = status;
+  result.field = field;
+  return result;
+}
+
+LabelResult BadType(const FieldDescriptor* field) {
+  LabelResult result = Fault(LabelStatus::kBadType, field->name());
+  result.field_type = field->type();
+  return result;
 }
 
 }  // namespace
 
-bool ZoTuningUtils::GetProjectTuningLabelsMap(const google::protobuf::Descriptor* descriptor,
-                                              std::vector<std::string>& label_names,
-                                              std::map<std::string, std::map<int, std::string>>& label_map) try {
-  for (int i = 0; i < descriptor->field_count(); ++i) {
-    const FieldDescriptor* field = descriptor->field(i);
-    label_names.push_back(field->name());
+LabelResult AppendLabels(const google::protobuf::Descriptor* type, std::vector<std::string>& names,
+                         LabelMap& value_names) {
+  for (int i = 0; i < type->field_count(); ++i) {
+    const FieldDescriptor* field = type->field(i);
+    names.push_back(field->name());
     if (field->type() == FieldDescriptor::TYPE_INT32) {
-      label_map[field->name()] = {};
-    } else if (field->type() == FieldDescriptor::TYPE_ENUM) {
-      const google::protobuf::EnumDescriptor* type = field->enum_type();
-      const size_t prefix_length = type->name().size() + 1;
-      for (int k = 0; k < type->value_count(); ++k) {
-        const google::protobuf::EnumValueDescriptor* value = type->value(k);
-        if (value->name().size() < prefix_length) {
-          TuningLog(kLogError, __LINE__, __func__,
-                    "Value %s of enum %s has no short name, please name it %s_ and the short name",
-                    value->name().c_str(), type->full_name().c_str(), type->name().c_str());
-          return false;
-        }
-        label_map[field->name()][value->number()] = value->name().substr(prefix_length);
+      value_names[field->name()] = {};
+      continue;
+    }
+    if (field->type() != FieldDescriptor::TYPE_ENUM) return BadType(field);
+    const google::protobuf::EnumDescriptor* enumeration = field->enum_type();
+    const size_t prefix_length = enumeration->name().size() + 1;
+    for (int k = 0; k < enumeration->value_count(); ++k) {
+      const google::protobuf::EnumValueDescriptor* value = enumeration->value(k);
+      if (value->name().size() < prefix_length) {
+        LabelResult result = Fault(LabelStatus::kNoShortName, field->name());
+        result.value = value;
+        return result;
       }
-    } else {
-      TuningLog(kLogError, __LINE__, __func__, "Invalid tuning data label type: %d", static_cast<int>(field->type()));
-      return false;
+      value_names[field->name()][value->number()] = value->name().substr(prefix_length);
     }
   }
-  return true;
-} catch (...) {
-  return ReportException(__LINE__, __func__);
+  return {};
 }
 
-bool ZoTuningUtils::InitTuningLabelMsg(google::protobuf::Message* message,
-                                       const google::protobuf::Descriptor* descriptor,
-                                       std::vector<std::string>& label_names,
-                                       const std::vector<int>& label_values) try {
-  const google::protobuf::Reflection* reflection = message->GetReflection();
-  for (size_t i = 0; i < label_values.size(); ++i) {
-    if (i >= label_names.size()) {
-      TuningLog(kLogError, __LINE__, __func__, "There are %zu label values but only %zu label names",
-                label_values.size(), label_names.size());
-      return false;
-    }
-    const FieldDescriptor* field = FindLabelField(descriptor, label_names[i]);
-    if (field == nullptr) {
-      TuningLog(kLogError, __LINE__, __func__, "Error in finding the field descriptor of %s", label_names[i].c_str());
-      return false;
-    }
+LabelResult SetLabelValues(google::protobuf::Message* label, const google::protobuf::Descriptor* type,
+                           const std::vector<std::string>& names, const std::vector<int>& values) {
+  const google::protobuf::Reflection* reflection = label->GetReflection();
+  for (size_t i = 0; i < values.size(); ++i) {
+    if (i >= names.size()) return Fault(LabelStatus::kTooFewNames, {});
+    const FieldDescriptor* field = FindLabelField(type, names[i]);
+    if (field == nullptr) return Fault(LabelStatus::kNoField, names[i]);
     if (field->type() == FieldDescriptor::TYPE_INT32) {
-      reflection->SetInt32(message, field, label_values[i]);
+      reflection->SetInt32(label, field, values[i]);
     } else if (field->type() == FieldDescriptor::TYPE_ENUM) {
-      reflection->SetEnumValue(message, field, label_values[i]);
+      reflection->SetEnumValue(label, field, values[i]);
     } else {
-      TuningLog(kLogError, __LINE__, __func__, "Unexpected field type in tuning label: %d",
-                static_cast<int>(field->type()));
-      return false;
+      return BadType(field);
     }
   }
-  return true;
-} catch (...) {
-  return ReportException(__LINE__, __func__);
+  return {};
 }
 
-bool ZoTuningUtils::ParseTuningLabelMsg(google::protobuf::Message* message,
-                                        const google::protobuf::Descriptor* descriptor,
-                                        std::vector<std::string>& label_names, std::vector<int>& label_values) try {
-  label_values.assign(label_names.size(), -1);
-  const google::protobuf::Reflection* reflection = message->GetReflection();
-  for (size_t i = 0; i < label_names.size(); ++i) {
-    const FieldDescriptor* field = FindLabelField(descriptor, label_names[i]);
-    if (field == nullptr) {
-      TuningLog(kLogError, __LINE__, __func__, "Error in finding the field descriptor of %s", label_names[i].c_str());
-      return false;
-    }
+LabelResult GetLabelValues(const google::protobuf::Message& label, const google::protobuf::Descriptor* type,
+                           const std::vector<std::string>& names, std::vector<int>& values) {
+  values.assign(names.size(), kLabelNotSet);
+  const google::protobuf::Reflection* reflection = label.GetReflection();
+  for (size_t i = 0; i < names.size(); ++i) {
+    const FieldDescriptor* field = FindLabelField(type, names[i]);
+    if (field == nullptr) return Fault(LabelStatus::kNoField, names[i]);
     if (field->type() == FieldDescriptor::TYPE_INT32) {
-      label_values[i] = reflection->GetInt32(*message, field);
+      values[i] = reflection->GetInt32(label, field);
     } else if (field->type() == FieldDescriptor::TYPE_ENUM) {
-      label_values[i] = reflection->GetEnumValue(*message, field);
+      values[i] = reflection->GetEnumValue(label, field);
     } else {
-      TuningLog(kLogError, __LINE__, __func__, "Unexpected field type in tuning label: %d",
-                static_cast<int>(field->type()));
-      return false;
+      return BadType(field);
     }
   }
-  return true;
-} catch (...) {
-  return ReportException(__LINE__, __func__);
+  return {};
 }
+
+}  // namespace internal
+}  // namespace ZO_TUNING

@@ -35,7 +35,7 @@ struct [[nodiscard]] VersionResult {
 
 /// Replaces `messages` with one new message per version file below `version_dir`, in directory order. The caller owns
 /// them, also after a failure, when unread slots are null; pointers that the list held are dropped.
-VersionResult ReadVersionMessages(const std::string& version_dir, const google::protobuf::Message* prototype,
+VersionResult ReadVersionMessages(const char* version_dir, const google::protobuf::Message* prototype,
                                   std::vector<google::protobuf::Message*>& messages, FileListener& listener);
 
 /// The version messages of one scope, owned.
@@ -50,7 +50,7 @@ class VersionMessages {
   VersionResult Read(const std::string& version_dir, const google::protobuf::Message* prototype,
                      FileListener& listener) {
     Clear();
-    return ReadVersionMessages(version_dir, prototype, messages_, listener);
+    return ReadVersionMessages(version_dir.c_str(), prototype, messages_, listener);
   }
 
   /// Adds one that was made elsewhere.
