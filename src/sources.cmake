@@ -3,24 +3,31 @@ set(ZOTUNING_SOURCES
   log/android_properties.cpp
   log/datacenter_logger.cpp
   log/timing.cpp
+  io/directory.cpp
+  io/padded_file.cpp
+  io/record_reader.cpp
   schema/field_check.cpp
   schema/project_config.cpp
-  io/record_reader.cpp
-  schema/schema_import.cpp
+  schema/schema.cpp
   schema/tuning_label.cpp
   schema/type_levels.cpp
   json/default_data.cpp
   json/json_files.cpp
-  tree/tuning_settings.cpp
   version/version_files.cpp
-  version/version_header.cpp
-  bin/bin_writer.cpp
-  transcode/module_table.cpp
-  transcode/json_transcoder.cpp
   transcode/json_lexer.cpp
-  io/padded_file.cpp
-  bin/bin_reader.cpp
-  bin/dump.cpp
-  bin/generate.cpp
+  transcode/json_transcoder.cpp
+  transcode/module_table.cpp
+  bin/bin_folder.cpp
   bin/bin_packer.cpp
+  bin/bin_reader.cpp
+  bin/bin_scanner.cpp
+  bin/bin_writer.cpp
+  api/bin_dump.cpp
+  api/bin_generate.cpp
+  api/json.cpp
+  api/project_config.cpp
+  api/schema.cpp
+  api/tree.cpp
+  api/tuning_label.cpp
+  api/version.cpp
 )

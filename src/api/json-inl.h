@@ -17,10 +17,15 @@ namespace ZO_TUNING {
 namespace internal {
 namespace api {
 
+/// The line of JSON_FILE_TO_STR about a file that cannot be opened.
+inline void ReportNotRead(const std::string& path) {
+  TuningLog(kLogError, __LINE__, "JSON_FILE_TO_STR", "Fail to read json file: %s", path.c_str());
+}
+
 inline bool JSON_FILE_TO_STR(const std::string& path, std::string& out) {
-  if (ReadTextFile(path, out)) return true;
-  TuningLog(kLogError, __LINE__, __func__, "Fail to read json file: %s", path.c_str());
-  return false;
+  const bool is_read = ReadTextFile(path, out);
+  if (!is_read) ReportNotRead(path);
+  return is_read;
 }
 
 /// The lines of JSON_STR_TO_MSG about a text that does not fit its type.

@@ -79,7 +79,7 @@ ConfigResult GetConfig(const Message& message, const Descriptor* type, std::stri
 
 }  // namespace
 
-ConfigResult SetConfig(Message* message, const Descriptor* type, const std::string& proj_name,
+ConfigResult SetConfig(Message* message, const Descriptor* type, const char* proj_name,
                        const std::vector<std::string>& sensor_names) {
   const google::protobuf::Reflection* reflection = message->GetReflection();
   const FieldDescriptor* name_field = FindNameField(type);
@@ -91,9 +91,9 @@ ConfigResult SetConfig(Message* message, const Descriptor* type, const std::stri
   return {};
 }
 
-ConfigResult ReadConfigFile(const std::string& path, Message* message, const Descriptor* type, std::string& proj_name,
+ConfigResult ReadConfigFile(const char* path, Message* message, const Descriptor* type, std::string& proj_name,
                             std::vector<std::string>& sensor_names) {
-  UniqueFile file(std::fopen(path.c_str(), "rb"));
+  UniqueFile file(std::fopen(path, "rb"));
   if (file == nullptr) {
     ConfigResult result;
     result.status = ConfigStatus::kNotOpened;
@@ -125,7 +125,8 @@ LoadResult LoadProjectConfig(const ProjectLayout& layout, Schema& schema, Projec
   if (result.type.type == nullptr) return fail(LoadStatus::kNoConfigType);
   const Descriptor* config_type = result.type.type;
   const std::unique_ptr<Message> message = schema.NewMessage(config_type);
-  result.config = ReadConfigFile(layout.ConfigPath(), message.get(), config_type, config.name, config.sensor_names);
+  result.config = ReadConfigFile(layout.ConfigPath().c_str(), message.get(), config_type, config.name,
+                                 config.sensor_names);
   // Without consequence: the labels are read all the same.
   result.type = schema.Find("TuningDataLabel");
   if (result.type.type == nullptr) return fail(LoadStatus::kNoLabelType);

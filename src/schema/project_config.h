@@ -54,7 +54,7 @@ ConfigResult SetConfig(google::protobuf::Message* message, const google::protobu
 
 /// Reads ProjConf.bin through `message`, a TuningProjConfig, and replaces both outputs. The last of several records
 /// wins; no record at all gives an empty name and list. One to three bytes after the last record are ignored.
-ConfigResult ReadConfigFile(const std::string& path, google::protobuf::Message* message,
+ConfigResult ReadConfigFile(const char* path, google::protobuf::Message* message,
                             const google::protobuf::Descriptor* type, std::string& proj_name,
                             std::vector<std::string>& sensor_names);
 

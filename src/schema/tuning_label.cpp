@@ -59,7 +59,12 @@ LabelResult SetLabelValues(google::protobuf::Message* label, const google::proto
                            const std::vector<std::string>& names, const std::vector<int>& values) {
   const google::protobuf::Reflection* reflection = label->GetReflection();
   for (size_t i = 0; i < values.size(); ++i) {
-    if (i >= names.size()) return Fault(LabelStatus::kTooFewNames, {});
+    if (i >= names.size()) {
+      LabelResult result = Fault(LabelStatus::kTooFewNames, {});
+      result.name_count = names.size();
+      result.value_count = values.size();
+      return result;
+    }
     const FieldDescriptor* field = FindLabelField(type, names[i]);
     if (field == nullptr) return Fault(LabelStatus::kNoField, names[i]);
     if (field->type() == FieldDescriptor::TYPE_INT32) {

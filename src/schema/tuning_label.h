@@ -26,6 +26,8 @@ struct [[nodiscard]] LabelResult {
   std::string field;
   google::protobuf::FieldDescriptor::Type field_type{};             ///< with kBadType
   const google::protobuf::EnumValueDescriptor* value = nullptr;  ///< with kNoShortName
+  size_t name_count = 0;                                         ///< with kTooFewNames
+  size_t value_count = 0;                                        ///< with kTooFewNames
 
   bool ok() const { return status == LabelStatus::kOk; }
 };

@@ -89,13 +89,13 @@ struct [[nodiscard]] PathResult {
   std::string module_name;  ///< the file name without its suffix; "" for a path without a separator
 };
 
-/// Called with each level of the tree that is met, innermost first.
-using LevelVisitor = std::function<void(const TreeLevel& level)>;
+/// Called with each label whose value names are looked up.
+using LabelVisitor = std::function<void(const std::string& label)>;
 
 /// Replaces `values` with the label values that the path of a JSON file names: element 0 from the file name, elements 1
 /// to 7 from its folders, kLabelNotSet where there is none. The folders end at the first one that is no level.
 inline PathResult ReadSettingPath(const Labels& labels, const std::string& path, std::vector<int>& values,
-                                  const LevelVisitor& visit = {}) {
+                                  const LabelVisitor& visit = {}) {
   PathResult result;
   values.assign(labels.names().size(), kLabelNotSet);
   constexpr const char* kSeparators = "/\\";
@@ -104,7 +104,10 @@ inline PathResult ReadSettingPath(const Labels& labels, const std::string& path,
   if (file_separator != std::string::npos) {
     result.module_name = path.substr(file_separator + 1);
     result.module_name.resize(std::min(result.module_name.rfind('.'), result.module_name.size()));
-    ReadNamedValue(labels.ValuesOf(0), result.module_name, 0, values);
+    if (!labels.names().empty()) {
+      if (visit) visit(labels.names()[0]);
+      ReadNamedValue(labels.ValuesOf(labels.names()[0]), result.module_name, 0, values);
+    }
     if (values.empty() || values[0] == kLabelNotSet) {
       result.ok = false;
       return result;
@@ -116,11 +119,12 @@ inline PathResult ReadSettingPath(const Labels& labels, const std::string& path,
     const std::string folder = dir.substr(separator + 1);
     const TreeLevel* level = FindTreeLevel(folder);
     if (level == nullptr) break;
-    if (visit) visit(*level);
     // Cut at the prefix's length, wherever the prefix was found.
     const std::string value = folder.substr(std::strlen(level->prefix));
     if (level->index != kModeIndex) {
-      ReadNamedValue(labels.ValuesOf(LabelOf(*level)), value, level->index, values);
+      const std::string label = LabelOf(*level);
+      if (visit) visit(label);
+      ReadNamedValue(labels.ValuesOf(label), value, level->index, values);
     } else if (kModeIndex < values.size()) {
       // NOLINTNEXTLINE(cert-err34-c): a mode that is no number is 0.
       values[kModeIndex] = std::atoi(value.c_str());

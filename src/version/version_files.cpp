@@ -77,20 +77,21 @@ void VersionMessages::Clear() {
   messages_.clear();
 }
 
-VersionResult PrintWithVersion(Message* message, const std::string& version, std::string* text,
-                               VersionListener& listener) {
+VersionResult PrintWithVersion(Message* message, const std::string& version, const TemplateSink& sink,
+                               std::string* text) {
   const google::protobuf::Descriptor* type = message->GetDescriptor();
   const FieldDescriptor* field = FindTextField(type, "version");
   if (field == nullptr) return NoField("version");
   message->GetReflection()->SetString(message, field, version);
-  const JsonResult print =
-      PrintTemplate(message, type, [&](const TemplateFault& fault) { listener.OnTemplateFault(fault); }, text);
-  if (!print.ok) listener.OnNotPrinted(print.reason);
-  return {};
+  VersionResult result;
+  JsonResult print = PrintTemplate(message, type, sink, text);
+  if (!print.ok) result.print_failure = std::move(print.reason);
+  return result;
 }
 
 VersionResult SetVersion(const std::string& version_dir, Schema& schema, const google::protobuf::Descriptor* type,
-                         const std::string& name, const std::string& version, VersionListener& listener) {
+                         const std::string& name, const std::string& version, FileListener& listener,
+                         const TemplateSink& sink) {
   std::vector<std::string> files;
   VersionResult result = FindVersionFiles(version_dir.c_str(), files, listener);
   if (result.status != VersionStatus::kOk) return result;
@@ -102,7 +103,7 @@ VersionResult SetVersion(const std::string& version_dir, Schema& schema, const g
     if (name_field == nullptr) return NoField("name");
     if (message->GetReflection()->GetString(*message, name_field) != name) continue;
     std::string rewritten;
-    result = PrintWithVersion(message.get(), version, &rewritten, listener);
+    result = PrintWithVersion(message.get(), version, sink, &rewritten);
     if (result.status == VersionStatus::kOk) WriteTextFile(file, rewritten);
     return result;
   }

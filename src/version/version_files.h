@@ -31,6 +31,7 @@ struct [[nodiscard]] VersionResult {
   std::string text;    ///< with kNotConverted: what `path` holds
   std::string reason;  ///< with kNotConverted: protobuf's message
   const char* field = "";
+  std::string print_failure;  ///< protobuf's message when a print failed; what there was of it is used all the same
 };
 
 /// Replaces `messages` with one new message per version file below `version_dir`, in directory order. The caller owns
@@ -67,22 +68,16 @@ class VersionMessages {
 /// A field of the version type that reflection can read as one text, or null.
 const google::protobuf::FieldDescriptor* FindTextField(const google::protobuf::Descriptor* type, const char* name);
 
-/// Told of what the rewriting of a version file passes over.
-class VersionListener : public FileListener {
- public:
-  virtual void OnTemplateFault([[maybe_unused]] const TemplateFault& fault) {}
-  /// Its print failed; what there is of it is written all the same.
-  virtual void OnNotPrinted([[maybe_unused]] const std::string& reason) {}
-};
-
-/// The new text of a version file: `message`, of the version type, with another version. kNoField when it has none.
-VersionResult PrintWithVersion(google::protobuf::Message* message, const std::string& version, std::string* text,
-                               VersionListener& listener);
+/// Appends the new text of a version file to `text`: the template of `message`, which is of the version type, with
+/// another version. kNoField when the type has none.
+VersionResult PrintWithVersion(google::protobuf::Message* message, const std::string& version, const TemplateSink& sink,
+                               std::string* text);
 
 /// Sets the version text of the first file below `version_dir` whose "name" is `name`, and rewrites the file; a failed
 /// write is not noticed. Ends at the first file that cannot be used.
 VersionResult SetVersion(const std::string& version_dir, Schema& schema, const google::protobuf::Descriptor* type,
-                         const std::string& name, const std::string& version, VersionListener& listener);
+                         const std::string& name, const std::string& version, FileListener& listener,
+                         const TemplateSink& sink);
 
 }  // namespace internal
 }  // namespace ZO_TUNING
