@@ -40,7 +40,7 @@ class ReferencePacker {
   bool Pack(const std::string& out_dir) {
     const std::string folder = out_dir + "/zo_tuning";
     if (mkdir(folder.c_str(), 0700) != 0) return false;
-    if (!ZO_TUNING::internal::LoadProjectConfig(proj_dir_, schema_, config_)) return false;
+    if (!LoadProjectConfig(ZO_TUNING::internal::ProjectLayout(proj_dir_), schema_, config_).ok()) return false;
     label_type_ = schema_.FindType("TuningDataLabel");
     version_type_ = schema_.FindType("Version");
     if (label_type_ == nullptr || version_type_ == nullptr) return false;

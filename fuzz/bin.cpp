@@ -28,7 +28,7 @@ class Target {
  public:
   Target() {
     std::filesystem::create_directory(bin_dir_);
-    LoadProjectConfig(project_, schema_, config_);
+    (void)LoadProjectConfig(ZO_TUNING::internal::ProjectLayout(project_), schema_, config_);
     Require(config_.sensor_names == zofuzz::kExampleSensors, "the project's configuration is read");
   }
 

@@ -64,7 +64,7 @@ class Target {
  public:
   Target() {
     std::filesystem::create_directory(bin_dir_);
-    LoadProjectConfig(project_, schema_, config_);
+    (void)LoadProjectConfig(ZO_TUNING::internal::ProjectLayout(project_), schema_, config_);
     zotuning_tool::ShowLibraryLines(false);
   }
 

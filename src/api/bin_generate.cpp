@@ -344,10 +344,10 @@ bool GenerateProjTuningBins(const char* proj_dir, const char* out_dir, const std
   if (!generation.ReadVersions(version_type)) return false;  // reported there
   BinPacker packer(generation.schema(), generation.config().labels(), label_type);
   if (!PackForProject(packer, generation.DefaultJob(FieldChecking::kOn), true)) return false;
-  return std::all_of(
-      generation.sensor_names().begin(), generation.sensor_names().end(), [&](const std::string& sensor) {
-        return PackForProject(packer, generation.SensorJob(sensor, FieldChecking::kOn), false);
-      });
+  return std::all_of(generation.sensor_names().begin(), generation.sensor_names().end(),
+                     [&](const std::string& sensor) {
+                       return PackForProject(packer, generation.SensorJob(sensor, FieldChecking::kOn), false);
+                     });
 }
 
 }  // namespace api

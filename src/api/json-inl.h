@@ -95,7 +95,8 @@ inline void JSON_STR_TO_FILE(const std::string& path, const std::string& json) {
 }
 
 inline void MSG_INIT_FOR_JSON(google::protobuf::Message* msg, const google::protobuf::Descriptor* desc) {
-  internal::AtBorder(__LINE__, __func__, [&] { internal::FillTemplate(msg, desc, internal::api::ReportTemplateFault); });
+  internal::AtBorder(__LINE__, __func__,
+                     [&] { internal::FillTemplate(msg, desc, internal::api::ReportTemplateFault); });
 }
 
 inline void MSG_PRONE_FOR_BIN(google::protobuf::Message* msg, const google::protobuf::Descriptor* desc) {

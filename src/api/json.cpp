@@ -78,6 +78,5 @@ bool ZoTuningUtils::FindAllJsonFiles(const char* dir, std::vector<std::string>& 
 }
 
 bool ZoTuningUtils::GenerateDefaultModuleData(const char* proj_dir, const char* module) {
-  return AtBorder(__LINE__, __func__,
-                  [&] { return api::GenerateDefaultModuleData(ProjectLayout(proj_dir), module); });
+  return AtBorder(__LINE__, __func__, [&] { return api::GenerateDefaultModuleData(ProjectLayout(proj_dir), module); });
 }

@@ -22,8 +22,8 @@ inline std::string BinPath(const std::string& bin_folder, const std::string& sco
 
 /// What a bin folder holds.
 struct BinListing {
-  std::vector<std::string> names;  ///< of the bins: their scopes, as far as their names tell
-  std::vector<std::string> paths;  ///< index-aligned with `names`
+  std::vector<std::string> names;   ///< of the bins: their scopes, as far as their names tell
+  std::vector<std::string> paths;   ///< index-aligned with `names`
   std::vector<std::string> others;  ///< names of entries that are neither bins nor directories
 };
 

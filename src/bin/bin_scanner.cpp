@@ -109,9 +109,9 @@ bool BinScanner::NextRecord() {
   const google::protobuf::Descriptor* module_type = schema_.FindType(record_.module_name);
   if (module_type == nullptr) {
     const int value = record_.values.empty() ? kLabelNotSet : record_.values[0];
-    return Fail(record_.label.offset, label_name, "a module with a message type",
-                record_.module_name.empty() ? "module number " + std::to_string(value)
-                                            : "'" + record_.module_name + "'");
+    return Fail(
+        record_.label.offset, label_name, "a module with a message type",
+        record_.module_name.empty() ? "module number " + std::to_string(value) : "'" + record_.module_name + "'");
   }
   const google::protobuf::Descriptor* parsed = modules_ == Modules::kParse ? module_type : nullptr;
   if (!ReadItem(record_.module_name + " of record " + number, parsed, true, record_.module)) return false;

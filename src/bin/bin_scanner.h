@@ -31,7 +31,7 @@ struct BinFault {
 struct BinItem {
   uint64_t offset = 0;  ///< of the length; the bytes start four later
   int32_t length = 0;
-  std::string_view bytes;  ///< valid until the next step of the scanner
+  std::string_view bytes;                              ///< valid until the next step of the scanner
   std::unique_ptr<google::protobuf::Message> message;  ///< null where it is not parsed
 };
 

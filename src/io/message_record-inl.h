@@ -1,6 +1,6 @@
 /// \file
-/// Messages as length-prefixed records: the framing that ProjConf.bin and the tuning bins share. RecordReader reads them
-/// back.
+/// Messages as length-prefixed records: the framing that ProjConf.bin and the tuning bins share. RecordReader reads
+/// them back.
 #pragma once
 
 #include <google/protobuf/message.h>

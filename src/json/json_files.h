@@ -15,7 +15,8 @@ class FileListener {
  public:
   virtual ~FileListener() = default;
 
-  /// A folder below the one that is walked cannot be opened, or its path is too long to be entered (`path` is cut then).
+  /// A folder below the one that is walked cannot be opened, or its path is too long to be entered (`path` is cut
+  /// then).
   virtual void OnFolderPassedOver([[maybe_unused]] const std::string& path) {}
 
   /// A JSON file cannot be read; it counts as an empty text.

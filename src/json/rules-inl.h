@@ -94,7 +94,7 @@ class OpenTypes {
 /// What a schema lacks for a template. The walk goes on after each.
 struct TemplateFault {
   enum class Kind {
-    kRepeatedType,  ///< `field` is repeated and of a type that templates do not support; it stays empty
+    kRepeatedType,   ///< `field` is repeated and of a type that templates do not support; it stays empty
     kRecursiveType,  ///< `type` contains itself; it is filled once on each way down
     kNoRuleField,    ///< the rule type `type` has no singular field `rule_field` of type `field_type`
   };

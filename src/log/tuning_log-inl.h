@@ -1,6 +1,7 @@
 /// \file
-/// TuningLog, the one way in which the exported operations report. It is inline and hidden, so that the inline functions of the
-/// public header carry their own copy into the program that compiles them and need nothing but liblog there.
+/// TuningLog, the one way in which the exported operations report. It is inline and hidden, so that the inline
+/// functions of the public header carry their own copy into the program that compiles them and need nothing but liblog
+/// there.
 #pragma once
 
 #include <android/log.h>

@@ -125,8 +125,8 @@ LoadResult LoadProjectConfig(const ProjectLayout& layout, Schema& schema, Projec
   if (result.type.type == nullptr) return fail(LoadStatus::kNoConfigType);
   const Descriptor* config_type = result.type.type;
   const std::unique_ptr<Message> message = schema.NewMessage(config_type);
-  result.config = ReadConfigFile(layout.ConfigPath().c_str(), message.get(), config_type, config.name,
-                                 config.sensor_names);
+  result.config =
+      ReadConfigFile(layout.ConfigPath().c_str(), message.get(), config_type, config.name, config.sensor_names);
   // Without consequence: the labels are read all the same.
   result.type = schema.Find("TuningDataLabel");
   if (result.type.type == nullptr) return fail(LoadStatus::kNoLabelType);

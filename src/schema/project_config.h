@@ -32,10 +32,10 @@ struct ProjectConfig {
 
 enum class ConfigStatus {
   kOk,
-  kNotOpened,   ///< `error` tells why
-  kNotRead,     ///< the record at `offset` is cut short or has an impossible length
-  kNotParsed,   ///< the record at `offset` is no message of the type
-  kNoField,     ///< the type has no usable field `field`
+  kNotOpened,  ///< `error` tells why
+  kNotRead,    ///< the record at `offset` is cut short or has an impossible length
+  kNotParsed,  ///< the record at `offset` is no message of the type
+  kNoField,    ///< the type has no usable field `field`
 };
 
 struct [[nodiscard]] ConfigResult {
@@ -83,8 +83,8 @@ struct [[nodiscard]] LoadResult {
   bool ok() const { return status == LoadStatus::kOk; }
 };
 
-/// Reads a project's configuration and labels. `schema` is that of layout.ProtoDir(). Name and sensors are replaced when
-/// ProjConf.bin can be read, the labels are appended; what was read before a fault stays.
+/// Reads a project's configuration and labels. `schema` is that of layout.ProtoDir(). Name and sensors are replaced
+/// when ProjConf.bin can be read, the labels are appended; what was read before a fault stays.
 LoadResult LoadProjectConfig(const ProjectLayout& layout, Schema& schema, ProjectConfig& config);
 
 }  // namespace internal

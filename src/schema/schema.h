@@ -68,9 +68,9 @@ DirectoryResult ImportFiles(const char* dir, google::protobuf::compiler::Importe
 /// before it goes; the order of its members takes care of the rest (factory, importer, source tree).
 class Schema {
  public:
-  /// Loads the files. With `faults` everything that protobuf says about any of them is appended to it, by file, line and
-  /// column. With `refuse` no file that it refuses is opened, whether found in the folder or imported by another; its
-  /// reason becomes a fault.
+  /// Loads the files. With `faults` everything that protobuf says about any of them is appended to it, by file, line
+  /// and column. With `refuse` no file that it refuses is opened, whether found in the folder or imported by another;
+  /// its reason becomes a fault.
   explicit Schema(const std::string& proto_dir, std::vector<SchemaFault>* faults = nullptr, RefuseFile refuse = {});
   Schema(const Schema&) = delete;
   Schema& operator=(const Schema&) = delete;

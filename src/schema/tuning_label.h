@@ -24,7 +24,7 @@ enum class LabelStatus {
 struct [[nodiscard]] LabelResult {
   LabelStatus status = LabelStatus::kOk;
   std::string field;
-  google::protobuf::FieldDescriptor::Type field_type{};             ///< with kBadType
+  google::protobuf::FieldDescriptor::Type field_type{};          ///< with kBadType
   const google::protobuf::EnumValueDescriptor* value = nullptr;  ///< with kNoShortName
   size_t name_count = 0;                                         ///< with kTooFewNames
   size_t value_count = 0;                                        ///< with kTooFewNames

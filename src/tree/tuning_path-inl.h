@@ -1,6 +1,6 @@
 /// \file
-/// Label values to the path of a setting and back. The grammar of the paths: docs/json-trees.md. Nothing here touches the
-/// disk or changes the labels.
+/// Label values to the path of a setting and back. The grammar of the paths: docs/json-trees.md. Nothing here touches
+/// the disk or changes the labels.
 #pragma once
 
 #include <algorithm>
@@ -27,7 +27,8 @@ inline std::vector<std::string> SettingFolders(const Labels& labels, const std::
   const size_t levels = std::min(values.size(), labels.names().size());
   for (size_t i = 1; i < levels && values[i] != kLabelNotSet; ++i) {
     const std::string& name = labels.names()[i];
-    folders.push_back(name + "_" + (name == kModeLabel ? std::to_string(values[i]) : labels.ValueName(name, values[i])));
+    folders.push_back(name + "_" +
+                      (name == kModeLabel ? std::to_string(values[i]) : labels.ValueName(name, values[i])));
   }
   return folders;
 }

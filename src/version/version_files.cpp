@@ -22,8 +22,7 @@ VersionResult NoField(const char* field) {
   return result;
 }
 
-VersionResult FindVersionFiles(const char* version_dir, std::vector<std::string>& files,
-                               FileListener& listener) {
+VersionResult FindVersionFiles(const char* version_dir, std::vector<std::string>& files, FileListener& listener) {
   VersionResult result;
   if (!FindJsonFiles(version_dir, files, listener).is_open) {
     result.status = VersionStatus::kNotListed;
@@ -53,8 +52,8 @@ const FieldDescriptor* FindTextField(const google::protobuf::Descriptor* type, c
   return usable ? field : nullptr;
 }
 
-VersionResult ReadVersionMessages(const char* version_dir, const Message* prototype,
-                                  std::vector<Message*>& messages, FileListener& listener) {
+VersionResult ReadVersionMessages(const char* version_dir, const Message* prototype, std::vector<Message*>& messages,
+                                  FileListener& listener) {
   messages.clear();
   std::vector<std::string> files;
   VersionResult result = FindVersionFiles(version_dir, files, listener);

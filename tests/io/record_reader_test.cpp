@@ -38,12 +38,17 @@ TEST(RecordReaderTest, TellsACleanEndFromACut) {
         std::rewind(file.get());
       }
       RecordReader reader(file.get());
+      RecordReader in_memory{std::string_view(content)};
       std::string_view bytes;
       ASSERT_EQ(ReadRecord(reader, &bytes), ReadStatus::kOk);
       EXPECT_EQ(bytes, "first");
       const ReadStatus status = in_file ? row.in_file : row.in_stream;
       ASSERT_EQ(ReadRecord(reader, &bytes), status);
+      std::string_view same;
+      ASSERT_EQ(ReadRecord(in_memory, &same), ReadStatus::kOk);
+      EXPECT_EQ(ReadRecord(in_memory, &same), row.in_file);
       if (status == ReadStatus::kOk) {
+        EXPECT_EQ(same, row.record);
         EXPECT_EQ(reader.offset(), 9 + 4 + row.record.size());
         EXPECT_EQ(bytes, row.record);
       } else {

@@ -1,3 +1,7 @@
+#include <sys/stat.h>
+
+#include <algorithm>
+
 #include "support/project.h"
 
 #include "ZoTuningUtils.h"
@@ -72,6 +76,36 @@ TEST_F(SchemaImportTest, FindsTypesByNamesCutAtTheFirstLinkKey) {
   }
 }
 
+TEST_F(SchemaImportTest, ACollectorGetsEveryFaultOfEveryFile) {
+  using ZO_TUNING::internal::SchemaFault;
+  const TempDir dir;
+  Write(dir / "b.proto", "syntax = \"proto3\";\npackage ZO_TUNING;\nmessage B {\n  Missing m = 1;\n  Gone g = 2;\n}\n");
+  Write(dir / "a.proto", "syntax = \"proto3\";\nimport \"b.proto\";\nimport \"pipe.proto\";\nmessage A {}\n");
+  Write(dir / "c.proto", "syntax = \"proto3\";\npackage ZO_TUNING;\nmessage Fine {}\n");
+  ASSERT_EQ(mkfifo((dir / "pipe.proto").c_str(), 0600), 0);
+  std::vector<SchemaFault> faults;
+  const ZO_TUNING::internal::Schema schema(dir.str(), &faults, [](const std::string& path) {
+    return path.find("pipe") == std::string::npos ? "" : "a named pipe";
+  });
+  Strings lines;
+  for (const SchemaFault& fault : faults) {
+    lines.push_back(fault.file + ":" + std::to_string(fault.line) + ":" + std::to_string(fault.column) + ": " +
+                    fault.message);
+  }
+  EXPECT_THAT(lines, testing::IsSupersetOf({"a.proto:2:1: Import \"b.proto\" was not found or had errors.",
+                                            "b.proto:4:3: \"Missing\" is not defined.",
+                                            "b.proto:5:3: \"Gone\" is not defined.", "pipe.proto:0:0: a named pipe"}));
+  EXPECT_TRUE(std::is_sorted(lines.begin(), lines.end()));
+  EXPECT_TRUE(schema.listing().is_complete());
+  Strings loaded;
+  for (const auto& file : schema.files()) {
+    if (file.is_loaded) loaded.push_back(file.name);
+  }
+  EXPECT_THAT(loaded, ElementsAre("c.proto"));
+  EXPECT_NE(schema.FindType("Fine"), nullptr);
+  EXPECT_EQ(schema.Find("B").status, ZO_TUNING::internal::TypeStatus::kMissing);
+}
+
 TEST_F(SchemaImportTest, TypesTooDeepForTheStackAreRefused) {
   const TempDir dir;
   constexpr int kTypes = 20000;
@@ -82,8 +116,9 @@ TEST_F(SchemaImportTest, TypesTooDeepForTheStackAreRefused) {
   }
   text += "message Shallow { Shallow s = 1; } message Deep { D1 d = 1; }";
   for (int i = 1; i < 1000; ++i) text += "message D" + std::to_string(i) + " { D" + std::to_string(i + 1) + " d = 1; }";
-  Write(dir / "a.proto", text + "message D1000 {}");
-  ZO_TUNING::internal::Schema schema(dir.str());
+  Write(dir / "proto/a.proto", text + "message D1000 {}");
+  MakeDirs(dir / "default");
+  ZO_TUNING::internal::Schema schema(dir / "proto");
   for (const std::string type : {"Shallow", "Deep"}) {
     const auto message = schema.NewMessage(schema.FindType(type));
     ZO_TUNING::MSG_PRONE_FOR_BIN(message.get(), message->GetDescriptor());
@@ -91,7 +126,11 @@ TEST_F(SchemaImportTest, TypesTooDeepForTheStackAreRefused) {
   }
   EXPECT_LOG();
   EXPECT_EQ(schema.FindType("T7"), nullptr);
-  EXPECT_LOG(AllOf(StartsWith("6 GetDescByClassName: Message type ZO_TUNING.T7 holds 20001 levels of message types")));
+  EXPECT_EQ(schema.Find("T7").levels, 20001U);
+  EXPECT_LOG();
+  EXPECT_FALSE(ZoTuningUtils::GenerateDefaultModuleData(dir.str().c_str(), "T7"));
+  EXPECT_LOG(StartsWith("6 GetDescByClassName: Message type ZO_TUNING.T7 holds 20001 levels of message types"),
+             "6 GenerateDefaultModuleData: Get descriptor of module ZO_TUNING.T7 failed");
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "ZoTuningUtils.h"
 #include "support/project.h"
+#include "tree/tuning_path-inl.h"
 
 namespace {
 
@@ -32,6 +33,8 @@ TEST_F(TuningPathTest, BothDirectionsAreInverse) {
     EXPECT_EQ(Mode(sensor_ + folder), folder.empty() ? Mode(sensor_) : 0700U) << folder;
     EXPECT_FALSE(Exists(sensor_ + folder + file));
     EXPECT_EQ(ToConfig(sensor_ + folder + file), config);
+    const ZO_TUNING::internal::Labels labels(names_, map_);
+    EXPECT_EQ("/" + SettingPath(labels, config), folder + file);
   };
   expect({1}, "", "/AWGain.json");
   expect({0, 0}, "/mode_0", "/AfCommon.json");

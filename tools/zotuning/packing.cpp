@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "ZoTuningUtils.h"
+#include "api/operations.h"
 #include "bin/bin_folder.h"
-#include "bin/generate.h"
 #include "json_check.h"
 #include "library_log.h"
 
@@ -76,7 +76,8 @@ std::vector<std::pair<std::string, FileState>> StatesOf(const std::vector<Scope>
 bool Generate(const Project& project, const PackOptions& options, const std::string& out_dir) {
   const char* dir = project.dir().c_str();
   if (options.ask) return ZoTuningUtils::GenerateSpecificSensorBin(dir, out_dir.c_str());
-  return ZO_TUNING::internal::GenerateBins(dir, out_dir.c_str(), options.sensor.empty() ? nullptr : &options.sensor);
+  return ZO_TUNING::internal::api::GenerateProjTuningBins(dir, out_dir.c_str(),
+                                                          options.sensor.empty() ? nullptr : &options.sensor);
 }
 
 }  // namespace
