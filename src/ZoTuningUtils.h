@@ -117,7 +117,7 @@ class ZOTUNING_EXPORT ZoTuningUtils {
   // ---- New tuning settings (src/tree, docs/json-trees.md) ------------------------------------------------------
 
   /// Copies the default JSON of the module named by the label "module" of `config` to the place that
-  /// TUNING_CONFIG_TO_PATH gives, replacing an existing setting. False only when the schema lacks the module's type.
+  /// TUNING_CONFIG_TO_PATH returns, replacing an existing setting. False only when the schema lacks the module's type.
   /// True although the default could not be read (an empty file is written then) or the copy could not be written.
   static bool CreateNewTuningSetting(const char* proj_dir, std::vector<std::string>& label_names,
                                      std::map<std::string, std::map<int, std::string>>& label_map, std::string& sensor,
@@ -222,7 +222,7 @@ inline bool JSON_STR_TO_MSG(const std::string& json, google::protobuf::Message* 
 /// failed print is logged.
 inline void MSG_TO_JSON_STR(google::protobuf::Message* msg, const google::protobuf::Descriptor* desc, std::string& out);
 
-/// Writes `json` to `path` as it stands, replacing the file. Failures are not reported.
+/// Writes `json` to `path` as it is, replacing the file. Failures are not reported.
 inline void JSON_STR_TO_FILE(const std::string& path, const std::string& json);
 
 /// Turns `msg`, of type `desc`, into a template in place: creates every singular submessage, adds one element to every
@@ -285,7 +285,7 @@ ZOTUNING_EXPORT extern int ZoDatacenterSettingDebugLevel;
 /// Enabled groups of DatacenterLoggerFunction: bit 0 group 1, bit 1 group 2. Initially 2.
 ZOTUNING_EXPORT extern int ZoDatacenterSettingGroupLevel;
 
-/// Begin and end of each timing slot; all zeros when unused.
+/// Start and end of each timing slot; all zeros when unused.
 ZOTUNING_EXPORT extern timeval start_t[256];
 ZOTUNING_EXPORT extern timeval end_t[256];
 
@@ -318,7 +318,7 @@ ZOTUNING_EXPORT void FileCreate();
 /// The part of `path` after its last "/", or `path` itself.
 ZOTUNING_EXPORT const char* GetFileName(const char* path);
 
-/// Stores the current time as the begin of `slot`, 0 to 255 (not checked).
+/// Stores the current time as the start of `slot`, 0 to 255 (not checked).
 ZOTUNING_EXPORT void StartTime(int slot);
 
 /// Logs the time since StartTime(slot) in microseconds at error priority, whatever is enabled, and resets the slot.
@@ -327,7 +327,7 @@ ZOTUNING_EXPORT void EndTime(const char* file, int line, const char* function, i
 /// Milliseconds since the epoch.
 ZOTUNING_EXPORT double now_ms();
 
-/// Fills `record` with the current local time; untouched when the time cannot be had. Null is allowed.
+/// Fills `record` with the current local time; untouched when the time is unavailable. Null is allowed.
 ZOTUNING_EXPORT void GetDateTime(ZoTuningDateTime* record);
 
 /// Reads the Android system property `key` into `value`, a buffer of 92 bytes, and returns its length. When it is unset

@@ -11,7 +11,7 @@ namespace internal {
 
 /// Runs the body of an exported operation. An exception out of it becomes one error line of `function`, and false or
 /// null where there is a result. Bodies call one another without a border, so that it is the outermost operation that
-/// reports: results that an operation ignores stand for files that cannot be read, not for lack of memory.
+/// reports: a result that an operation ignores is about a file that cannot be read, not about lack of memory.
 template <typename Body>
 __attribute__((visibility("hidden"))) auto AtBorder(SourceLine at, const char* function, const Body& body)
     -> decltype(body()) {

@@ -29,7 +29,7 @@ enum class PackStatus {
   kNoDataDir,     ///< the job's data folder does not exist
   kNotOpened,     ///< the bin cannot be opened; `error` tells why
   kNotListed,     ///< the data folder cannot be opened
-  kBadLabel,      ///< the label type does not take the values that the path gives; `label` tells why
+  kBadLabel,      ///< the label type does not take the values of the path; `label` tells why
   kNoModuleType,  ///< see `module` and `type`; the label is in the bin then
   kNoMessage,     ///< no module message could be made; protobuf itself stops rather than say so
   kNotConverted,  ///< `text` does not fit the module type; `reason` is protobuf's message

@@ -103,7 +103,7 @@ bool BinScanner::NextRecord() {
       !GetLabelValues(*record_.label.message, label_type_, labels_.names(), record_.values).ok()) {
     return Fail(record_.label.offset, label_name, "a label of this project", "another");
   }
-  // No module has the number that stands for "not set".
+  // No module has the number that means "not set".
   const bool is_set = !record_.values.empty() && record_.values[0] != kLabelNotSet;
   record_.module_name = is_set ? labels_.ModuleName(record_.values) : std::string();
   const google::protobuf::Descriptor* module_type = schema_.FindType(record_.module_name);

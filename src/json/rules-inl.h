@@ -28,7 +28,7 @@ enum class RuleForm {
 /// known by their short names alone.
 struct ParameterKind {
   const char* rule_type;
-  const char* data_type;  ///< null for structure arrays, whose rule stands beside them
+  const char* data_type;  ///< null for structure arrays, whose rule is beside them
   const char* description;
   RuleForm form;
 };

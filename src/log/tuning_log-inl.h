@@ -18,7 +18,7 @@ inline constexpr int kLogInfo = 4;
 inline constexpr int kLogWarn = 5;
 inline constexpr int kLogError = 6;
 
-/// Where a log call stands. Made implicitly from __LINE__; the file is that of the call.
+/// Where a log call is. Made implicitly from __LINE__; the file is that of the call.
 struct SourceLine {
   // NOLINTNEXTLINE(google-explicit-constructor): made of the __LINE__ that every call passes.
   SourceLine(int line_number, const char* file_path = __builtin_FILE()) : line(line_number), file(file_path) {

@@ -13,7 +13,7 @@ namespace internal {
 /// Label name -> value number -> short name; the entry of an int32 label is empty.
 using LabelMap = std::map<std::string, std::map<int, std::string>>;
 
-/// Stands for "not set" among label values.
+/// Means "not set" among label values.
 inline constexpr int kLabelNotSet = -1;
 
 /// Look-ups in label names and value names that belong to somebody else (see ProjectConfig::labels) and have to outlive

@@ -83,11 +83,14 @@ TypeResult Schema::Find(const std::string& short_name) const {
   TypeResult result{TypeStatus::kMissing, nullptr, QualifiedTypeName(short_name), {}, 0};
   const google::protobuf::Descriptor* type = FindTypeByName(*importer_.pool(), result.qualified_name);
   if (type == nullptr) return result;
-  result.full_name = type->full_name();
   result.levels = levels_.Count(type);
-  const bool fits = StackHolds(result.levels);
-  result.status = fits ? TypeStatus::kFound : TypeStatus::kTooManyLevels;
-  result.type = fits ? type : nullptr;
+  if (StackHolds(result.levels)) {
+    result.status = TypeStatus::kFound;
+    result.type = type;
+  } else {
+    result.status = TypeStatus::kTooManyLevels;
+    result.full_name = type->full_name();
+  }
   return result;
 }
 

@@ -48,7 +48,7 @@ struct [[nodiscard]] TypeResult {
   TypeStatus status;
   const google::protobuf::Descriptor* type;  ///< null unless found
   std::string qualified_name;                ///< as it was looked for, before a cut at "LinkKey"
-  std::string full_name;                     ///< of the type itself; "" when missing
+  std::string full_name;                     ///< of the type itself, with kTooManyLevels
   size_t levels;                             ///< of message types from this one down; 0 when missing
 };
 

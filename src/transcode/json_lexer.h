@@ -1,6 +1,6 @@
 /// \file
 /// The strict tokens of the fast path. Every function reads at `p`, in a text that ends with zero bytes, and returns
-/// the place behind what it read, or null when the token is unsupported.
+/// the place after what it read, or null when the token is unsupported.
 #pragma once
 
 #include <fast_float/fast_float.h>
@@ -25,13 +25,13 @@ constexpr uint64_t Repeat(uint8_t byte) { return byte * UINT64_C(0x0101010101010
 /// Index of the lowest byte of which a mask of top bits has one; the lowest byte is the first of the text.
 inline int FirstByte(uint64_t top_bits) { return __builtin_ctzll(top_bits) >> 3; }
 
-/// The first character that is no blank.
+/// The first character that is no space.
 inline const char* SkipBlanks(const char* p) {
   if (static_cast<unsigned char>(*p) > ' ') return p;
   if (*p == ' ' && static_cast<unsigned char>(p[1]) > ' ') return p + 1;
   for (;;) {
     if (*p == '\n') ++p;
-    // Runs of spaces, as indentation gives them.
+    // Runs of spaces, as in indentation.
     for (uint64_t other = LoadWord(p) ^ Repeat(' ');; other = LoadWord(p) ^ Repeat(' ')) {
       if (other != 0) {
         p += __builtin_ctzll(other) >> 3;
@@ -64,7 +64,7 @@ inline const char* ReadDigits(const char* p, uint64_t* value) {
   static constexpr uint32_t kPowers[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000};
   for (;;) {
     const uint64_t values = LoadWord(p) ^ Repeat('0');
-    // The lowest top bit stands at the first byte that is no digit.
+    // The lowest top bit is at the first byte that is no digit.
     const uint64_t others = (values | (values + Repeat(0x76))) & Repeat(0x80);
     if (others == 0) {
       *value = *value * 100000000 + EightDigits(values);
@@ -174,7 +174,7 @@ inline const char* ReadString(const char* p, RawString* string) {
     const uint64_t word = LoadWord(p);
     const uint64_t quote = word ^ Repeat('"');
     const uint64_t backslash = word ^ Repeat('\\');
-    // The lowest top bit of each of these masks stands at a true hit; higher ones may not.
+    // The lowest top bit of each of these masks is at a true hit; higher ones may not.
     const uint64_t hits = (((quote - Repeat(1)) & ~quote) | ((backslash - Repeat(1)) & ~backslash) |
                            ((word - Repeat(' ')) & ~word) | word) &
                           Repeat(0x80);

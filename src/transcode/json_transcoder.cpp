@@ -127,7 +127,7 @@ char* WriteScalar(typename Scalar<kKind>::Type value, char* out) {
   } else if constexpr (kKind == ValueKind::kFixed32 || kKind == ValueKind::kSfixed32) {
     return WriteFixed(static_cast<uint32_t>(value), out);
   } else if constexpr (kKind == ValueKind::kSint32 || kKind == ValueKind::kSint64) {
-    // A 32-bit value has its sign in all upper bits, so that the 64-bit form gives the same varint.
+    // A 32-bit value has its sign in all upper bits, so that the 64-bit form is the same varint.
     return WriteVarint(ZigZag(static_cast<int64_t>(value)), out);
   } else {
     return WriteVarint(value, out);
@@ -290,7 +290,7 @@ class TextTranscoder {
     Append(arranged.data(), arranged.size());
   }
 
-  /// Reads a key and the colon behind it; `index` is the field that usually stands here, and then the one that does.
+  /// Reads a key and the colon after it; `index` is the field that usually comes here, and then the one that does.
   bool ReadKey(const MessageTable& table, size_t* index) {
     if (*index < table.fields.size()) {
       const FieldEntry& field = table.fields[*index];
@@ -310,7 +310,7 @@ class TextTranscoder {
     if (found == table.by_key.end()) return false;
     *index = found->second;
     const FieldEntry& field = table.fields[*index];
-    // A key that is the json_name does not prove that the field's name stands in the text.
+    // A key that is the json_name does not prove that the field's name is in the text.
     if (key == field.name()) transcoder_.names_seen_[field.name_id] = 1;
     p_ = SkipBlanks(p_);
     if (*p_ != ':') return false;

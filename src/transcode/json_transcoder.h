@@ -17,10 +17,10 @@ namespace internal {
 
 /// Turns texts into wire bytes, one after another, through buffers that it keeps. Strict: what it does not handle with
 /// certainty makes the whole text fall back: the slow path (protobuf's own parser) reads it. What it does encode
-/// is byte for byte what the slow path gives.
+/// is byte for byte what the slow path writes.
 class JsonTranscoder {
  public:
-  /// Encodes `text` (with kTextPadding zero bytes behind it) by `table`. False when the text is unsupported; this says
+  /// Encodes `text` (with kTextPadding zero bytes after it) by `table`. False when the text is unsupported; this says
   /// nothing about whether the slow path accepts it.
   [[nodiscard]] bool Transcode(const ModuleTable& table, std::string_view text);
 
@@ -34,7 +34,7 @@ class JsonTranscoder {
  private:
   friend class TextTranscoder;
 
-  /// Where one field of a message stands in the output.
+  /// Where one field of a message is in the output.
   struct FieldSpan {
     int32_t number;
     size_t begin;

@@ -82,7 +82,7 @@ bool HasOwnRules(const Descriptor* type) {
   return type->full_name().rfind("google.protobuf.", 0) == 0 || type->map_key() != nullptr;
 }
 
-/// The fields that pruning creates, as they stand on the wire: in field-number order.
+/// The fields that pruning creates, as they are on the wire: in field-number order.
 std::string DefaultContent(const MessageTable& table) {
   std::vector<const FieldEntry*> materialized;
   for (const FieldEntry& field : table.fields) {

@@ -47,7 +47,7 @@ struct EnumTable {
 };
 
 struct FieldEntry {
-  std::string quoted_name;  ///< `"name":`, as the key usually stands in the text
+  std::string quoted_name;  ///< `"name":`, as the key usually is in the text
   bool name_is_key;         ///< not so when the name is the json_name of another field
   uint32_t name_id;         ///< which name of the field check the key proves; 0 for none
   int32_t number;
@@ -61,7 +61,7 @@ struct FieldEntry {
   bool materialized;  ///< pruning makes it present when the text leaves it out
   const MessageTable* message = nullptr;
   const EnumTable* enumeration = nullptr;
-  std::string default_bytes;  ///< of a materialized field: what stands on the wire when the text leaves it out
+  std::string default_bytes;  ///< of a materialized field: what is on the wire when the text leaves it out
   /// How long the length of the last run of bytes was; the next one is most likely as long.
   mutable uint8_t length_size = 1;
 

@@ -45,7 +45,7 @@ inline std::string SettingPath(const Labels& labels, const std::vector<int>& val
   return path + SettingFile(labels, values);
 }
 
-/// A level of the tree as it is read back: the folder prefix and the index of the label value that it gives.
+/// A level of the tree as it is read back: the folder prefix and the index of the label value that it sets.
 struct TreeLevel {
   const char* prefix;
   size_t index;
