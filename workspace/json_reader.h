@@ -1,0 +1,120 @@
+/// \file
+/// The reader that fills a JsonDocument. For json_document.cpp alone.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "workspace/json_document.h"
+
+namespace zotuning {
+
+// Ends of tokens, from their first character on. All read in a text that is followed by zero bytes.
+const char* FindNumberEnd(const char* p);
+/// After the closing quote, or null when there is none before `end`.
+const char* FindStringEnd(const char* p, const char* end);
+const char* FindKeyEnd(const char* p, const char* end);
+/// Of what stands where a value should: to the next sign that may follow a value, or the end of the line.
+const char* FindInvalidEnd(const char* p, const char* end);
+
+/// A \uXXXX or a pair of them.
+struct UnicodeEscape {
+  uint32_t code = 0;
+  size_t size = 0;
+  const char* fault = nullptr;  ///< what is wrong with it
+};
+UnicodeEscape ReadUnicodeEscape(std::string_view text);
+
+/// One pass over a text. After a fault it goes on where that is safe; see docs/json-trees.md for the grammar.
+class JsonReader {
+ public:
+  explicit JsonReader(JsonDocument* document);
+  void Read();
+
+ private:
+  enum class Expect : uint8_t {
+    kFirst,      ///< a member or element, or the end: after an opening bracket
+    kNext,       ///< the same, after a comma
+    kSeparator,  ///< a comma or the end: after a value
+  };
+  static constexpr uint32_t kNone = 0xffffffff;
+
+  bool RefuseWhole();
+  void NoteInvalidUtf8();
+  bool ReserveTape();
+  void ReserveMore();
+
+  // Objects and lists.
+  void Run();
+  void ReadMember();
+  void ReadElement();
+  void ReadNumbers();
+  void ReadValue();
+  void Open();
+  void Close(const char* end, bool complete);
+  char CloseOf(uint32_t index) const;
+  void MarkIncomplete();
+  void Finish();
+
+  // Scalars.
+  void ReadNumber();
+  void BadNumber(const char* what);
+  void ReadString();
+  const char* ReadOddString();
+  void ReadLiteral(const char* literal, size_t size);
+  void BadValue();
+  void Invalid(const char* begin);
+
+  // What may stand between tokens, and what should not.
+  void SkipSpace();
+  void SkipOddSpace();
+  bool SkipConflict();
+
+  // Faults, and going on after them.
+  void AddFault(JsonFault fault);
+  void Note(Code code, const char* begin, const char* end, const char* message);
+  void Fail(Code code, const char* begin, const char* end, std::string message, std::string hint = "");
+  void EndOfText();
+  void BadSeparator();
+  void BadColon(const char* key, const char* key_end);
+  void BadKey();
+  bool IsDecimalComma() const;
+  bool CloseMismatch();
+  bool ReopenString(bool key);
+  bool PassOverQuotes();
+  bool PassOverEnd();
+  bool CloseBeforeKey();
+  void GoOnAfterLine(const char* p);
+  void SkipItem();
+
+  /// Whether the innermost object or list has nothing on the tape yet.
+  bool IsEmptySoFar() const { return tape_size_ == open_ + 2; }
+  uint32_t Offset(const char* p) const { return static_cast<uint32_t>(p - text_); }
+  void Push(const char* p) { tape_[tape_size_++] = Offset(p); }
+
+  JsonDocument& document_;
+  const char* text_;
+  const char* end_;
+  const char* p_;
+  uint32_t* tape_ = nullptr;  ///< owned by the document
+  size_t tape_size_ = 0;
+  size_t tape_capacity_ = 0;
+  size_t tape_bound_ = 0;  ///< words that the text can need
+  uint32_t open_ = kNone;  ///< index of the innermost open object or list; its second word has the one around it
+  char close_ = '\0';      ///< the bracket that ends it
+  Expect expect_ = Expect::kFirst;
+  const char* comma_ = nullptr;     ///< the one read last
+  bool forgive_separator_ = false;  ///< whether a comma may be missing here, since what was passed over held it
+  bool in_conflict_ = false;
+  bool conflict_ends_ = true;  ///< whether a marker of an end may follow
+  bool string_valid_ = true;   ///< cleared by ReadOddString
+  bool too_deep_ = false;
+  size_t object_depth_ = 0;
+  size_t errors_ = 0;
+  const char* last_error_ = nullptr;
+  uint16_t counts_[std::size(kCodes)] = {};  ///< of faults by code
+};
+
+}  // namespace zotuning

@@ -1,0 +1,25 @@
+/// \file
+/// Values against the rules beside them; docs/rule-annotations.md has the grammar. For the checks alone.
+#pragma once
+
+#include "workspace/findings.h"
+#include "workspace/json_document.h"
+#include "workspace/path_frame.h"
+
+namespace zotuning {
+
+/// What to look for.
+struct RuleOptions {
+  bool values;     ///< `len`, `row`, `col` and `recommend` against the value, NaN and infinities
+  bool templates;  ///< rules that are still as a template has them
+};
+
+/// `value` and `rule` of a parameter, at the path `at`. Either may be none.
+void CheckParameter(const JsonValue& value, const JsonValue& rule, const PathFrame& at, RuleOptions options,
+                    Findings& findings);
+
+/// A list of structures, at the path `at`, and the rule that stands beside it, at `rule_at`.
+void CheckListRule(const JsonValue& list, const JsonValue& rule, const PathFrame& at, const PathFrame& rule_at,
+                   RuleOptions options, Findings& findings);
+
+}  // namespace zotuning

@@ -1,0 +1,26 @@
+/// \file
+/// Whether a value that is no object and no list fits a field, as protobuf's parser decides it. For the checks alone.
+#pragma once
+
+#include <google/protobuf/descriptor.h>
+
+#include <optional>
+#include <string>
+
+#include "workspace/json_document.h"
+
+namespace zotuning {
+
+/// Why a value does not fit, or fits only by luck.
+struct Misfit {
+  Code code = Code::kJsonMisfit;
+  std::string hint;
+};
+
+/// For fields that are neither messages nor groups, and values that are neither null nor invalid.
+std::optional<Misfit> CheckScalar(const google::protobuf::FieldDescriptor* field, const JsonValue& value);
+
+/// "float", or the name of the enum or message type.
+std::string TypeName(const google::protobuf::FieldDescriptor* field);
+
+}  // namespace zotuning

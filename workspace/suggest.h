@@ -1,0 +1,18 @@
+/// \file
+/// "Did you mean": the known name nearest to a wrong one.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zotuning {
+
+/// The one candidate that begins with `name`, else the nearest by edit distance, letter case aside; "" when none is
+/// near. Never `name` itself.
+std::string Nearest(std::string_view name, const std::vector<std::string>& candidates);
+
+/// "; did you mean 'X'?" or "".
+std::string DidYouMean(std::string_view name, const std::vector<std::string>& candidates);
+
+}  // namespace zotuning
