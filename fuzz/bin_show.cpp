@@ -15,20 +15,10 @@
 #include <vector>
 
 #include "bin_format.h"
-#include "commands.h"
-#include "library_log.h"
-#include "report.h"
+#include "tools/zotuning/command_context.h"
 #include "schema/project_config.h"
 #include "schema/schema.h"
 #include "support.h"
-
-// The tool's own one stands beside its main function.
-CLI::App* zotuning_tool::AddCommand(CLI::App& app, Session& session, const std::string& name,
-                                    const std::string& summary, const std::string&, std::function<int()> run) {
-  CLI::App* command = app.add_subcommand(name, summary);
-  command->callback([&session, run = std::move(run)] { session.run = run; });
-  return command;
-}
 
 namespace {
 
@@ -65,7 +55,6 @@ class Target {
   Target() {
     std::filesystem::create_directory(bin_dir_);
     (void)LoadProjectConfig(ZO_TUNING::internal::ProjectLayout(project_), schema_, config_);
-    zotuning_tool::ShowLibraryLines(false);
   }
 
   void Run(std::string_view bytes) {
@@ -89,17 +78,17 @@ class Target {
  private:
   /// The exit code and what was printed.
   std::pair<int, std::string> Show(bool json, const std::vector<std::string>& arguments) {
-    zotuning_tool::Session session;
-    session.project_dir = project_;
-    session.json = json;
+    zotuning::tool::CommandContext context;
+    context.project_dir = project_;
+    context.json = json;
     CLI::App app;
-    zotuning_tool::AddShow(app, session);
+    zotuning::tool::AddShow(app, context);
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     reversed.emplace_back("show");
     app.parse(std::move(reversed));
     const CaughtOutput output(STDOUT_FILENO), messages(STDERR_FILENO);
-    session.report.Begin("show", json);
-    const int code = session.report.Finish(session.run());
+    context.console.Begin("show", json);
+    const int code = context.console.Finish(context.run());
     std::fflush(stdout);
     return {code, output.Text()};
   }
@@ -111,20 +100,20 @@ class Target {
   void CheckRecord(const Reading& reading) {
     const auto [code, text] = Show(true, {bin_, "--record", "0"});
     Require((code == 0) == (reading.fault < 0 && !reading.messages.empty()), "a record of a sound bin is shown");
-    Require(!zotuning_tool::Json::parse(text, nullptr, false).is_discarded(), "what is printed is JSON");
+    Require(!zotuning::tool::Json::parse(text, nullptr, false).is_discarded(), "what is printed is JSON");
   }
 
   void CheckJson(const Reading& reading) {
     const auto [code, text] = Show(true, {bin_});
     CheckCode(reading, code);
-    const auto report = zotuning_tool::Json::parse(text, nullptr, false);
+    const auto report = zotuning::tool::Json::parse(text, nullptr, false);
     Require(report.is_object() && report.contains("result"), "what is printed is a JSON object");
     const auto& result = report["result"];
     const auto& fault = result["fault"];
     Require(fault.is_null() == (reading.fault < 0), "the fault of a bin is named");
     if (!fault.is_null()) Require(fault["offset"].get<int64_t>() == reading.fault, "a fault is named where it is");
     Require(result["versions"].size() == reading.versions.size(), "all whole versions are shown");
-    Require(result["records"].size() == reading.sound_records, "all records in front of the fault are shown");
+    Require(result["records"].size() == reading.sound_records, "all records before the fault are shown");
   }
 
   const std::string project_ = zofuzz::MakeExampleProject(zofuzz::kBinModules);

@@ -17,10 +17,10 @@
 #include <vector>
 
 #include "ZoTuningUtils.h"
-#include "bin_walk.h"
-#include "library_log.h"
+#include "workspace/bins.h"
+#include "workspace/files.h"
 
-using namespace zotuning_tool;
+using namespace zotuning;
 
 namespace {
 
@@ -42,14 +42,18 @@ long PeakKilobytes() {
   return usage.ru_maxrss;
 }
 
+/// What reading a bin came to.
+struct Outcome {
+  size_t records;
+  long fault;  ///< its offset, -1 for none
+};
+
 int Run(const std::string& project_dir, const std::string& folder, size_t step) {
-  Report report;
-  report.Begin("", true);
-  ShowLibraryLines(false);
-  const auto project = Project::Open(project_dir, report);
+  CollectingSink sink;
+  const auto project = Project::Load(project_dir, sink);
   const std::string path = folder + "/default.bin";
   std::string bytes;
-  if (project == nullptr || !project->ok() || !ReadFile(path, bytes, report)) return 2;
+  if (project == nullptr || !project->ok() || !ReadFile(path, bytes, sink)) return 2;
 
   // Where lengths and messages begin, where records end, and where a cut leaves whole ones.
   std::vector<uint64_t> begins = {0}, ends, good = {sizeof(int32_t)};
@@ -57,10 +61,19 @@ int Run(const std::string& project_dir, const std::string& folder, size_t step) 
     begins.insert(begins.end(), {item.offset, item.offset + sizeof(item.length)});
     return begins.back() + static_cast<uint64_t>(item.length);
   };
-  BinContents whole;
-  const BinVisitor visitor{[&](BinItem& item) { good[0] = add(item); },
-                           [&](BinRecord& record) { add(record.label), ends.push_back(add(record.module)); }};
-  if (!WalkBin(*project, path, visitor, whole, report) || whole.fault || ends.back() != bytes.size()) return 2;
+  {
+    const auto file = OpenBin(path, sink);
+    BinScanner whole(file.get(), project->schema(), project->labels());
+    while (whole.Next()) {
+      if (whole.is_version()) {
+        good[0] = add(whole.version());
+      } else {
+        add(whole.record().label);
+        ends.push_back(add(whole.record().module));
+      }
+    }
+    if (whole.fault() != nullptr || ends.back() != bytes.size()) return 2;
+  }
   good.insert(good.end(), ends.begin(), ends.end());
   const auto break_of = [&](uint64_t length) {
     const bool none = std::binary_search(good.begin(), good.end(), length);
@@ -74,14 +87,18 @@ int Run(const std::string& project_dir, const std::string& folder, size_t step) 
   size_t damages = 0, dumps = 0, wrong = 0;
   const auto read = [&] {
     if (damages++ % step == 0) {
-      // The results are the library's affair; it has to come back.
-      const LibraryWatch watch;
+      // The results are up to the library; it has to come back.
       ZoTuningUtils::DumpProjTuningBins(project_dir.c_str(), folder.c_str());
       ZoTuningUtils::DumpBinVersions(project_dir.c_str(), folder.c_str());
       ++dumps;
     }
-    BinContents contents;
-    return WalkBin(*project, path, {}, contents, report) ? contents : BinContents();
+    const auto bin = OpenBin(path, sink);
+    BinScanner scanner(bin.get(), project->schema(), project->labels());
+    while (scanner.Next()) {
+    }
+    Outcome outcome{scanner.records(), -1};
+    if (scanner.fault() != nullptr) outcome.fault = static_cast<long>(scanner.fault()->offset);
+    return outcome;
   };
   const auto expect = [&](bool right, const char* damage, size_t at) {
     if (!right && ++wrong <= 10) (void)std::fprintf(stderr, "damage_sweep: wrong after %s %zu\n", damage, at);
@@ -92,8 +109,7 @@ int Run(const std::string& project_dir, const std::string& folder, size_t step) 
 
   for (size_t length = bytes.size(); length-- > 0;) {
     std::filesystem::resize_file(path, length);
-    const auto fault = read().fault;
-    expect((fault ? static_cast<long>(fault->offset) : -1) == break_of(length), "a cut to", length);
+    expect(read().fault == break_of(length), "a cut to", length);
   }
   std::ofstream(path, std::ios::binary) << bytes;
   std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);

@@ -53,11 +53,11 @@ TEST_F(ToolTest, TreeShowsLabelValues) {
 TEST_F(ToolTest, TreeFlagsWhatTheLabelsDoNotKnow) {
   const Rows rows = {
       {"front/Afcommon.json", "error: no module 'Afcommon'; did you mean 'AfCommon'?"},
-      {"front/mode_x/AfCommon.json", "error: 'x' is no number for 'mode'"},
-      {"front/mode_-1/AfCommon.json", "error: '-1' is no number for 'mode'"},
+      {"front/mode_x/AfCommon.json", "error: 'x' is not a number for 'mode'"},
+      {"front/mode_-1/AfCommon.json", "error: '-1' is not a number for 'mode'"},
       {"front/mode_3/scenario_video/AfCommon.json", "error: 'scenario' has no value 'video'; did you mean 'Video'?"},
-      {"front/modde_3/AfCommon.json", "error: the folder 'modde_3' is no level; did you mean 'mode_...'?"},
-      {"front/my_scene_Night/AfCommon.json", "error: the folder 'my_scene_Night' is no level\n"},
+      {"front/modde_3/AfCommon.json", "error: the folder 'modde_3' is not a level; did you mean 'mode_...'?"},
+      {"front/my_scene_Night/AfCommon.json", "error: the folder 'my_scene_Night' is not a level\n"},
       {"front/scenario_Video/mode_1/AfLinkKeyNear.json",
        "warning: this setting has the labels of 'mode_1/scenario_Video/AfLinkKeyNear.json'"},
   };

@@ -50,7 +50,9 @@ TEST_F(ToolTest, WhatIsThereIsKept) {
   EXPECT_EQ(Tool("init tuning_project --proto bare --sensor third --sensor front --force", {temp_.str()}).code, 0);
   EXPECT_EQ(Read(At("src/ZoTuningVersion.h")), header);
   EXPECT_EQ(Read(At("proto/version/tuning_project.json")), version);
-  EXPECT_THAT(Tool("sensors").out, HasSubstr("third   0      0         0\nfront   1      12        2\n"));
+  EXPECT_THAT(
+      Tool("sensors").out,
+      HasSubstr("main_wide  0      13        2\nfront      1      12        2\nthird      2      0         0\n"));
 
   Write(temp_ / "other/project.proto", Read(At("proto/project.proto")) + "// newer\n");
   Write(temp_ / "other/label.proto", Read(At("proto/label.proto")));
@@ -138,7 +140,7 @@ TEST_F(ToolTest, NewKeepsWhatExists) {
   EXPECT_EQ(Read(At("front/mode_1/AfCommon.json")), Read(At("default/AfCommon.json")));
 
   Write(At("front/mode_4"), "a file in the way");
-  Fails("new --sensor front module=AfCommon mode=4", "cannot read front/mode_4/AfCommon.json: Not a directory");
+  Fails("new --sensor front module=AfCommon mode=4", "cannot make the directory front/mode_4: Not a directory");
 }
 
 TEST_F(ToolTest, NewMakesNothingAfterAWrongNameOrDefault) {
@@ -147,12 +149,12 @@ TEST_F(ToolTest, NewMakesNothingAfterAWrongNameOrDefault) {
   const Rows rows = {
       {"front module=Afcommon", "no module 'Afcommon'; did you mean 'AfCommon'?"},
       {"front module=AfCommon mode=9 scenario=Vid", "'scenario' has no value 'Vid'; did you mean 'Video'?"},
-      {"front module=AfCommon mode=one", "'one' is no value for 'mode'"},
-      {"front module=AfCommon mode=-1", "'-1' is no value for 'mode'"},
-      {"front module=AfCommon mode=99999999999", "'99999999999' is no value for 'mode'"},
+      {"front module=AfCommon mode=one", "'one' is not a value of 'mode'"},
+      {"front module=AfCommon mode=-1", "'-1' is not a value of 'mode'"},
+      {"front module=AfCommon mode=99999999999", "'99999999999' is not a value of 'mode'"},
       {"front module=AfCommon mod=9", "no label 'mod'; did you mean 'mode'?"},
       {"front module=AfCommon,PdCalib mode=9", "default/PdCalib.json: error: the module 'PdCalib' has no default yet"},
-      {"front module=AWBCommon mode=9", "has no field 'valeu'; did you mean 'value'?"},
+      {"front module=AWBCommon mode=9", "unknown key 'face_assist.valeu'"},
       {"rear module=AfCommon", "no sensor 'rear'"},
   };
   const Strings before = Tree(dir_);

@@ -31,18 +31,18 @@ TEST_F(ToolTest, MisuseExitsWithTwoAndSaysWhatWasMeant) {
       {"modules extra", "unexpected argument 'extra'"},
       {"template", "give the names of modules, or --all"},
       {"template AfCommon --all", "not both"},
-      {"pack -o x --ask --sensor front", "--ask cannot stand together with --sensor"},
+      {"pack -o x --ask --sensor front", "--ask cannot be combined with --sensor"},
       {"new --sensor front AfCommon", "'AfCommon' is not of the form label=value"},
       {"new --sensor front mode=1", "the label 'module' is missing"},
       {"new --sensor front module=AfCommon scenario=Video", "'scenario' needs 'mode' as well"},
       {"new --sensor front module=AfCommon mode=1 mode=2", "'mode' is given twice"},
       {"show default --text", "a folder is listed as a whole"},
-      {"show x.bin --record -1", "--record: '-1' is no number of a record; they count from 0"},
-      {"-C proto modules", "'proto' is no project"},
-      {"-C nowhere modules", "'nowhere' is no directory"},
-      {"init a/b --proto proto --sensor s", "must not contain '/'"},
+      {"show x.bin --record -1", "--record: '-1' is not the number of a record; they count from 0"},
+      {"-C proto modules", "'proto' is not a project"},
+      {"-C nowhere modules", "'nowhere' is not a directory"},
+      {"init a/b --proto proto --sensor s", "must not contain a slash"},
       {"init p --proto proto --sensor default", "'default' is taken"},
-      {"init p --proto nowhere --sensor s", "'nowhere' is no directory"},
+      {"init p --proto nowhere --sensor s", "'nowhere' is not a directory"},
   };
   const Strings before = Tree(dir_);
   for (const auto& [line, says] : rows) {
@@ -61,15 +61,8 @@ TEST_F(ToolTest, TheNearestProjectIsFoundFromWithin) {
   const std::string sensors = Tool("sensors").out;
   EXPECT_EQ(Tool("sensors", {At("main_wide/mode_0")}).out, sensors);
   EXPECT_EQ(Tool("-C tuning_project sensors", {temp_.str()}).out, sensors);
-  Fails("-C .. sensors", "'..' is no project", 2);
+  Fails("-C .. sensors", "'..' is not a project", 2);
   EXPECT_THAT(Tool("sensors", {temp_.str()}).err, HasSubstr("no project here"));
-}
-
-TEST_F(ToolTest, LibraryLinesAreShownOnRequestOnly) {
-  // An empty folder of versions is worth a warning line to the library, and none to the tool.
-  for (const char* file : {"front/version/tuning.json", "front/version/calibration.json"}) unlink(At(file).c_str());
-  EXPECT_EQ(Tool("pack -o out").err, "");
-  Fails("-v pack -o out --force", "GetVersionMsgs() Cannot find any version json file under dir: ./front/version", 0);
 }
 
 TEST_F(ToolTest, FilesOfAProjectSteerNeitherTerminalNorJsonNorLoader) {

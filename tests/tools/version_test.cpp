@@ -65,7 +65,7 @@ TEST_F(ToolTest, FilesThatTheScanMisreadsAreNamed) {
       {R"({"name": "T", "version": "\u0031"})", "the value of \"version\" holds an escape sequence"},
       {R"({name: "T", "version": "1"})", "it finds no key \"name\""},
       {R"({"name": "T"})", "it finds no key \"version\""},
-      {R"({"name": 'T', "version": "1"})", "the value of \"name\" is no text in double quotes"},
+      {R"({"name": 'T', "version": "1"})", "the value of \"name\" is not a text in double quotes"},
       {R"({"name": "T", "version": ")" + std::string(1024, '1') + "\"}", "a value of 1024 bytes is cut at 1023"},
       {"{\"name\": \"T\", \"version\": \"1\n2\"}", "a line end or zero byte breaks the line"},
   };
@@ -78,7 +78,7 @@ TEST_F(ToolTest, FilesThatTheScanMisreadsAreNamed) {
     Fails("version list", "proto/version/t.json: warning: " + wrong, 0);
   }
   Write(At("proto/version/t.json"), "{\"name\": \"T\", \"version\": 3}");
-  Fails("version header", "t.json:1:26: error: 3 is no value for the field 'version'");
+  Fails("version header", "t.json:1:26: error: invalid value 3 for string field 'version'");
   EXPECT_EQ(Read(At("src/ZoTuningVersion.h")), header);
 }
 

@@ -128,17 +128,6 @@ constexpr char kWithoutPlan[] = R"(
   oneof one { int32 o1 = 17; int32 o2 = 18; } int32 swap_a = 21 [json_name = "swap_b"];
   int32 swap_b = 22 [json_name = "other"]; map<string, int32> m = 23;)";
 
-/// "<0a>" stands for a byte in hexadecimal.
-std::string WithBytes(const std::string& line) {
-  std::string text;
-  for (size_t i = 0; i < line.size(); ++i) {
-    const bool byte = line[i] == '<' && line.find('>', i) == i + 3;
-    text += byte ? static_cast<char>(std::stoi(line.substr(i + 1, 2), nullptr, 16)) : line[i];
-    if (byte) i += 3;
-  }
-  return text;
-}
-
 TEST_F(DifferentialTest, FallbackCases) {
   const TextSchema schema(std::string(kHead) + "message Odd {" + kFields + "}" + "message Full {" + kFields +
                           kWithoutPlan + "}");
@@ -150,7 +139,7 @@ TEST_F(DifferentialTest, FallbackCases) {
   for (std::string line; std::getline(lines, line);) {
     if (line[0] == '#') continue;
     const std::string verdict = line.substr(0, line.find(' '));
-    const std::string text = WithBytes(line.substr(verdict.size() + 1));
+    const std::string text = zotest::WithBytes(line.substr(verdict.size() + 1));
     // A protobuf that reads them otherwise is none that the fast path was made for.
     EXPECT_TRUE(verdict == "machine" || full.Slow(text).ok == (verdict != "rejected")) << line;
     EXPECT_TRUE(Compare(odd, text) || verdict != "usual") << line;

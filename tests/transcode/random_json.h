@@ -73,6 +73,17 @@ inline constexpr const char* kOddities[] = {
 };
 // clang-format on
 
+/// "<0a>" stands for a byte in hexadecimal.
+inline std::string WithBytes(const std::string& line) {
+  std::string text;
+  for (size_t i = 0; i < line.size(); ++i) {
+    const bool byte = line[i] == '<' && line.find('>', i) == i + 3;
+    text += byte ? static_cast<char>(std::stoi(line.substr(i + 1, 2), nullptr, 16)) : line[i];
+    if (byte) i += 3;
+  }
+  return text;
+}
+
 /// Makes JSON texts that fit a message type, as tools write them and in every other order and layout.
 class JsonMaker {
  public:

@@ -3,17 +3,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <memory>
 #include <set>
 
-#include "ZoTuningUtils.h"
-#include "commands.h"
-#include "json_check.h"
-#include "library_log.h"
-#include "project.h"
+#include "command_context.h"
+#include "io/message_record-inl.h"
+#include "workspace/version_files.h"
 
-namespace zotuning_tool {
+namespace zotuning::tool {
 namespace {
 
 constexpr const char* kHeaderText =
@@ -29,205 +26,233 @@ struct Options {
   bool force = false;
 };
 
-/// Why a name cannot be that of a folder of the project, "" when it can.
-std::string NameFault(const std::string& name) {
-  if (name.empty() || name == "." || name == "..") return "is no name of a folder";
-  if (name.find('/') != std::string::npos) return "must not contain '/'";
-  if (name.find('\\') != std::string::npos || name.find('"') != std::string::npos) {
-    return "must not contain a backslash or a quote";
-  }
-  return "";
-}
-
-bool CheckNames(const Options& options, Report& report) {
+bool CheckNames(const Options& options, Console& console) {
   if (const std::string fault = NameFault(options.name); !fault.empty()) {
-    report.Error("usage", "the project name " + Quoted(options.name) + " " + fault);
+    console.Report(Code::kUsage, "the project name " + Quoted(options.name) + " " + fault);
   }
   std::set<std::string> seen;
   for (const std::string& sensor : options.sensors) {
     std::string fault = NameFault(sensor);
-    for (const char* taken : {"default", "proto", "src", "version", "ProjConf.bin"}) {
-      if (sensor == taken) fault = "is taken by a folder or file of the project";
-    }
     if (!seen.insert(sensor).second) fault = "is given twice";
-    if (!fault.empty()) report.Error("usage", "the sensor name " + Quoted(sensor) + " " + fault);
+    if (!fault.empty()) console.Report(Code::kUsage, "the sensor name " + Quoted(sensor) + " " + fault);
   }
-  return report.ok();
+  return console.ok();
 }
 
 /// A schema from which a project can be made: its types, labels, and sensor names that no label prefix hides in.
-bool CheckSchema(const Options& options, Report& report) {
-  SchemaView schema(options.proto, report);
-  if (!schema.ok()) return false;
-  for (const char* name : {"TuningProjConfig", "Version"}) schema.RequireType(name, report);
-  const auto* label_type = schema.RequireType("TuningDataLabel", report);
-  if (label_type == nullptr) return false;
+std::unique_ptr<Schema> LoadUsableSchema(const Options& options, Console& console) {
+  auto schema = LoadSchema(options.proto, console);
+  if (schema == nullptr) return nullptr;
+  for (const char* name : {"TuningProjConfig", "Version"}) RequireType(*schema, name, console);
+  const auto* label_type = RequireType(*schema, "TuningDataLabel", console);
+  if (label_type == nullptr) return nullptr;
   std::vector<std::string> names;
-  std::map<std::string, std::map<int, std::string>> map;
-  const LibraryWatch watch;
-  if (!ZoTuningUtils::GetProjectTuningLabelsMap(label_type, names, map)) {
-    watch.Explain(report, "the labels of the schema cannot be used");
-  }
+  ZO_TUNING::internal::LabelMap value_names;
+  ReportLabelFault(ZO_TUNING::internal::AppendLabels(label_type, names, value_names), *schema, console);
   for (size_t i = 1; i < names.size(); ++i) {
     for (const std::string& sensor : options.sensors) {
       if (sensor.find(names[i] + "_") == std::string::npos) continue;
-      report.Error("ambiguous-name", "the sensor name " + Quoted(sensor) + " contains " + Quoted(names[i] + "_") +
-                                         " and would be read as a level of the tree");
+      console.Report(Code::kAmbiguousName, "the sensor name " + Quoted(sensor) + " contains " + Quoted(names[i] + "_") +
+                                               " and would be read as a level of the tree");
     }
   }
-  return report.ok();
+  return console.ok() ? std::move(schema) : nullptr;
 }
 
-struct Copy {
-  std::string from, to;
+/// A file to be made, with its whole content.
+struct NewFile {
+  std::string path;
+  std::string text;
 };
 
 /// The files of the schema and of its version folder that the project lacks. `has_version` tells whether there are
 /// version files, there or in the project already.
-bool PlanCopies(const Options& options, const std::string& proto_dir, std::vector<Copy>& copies, bool& has_version,
-                Report& report) {
-  std::vector<FoundFile> files;
-  bool good = ListFiles(options.proto, ".proto", files, report);
-  std::vector<FoundFile> versions;
-  if (Exists(options.proto + "/version")) good &= ListFiles(options.proto + "/version", ".json", versions, report);
-  std::vector<FoundFile> own_versions;
-  if (Exists(proto_dir + "/version")) good &= ListFiles(proto_dir + "/version", ".json", own_versions, report);
+bool PlanCopies(const Options& options, const ProjectLayout& layout, std::vector<NewFile>& copies, bool& has_version,
+                Console& console) {
+  std::vector<FoundFile> files, versions, own_versions;
+  bool good = ListFiles(options.proto, ".proto", files, console);
+  const std::string from_versions = ProjectLayout::VersionDir(options.proto);
+  const std::string to_versions = layout.ScopeVersionDir(kDefaultScope);
+  if (Exists(from_versions)) good &= ListFiles(from_versions, ".json", versions, console);
+  if (Exists(to_versions)) good &= ListFiles(to_versions, ".json", own_versions, console);
   has_version = !versions.empty() || !own_versions.empty();
   for (FoundFile& file : versions) files.push_back({"version/" + file.relative, file.path});
   for (const FoundFile& file : files) {
     if (IsDirectory(file.path)) continue;
-    const std::string to = proto_dir + "/" + file.relative;
-    std::string wanted, found;
-    if (!Exists(to)) {
-      copies.push_back({file.path, to});
-    } else if (ReadFile(file.path, wanted, report) && ReadFile(to, found, report) && found != wanted) {
-      report.Error("exists", "the project holds another version of this file already",
-                   "remove it, or give the project's own schema with --proto", Shown(to));
+    NewFile copy{layout.ProtoDir() + "/" + file.relative, ""};
+    std::string found;
+    if (!ReadFile(file.path, copy.text, console)) continue;
+    if (!Exists(copy.path)) {
+      copies.push_back(std::move(copy));
+    } else if (ReadFile(copy.path, found, console) && found != copy.text) {
+      console.Report(Code::kExists, "the project holds another version of this file already",
+                     "remove it, or name the project's own schema with --proto", DisplayPath(copy.path));
     }
   }
-  return good && report.ok();
+  return good && console.ok();
 }
 
-bool CopyFiles(const std::vector<Copy>& copies, Report& report) {
-  for (const Copy& copy : copies) {
-    std::string text;
-    const std::string dir = copy.to.substr(0, copy.to.rfind('/'));
-    if (!ReadFile(copy.from, text, report) || !MakeDirectories(dir, report) || !WriteFile(copy.to, text, report)) {
-      return false;
-    }
+/// Makes files and folders, and removes again what it made unless told to keep it. What was there, or was made by
+/// somebody else meanwhile, is never touched.
+class Maker {
+ public:
+  explicit Maker(Console& console) : console_(console) {}
+  Maker(const Maker&) = delete;
+  Maker& operator=(const Maker&) = delete;
+  ~Maker() {
+    for (auto file = files_.rbegin(); file != files_.rend(); ++file) unlink(file->c_str());
+    for (auto dir = dirs_.rbegin(); dir != dirs_.rend(); ++dir) rmdir(dir->c_str());
   }
-  return true;
+
+  bool Dir(const std::string& dir) { return MakeDirectories(dir, console_, &dirs_); }
+
+  /// Unless the file is there.
+  bool File(const NewFile& file) {
+    if (Exists(file.path)) return RefuseSpecialFile(file.path, console_);
+    if (!Dir(file.path.substr(0, file.path.rfind('/')))) return false;
+    if (!ReplaceFile(file.path, file.text, console_)) return false;
+    files_.push_back(file.path);
+    return true;
+  }
+
+  void Keep() {
+    files_.clear();
+    dirs_.clear();
+  }
+
+ private:
+  Console& console_;
+  std::vector<std::string> files_, dirs_;
+};
+
+/// The sensors of the configuration that is there already; none where it cannot be read.
+std::vector<std::string> ListedSensors(Schema& schema, const std::string& config_path) {
+  std::string name;
+  std::vector<std::string> sensors;
+  const auto* type = schema.FindType("TuningProjConfig");
+  const auto message = schema.NewMessage(type);
+  const auto result = ZO_TUNING::internal::ReadConfigFile(config_path.c_str(), message.get(), type, name, sensors);
+  return result.ok() ? sensors : std::vector<std::string>();
 }
 
-/// Makes the folders and the configuration, and what the operation leaves out without a word: what it could not make,
-/// and the version folder of a sensor whose own folder was there.
-bool MakeProject(const Options& options, const std::string& dir, Report& report) {
-  std::vector<std::string> folders = {dir + "/default"};
-  for (const std::string& sensor : options.sensors) {
-    folders.emplace_back(dir).append("/").append(sensor);
-    folders.push_back(folders.back() + "/version");
-  }
-  folders.erase(std::remove_if(folders.begin(), folders.end(), IsDirectory), folders.end());
-  const LibraryWatch watch;
-  ZoTuningUtils::InitProjectConfig(options.proto.c_str(), options.name.c_str(), options.sensors, options.into.c_str());
-  if (watch.HasErrors() || KindOf(dir + "/ProjConf.bin") != FileKind::kRegular) {
-    watch.Explain(report, "the project could not be made");
-    return false;
+/// The content of ProjConf.bin; "" after an error.
+std::string ConfigText(Schema& schema, const std::string& name, const std::vector<std::string>& sensors,
+                       Console& console) {
+  const auto* type = schema.FindType("TuningProjConfig");
+  const auto message = schema.NewMessage(type);
+  const auto result = ZO_TUNING::internal::SetConfig(message.get(), type, name.c_str(), sensors);
+  if (result.ok()) return ZO_TUNING::internal::RecordOf(*message);
+  console.Report(Code::kSchemaType,
+                 "the message type " + Quoted(type->full_name()) + " has no usable field " + Quoted(result.field),
+                 "it needs string proj_name and repeated string sensor_names", DisplayPath(schema.proto_dir()));
+  return "";
+}
+
+/// Everything but the configuration.
+bool MakeFiles(const Options& options, const std::vector<std::string>& sensors, const ProjectLayout& layout,
+               const std::vector<NewFile>& copies, bool has_version, std::vector<std::string>& made, Maker& maker) {
+  std::vector<std::string> folders = {layout.DefaultDir()};
+  for (const std::string& sensor : sensors) {
+    folders.push_back(layout.ScopeDir(sensor));
+    folders.push_back(layout.ScopeVersionDir(sensor));
   }
   for (const std::string& folder : folders) {
-    const std::string keep = folder + "/.gitkeep";
-    if (!MakeDirectories(folder, report) || (!Exists(keep) && !WriteFile(keep, "", report))) return false;
+    if (IsDirectory(folder)) continue;
+    if (!maker.Dir(folder) || !maker.File({ProjectLayout::KeepPath(folder), ""})) return false;
   }
-  return true;
-}
-
-bool AddWhatIsMissing(const Options& options, const std::string& dir, bool has_version, std::vector<std::string>& made,
-                      Report& report) {
+  for (const NewFile& copy : copies) {
+    if (!maker.File(copy)) return false;
+  }
   if (!has_version) {
     // Every version file holds one name and its version; this one is there to be edited.
-    const std::string path = dir + "/proto/version/" + options.name + ".json";
+    const std::string path = layout.ScopeVersionDir(kDefaultScope) + "/" + options.name + ".json";
     const Json version = {{"name", options.name}, {"version", "0.1"}};
-    if (!MakeDirectories(dir + "/proto/version", report) ||
-        !WriteFile(path, version.dump(2, ' ', false, Json::error_handler_t::replace) + "\n", report)) {
-      return false;
-    }
+    if (!maker.File({path, version.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"})) return false;
     made.push_back(path);
   }
-  const std::string header = dir + "/src/ZoTuningVersion.h";
-  std::string text;
-  if (Exists(header)) return ReadFile(header, text, report);
-  if (!MakeDirectories(dir + "/src", report) || !WriteFile(header, kHeaderText, report)) return false;
+  const std::string header = layout.dir() + "/src/ZoTuningVersion.h";
+  if (Exists(header)) return maker.File({header, ""});
+  if (!maker.File({header, kHeaderText})) return false;
   made.push_back(header);
   return true;
 }
 
 /// Fills the project's folder, and looks at it as later commands will: whatever went wrong is found out here.
-std::unique_ptr<Project> Make(const Options& options, const std::string& dir, const std::vector<Copy>& copies,
-                              bool has_version, std::vector<std::string>& made, Report& report) {
-  if (!MakeProject(options, dir, report) || !CopyFiles(copies, report) ||
-      !AddWhatIsMissing(options, dir, has_version, made, report)) {
+std::unique_ptr<Project> Make(const Options& options, Schema& schema, const std::vector<NewFile>& copies,
+                              bool has_version, std::vector<std::string>& made, Console& console) {
+  const ProjectLayout layout(options.into + "/" + options.name);
+  const std::string config_path = layout.ConfigPath();
+  std::string old_config;
+  const bool existed = Exists(config_path);
+  if (existed && !ReadFile(config_path, old_config, console)) return nullptr;
+  std::vector<std::string> sensors = existed ? ListedSensors(schema, config_path) : std::vector<std::string>();
+  for (const std::string& sensor : options.sensors) {
+    if (std::find(sensors.begin(), sensors.end(), sensor) == sensors.end()) sensors.push_back(sensor);
+  }
+  const std::string config = ConfigText(schema, options.name, sensors, console);
+  Maker maker(console);
+  if (config.empty() || !maker.Dir(layout.dir()) ||
+      !MakeFiles(options, sensors, layout, copies, has_version, made, maker)) {
     return nullptr;
   }
-  auto project = Project::Open(dir, report);
-  size_t versions = 0;
-  const bool good = project != nullptr && project->ok() && CheckVersionFiles(*project, kDefaultScope, versions, report);
-  return good ? std::move(project) : nullptr;
+  // Last, so that a run that is killed leaves no half project.
+  if (!(existed ? ReplaceFile(config_path, config, console) : maker.File({config_path, config}))) return nullptr;
+  auto project = Project::Load(layout.dir(), console);
+  std::vector<VersionFile> versions;
+  if (project != nullptr && project->ok() && ReadVersionFiles(*project, kDefaultScope, versions, console)) {
+    maker.Keep();
+    return project;
+  }
+  if (existed) ReplaceFile(config_path, old_config, console);
+  return nullptr;
 }
 
-int Run(Session& session, const Options& options) {
-  Report& report = session.report;
-  if (!CheckNames(options, report)) return kMisuse;
+int Run(CommandContext& context, const Options& options) {
+  Console& console = context.console;
+  if (!CheckNames(options, console)) return kMisuse;
   if (const FileKind kind = KindOf(options.proto); kind != FileKind::kDirectory && kind != FileKind::kUnknown) {
-    report.Error("usage", "the schema's folder " + Quoted(options.proto) + " is no directory");
+    console.Report(Code::kUsage, "the schema's folder " + Quoted(options.proto) + " is not a directory");
     return kMisuse;
   }
-  const std::string dir = options.into + "/" + options.name;
-  const std::string proto_dir = dir + "/proto";
-  if (Exists(dir + "/ProjConf.bin") && !options.force) {
-    report.Error("exists", Quoted(Shown(dir)) + " is a project already; it is kept",
-                 "--force adds the sensors that it lacks and rewrites its list of sensors");
+  const ProjectLayout layout(options.into + "/" + options.name);
+  if (Exists(layout.ConfigPath()) && !options.force) {
+    console.Report(Code::kExists, Quoted(DisplayPath(layout.dir())) + " is a project already; it is kept",
+                   "--force adds the sensors that it lacks");
     return kFailed;
   }
-  if (!RefuseSpecialFile(dir + "/ProjConf.bin", report) || !CheckSchema(options, report)) return kFailed;
-  std::vector<Copy> copies;
+  if (!RefuseSpecialFile(layout.ConfigPath(), console)) return kFailed;
+  const auto schema = LoadUsableSchema(options, console);
+  std::vector<NewFile> copies;
   bool has_version = false;
-  if (!PlanCopies(options, proto_dir, copies, has_version, report)) return kFailed;
-  std::vector<std::string> made, parents;
-  const bool fresh = !Exists(dir);
-  std::unique_ptr<Project> project;
-  if (MakeDirectories(options.into, report, &parents)) {
-    project = Make(options, dir, copies, has_version, made, report);
-  }
-  if (project == nullptr) {
-    std::error_code error;
-    if (fresh) std::filesystem::remove_all(dir, error);
-    for (auto parent = parents.rbegin(); parent != parents.rend(); ++parent) rmdir(parent->c_str());
-    return kFailed;
-  }
-  std::string text = "made the project " + Shown(dir) + " with " + Count(options.sensors.size(), "sensor") + ", " +
-                     Count(copies.size(), "schema file") + " copied\n";
-  for (const std::string& path : made) text += "made " + Shown(path) + "\n";
-  report.Print(Printable(text, true));
-  report.result() = {{"project", Shown(dir)},
-                     {"sensors", options.sensors},
-                     {"copied", copies.size()},
-                     {"modules", project->ValueNames(0)}};
+  if (schema == nullptr || !PlanCopies(options, layout, copies, has_version, console)) return kFailed;
+  std::vector<std::string> made;
+  const auto project = Make(options, *schema, copies, has_version, made, console);
+  if (project == nullptr) return kFailed;
+  std::string text = "made the project " + DisplayPath(layout.dir()) + " with " +
+                     Count(project->sensors().size(), "sensor") + ", " + Count(copies.size(), "schema file") +
+                     " copied\n";
+  for (const std::string& path : made) text += "made " + DisplayPath(path) + "\n";
+  console.Print(Printable(text, true));
+  console.result() = {{"project", DisplayPath(layout.dir())},
+                      {"sensors", project->sensors()},
+                      {"copied", copies.size()},
+                      {"modules", project->ValueNames(0)}};
   return kDone;
 }
 
 }  // namespace
 
-void AddInit(CLI::App& app, Session& session) {
+void AddInit(CLI::App& app, CommandContext& context) {
   auto options = std::make_shared<Options>();
   CLI::App* command = AddCommand(
-      app, session, "init", "Make a new project from its schema",
+      app, context, "init", "Make a new project from its schema",
       "Makes DIR/NAME with a folder per sensor, the configuration, a copy of the schema with its version folder (with\n"
       "one example file where there is none) and src/ZoTuningVersion.h.\n"
       "\n"
       "Examples:\n"
       "  zotuning init demo --proto schema --sensor main_wide\n"
       "  zotuning init demo --proto schema --sensor main_wide --sensor front --into ~/projects",
-      [&session, options] { return Run(session, *options); });
+      [&context, options] { return Run(context, *options); });
   command->add_option("NAME", options->name, "The project's name, and that of its folder")->required();
   command->add_option("--proto", options->proto, "The folder with the schema's .proto files")
       ->required()
@@ -239,7 +264,7 @@ void AddInit(CLI::App& app, Session& session) {
   command->add_option("--into", options->into, "The folder to make the project in (default: here)")
       ->type_name("DIR")
       ->check(NotEmpty());
-  command->add_flag("--force", options->force, "Go on where the project exists");
+  command->add_flag("--force", options->force, "Add the sensors that an existing project lacks");
 }
 
-}  // namespace zotuning_tool
+}  // namespace zotuning::tool

@@ -2,52 +2,51 @@
 
 #include <memory>
 
-#include "commands.h"
-#include "project.h"
-#include "suggest.h"
+#include "command_context.h"
+#include "workspace/suggest.h"
 
-namespace zotuning_tool {
+namespace zotuning::tool {
 namespace {
 
-int Run(Session& session, const std::string& only) {
-  Report& report = session.report;
-  const auto project = Project::Open(session.project_dir, report);
-  if (project == nullptr) return kMisuse;
-  if (!project->ok()) return kFailed;
+int Run(CommandContext& context, const std::string& only) {
+  Console& console = context.console;
+  int code = kDone;
+  const auto project = LoadProject(context, code);
+  if (project == nullptr) return code;
 
   Json labels = Json::array();
   bool found = only.empty();
-  for (const std::string& label : project->label_names()) {
+  for (const std::string& label : project->labels().names()) {
     if (!only.empty() && label != only) continue;
     found = true;
-    const auto& values = project->label_map().at(label);
+    const auto& values = project->labels().ValuesOf(label);
     Json json_values = Json::array();
     std::vector<std::vector<std::string>> rows;
     for (const auto& [number, name] : values) {
       rows.push_back({"  " + name, std::to_string(number)});
       json_values.push_back({{"name", name}, {"number", number}});
     }
-    report.Print(label + (values.empty() ? ": any whole number but -1\n" : ":\n") + Table(rows));
+    console.Print(label + (values.empty() ? ": any whole number but -1\n" : ":\n") + Table(rows));
     labels.push_back({{"name", label}, {"kind", values.empty() ? "int32" : "enum"}, {"values", json_values}});
   }
   if (!found) {
-    report.Error("unknown-label", "no label " + Quoted(only) + DidYouMean(only, project->label_names()));
+    console.Report(Code::kUnknownLabel, "no label " + Quoted(only) + DidYouMean(only, project->labels().names()));
     return kFailed;
   }
-  report.result()["labels"] = std::move(labels);
+  console.result()["labels"] = std::move(labels);
   return kDone;
 }
 
 }  // namespace
 
-void AddLabels(CLI::App& app, Session& session) {
+void AddLabels(CLI::App& app, CommandContext& context) {
   auto only = std::make_shared<std::string>();
-  CLI::App* command = AddCommand(app, session, "labels", "List the labels of a setting and their values",
+  CLI::App* command = AddCommand(app, context, "labels", "List the labels of a setting and their values",
                                  "Examples:\n"
                                  "  zotuning labels\n"
                                  "  zotuning labels scenario",
-                                 [&session, only] { return Run(session, *only); });
+                                 [&context, only] { return Run(context, *only); });
   command->add_option("LABEL", *only, "Only this label");
 }
 
-}  // namespace zotuning_tool
+}  // namespace zotuning::tool

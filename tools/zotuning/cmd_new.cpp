@@ -1,19 +1,18 @@
 // zotuning new: tuning settings by named label values, as copies of the modules' defaults.
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <charconv>
 #include <map>
 #include <memory>
 #include <optional>
 
-#include "ZoTuningUtils.h"
-#include "commands.h"
-#include "json_check.h"
-#include "library_log.h"
-#include "project.h"
-#include "suggest.h"
+#include "command_context.h"
+#include "workspace/check_setting.h"
+#include "workspace/suggest.h"
 
-namespace zotuning_tool {
+namespace zotuning::tool {
 namespace {
 
 struct Options {
@@ -43,64 +42,65 @@ std::vector<std::string> SplitAtCommas(const std::string& text) {
 }
 
 /// The number of a named value of label `index`; nothing after an error.
-std::optional<int> ParseValue(const Project& project, size_t index, const std::string& text, Report& report) {
-  const std::string label = project.label_names()[index];
-  const auto& values = project.label_map().at(label);
+std::optional<int> ParseValue(const Project& project, size_t index, const std::string& text, Console& console) {
+  const std::string& label = project.labels().names()[index];
+  const auto& values = project.labels().ValuesOf(index);
   if (values.empty()) {
     int number = -1;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error == std::errc() && end == text.data() + text.size() && number != -1) return number;
-    report.Error("bad-value",
-                 Quoted(text) + " is no value for " + Quoted(label) + ": a whole number but -1 is expected");
+    if (error == std::errc() && end == text.data() + text.size() && number != kLabelNotSet) return number;
+    console.Report(Code::kBadValue,
+                   Quoted(text) + " is not a value of " + Quoted(label) + ": a whole number but -1 is expected");
     return std::nullopt;
   }
   std::optional<int> found;
   for (const auto& [number, name] : values) {
-    if (name == text && !name.empty() && number != -1) found = number;  // the highest one, as a path is read back
+    if (name == text && !name.empty() && number != kLabelNotSet)
+      found = number;  // the highest one, as a path is read back
   }
   if (!found) {
     const std::string what = index == 0 ? "no module " + Quoted(text) : Quoted(label) + " has no value " + Quoted(text);
-    report.Error(index == 0 ? "unknown-module" : "unknown-value", what + DidYouMean(text, project.ValueNames(index)),
-                 "'zotuning labels " + label + "' lists them");
+    console.Report(index == 0 ? Code::kUnknownModule : Code::kUnknownValue,
+                   what + DidYouMean(text, project.ValueNames(index)), "'zotuning labels " + label + "' lists them");
   }
   return found;
 }
 
 /// Reads "label=value,value ..." into one list of values per label. The exit code, kDone when all is well.
 int ParseLabels(const Project& project, const std::vector<std::string>& words, std::vector<std::vector<int>>& choices,
-                Report& report) {
-  const std::vector<std::string>& names = project.label_names();
+                Console& console) {
+  const std::vector<std::string>& names = project.labels().names();
   choices.assign(names.size(), {});
   for (const std::string& word : words) {
     const size_t equals = word.find('=');
     if (equals == std::string::npos || equals == 0 || equals + 1 == word.size()) {
-      report.Error("usage", Quoted(word) + " is not of the form label=value", "for example mode=1");
+      console.Report(Code::kUsage, Quoted(word) + " is not of the form label=value", "for example mode=1");
       return kMisuse;
     }
     const std::string label = word.substr(0, equals);
     const size_t index = static_cast<size_t>(std::find(names.begin(), names.end(), label) - names.begin());
     if (index == names.size()) {
-      report.Error("unknown-label", "no label " + Quoted(label) + DidYouMean(label, names),
-                   "'zotuning labels' lists them");
+      console.Report(Code::kUnknownLabel, "no label " + Quoted(label) + DidYouMean(label, names),
+                     "'zotuning labels' lists them");
       continue;
     }
     if (!choices[index].empty()) {
-      report.Error("usage", "the label " + Quoted(label) + " is given twice",
-                   "several values stand in one list: mode=1,2");
+      console.Report(Code::kUsage, "the label " + Quoted(label) + " is given twice",
+                     "several values stand in one list: mode=1,2");
       return kMisuse;
     }
     for (const std::string& text : SplitAtCommas(word.substr(equals + 1))) {
-      const std::optional<int> value = ParseValue(project, index, text, report);
+      const std::optional<int> value = ParseValue(project, index, text, console);
       if (!value) continue;
       if (std::find(choices[index].begin(), choices[index].end(), *value) == choices[index].end()) {
         choices[index].push_back(*value);
       }
     }
   }
-  if (!report.ok()) return kFailed;
+  if (!console.ok()) return kFailed;
   if (choices[0].empty()) {
-    report.Error(
-        "usage", "the label " + Quoted(names[0]) + " is missing",
+    console.Report(
+        Code::kUsage, "the label " + Quoted(names[0]) + " is missing",
         "for example " + names[0] + "=" + (project.ValueNames(0).empty() ? "NAME" : project.ValueNames(0).back()));
     return kMisuse;
   }
@@ -109,8 +109,8 @@ int ParseLabels(const Project& project, const std::vector<std::string>& words, s
   while (first_unset < names.size() && !choices[first_unset].empty()) ++first_unset;
   for (size_t i = first_unset; i < names.size(); ++i) {
     if (choices[i].empty()) continue;
-    report.Error("usage", Quoted(names[i]) + " needs " + Quoted(names[first_unset]) + " as well",
-                 "the levels of the tree follow each other in the order of 'zotuning labels'");
+    console.Report(Code::kUsage, Quoted(names[i]) + " needs " + Quoted(names[first_unset]) + " as well",
+                   "the levels of the tree follow each other in the order of 'zotuning labels'");
     return kMisuse;
   }
   return kDone;
@@ -122,7 +122,7 @@ std::vector<std::vector<int>> Combine(const std::vector<std::vector<int>>& choic
   for (const std::vector<int>& values : choices) {
     std::vector<std::vector<int>> longer;
     for (const std::vector<int>& begun : combined) {
-      for (const int value : values.empty() ? std::vector<int>{-1} : values) {
+      for (const int value : values.empty() ? std::vector<int>{kLabelNotSet} : values) {
         longer.push_back(begun);
         longer.back().push_back(value);
       }
@@ -133,20 +133,20 @@ std::vector<std::vector<int>> Combine(const std::vector<std::vector<int>>& choic
 }
 
 /// Checks everything that can be checked before anything is made.
-bool Plan(Project& project, const Options& options, std::vector<Planned>& plan, Report& report) {
+bool Plan(Project& project, const Options& options, std::vector<Planned>& plan, Console& console) {
   std::map<std::string, std::string> defaults;
   for (Planned& planned : plan) {
     const std::string module = project.ModuleName(planned.values);
-    const auto* type = project.schema().RequireType(module, report);
+    const auto* type = project.RequireType(module, console);
     if (type == nullptr) continue;
     if (defaults.find(module) == defaults.end()) {
-      const std::string path = project.DefaultPath(module);
+      const std::string path = project.layout().DefaultPath(module);
       std::string text;
       if (!Exists(path)) {
-        report.Error("missing-default", "the module " + Quoted(module) + " has no default yet",
-                     "'zotuning template " + module + "' makes it", Shown(path));
-      } else if (RefuseSpecialFile(path, report) && ReadFile(path, text, report)) {
-        CheckJson(path, text, type, project.schema(), Fields::kAll, report);
+        console.Report(Code::kMissingDefault, "the module " + Quoted(module) + " has no default yet",
+                       "'zotuning template " + module + "' makes it", DisplayPath(path));
+      } else if (RefuseSpecialFile(path, console) && ReadFile(path, text, console)) {
+        CheckSettingText(project.schema(), path, text, type, Fields::kAll, console);
       }
       defaults[module] = text;
     }
@@ -155,62 +155,48 @@ bool Plan(Project& project, const Options& options, std::vector<Planned>& plan, 
     // The names of values and sensors may look like other levels of the tree when they are read back.
     const std::vector<int> read_back = project.LabelsOf(planned.path);
     if (read_back != planned.values) {
-      report.Error(
-          "ambiguous-path",
+      console.Report(
+          Code::kAmbiguousPath,
           "the labels " + project.LabelText(planned.values) + " would read back as " + project.LabelText(read_back),
-          "a name in the path looks like another level", Shown(planned.path));
+          "a name in the path looks like another level", DisplayPath(planned.path));
     }
   }
-  return report.ok();
+  return console.ok();
 }
 
-void Create(Project& project, const std::string& sensor, Planned& planned, Report& report) {
-  auto names = project.label_names();
-  auto map = project.label_map();
-  std::string sensor_name = sensor;
-  if (!RefuseSpecialFile(planned.path, report)) {
-    planned.state = "failed";
+void Create(Planned& planned, Console& console) {
+  std::vector<std::string> made;
+  const std::string dir = planned.path.substr(0, planned.path.rfind('/'));
+  if (RefuseSpecialFile(planned.path, console) && MakeDirectories(dir, console, &made) &&
+      ReplaceFile(planned.path, planned.default_text, console)) {
     return;
   }
-  const LibraryWatch watch;
-  if (!ZoTuningUtils::CreateNewTuningSetting(project.dir().c_str(), names, map, sensor_name, planned.values) ||
-      watch.HasErrors()) {
-    planned.state = "failed";
-    watch.Explain(report, "the setting was not made");
-    return;
-  }
-  // The operation does not notice a failed copy.
-  std::string written;
-  if (!ReadFile(planned.path, written, report)) {
-    planned.state = "failed";
-  } else if (written != planned.default_text) {
-    planned.state = "failed";
-    report.Error("io", "the copy differs from the default; is the disk full?", "", Shown(planned.path));
-  }
+  planned.state = "failed";
+  for (auto folder = made.rbegin(); folder != made.rend(); ++folder) rmdir(folder->c_str());
 }
 
-int Run(Session& session, const Options& options) {
-  Report& report = session.report;
-  const auto project = Project::Open(session.project_dir, report);
-  if (project == nullptr) return kMisuse;
-  if (!project->ok()) return kFailed;
-  if (project->label_names()[0] != "module") {
-    report.Error("schema-type",
-                 "the first field of TuningDataLabel has to be 'module', not " + Quoted(project->label_names()[0]));
+int Run(CommandContext& context, const Options& options) {
+  Console& console = context.console;
+  int code = kDone;
+  const auto project = LoadProject(context, code);
+  if (project == nullptr) return code;
+  if (project->labels().names()[0] != "module") {
+    console.Report(Code::kSchemaType, "the first field of TuningDataLabel has to be 'module', not " +
+                                          Quoted(project->labels().names()[0]));
     return kFailed;
   }
-  project->RequireSensor(options.sensor, report);
+  project->RequireSensor(options.sensor, console);
   std::vector<std::vector<int>> choices;
-  const int code = ParseLabels(*project, options.labels, choices, report);
-  if (code != kDone || !report.ok()) return code == kMisuse ? kMisuse : kFailed;
-  if (!IsDirectory(project->ScopeDir(options.sensor))) {
-    report.Error("missing-folder", "the folder of the sensor " + Quoted(options.sensor) + " is missing", "",
-                 Shown(project->ScopeDir(options.sensor)));
+  code = ParseLabels(*project, options.labels, choices, console);
+  if (code != kDone || !console.ok()) return code == kMisuse ? kMisuse : kFailed;
+  if (!IsDirectory(project->layout().ScopeDir(options.sensor))) {
+    console.Report(Code::kMissingFolder, "the folder of the sensor " + Quoted(options.sensor) + " is missing", "",
+                   DisplayPath(project->layout().ScopeDir(options.sensor)));
     return kFailed;
   }
   std::vector<Planned> plan;
   for (std::vector<int>& values : Combine(choices)) plan.push_back({std::move(values), "", "", ""});
-  if (!Plan(*project, options, plan, report)) return kFailed;
+  if (!Plan(*project, options, plan, console)) return kFailed;
 
   std::vector<std::vector<std::string>> rows;
   Json settings = Json::array();
@@ -221,25 +207,26 @@ int Run(Session& session, const Options& options) {
       planned.state = options.dry_run ? "would be replaced" : "replaced";
     } else if (exists) {
       planned.state = "kept";
-      report.Error("exists", "this setting exists; it is kept", "--force replaces it by the default",
-                   Shown(planned.path));
+      console.Report(Code::kExists, "this setting exists; it is kept", "--force replaces it with the default",
+                     DisplayPath(planned.path));
     }
-    if (!options.dry_run && planned.state != "kept") Create(*project, options.sensor, planned, report);
-    rows.push_back({Shown(planned.path), planned.state});
-    settings.push_back(
-        {{"file", Shown(planned.path)}, {"labels", project->LabelJson(planned.values)}, {"state", planned.state}});
+    if (!options.dry_run && planned.state != "kept") Create(planned, console);
+    rows.push_back({DisplayPath(planned.path), planned.state});
+    settings.push_back({{"file", DisplayPath(planned.path)},
+                        {"labels", LabelJson(*project, planned.values)},
+                        {"state", planned.state}});
   }
-  report.Print(Table(rows));
-  report.result()["settings"] = std::move(settings);
+  console.Print(Table(rows));
+  console.result()["settings"] = std::move(settings);
   return kDone;
 }
 
 }  // namespace
 
-void AddNew(CLI::App& app, Session& session) {
+void AddNew(CLI::App& app, CommandContext& context) {
   auto options = std::make_shared<Options>();
   CLI::App* command = AddCommand(
-      app, session, "new", "Make tuning settings of a sensor from the modules' defaults",
+      app, context, "new", "Make tuning settings of a sensor from the modules' defaults",
       "Labels are given by name, in any order; several values of one label make one setting each. A setting\n"
       "that exists is kept, and named, unless --force is given.\n"
       "\n"
@@ -247,11 +234,11 @@ void AddNew(CLI::App& app, Session& session) {
       "  zotuning new --sensor main_wide module=AfCommon\n"
       "  zotuning new --sensor main_wide module=AfCommon mode=1 scenario=Video\n"
       "  zotuning new --sensor main_wide module=AfCommon,AWGain mode=1,2 --dry-run",
-      [&session, options] { return Run(session, *options); });
+      [&context, options] { return Run(context, *options); });
   command->add_option("--sensor", options->sensor, "The sensor that the settings are for")->required()->type_name("S");
   command->add_option("LABEL=VALUE", options->labels, "Label values, 'module' among them")->required();
   command->add_flag("--force", options->force, "Replace settings that exist");
   command->add_flag("--dry-run", options->dry_run, "Print the paths, make nothing");
 }
 
-}  // namespace zotuning_tool
+}  // namespace zotuning::tool

@@ -3,155 +3,201 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <ctime>
+#include <filesystem>
+#include <iostream>
 #include <memory>
+#include <mutex>
 
 #include "bin/bin_folder.h"
-#include "commands.h"
-#include "io/directory.h"
-#include "packing.h"
-#include "project.h"
-#include "staging_dir.h"
+#include "command_context.h"
+#include "workspace/pack.h"
+#include "workspace/staging_dir.h"
 
-namespace zotuning_tool {
+namespace zotuning::tool {
 namespace {
 
 using ZO_TUNING::internal::BinFolder;
 using ZO_TUNING::internal::BinPath;
 
-constexpr const char* kFolderName = "zo_tuning";
-
 struct Options {
   std::string out_dir;
-  PackOptions pack;
+  std::string sensor;
+  bool ask = false;
   bool force = false;
 };
 
-double Seconds(const timespec& time) {
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
-}
-
 /// The folder that is to be replaced holds bins and nothing else.
-bool MayReplace(const std::string& target, Report& report) {
-  if (!IsDirectory(target)) {
-    report.Error("exists", "this is in the way, and no folder", "", Shown(target));
+bool HoldsOnlyBins(const std::string& dir, const std::string& shown, DiagnosticSink& sink) {
+  if (!IsDirectory(dir)) {
+    sink.Report(Code::kExists, "this is in the way, and it is not a directory", "", shown);
     return false;
   }
   std::vector<std::string> names;
-  if (!ListNames(target, names, report)) return false;
+  if (!ListNames(dir, names, sink)) return false;
   for (const std::string& name : names) {
     if (ZO_TUNING::internal::HasSuffix(name, ZO_TUNING::internal::kBinSuffix)) continue;
-    report.Error("exists", "the folder holds more than bins (" + Quoted(name) + "); it is kept", "", Shown(target));
+    sink.Report(Code::kExists, "the folder holds more than bins (" + Quoted(name) + "); it is kept", "", shown);
     return false;
   }
   return true;
 }
 
-/// One line on a terminal, rewritten while the library works.
+/// One line on a terminal, rewritten while bins are made.
 class Progress {
  public:
-  explicit Progress(bool on) : on_(on && isatty(STDERR_FILENO) == 1) {}
+  Progress(bool on, size_t count) : on_(on && isatty(STDERR_FILENO) == 1), count_(count) {}
 
-  void Show(const std::string& work_path, const std::vector<Scope>& scopes) {
-    if (work_path.empty() && shown_) (void)std::fputs("\r\033[K", stderr);
+  /// From the packing thread.
+  void Begin(const std::string& name) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    current_ = name;
+    ++begun_;
+  }
+
+  /// From the watching thread, ten times a second; `running` is false the last time.
+  void Show(bool running) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (!running && shown_) (void)std::fputs("\r\033[K", stderr);
     // Short jobs show nothing.
-    if (!on_ || work_path.empty() || ++ticks_ < 3) return;
-    const std::string folder = BinFolder(work_path);
-    std::string current;
-    size_t begun = 0;
-    for (const Scope& scope : scopes) {
-      if (!Exists(BinPath(folder, scope.name))) continue;
-      current = scope.name;
-      ++begun;
-    }
-    if (begun == 0) return;
-    (void)std::fprintf(stderr, "\r\033[Kpacking %s.bin (%zu of %zu)", Printable(current).c_str(), begun, scopes.size());
+    if (!on_ || !running || ++ticks_ < 3 || begun_ == 0) return;
+    (void)std::fprintf(stderr, "\r\033[Kpacking %s.bin (%zu of %zu)", Printable(current_).c_str(), begun_, count_);
     shown_ = true;
   }
 
  private:
   bool on_;
+  size_t count_;
+  std::mutex mutex_;
+  std::string current_;
+  size_t begun_ = 0;
   bool shown_ = false;
   int ticks_ = 0;
 };
 
-void PrintBins(const std::vector<Scope>& scopes, const std::vector<BinContents>& contents,
-               const std::vector<double>& ended, double began, const std::string& target, Report& report) {
+void PrintBins(const std::vector<PackedBin>& packed, const std::string& target, Console& console) {
   std::vector<std::vector<std::string>> rows = {{"BIN", "BYTES", "VERSIONS", "RECORDS", "TIME"}};
   Json bins = Json::array();
-  double before = began;
-  for (size_t i = 0; i < scopes.size(); ++i) {
-    // Bins are written one after the other, so each takes from the end of the one before to its own.
-    const long milliseconds = std::lround(std::max(0.0, (ended[i] - before) * 1000));
-    before = std::max(before, ended[i]);
-    const BinContents& bin = contents[i];
-    rows.push_back({scopes[i].name + ".bin", std::to_string(bin.bytes), std::to_string(bin.versions),
+  for (const PackedBin& bin : packed) {
+    const long milliseconds = std::lround(bin.milliseconds);
+    rows.push_back({bin.name + ".bin", std::to_string(bin.bytes), std::to_string(bin.versions),
                     std::to_string(bin.records), std::to_string(milliseconds) + " ms"});
-    bins.push_back({{"name", scopes[i].name},
-                    {"file", Shown(BinPath(target, scopes[i].name))},
+    bins.push_back({{"name", bin.name},
+                    {"file", DisplayPath(BinPath(target, bin.name))},
                     {"bytes", bin.bytes},
                     {"versions", bin.versions},
                     {"records", bin.records},
                     {"milliseconds", milliseconds}});
   }
-  report.Print(Table(rows) + Printable(Shown(target)) + "\n");
-  report.result()["folder"] = Shown(target);
-  report.result()["bins"] = std::move(bins);
+  console.Print(Table(rows) + Printable(DisplayPath(target)) + "\n");
+  console.result()["folder"] = DisplayPath(target);
+  console.result()["bins"] = std::move(bins);
 }
 
-/// Packs beside the target and puts the checked folder in its place.
-bool PackAndPlace(Session& session, Project& project, const Options& options, std::vector<Scope>& scopes) {
-  Report& report = session.report;
-  Progress progress(!session.verbose && !options.pack.ask);
-  const std::string target = BinFolder(options.out_dir);
-  timespec began;
-  clock_gettime(CLOCK_REALTIME_COARSE, &began);  // the clock of file times
-  const auto work = StagingDir::Make(
-      options.out_dir, [&](const std::string& path) { progress.Show(path, scopes); }, report);
-  std::vector<BinContents> bins;
-  if (work == nullptr || !PackScopes(project, options.pack, options.out_dir, *work, scopes, bins, report)) return false;
-  std::vector<double> ended(scopes.size());
-  for (size_t i = 0; i < scopes.size(); ++i) {
-    struct stat info;
-    if (stat(BinPath(BinFolder(work->path()), scopes[i].name).c_str(), &info) == 0) ended[i] = Seconds(info.st_mtim);
+/// Asks on standard output and input for the index of one of the sensors that have a folder. "" after an error.
+std::string AskForSensor(const Project& project, Console& console) {
+  std::vector<std::string> sensors;
+  for (const std::string& sensor : project.sensors()) {
+    if (Exists(project.layout().ScopeDir(sensor))) sensors.push_back(sensor);
   }
-  if (!work->Commit(kFolderName, target, options.force, report)) return false;
-  PrintBins(scopes, bins, ended, Seconds(began), target, report);
+  std::string question = "Sensors:\n";
+  for (size_t i = 0; i < sensors.size(); ++i) {
+    question += "  " + std::to_string(i) + "  " + Printable(sensors[i]) + "\n";
+  }
+  console.Print(question + "Index of the sensor to pack: ");
+  console.Print("");  // before the answer is waited for
+  std::string answer;
+  std::getline(std::cin, answer);
+  // The question has no line end; a terminal shows the one that was typed.
+  if (isatty(STDIN_FILENO) != 1) console.Print("\n");
+  size_t index = 0;
+  const size_t begin = answer.find_first_not_of(" \t");
+  const char* first = answer.data() + (begin == std::string::npos ? answer.size() : begin);
+  const auto [end, error] = std::from_chars(first, answer.data() + answer.size(), index);
+  if (error == std::errc() && index < sensors.size()) return sensors[index];
+  console.Report(Code::kBadChoice, "no sensor has that index");
+  return "";
+}
+
+/// Where the bins go: what a link called zo_tuning leads to. "" after an error.
+std::string ResolveTarget(const std::string& out_dir, Console& console) {
+  const std::string target = BinFolder(out_dir);
+  std::error_code error;
+  if (!std::filesystem::is_symlink(target, error)) return target;
+  const std::string resolved = std::filesystem::canonical(target, error).string();
+  if (error) console.Report(Code::kExists, "this is a link that leads nowhere", "remove it", DisplayPath(target));
+  return error ? "" : resolved;
+}
+
+/// Packs beside the target and puts the finished folder in its place.
+bool PackAndCommit(CommandContext& context, Project& project, const Options& options, const std::string& target,
+                   const std::vector<ScopeInputs>& inputs) {
+  Console& console = context.console;
+  Progress progress(!options.ask, inputs.size());
+  const auto staging = StagingDir::Make(
+      std::filesystem::path(target).parent_path().string(),
+      [&](const std::string& path) { progress.Show(!path.empty()); }, console);
+  if (staging == nullptr) return false;
+  const std::string folder = BinFolder(staging->path());
+  if (mkdir(folder.c_str(), 0777) != 0) return ReportSystemError("make the directory", folder, errno, console);
+  PackOptions pack;
+  pack.check_fields = !options.ask;
+  pack.on_bin = [&](const std::string& name) { progress.Begin(name); };
+  std::vector<PackedBin> bins;
+  const bool packed = PackBins(project, inputs, pack, folder, BinFolder(options.out_dir), bins, console);
+  staging->StopWatcher();
+  if (!packed || !console.ok()) return false;
+  StagingDir::MayReplace may_replace;
+  if (options.force) {
+    may_replace = [&](const std::string& dir, DiagnosticSink& sink) {
+      return HoldsOnlyBins(dir, DisplayPath(target), sink);
+    };
+  }
+  if (!staging->Commit(std::filesystem::path(folder).filename().string(), target, may_replace, console))
+    return false;
+  PrintBins(bins, BinFolder(options.out_dir), console);
   return true;
 }
 
-int Run(Session& session, const Options& options) {
-  Report& report = session.report;
-  if (options.pack.ask && (session.json || !options.pack.sensor.empty())) {
-    report.Error("usage", std::string("--ask cannot stand together with ") +
-                              (session.json && options.pack.sensor.empty() ? "--json" : "--sensor"));
+int Run(CommandContext& context, const Options& options) {
+  Console& console = context.console;
+  if (options.ask && (context.json || !options.sensor.empty())) {
+    console.Report(Code::kUsage,
+                   std::string("--ask cannot be combined with ") + (options.sensor.empty() ? "--json" : "--sensor"));
     return kMisuse;
   }
-  const auto project = Project::Open(session.project_dir, report);
-  if (project == nullptr) return kMisuse;
-  if (!project->ok()) return kFailed;
-  if (!options.pack.sensor.empty() && !project->RequireSensor(options.pack.sensor, report)) return kFailed;
-  const std::string target = BinFolder(options.out_dir);
-  const bool exists = Exists(target);
-  if (exists && !options.force) {
-    report.Error("exists", "the folder exists already", "--force replaces it", Shown(target));
-    return kFailed;
+  int code = kDone;
+  const auto project = LoadProject(context, code);
+  if (project == nullptr) return code;
+  if (!options.sensor.empty() && !project->RequireSensor(options.sensor, console)) return kFailed;
+  const std::string target = ResolveTarget(options.out_dir, console);
+  if (target.empty()) return kFailed;
+  if (Exists(target)) {
+    if (!options.force) {
+      console.Report(Code::kExists, "the folder exists already", "--force replaces it", DisplayPath(target));
+      return kFailed;
+    }
+    if (!HoldsOnlyBins(target, DisplayPath(target), console)) return kFailed;
   }
-  if (exists && !MayReplace(target, report)) return kFailed;
-  std::vector<Scope> scopes;
-  if (!Survey(*project, options.pack, scopes, report)) return kFailed;
-  return PackAndPlace(session, *project, options, scopes) ? kDone : kFailed;
+  std::vector<std::string> scopes = project->Scopes();
+  if (options.ask || !options.sensor.empty()) {
+    const std::string sensor = options.ask ? AskForSensor(*project, console) : options.sensor;
+    if (sensor.empty()) return kFailed;
+    scopes = {kDefaultScope, sensor};
+  }
+  std::vector<ScopeInputs> inputs;
+  ListInputs(*project, scopes, inputs, console);
+  return PackAndCommit(context, *project, options, target, inputs) ? kDone : kFailed;
 }
 
 }  // namespace
 
-void AddPack(CLI::App& app, Session& session) {
+void AddPack(CLI::App& app, CommandContext& context) {
   auto options = std::make_shared<Options>();
   CLI::App* command = AddCommand(
-      app, session, "pack", "Pack the project into tuning bins",
+      app, context, "pack", "Pack the project into tuning bins",
       "Makes DIR/zo_tuning with default.bin and one bin per sensor. The folder appears when all is done and checked,\n"
       "or not at all.\n"
       "\n"
@@ -159,16 +205,15 @@ void AddPack(CLI::App& app, Session& session) {
       "  zotuning pack -o out\n"
       "  zotuning pack -o out --sensor main_wide --force\n"
       "  echo 0 | zotuning pack -o out --ask",
-      [&session, options] { return Run(session, *options); });
+      [&context, options] { return Run(context, *options); });
   command->add_option("-o,--out", options->out_dir, "Where to make the folder zo_tuning")
       ->required()
       ->type_name("DIR")
       ->check(NotEmpty());
-  command->add_option("--sensor", options->pack.sensor, "Only default.bin and the bin of this sensor")
-      ->type_name("NAME");
-  command->add_flag("--ask", options->pack.ask,
+  command->add_option("--sensor", options->sensor, "Only default.bin and the bin of this sensor")->type_name("NAME");
+  command->add_flag("--ask", options->ask,
                     "Ask on standard input for the index of the sensor; fields may be missing then");
   command->add_flag("--force", options->force, "Replace an existing folder zo_tuning");
 }
 
-}  // namespace zotuning_tool
+}  // namespace zotuning::tool

@@ -3,16 +3,13 @@
 #include <algorithm>
 #include <memory>
 
-#include "ZoTuningUtils.h"
 #include "bin/bin_folder.h"
-#include "bin_walk.h"
-#include "commands.h"
+#include "command_context.h"
 #include "io/directory.h"
-#include "library_log.h"
-#include "message_text.h"
-#include "project.h"
+#include "workspace/bins.h"
+#include "workspace/message_text.h"
 
-namespace zotuning_tool {
+namespace zotuning::tool {
 namespace {
 
 struct Options {
@@ -33,7 +30,7 @@ std::string SettingOf(const Project& project, const std::string& scope, const st
   const std::vector<std::string> scopes = project.Scopes();
   if (std::find(scopes.begin(), scopes.end(), scope) == scopes.end()) return "";
   const std::string path = project.SettingPath(scope, values);
-  return project.LabelsOf("/" + path) == values ? Shown(project.dir() + "/" + path) : "";
+  return project.LabelsOf("/" + path) == values ? DisplayPath(project.dir() + "/" + path) : "";
 }
 
 struct Listing {
@@ -61,9 +58,8 @@ void AddVersion(Listing& listing, const BinItem& item) {
   AddItem(listing, item, "version " + std::to_string(listing.json_versions.size()));
   listing.versions += Printable(line) + "\n";
   Json fields = Json::object();
-  Report ignored;
+  CollectingSink ignored;
   std::string json;
-  ignored.Begin("", true);
   if (MessageJson(message, json, ignored)) fields = Json::parse(json, nullptr, false);
   listing.json_versions.push_back({{"offset", item.offset}, {"length", item.length}, {"message", fields}});
 }
@@ -85,116 +81,139 @@ void AddRecord(Listing& listing, const Project& project, const std::string& scop
                                   {"module_offset", record.module.offset + 4},
                                   {"module_length", record.module.length},
                                   {"module", record.module_name},
-                                  {"labels", project.LabelJson(record.values)},
+                                  {"labels", LabelJson(project, record.values)},
                                   {"values", record.values},
                                   {"setting", setting.empty() ? Json(nullptr) : Json(setting)}});
 }
 
 /// Reports the fault of a bin, if any, and adds it to `object`.
-void AddFault(const BinContents& contents, const std::string& path, Json& object, Report& report) {
-  object["fault"] = contents.fault ? FaultJson(*contents.fault) : Json(nullptr);
-  if (contents.fault) report.Error("bin-damaged", "the bin is damaged " + FaultText(*contents.fault), "", Shown(path));
+void AddFault(const BinScanner& scanner, const std::string& path, Json& object, Console& console) {
+  const BinFault* fault = scanner.fault();
+  object["fault"] = nullptr;
+  if (fault == nullptr) return;
+  object["fault"] = {
+      {"offset", fault->offset}, {"item", fault->item}, {"expected", fault->expected}, {"found", fault->found}};
+  ReportBinFault(*fault, path, console);
 }
 
-int ShowTable(Project& project, const std::string& path, const Options& options, Report& report) {
+int ShowTable(Project& project, const std::string& path, const Options& options, Console& console) {
+  const auto file = OpenBin(path, console);
+  if (file == nullptr) return kFailed;
   Listing listing;
   const std::string scope = ScopeOf(path);
-  listing.items = {{"OFFSET", "BYTES", "ITEM"}, {"0", "4", ""}};
+  listing.items = {{"OFFSET", "BYTES", "ITEM"}, {"0", "4", "version count"}};
   listing.records = {{"  RECORD", "OFFSET", "BYTES", "LABELS", "SETTING"}};
-  BinContents contents;
-  const BinVisitor visitor{[&](BinItem& item) { AddVersion(listing, item); },
-                           [&](BinRecord& record) { AddRecord(listing, project, scope, record); }};
-  if (!WalkBin(project, path, visitor, contents, report)) return kFailed;
-  report.Print(Printable(Shown(path)) + ": " + Count(contents.bytes, "byte") + ", " +
-               Count(contents.versions, "version") + ", " + Count(contents.records, "record") + "\n");
-  if (options.offsets) {
-    listing.items[1][2] = "version count";
-    report.Print(Table(listing.items));
-  } else {
-    report.Print((listing.versions.empty() ? "" : "versions\n") + listing.versions);
-    if (contents.records > 0) report.Print("records\n" + Table(listing.records));
+  BinScanner scanner(file.get(), project.schema(), project.labels());
+  while (scanner.Next()) {
+    if (scanner.is_version()) {
+      AddVersion(listing, scanner.version());
+    } else {
+      AddRecord(listing, project, scope, scanner.record());
+    }
   }
-  Json& result = report.result();
-  result = {{"file", Shown(path)},
-            {"bytes", contents.bytes},
+  console.Print(Printable(DisplayPath(path)) + ": " + Count(scanner.bytes(), "byte") + ", " +
+                Count(scanner.versions(), "version") + ", " + Count(scanner.records(), "record") + "\n");
+  if (options.offsets) {
+    console.Print(Table(listing.items));
+  } else {
+    console.Print((listing.versions.empty() ? "" : "versions\n") + listing.versions);
+    if (scanner.records() > 0) console.Print("records\n" + Table(listing.records));
+  }
+  Json& result = console.result();
+  result = {{"file", DisplayPath(path)},
+            {"bytes", scanner.bytes()},
             {"versions", std::move(listing.json_versions)},
             {"records", std::move(listing.json_records)}};
-  AddFault(contents, path, result, report);
+  AddFault(scanner, path, result, console);
   return kDone;
 }
 
 /// The whole bin in protobuf's text form, records by their labels: listing order says nothing, and would hide in a
 /// comparison what does.
-int ShowText(Project& project, const std::string& path, Report& report) {
+int ShowText(Project& project, const std::string& path, Console& console) {
+  const auto file = OpenBin(path, console);
+  if (file == nullptr) return kFailed;
   std::vector<std::pair<std::vector<int>, uint64_t>> places;
-  BinContents contents;
-  const BinVisitor visitor{[&](BinItem& item) { report.Print("# version\n" + MessageText(*item.message) + "\n"); },
-                           [&](BinRecord& record) { places.emplace_back(record.values, record.label.offset); }};
-  if (!WalkBin(project, path, visitor, contents, report)) return kFailed;
+  BinScanner scanner(file.get(), project.schema(), project.labels());
+  while (scanner.Next()) {
+    if (scanner.is_version()) {
+      console.Print("# version\n" + MessageText(*scanner.version().message) + "\n");
+    } else {
+      places.emplace_back(scanner.record().values, scanner.record().label.offset);
+    }
+  }
   std::sort(places.begin(), places.end());
   for (const auto& [values, offset] : places) {
     BinRecord record;
-    if (!ReadRecordAt(project, path, offset, record, report)) return kFailed;
-    report.Print("# " + Printable(project.LabelText(values)) + "\n" + MessageText(*record.module.message) + "\n");
+    if (!ZO_TUNING::internal::ReadRecordAt(file.get(), offset, project.schema(), project.labels(), record)) {
+      console.Report(Code::kIo, "the bin changed while it was read", "", DisplayPath(path));
+      return kFailed;
+    }
+    console.Print("# " + Printable(project.LabelText(values)) + "\n" + MessageText(*record.module.message) + "\n");
   }
-  AddFault(contents, path, report.result(), report);
+  AddFault(scanner, path, console.result(), console);
   return kDone;
 }
 
-int ShowRecord(Project& project, const std::string& path, const Options& options, Report& report) {
-  BinContents contents;
+int ShowRecord(Project& project, const std::string& path, const Options& options, Console& console) {
+  const auto file = OpenBin(path, console);
+  if (file == nullptr) return kFailed;
   bool found = false;
   std::string text;
   Listing listing;
-  const BinVisitor visitor{nullptr, [&](BinRecord& record) {
-                             if (record.index != static_cast<size_t>(options.record)) return;
-                             found = true;
-                             AddRecord(listing, project, ScopeOf(path), record);
-                             if (options.text) {
-                               text = MessageText(*record.module.message);
-                             } else {
-                               MessageJson(*record.module.message, text, report);
-                             }
-                           }};
-  if (!WalkBin(project, path, visitor, contents, report)) return kFailed;
-  if (found) {
-    report.Print(text);
-    report.result() = std::move(listing.json_records[0]);
-    report.result()["message"] = options.text ? Json(text) : Json::parse(text, nullptr, false);
+  BinScanner scanner(file.get(), project.schema(), project.labels());
+  while (scanner.Next()) {
+    if (scanner.is_version() || scanner.record().index != static_cast<size_t>(options.record)) continue;
+    found = true;
+    const google::protobuf::Message& message = *scanner.record().module.message;
+    AddRecord(listing, project, ScopeOf(path), scanner.record());
+    if (options.text) {
+      text = MessageText(message);
+    } else {
+      MessageJson(message, text, console);
+    }
   }
-  AddFault(contents, path, report.result(), report);
+  if (found) {
+    console.Print(text);
+    console.result() = std::move(listing.json_records[0]);
+    console.result()["message"] = options.text ? Json(text) : Json::parse(text, nullptr, false);
+  }
+  AddFault(scanner, path, console.result(), console);
   if (found) return kDone;
-  report.Error("no-record",
-               "the bin has no record " + std::to_string(options.record) + "; it has " +
-                   Count(contents.records, "record") + ", counted from 0",
-               "", Shown(path));
+  console.Report(Code::kNoRecord,
+                 "the bin has no record " + std::to_string(options.record) + "; it has " +
+                     Count(scanner.records(), "record") + ", counted from 0",
+                 "", DisplayPath(path));
   return kFailed;
 }
 
-int ShowFolder(Project& project, const std::string& dir, Report& report) {
+int ShowFolder(Project& project, const std::string& dir, Console& console) {
   std::vector<std::string> names;
-  if (!ListNames(dir, names, report)) return kFailed;
+  if (!ListNames(dir, names, console)) return kFailed;
   std::vector<std::vector<std::string>> rows = {{"BIN", "BYTES", "VERSIONS", "RECORDS"}};
   Json bins = Json::array();
   for (const std::string& name : names) {
     std::string path = dir;
     path.append("/").append(name);
     if (!ZO_TUNING::internal::HasSuffix(name, ZO_TUNING::internal::kBinSuffix) || IsDirectory(path)) continue;
-    BinContents contents;
-    if (!WalkBin(project, path, {}, contents, report)) continue;
-    rows.push_back({name, std::to_string(contents.bytes), std::to_string(contents.versions),
-                    std::to_string(contents.records) + (contents.fault ? " (damaged)" : "")});
+    const auto file = OpenBin(path, console);
+    if (file == nullptr) continue;
+    BinScanner scanner(file.get(), project.schema(), project.labels());
+    while (scanner.Next()) {
+    }
+    rows.push_back({name, std::to_string(scanner.bytes()), std::to_string(scanner.versions()),
+                    std::to_string(scanner.records()) + (scanner.fault() != nullptr ? " (damaged)" : "")});
     Json bin = {{"name", ScopeOf(path)},
-                {"file", Shown(path)},
-                {"bytes", contents.bytes},
-                {"versions", contents.versions},
-                {"records", contents.records}};
-    AddFault(contents, path, bin, report);
+                {"file", DisplayPath(path)},
+                {"bytes", scanner.bytes()},
+                {"versions", scanner.versions()},
+                {"records", scanner.records()}};
+    AddFault(scanner, path, bin, console);
     bins.push_back(std::move(bin));
   }
-  report.Print(Table(rows));
-  if (bins.empty()) report.Error("no-bins", "the folder holds no bin", "", Shown(dir));
-  report.result()["bins"] = std::move(bins);
+  console.Print(Table(rows));
+  if (bins.empty()) console.Report(Code::kNoBins, "the folder holds no bin", "", DisplayPath(dir));
+  console.result()["bins"] = std::move(bins);
   return kDone;
 }
 
@@ -203,37 +222,37 @@ CLI::Validator RecordNumber() {
   return CLI::Validator(
       [](std::string& text) {
         const bool number = !text.empty() && text.size() < 10 && text.find_first_not_of("0123456789") == text.npos;
-        return number ? std::string() : Quoted(text) + " is no number of a record; they count from 0";
+        return number ? std::string() : Quoted(text) + " is not the number of a record; they count from 0";
       },
       "");
 }
 
-int Run(Session& session, const Options& options) {
-  Report& report = session.report;
+int Run(CommandContext& context, const Options& options) {
+  Console& console = context.console;
   const bool folder = IsDirectory(options.path);
   if (folder && (options.text || options.offsets || options.record >= 0)) {
-    report.Error("usage", "a folder is listed as a whole; give one of its bins", "", Shown(options.path));
+    console.Report(Code::kUsage, "a folder is listed as a whole; give one of its bins", "", DisplayPath(options.path));
     return kMisuse;
   }
   if (options.offsets && (options.text || options.record >= 0)) {
-    report.Error("usage", "--offsets cannot stand together with --text or --record");
+    console.Report(Code::kUsage, "--offsets cannot be combined with --text or --record");
     return kMisuse;
   }
-  const auto project = Project::Open(session.project_dir, report);
-  if (project == nullptr) return kMisuse;
-  if (!project->ok()) return kFailed;
-  if (folder) return ShowFolder(*project, BinFolderAt(options.path), report);
-  if (options.record >= 0) return ShowRecord(*project, options.path, options, report);
-  if (options.text && !session.json) return ShowText(*project, options.path, report);
-  return ShowTable(*project, options.path, options, report);
+  int code = kDone;
+  const auto project = LoadProject(context, code);
+  if (project == nullptr) return code;
+  if (folder) return ShowFolder(*project, BinFolderAt(options.path), console);
+  if (options.record >= 0) return ShowRecord(*project, options.path, options, console);
+  if (options.text && !context.json) return ShowText(*project, options.path, console);
+  return ShowTable(*project, options.path, options, console);
 }
 
 }  // namespace
 
-void AddShow(CLI::App& app, Session& session) {
+void AddShow(CLI::App& app, CommandContext& context) {
   auto options = std::make_shared<Options>();
   CLI::App* command = AddCommand(
-      app, session, "show", "Show what is in a tuning bin, or which bins are in a folder",
+      app, context, "show", "Show what is in a tuning bin, or which bins are in a folder",
       "A bin is read with the schema and labels of the project. Of a damaged one everything before the break is\n"
       "shown, then where it breaks; the exit code is 1.\n"
       "\n"
@@ -243,7 +262,7 @@ void AddShow(CLI::App& app, Session& session) {
       "  zotuning show out/zo_tuning/main_wide.bin --record 3 > record.json\n"
       "  zotuning show out/zo_tuning/main_wide.bin --offsets\n"
       "  git config diff.zotuning.textconv 'zotuning show --text'",
-      [&session, options] { return Run(session, *options); });
+      [&context, options] { return Run(context, *options); });
   command->add_option("BIN", options->path, "The bin, or a folder of bins")->required();
   command->add_option("--record", options->record, "Only the message of this record, as JSON or --text")
       ->type_name("N")
@@ -252,4 +271,4 @@ void AddShow(CLI::App& app, Session& session) {
   command->add_flag("--offsets", options->offsets, "The offset and size of every item");
 }
 
-}  // namespace zotuning_tool
+}  // namespace zotuning::tool

@@ -3,14 +3,12 @@
 #include <algorithm>
 #include <memory>
 
-#include "ZoTuningUtils.h"
-#include "commands.h"
-#include "json_check.h"
-#include "library_log.h"
-#include "project.h"
-#include "suggest.h"
+#include "command_context.h"
+#include "json/default_data.h"
+#include "workspace/check_setting.h"
+#include "workspace/suggest.h"
 
-namespace zotuning_tool {
+namespace zotuning::tool {
 namespace {
 
 struct Options {
@@ -19,72 +17,81 @@ struct Options {
   bool force = false;
 };
 
-/// The template of a module as the library prints it; "" after an error.
-std::string TemplateText(Project& project, const std::string& module, Report& report) {
-  const auto* type = project.schema().RequireType(module, report);
-  if (type == nullptr) return "";
-  const auto message = project.schema().NewMessage(type);
-  std::string text;
-  const LibraryWatch watch;
-  ZO_TUNING::MSG_TO_JSON_STR(message.get(), type, text);
-  if (watch.HasErrors()) {
-    watch.Explain(report, "the template of " + Quoted(module) + " cannot be made");
-    return "";
+using google::protobuf::FieldDescriptor;
+using ZO_TUNING::internal::TemplateFault;
+
+std::string FaultText(const TemplateFault& fault) {
+  switch (fault.kind) {
+    case TemplateFault::Kind::kRepeatedType:
+      return "the field " + Quoted(fault.field->full_name()) + " is a list of " +
+             FieldDescriptor::TypeName(fault.field->type()) + ", which templates do not support";
+    case TemplateFault::Kind::kRecursiveType:
+      return "the message type " + Quoted(fault.type->full_name()) + " contains itself";
+    case TemplateFault::Kind::kNoRuleField:
+      break;
   }
-  return text;
+  return "the rule type " + Quoted(fault.type->full_name()) + " has no singular field " + Quoted(fault.rule_field) +
+         " of type " + FieldDescriptor::TypeName(fault.field_type);
+}
+
+/// The template of a module as the library prints it; "" after an error.
+std::string TemplateText(Project& project, const std::string& module, Console& console) {
+  const auto* type = project.RequireType(module, console);
+  if (type == nullptr) return "";
+  std::vector<TemplateFault> faults;
+  std::string text;
+  const auto printed = ZO_TUNING::internal::ModuleTemplate(
+      project.schema(), type, [&](const TemplateFault& fault) { faults.push_back(fault); }, &text);
+  for (const TemplateFault& fault : faults) {
+    console.Report(Code::kSchemaType, "the template of " + Quoted(module) + " cannot be made: " + FaultText(fault), "",
+                   DisplayPath(project.layout().ProtoDir()));
+  }
+  if (!printed.ok) {
+    console.Report(Code::kPrint, "the template of " + Quoted(module) + " cannot be printed as JSON: " + printed.reason);
+  }
+  return printed.ok && faults.empty() ? text : "";
 }
 
 /// Makes the default data of one module. `state` becomes what was done: "made", "replaced", "unchanged" or "kept".
-bool MakeTemplate(Project& project, const std::string& module, bool force, std::string& state, Report& report) {
-  const std::string path = project.DefaultPath(module);
-  const std::string wanted = TemplateText(project, module, report);
+bool MakeTemplate(Project& project, const std::string& module, bool force, std::string& state, Console& console) {
+  const std::string path = project.layout().DefaultPath(module);
+  const std::string wanted = TemplateText(project, module, console);
   if (wanted.empty()) return false;
   state = "made";
   if (Exists(path)) {
     std::string found;
-    if (!RefuseSpecialFile(path, report) || !ReadFile(path, found, report)) return false;
+    if (!RefuseSpecialFile(path, console) || !ReadFile(path, found, console)) return false;
     if (found == wanted) {
       state = "unchanged";
       return true;
     }
     if (!force) {
       state = "kept";
-      report.Error("edited-default", "the default of " + Quoted(module) + " has been edited; it is kept",
-                   "--force replaces it by the template", Shown(path));
+      console.Report(Code::kEditedDefault, "the default of " + Quoted(module) + " has been edited; it is kept",
+                     "--force replaces it with the template", DisplayPath(path));
       return false;
     }
     state = "replaced";
   }
-  // What GenerateDefaultModuleData does with a schema that it would load once more.
-  const LibraryWatch watch;
-  ZO_TUNING::JSON_STR_TO_FILE(path, wanted);
-  if (watch.HasErrors()) {
-    watch.Explain(report, "the template of " + Quoted(module) + " was not written");
-    return false;
-  }
-  // The operation does not notice a failed write.
-  std::string written;
-  if (!ReadFile(path, written, report)) return false;
-  if (written != wanted) {
-    report.Error("io", "the template was not written whole; is the disk full?", "", Shown(path));
-    return false;
-  }
-  return CheckJson(path, written, project.schema().FindType(module), project.schema(), Fields::kAll, report);
+  const auto* type = project.schema().FindType(module);
+  return CheckSettingText(project.schema(), path, wanted, type, Fields::kAll, console) &&
+         ReplaceFile(path, wanted, console);
 }
 
-int Run(Session& session, const Options& options) {
-  Report& report = session.report;
+int Run(CommandContext& context, const Options& options) {
+  Console& console = context.console;
   if (options.all == !options.modules.empty()) {
-    report.Error("usage", options.all ? "give module names or --all, not both" : "give the names of modules, or --all",
-                 "see 'zotuning template --help'");
+    console.Report(Code::kUsage,
+                   options.all ? "give module names or --all, not both" : "give the names of modules, or --all",
+                   "see 'zotuning template --help'");
     return kMisuse;
   }
-  const auto project = Project::Open(session.project_dir, report);
-  if (project == nullptr) return kMisuse;
-  if (!project->ok()) return kFailed;
-  if (!IsDirectory(project->ScopeDir(kDefaultScope))) {
-    report.Error("missing-folder", "the project has no folder 'default'", "make it with mkdir",
-                 Shown(project->ScopeDir(kDefaultScope)));
+  int code = kDone;
+  const auto project = LoadProject(context, code);
+  if (project == nullptr) return code;
+  if (!IsDirectory(project->layout().ScopeDir(kDefaultScope))) {
+    console.Report(Code::kMissingFolder, "the project has no folder 'default'", "make it with mkdir",
+                   DisplayPath(project->layout().ScopeDir(kDefaultScope)));
     return kFailed;
   }
 
@@ -92,37 +99,34 @@ int Run(Session& session, const Options& options) {
   std::vector<std::string> modules = options.modules;
   for (const std::string& module : modules) {
     if (std::find(known.begin(), known.end(), module) != known.end()) continue;
-    report.Error("unknown-module", "no module " + Quoted(module) + DidYouMean(module, known),
-                 "'zotuning modules' lists them");
+    console.Report(Code::kUnknownModule, "no module " + Quoted(module) + DidYouMean(module, known),
+                   "'zotuning modules' lists them");
   }
-  if (!report.ok()) return kFailed;
+  if (!console.ok()) return kFailed;
   if (options.all) {
-    for (const auto& [number, name] : project->label_map().at(project->label_names()[0])) {
-      // The first value of an enum has to be 0; often it stands for no module at all.
-      if (!name.empty() && (number != 0 || project->schema().FindType(name) != nullptr)) modules.push_back(name);
-    }
+    for (const auto& module : project->Modules()) modules.push_back(module.name);
   }
 
   std::vector<std::vector<std::string>> rows;
   Json templates = Json::array();
   for (const std::string& module : modules) {
     std::string state = "failed";
-    if (!MakeTemplate(*project, module, options.force, state, report) && state != "kept") state = "failed";
-    const std::string path = Shown(project->DefaultPath(module));
+    if (!MakeTemplate(*project, module, options.force, state, console) && state != "kept") state = "failed";
+    const std::string path = DisplayPath(project->layout().DefaultPath(module));
     rows.push_back({path, state});
     templates.push_back({{"module", module}, {"file", path}, {"state", state}});
   }
-  report.Print(Table(rows));
-  report.result()["templates"] = std::move(templates);
+  console.Print(Table(rows));
+  console.result()["templates"] = std::move(templates);
   return kDone;
 }
 
 }  // namespace
 
-void AddTemplate(CLI::App& app, Session& session) {
+void AddTemplate(CLI::App& app, CommandContext& context) {
   auto options = std::make_shared<Options>();
   CLI::App* command =
-      AddCommand(app, session, "template", "Write the default data of modules from the schema",
+      AddCommand(app, context, "template", "Write the default data of modules from the schema",
                  "The template holds every parameter of the module at its default, with its rule. A default that has\n"
                  "been edited is kept, and named, unless --force is given.\n"
                  "\n"
@@ -130,10 +134,10 @@ void AddTemplate(CLI::App& app, Session& session) {
                  "  zotuning template --all\n"
                  "  zotuning template AfCommon AWGain\n"
                  "  zotuning template AfCommon --force",
-                 [&session, options] { return Run(session, *options); });
+                 [&context, options] { return Run(context, *options); });
   command->add_option("MODULE", options->modules, "Modules, as 'zotuning modules' lists them");
   command->add_flag("--all", options->all, "All modules");
   command->add_flag("--force", options->force, "Replace edited defaults");
 }
 
-}  // namespace zotuning_tool
+}  // namespace zotuning::tool

@@ -1,9 +1,11 @@
-// zotuning, the console tool of the tuning library: reads the command line, runs one command, prints its report.
+// zotuning, the console tool of the tuning library: reads the command line, runs one command, prints its console.
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <google/protobuf/stubs/common.h>
+#include <google/protobuf/stubs/logging.h>
+
 #include <algorithm>
 
 #include <csignal>
@@ -13,25 +15,11 @@
 #include <utility>
 #include <vector>
 
-#include "commands.h"
-#include "library_log.h"
-#include "suggest.h"
+#include "command_context.h"
+#include "workspace/suggest.h"
 #include "zotuning_version.h"
 
-namespace zotuning_tool {
-
-CLI::App* AddCommand(CLI::App& app, Session& session, const std::string& name, const std::string& summary,
-                     const std::string& help, std::function<int()> run) {
-  CLI::App* command = app.add_subcommand(name, summary);
-  command->footer(help + "\n\nEvery command also takes -C DIR, --json and -v; see 'zotuning --help'.\n");
-  command->fallthrough();
-  const std::string full_name = app.get_parent() == nullptr ? name : app.get_name() + " " + name;
-  command->callback([&session, full_name, run = std::move(run)] {
-    session.command = full_name;
-    session.run = run;
-  });
-  return command;
-}
+namespace zotuning::tool {
 
 namespace {
 
@@ -46,14 +34,15 @@ constexpr const char* kFooter =
     "Exit code: 0 done; 1 the job failed or found faults; 2 wrong usage, or no project.\n"
     "Results go to standard output, messages to standard error. NO_COLOR is honoured.\n";
 
-int FailUsage(CLI::App& app, Session& session, const CLI::ParseError& error, int argument_count, char** arguments) {
+int FailUsage(CLI::App& app, CommandContext& context, const CLI::ParseError& error, int argument_count,
+              char** arguments) {
   std::string message = error.what();
   std::vector<std::string> words;
   const CLI::App* at = &app;
   std::string command;
   for (int i = 1; i < argument_count; ++i) {
     words.emplace_back(arguments[i]);
-    if (words.back() == "--json") session.json = true;
+    if (words.back() == "--json") context.json = true;
   }
   while (!at->get_subcommands().empty()) {
     at = at->get_subcommands().front();
@@ -87,9 +76,9 @@ int FailUsage(CLI::App& app, Session& session, const CLI::ParseError& error, int
                                    : "unexpected argument ") +
               Quoted(word) + DidYouMean(word, known);
   }
-  session.report.Begin(command, session.json);
-  session.report.Error("usage", message, "see 'zotuning" + (command.empty() ? "" : " " + command) + " --help'");
-  return session.report.Finish(kMisuse);
+  context.console.Begin(command, context.json);
+  context.console.Report(Code::kUsage, message, "see 'zotuning" + (command.empty() ? "" : " " + command) + " --help'");
+  return context.console.Finish(kMisuse);
 }
 
 /// A standard descriptor that is closed would go to the next file opened, and what is printed into that file. What
@@ -100,6 +89,13 @@ void OccupyStandardDescriptors() {
   }
 }
 
+bool g_verbose = false;
+
+void HandleProtobufLine(google::protobuf::LogLevel level, const char* file, int line, const std::string& message) {
+  if (level != google::protobuf::LOGLEVEL_FATAL && !g_verbose) return;
+  (void)std::fprintf(stderr, "zotuning: protobuf: %s:%d: %s\n", file, line, Printable(message).c_str());
+}
+
 int Main(int argument_count, char** arguments) {
   OccupyStandardDescriptors();
   // A reader that goes away, as 'head' does, ends the output and not the job. A file that may not grow is an error to
@@ -107,57 +103,58 @@ int Main(int argument_count, char** arguments) {
   (void)std::signal(SIGPIPE, SIG_IGN);
   (void)std::signal(SIGXFSZ, SIG_IGN);
 
-  Session session;
+  CommandContext context;
   CLI::App app("Makes, looks after and packs camera tuning projects.", "zotuning");
   app.footer(kFooter);
   app.set_version_flag("--version", "zotuning " ZOTUNING_VERSION " (commit " ZOTUNING_COMMIT ", protobuf " +
                                         google::protobuf::internal::VersionString(GOOGLE_PROTOBUF_VERSION) + ")");
-  app.add_option("-C", session.project_dir,
+  app.add_option("-C", context.project_dir,
                  "The project's folder (default: the nearest one from here up that holds ProjConf.bin)")
       ->type_name("DIR")
       ->check(NotEmpty());
-  app.add_flag("--json", session.json, "Print one JSON object, results and messages, also on failure");
-  app.add_flag("-v,--verbose", session.verbose, "Show the library's own lines on standard error");
+  app.add_flag("--json", context.json, "Print one JSON object, results and messages, also on failure");
+  app.add_flag("-v,--verbose", context.verbose, "Show what protobuf itself has to say on standard error");
   app.require_subcommand(1);
-  AddInit(app, session);
-  AddTemplate(app, session);
-  AddNew(app, session);
-  AddPack(app, session);
-  AddModules(app, session);
-  AddLabels(app, session);
-  AddSensors(app, session);
-  AddTree(app, session);
-  AddShow(app, session);
-  AddVerify(app, session);
-  AddVersion(app, session);
+  AddInit(app, context);
+  AddTemplate(app, context);
+  AddNew(app, context);
+  AddPack(app, context);
+  AddModules(app, context);
+  AddLabels(app, context);
+  AddSensors(app, context);
+  AddTree(app, context);
+  AddShow(app, context);
+  AddVerify(app, context);
+  AddVersion(app, context);
 
   try {
     app.parse(argument_count, arguments);
   } catch (const CLI::Success& success) {  // --help, --version
     app.exit(success);
-    return session.report.Finish(kDone);
+    return context.console.Finish(kDone);
   } catch (const CLI::ParseError& error) {
-    return FailUsage(app, session, error, argument_count, arguments);
+    return FailUsage(app, context, error, argument_count, arguments);
   }
 
-  ShowLibraryLines(session.verbose);
-  session.report.Begin(session.command, session.json);
+  g_verbose = context.verbose;
+  google::protobuf::SetLogHandler(&HandleProtobufLine);
+  context.console.Begin(context.command, context.json);
   int code = kFailed;
   try {
-    code = session.run();
+    code = context.run();
   } catch (const std::exception& error) {
-    session.report.Error("internal", std::string("stopped by an unexpected failure: ") + error.what());
+    context.console.Report(Code::kInternal, std::string("stopped by an unexpected failure: ") + error.what());
   }
-  return session.report.Finish(code);
+  return context.console.Finish(code);
 }
 
 }  // namespace
-}  // namespace zotuning_tool
+}  // namespace zotuning::tool
 
 int main(int argument_count, char** arguments) try {
-  return zotuning_tool::Main(argument_count, arguments);
+  return zotuning::tool::Main(argument_count, arguments);
 } catch (...) {
   // No memory even for a message.
   (void)std::fputs("zotuning: error: stopped by an unexpected failure\n", stderr);
-  return zotuning_tool::kFailed;
+  return zotuning::tool::kFailed;
 }

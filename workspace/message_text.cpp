@@ -7,7 +7,7 @@
 
 #include <exception>
 
-namespace zotuning_tool {
+namespace zotuning {
 namespace {
 
 using google::protobuf::FieldDescriptor;
@@ -82,7 +82,7 @@ class Collector : public MessageDifferencer::Reporter {
 
 }  // namespace
 
-bool MessageJson(const Message& message, std::string& text, Report& report) {
+bool MessageJson(const Message& message, std::string& text, DiagnosticSink& sink) {
   google::protobuf::util::JsonPrintOptions options;
   options.add_whitespace = true;
   options.always_print_primitive_fields = true;
@@ -95,7 +95,8 @@ bool MessageJson(const Message& message, std::string& text, Report& report) {
   } catch (const std::exception& error) {
     reason = error.what();
   }
-  report.Error("print", "the message cannot be printed as JSON: " + reason, "--text prints it in protobuf's text form");
+  sink.Report(Code::kPrint, "the message cannot be printed as JSON: " + reason,
+              "--text prints it in protobuf's text form");
   return false;
 }
 
@@ -119,4 +120,4 @@ bool SameMessages(const Message& left, const Message& right, size_t limit, std::
   return false;
 }
 
-}  // namespace zotuning_tool
+}  // namespace zotuning

@@ -1,4 +1,4 @@
-#include "report.h"
+#include "console.h"
 
 #include <unistd.h>
 
@@ -8,9 +8,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "transcode/json_lexer.h"
 #include "zotuning_version.h"
 
-namespace zotuning_tool {
+namespace zotuning::tool {
 namespace {
 
 size_t Width(std::string_view text) {
@@ -20,7 +21,7 @@ size_t Width(std::string_view text) {
 }
 
 Json ToJson(const Diagnostic& diagnostic) {
-  return {{"code", diagnostic.code},       {"severity", diagnostic.severity == Severity::kError ? "error" : "warning"},
+  return {{"code", Name(diagnostic.code)}, {"severity", diagnostic.severity == Severity::kError ? "error" : "warning"},
           {"file", diagnostic.file},       {"line", diagnostic.line},
           {"column", diagnostic.column},   {"path", diagnostic.path},
           {"message", diagnostic.message}, {"hint", diagnostic.hint}};
@@ -45,18 +46,73 @@ std::string ToText(const Diagnostic& diagnostic) {
   return text;
 }
 
+void AppendHex(const char* before, uint32_t value, const char* after, std::string* text) {
+  char digits[16];
+  (void)std::snprintf(digits, sizeof(digits), "%02X", value);
+  text->append(before).append(digits).append(after);
+}
+
+/// The character that `text` begins with; `length` becomes the number of its bytes, 0 when it is no UTF-8.
+uint32_t DecodeUtf8(std::string_view text, size_t* length) {
+  const auto byte = [&](size_t i) -> uint32_t { return static_cast<unsigned char>(text[i]); };
+  const uint32_t first = byte(0);
+  *length = first < 0x80 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+  if (first < 0x80) return first;
+  if (text.size() < *length || !ZO_TUNING::internal::IsUtf8(text.data(), text.data() + *length)) {
+    *length = 0;
+    return 0;
+  }
+  uint32_t character = first & (0x7Fu >> *length);
+  for (size_t i = 1; i < *length; ++i) character = character << 6 | (byte(i) & 0x3F);
+  return character;
+}
+
+/// Characters that a terminal obeys, or that change how others are read without being seen themselves.
+bool IsInvisible(uint32_t character) {
+  struct Range {
+    uint32_t first, last;
+  };
+  static constexpr Range kRanges[] = {
+      {0x80, 0x9F},  // C1 controls
+      {0xAD, 0xAD},  // soft hyphen
+      {0x600, 0x605},     {0x61C, 0x61C},     {0x6DD, 0x6DD},
+      {0x70F, 0x70F},     {0x180E, 0x180E},   {0x200B, 0x200F},  // zero width, and marks of direction
+      {0x2028, 0x202E},  // line and paragraph separators, embeddings and overrides of direction
+      {0x2060, 0x206F},  // word joiner, isolates
+      {0xFEFF, 0xFEFF},   {0xFFF9, 0xFFFB},   {0x1BCA0, 0x1BCA3},
+      {0x1D173, 0x1D17A}, {0xE0000, 0xE0FFF},  // tags and variation selectors
+  };
+  return std::any_of(std::begin(kRanges), std::end(kRanges),
+                     [&](const Range& range) { return character >= range.first && character <= range.last; });
+}
+
 }  // namespace
 
 std::string Printable(std::string_view text, bool keep_lines) {
   std::string printable;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if ((byte < 0x20 && !(keep_lines && (c == '\n' || c == '\t'))) || byte == 0x7F) {
-      constexpr char kDigits[] = "0123456789ABCDEF";
-      printable.append("\\x").append(1, kDigits[byte >> 4]).append(1, kDigits[byte & 15]);
-    } else {
-      printable += c;
+  for (size_t i = 0; i < text.size();) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if (byte < 0x20 || byte == 0x7F) {
+      if (keep_lines && (byte == '\n' || byte == '\t')) {
+        printable += text[i];
+      } else {
+        AppendHex("\\x", byte, "", &printable);
+      }
+      ++i;
+      continue;
     }
+    size_t length = 1;
+    const uint32_t character = byte < 0x80 ? byte : DecodeUtf8(text.substr(i), &length);
+    if (length == 0) {
+      // No UTF-8; a terminal that reads other encodings may take such a byte for a C1 control.
+      AppendHex("\\x", byte, "", &printable);
+      length = 1;
+    } else if (IsInvisible(character)) {
+      AppendHex("\\u{", character, "}", &printable);
+    } else {
+      printable.append(text, i, length);
+    }
+    i += length;
   }
   return printable;
 }
@@ -67,10 +123,6 @@ bool MayColour(int descriptor) {
   if (no_color != nullptr && *no_color != '\0') return false;
   if (term != nullptr && std::strcmp(term, "dumb") == 0) return false;
   return isatty(descriptor) == 1;
-}
-
-std::string Count(size_t count, std::string_view noun) {
-  return std::to_string(count) + " " + std::string(noun) + (count == 1 ? "" : "s");
 }
 
 std::string Table(const std::vector<std::vector<std::string>>& rows) {
@@ -92,12 +144,12 @@ std::string Table(const std::vector<std::vector<std::string>>& rows) {
   return text;
 }
 
-void Report::Begin(std::string command, bool json) {
+void Console::Begin(std::string command, bool json) {
   command_ = std::move(command);
   json_ = json;
 }
 
-void Report::Add(Diagnostic diagnostic) {
+void Console::Add(Diagnostic diagnostic) {
   if (diagnostic.severity == Severity::kError) ++errors_;
   if (!json_) {
     WriteOut("");  // so that results and messages stand in order where both go to one place
@@ -107,37 +159,18 @@ void Report::Add(Diagnostic diagnostic) {
   diagnostics_.push_back(std::move(diagnostic));
 }
 
-void Report::Error(std::string code, std::string message, std::string hint, std::string file) {
-  Diagnostic diagnostic;
-  diagnostic.code = std::move(code);
-  diagnostic.message = std::move(message);
-  diagnostic.hint = std::move(hint);
-  diagnostic.file = std::move(file);
-  Add(std::move(diagnostic));
-}
-
-void Report::Warn(std::string code, std::string message, std::string hint, std::string file) {
-  Diagnostic diagnostic;
-  diagnostic.code = std::move(code);
-  diagnostic.severity = Severity::kWarning;
-  diagnostic.message = std::move(message);
-  diagnostic.hint = std::move(hint);
-  diagnostic.file = std::move(file);
-  Add(std::move(diagnostic));
-}
-
-void Report::Print(std::string_view text) {
+void Console::Print(std::string_view text) {
   if (!json_) WriteOut(text);
 }
 
-void Report::WriteOut(std::string_view text) {
+void Console::WriteOut(std::string_view text) {
   errno = 0;
   const bool written =
       text.empty() ? std::fflush(stdout) == 0 : std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
   if (!written && output_error_ == 0) output_error_ = errno == 0 ? EIO : errno;
 }
 
-int Report::Finish(int code) {
+int Console::Finish(int code) {
   if (code == kDone && !ok()) code = kFailed;
   if (json_) {
     Json diagnostics = Json::array();
@@ -157,4 +190,4 @@ int Report::Finish(int code) {
   return code;
 }
 
-}  // namespace zotuning_tool
+}  // namespace zotuning::tool

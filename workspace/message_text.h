@@ -7,13 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "report.h"
+#include "diagnostic.h"
 
-namespace zotuning_tool {
+namespace zotuning {
 
 /// The message as JSON in the schema's field names, every plain field included. False after an error when protobuf
 /// cannot print it (a proto2 type with a required field unset).
-bool MessageJson(const google::protobuf::Message& message, std::string& text, Report& report);
+bool MessageJson(const google::protobuf::Message& message, std::string& text, DiagnosticSink& sink);
 
 /// The message in protobuf's text form.
 std::string MessageText(const google::protobuf::Message& message);
@@ -30,4 +30,4 @@ struct FieldDifference {
 bool SameMessages(const google::protobuf::Message& left, const google::protobuf::Message& right, size_t limit,
                   std::vector<FieldDifference>& differences, size_t& count);
 
-}  // namespace zotuning_tool
+}  // namespace zotuning

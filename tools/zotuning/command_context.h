@@ -1,0 +1,56 @@
+/// \file
+/// The commands of the tool, one per file. Each adds its subcommand to the parser and leaves what it does in the
+/// context.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "console.h"
+#include "workspace/project.h"
+
+namespace zotuning::tool {
+
+/// What the command line asks for.
+struct CommandContext {
+  std::string project_dir;  ///< -C
+  bool json = false;
+  bool verbose = false;
+  Console console;
+  std::string command;       ///< the one that was given
+  std::function<int()> run;  ///< returns the exit code
+};
+
+/// Adds a subcommand with its examples; `run` is called after the whole line has been read.
+CLI::App* AddCommand(CLI::App& app, CommandContext& context, const std::string& name, const std::string& summary,
+                     const std::string& help, std::function<int()> run);
+
+/// Loads the project that -C names, or the nearest one upwards. Null after errors; `code` is what the command has to
+/// return then.
+std::unique_ptr<Project> LoadProject(CommandContext& context, int& code);
+
+/// {"module": "AfCommon", "mode": 1}, the labels that are set.
+Json LabelJson(const Project& project, const std::vector<int>& values);
+
+/// For an option whose value names a file: an unset variable of a shell must not read as the default.
+inline CLI::Validator NotEmpty() {
+  return CLI::Validator([](std::string& text) { return std::string(text.empty() ? "a name is expected" : ""); }, "");
+}
+
+void AddInit(CLI::App& app, CommandContext& context);
+void AddTemplate(CLI::App& app, CommandContext& context);
+void AddNew(CLI::App& app, CommandContext& context);
+void AddPack(CLI::App& app, CommandContext& context);
+void AddModules(CLI::App& app, CommandContext& context);
+void AddLabels(CLI::App& app, CommandContext& context);
+void AddSensors(CLI::App& app, CommandContext& context);
+void AddTree(CLI::App& app, CommandContext& context);
+void AddShow(CLI::App& app, CommandContext& context);
+void AddVerify(CLI::App& app, CommandContext& context);
+void AddVersion(CLI::App& app, CommandContext& context);
+
+}  // namespace zotuning::tool

@@ -1,0 +1,33 @@
+/// \file
+/// Whether a JSON text can be packed as a message type: protobuf's verdict, and the reasons in the workspace's words.
+#pragma once
+
+#include <google/protobuf/message.h>
+
+#include <string>
+
+#include "diagnostic.h"
+#include "project.h"
+
+namespace zotuning {
+
+/// Whether every field of the type has to be spelled out, as packing demands of settings.
+enum class Fields { kAll, kAny };
+
+/// Why packing refuses a text in which the name of a field does not occur.
+std::string MissingNameText(const std::string& name);
+
+/// Reports why `text`, the content of `file`, does not fit `type`: all faults by structure. `refusal` is protobuf's own
+/// sentence, which stands in where they show nothing; "" for a text that protobuf takes. False after an error.
+bool ExplainText(const std::string& file, std::string text, const google::protobuf::Descriptor* type, Fields fields,
+                 const std::string& refusal, DiagnosticSink& sink);
+
+/// Parses `text`, the content of `file`, into `message`. False after errors that say why it does not fit.
+bool ParseJson(const std::string& file, const std::string& text, google::protobuf::Message* message,
+               DiagnosticSink& sink);
+
+/// Whether `text` fits `type` and names what packing asks for. False after errors.
+bool CheckSettingText(Schema& schema, const std::string& file, const std::string& text,
+                      const google::protobuf::Descriptor* type, Fields fields, DiagnosticSink& sink);
+
+}  // namespace zotuning

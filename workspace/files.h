@@ -1,0 +1,81 @@
+/// \file
+/// Files and folders as the workspace sees them: every failure is reported, nothing is passed over in silence, and a
+/// file that is replaced is old or new, whole.
+#pragma once
+
+#include <sys/types.h>
+
+#include <ctime>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "diagnostic.h"
+
+namespace zotuning {
+
+enum class FileKind {
+  kMissing,
+  kRegular,
+  kDirectory,
+  kSpecial,
+  kDanglingLink,
+  kUnknown,  ///< there or not, the system does not say; errno tells why
+};
+
+/// Links are followed.
+FileKind KindOf(const std::string& path);
+inline bool Exists(const std::string& path) { return KindOf(path) != FileKind::kMissing; }
+inline bool IsDirectory(const std::string& path) { return KindOf(path) == FileKind::kDirectory; }
+
+/// Tells apart what a file was at one time and at another: a file written to, or put in its place, is another.
+struct FileState {
+  dev_t device = 0;
+  ino_t number = 0;
+  off_t size = -1;
+  timespec written = {};
+
+  bool operator!=(const FileState& other) const;
+};
+FileState StateOf(const std::string& path);
+
+/// A path for people: without "./" at its head.
+std::string DisplayPath(const std::string& path);
+
+/// The folder of bins that `dir` means: itself, or the one in it that pack made when it was given `dir`.
+std::string BinFolderAt(const std::string& dir);
+
+/// Reports that `what` ("read", "write") failed for `path`, with the reason of `error`, an errno. Returns false.
+bool ReportSystemError(const std::string& what, const std::string& path, int error, DiagnosticSink& sink);
+
+/// Reads a regular file whole. False after one error that names it.
+bool ReadFile(const std::string& path, std::string& text, DiagnosticSink& sink);
+
+/// Makes or replaces a file. The text is written to a file beside it that takes its place, with the mode and the owner
+/// of the old one; links are followed. A file that has several names, or whose folder or owner does not allow this, is
+/// written in place. False after one error that names it; the old file is whole then, unless it was written in place.
+bool ReplaceFile(const std::string& path, std::string_view text, DiagnosticSink& sink);
+
+/// Makes a directory and its missing parents, whose paths are appended to `made`. False after one error.
+bool MakeDirectories(const std::string& path, DiagnosticSink& sink, std::vector<std::string>* made = nullptr);
+
+/// Appends the names of the entries of one directory, sorted. False after an error when they could not all be read.
+bool ListNames(const std::string& dir, std::vector<std::string>& names, DiagnosticSink& sink);
+
+/// A file below a directory that was listed.
+struct FoundFile {
+  std::string relative;
+  std::string path;
+};
+
+/// Appends the files below `dir` whose name ends in `suffix`, ordered by the bytes of their paths. As in the library,
+/// directories called "version" below `dir` are not entered, and nor are links to directories. False after an error for
+/// each directory that cannot be listed to its end and each special file (which would block whoever opens it) or
+/// dangling link among the files; these are left out.
+bool ListFiles(const std::string& dir, std::string_view suffix, std::vector<FoundFile>& files, DiagnosticSink& sink);
+
+/// Reports a path that is there, or may be, and is neither a regular file nor a directory. True when there was none to
+/// report.
+bool RefuseSpecialFile(const std::string& path, DiagnosticSink& sink);
+
+}  // namespace zotuning

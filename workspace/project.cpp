@@ -1,0 +1,349 @@
+// Tested by tests/workspace/project_test.cpp and, through the tool, tests/tools.
+
+#include "project.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+
+#include "suggest.h"
+#include "tree/tuning_path-inl.h"
+
+namespace zotuning {
+namespace {
+
+using google::protobuf::Descriptor;
+using ZO_TUNING::internal::ConfigStatus;
+using ZO_TUNING::internal::LabelResult;
+using ZO_TUNING::internal::LabelStatus;
+using ZO_TUNING::internal::LoadResult;
+using ZO_TUNING::internal::SchemaFault;
+using ZO_TUNING::internal::TypeResult;
+using ZO_TUNING::internal::TypeStatus;
+
+std::vector<std::string> SplitFolders(const std::string& relative) {
+  std::vector<std::string> folders;
+  size_t begin = 0;
+  for (size_t end = relative.find('/'); end != std::string::npos; end = relative.find('/', begin)) {
+    folders.push_back(relative.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return folders;
+}
+
+/// Reports one fault of a schema; true when it is an error.
+bool ReportSchemaFault(const std::string& proto_dir, const SchemaFault& fault, DiagnosticSink& sink) {
+  const std::string path = proto_dir + "/" + fault.file;
+  Diagnostic diagnostic(Code::kSchema, fault.message, "", DisplayPath(path));
+  diagnostic.line = fault.line;
+  diagnostic.column = fault.column;
+  if (fault.is_warning) diagnostic.severity = Severity::kWarning;
+  if (IsDirectory(path)) {
+    // The library passes a directory with such a name over.
+    diagnostic.severity = Severity::kWarning;
+    diagnostic.message = "this is a directory; its name makes it look like a schema file";
+    diagnostic.line = diagnostic.column = 0;
+  }
+  const bool error = diagnostic.severity == Severity::kError;
+  sink.Add(std::move(diagnostic));
+  return error;
+}
+
+}  // namespace
+
+std::string ModuleOfFile(const std::string& path) {
+  const std::string file = path.substr(path.rfind('/') + 1);
+  return file.substr(0, file.rfind('.'));
+}
+
+std::string NameFault(const std::string& name) {
+  if (name.empty() || name == "." || name == "..") return "is not the name of a folder";
+  for (const char c : name) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (c == '/' || c == '\\' || c == '"') return "must not contain a slash, a backslash or a quote";
+    if (byte < 0x20 || byte == 0x7F) return "must not contain control characters";
+  }
+  for (const char* taken : {kDefaultScope, "proto", "src", "version", "ProjConf.bin"}) {
+    if (name == taken) return "is taken by a folder or file of the project";
+  }
+  return "";
+}
+
+std::unique_ptr<Schema> LoadSchema(const std::string& proto_dir, DiagnosticSink& sink) {
+  std::vector<FoundFile> files;
+  if (!ListFiles(proto_dir, ".proto", files, sink)) return nullptr;
+  if (files.empty()) {
+    sink.Report(Code::kSchema, "this folder holds no .proto file", "", DisplayPath(proto_dir));
+    return nullptr;
+  }
+  std::vector<SchemaFault> faults;
+  auto schema = std::make_unique<Schema>(proto_dir, &faults, [](const std::string& path) {
+    return std::string(KindOf(path) == FileKind::kSpecial ? "this is a named pipe or a device, not a file" : "");
+  });
+  bool good = true;
+  for (const SchemaFault& fault : faults) good &= !ReportSchemaFault(proto_dir, fault, sink);
+  // What could not be listed while the schema was loaded is missing without an error.
+  for (const FoundFile& file : files) {
+    if (!good || file.relative.find('/') != std::string::npos || IsDirectory(file.path)) continue;
+    if (schema->pool().FindFileByName(file.relative) != nullptr) continue;
+    sink.Report(Code::kSchema, "this file could not be loaded", "", DisplayPath(file.path));
+    good = false;
+  }
+  return good ? std::move(schema) : nullptr;
+}
+
+const Descriptor* RequireType(const Schema& schema, const std::string& short_name, DiagnosticSink& sink) {
+  const TypeResult found = schema.Find(short_name);
+  if (found.type != nullptr) return found.type;
+  const std::string proto_dir = DisplayPath(schema.proto_dir());
+  if (found.status == TypeStatus::kTooManyLevels) {
+    sink.Report(Code::kSchemaType,
+                "the message type " + Quoted(found.qualified_name) + " holds too many levels of types", "", proto_dir);
+    return nullptr;
+  }
+  std::string hint;
+  // The commonest slip is the right type in another package.
+  for (const char* package : {"ZO_TUNING", "ZO_TUNING_AF", "ZO_TUNING_AWB", "ZO_TUNING_AEC", "ZO_TUNING_PD"}) {
+    const std::string name = std::string(package) + "." + short_name;
+    if (schema.pool().FindMessageTypeByName(name) != nullptr) {
+      hint = "there is " + Quoted(name) + "; the package goes by the first two letters of the name";
+    }
+  }
+  sink.Report(Code::kSchemaType, "the schema has no message type " + Quoted(found.qualified_name), hint, proto_dir);
+  return nullptr;
+}
+
+bool ReportLabelFault(const LabelResult& result, const Schema& schema, DiagnosticSink& sink) {
+  std::string message, hint;
+  switch (result.status) {
+    case LabelStatus::kOk:
+      return true;
+    case LabelStatus::kBadType:
+      message = "the field " + Quoted(result.field) + " of TuningDataLabel is neither int32 nor enum";
+      break;
+    case LabelStatus::kNoShortName:
+      message = "the value " + Quoted(result.value->name()) + " of the enum " +
+                Quoted(result.value->type()->full_name()) + " has no short name";
+      hint = "name it " + result.value->type()->name() + "_ and the short name";
+      break;
+    case LabelStatus::kNoField:
+    case LabelStatus::kTooFewNames:
+      message = "TuningDataLabel has no singular field " + Quoted(result.field);
+      break;
+  }
+  sink.Report(Code::kSchemaType, message, hint, DisplayPath(schema.proto_dir()));
+  return false;
+}
+
+std::string Project::FindNearest() {
+  std::string dir = ".";
+  for (;;) {
+    if (Exists(ProjectLayout(dir).ConfigPath())) return dir;
+    const std::string parent = dir == "." ? ".." : dir + "/..";
+    struct stat here, above;
+    if (stat(dir.c_str(), &here) != 0 || stat(parent.c_str(), &above) != 0) return "";
+    if (here.st_dev == above.st_dev && here.st_ino == above.st_ino) return "";
+    dir = parent;
+  }
+}
+
+std::unique_ptr<Project> Project::Load(const std::string& dir, DiagnosticSink& sink) {
+  std::unique_ptr<Project> project(new Project(dir));
+  if (!Exists(project->layout_.ConfigPath())) {
+    sink.Report(
+        Code::kNoProject,
+        Quoted(dir) + (IsDirectory(dir) ? " is not a project: it holds no ProjConf.bin" : " is not a directory"),
+        "make a project with 'zotuning init'");
+    return nullptr;
+  }
+  project->ok_ = project->LoadAll(sink);
+  return project;
+}
+
+bool Project::LoadAll(DiagnosticSink& sink) {
+  if (!RefuseSpecialFile(layout_.ConfigPath(), sink)) return false;
+  const std::string proto_dir = layout_.ProtoDir();
+  if (!IsDirectory(proto_dir)) {
+    sink.Report(Code::kMissingFolder, "the project has no folder 'proto' with its schema", "", DisplayPath(proto_dir));
+    return false;
+  }
+  schema_ = LoadSchema(proto_dir, sink);
+  if (schema_ == nullptr) return false;
+  const Descriptor* config_type = RequireType("TuningProjConfig", sink);
+  label_type_ = RequireType("TuningDataLabel", sink);
+  version_type_ = RequireType("Version", sink);
+  if (config_type == nullptr || label_type_ == nullptr || version_type_ == nullptr) return false;
+  const LoadResult loaded = LoadProjectConfig(layout_, *schema_, config_);
+  if (!CheckConfig(loaded, sink)) return false;
+  if (!loaded.labels.ok()) return ReportLabelFault(loaded.labels, *schema_, sink);
+  if (labels().ValuesOf(0).empty()) {
+    sink.Report(Code::kSchemaType, "the first field of TuningDataLabel has to be an enum that names the modules", "",
+                DisplayPath(proto_dir));
+    return false;
+  }
+  return true;
+}
+
+bool Project::CheckConfig(const LoadResult& loaded, DiagnosticSink& sink) const {
+  const std::string path = layout_.ConfigPath();
+  switch (loaded.config.status) {
+    case ConfigStatus::kOk:
+      break;
+    case ConfigStatus::kNotOpened:
+      return ReportSystemError("read", path, loaded.config.error, sink);
+    case ConfigStatus::kNotRead:
+      sink.Report(Code::kProjectConfig, "the project configuration is cut short", "", DisplayPath(path));
+      return false;
+    case ConfigStatus::kNotParsed:
+      sink.Report(Code::kProjectConfig, "the project configuration does not fit the schema", "", DisplayPath(path));
+      return false;
+    case ConfigStatus::kNoField:
+      sink.Report(Code::kSchemaType,
+                  "the message type 'TuningProjConfig' has no usable field " + Quoted(loaded.config.field),
+                  "it needs string proj_name and repeated string sensor_names", DisplayPath(layout_.ProtoDir()));
+      return false;
+  }
+  // Reading takes an empty file, one cut within its first length and a failed read for a project without sensors.
+  if (name().empty() && sensors().empty()) {
+    sink.Report(Code::kProjectConfig, "the project configuration is empty or cannot be read",
+                "'zotuning init --force' writes it again", DisplayPath(path));
+    return false;
+  }
+  bool good = true;
+  for (const std::string& sensor : sensors()) {
+    const std::string fault = NameFault(sensor);
+    if (fault.empty()) continue;
+    sink.Report(Code::kProjectConfig, "the sensor name " + Quoted(sensor) + " " + fault,
+                "'zotuning init --force' writes the configuration again", DisplayPath(path));
+    good = false;
+  }
+  return good;
+}
+
+std::vector<Project::Module> Project::Modules() const {
+  std::vector<Module> modules;
+  for (const auto& [number, name] : labels().ValuesOf(0)) {
+    if (name.empty()) continue;
+    const Descriptor* type = schema_->FindType(name);
+    if (type != nullptr || number != 0) modules.push_back({name, number, type});
+  }
+  return modules;
+}
+
+std::vector<std::string> Project::ValueNames(size_t index) const {
+  std::vector<std::string> names;
+  if (index >= labels().names().size()) return names;
+  for (const auto& [number, name] : labels().ValuesOf(index)) {
+    if (!name.empty()) names.push_back(name);
+  }
+  return names;
+}
+
+std::string Project::ValueText(size_t index, int value) const {
+  return labels().ValuesOf(index).empty() ? std::to_string(value) : labels().ValueName(index, value);
+}
+
+std::string Project::ModuleName(const std::vector<int>& values) const {
+  return values.empty() || values[0] == -1 ? "" : labels().ValueName(0, values[0]);
+}
+
+std::string Project::LabelText(const std::vector<int>& values) const {
+  std::string text;
+  for (size_t i = 0; i < values.size() && i < labels().names().size(); ++i) {
+    if (values[i] == -1) continue;
+    const std::string name = ValueText(i, values[i]);
+    text += (text.empty() ? "" : " ") + labels().names()[i] + "=" + (name.empty() ? std::to_string(values[i]) : name);
+  }
+  return text;
+}
+
+bool Project::RequireSensor(const std::string& name, DiagnosticSink& sink) const {
+  if (std::find(sensors().begin(), sensors().end(), name) != sensors().end()) return true;
+  sink.Report(Code::kUnknownSensor, "no sensor " + Quoted(name) + DidYouMean(name, sensors()),
+              "'zotuning sensors' lists them");
+  return false;
+}
+
+std::vector<std::string> Project::Scopes() const {
+  std::vector<std::string> scopes = {kDefaultScope};
+  scopes.insert(scopes.end(), sensors().begin(), sensors().end());
+  return scopes;
+}
+
+bool Project::ListSettings(const std::string& scope, std::vector<Setting>& settings, DiagnosticSink& sink) const {
+  std::vector<FoundFile> files;
+  const bool listed = ListFiles(layout_.ScopeDir(scope), ".json", files, sink);
+  for (const FoundFile& file : files) {
+    Setting setting{scope, file.relative, file.path, {}, {}};
+    ReadLabels(setting);
+    settings.push_back(std::move(setting));
+  }
+  return listed;
+}
+
+std::string Project::SettingPath(const std::string& scope, const std::vector<int>& values) const {
+  return scope + "/" + ZO_TUNING::internal::SettingPath(labels(), values);
+}
+
+std::vector<int> Project::LabelsOf(const std::string& path) const {
+  std::vector<int> values;
+  (void)ZO_TUNING::internal::ReadSettingPath(labels(), path, values);
+  return values;
+}
+
+void Project::ReadLabels(Setting& setting) const {
+  setting.values = LabelsOf(setting.path);
+  if (ModuleName(setting.values).empty()) {
+    const std::string module = ModuleOfFile(setting.relative);
+    setting.faults.push_back("no module " + Quoted(module) + DidYouMean(module, ValueNames(0)));
+  }
+  for (const std::string& folder : SplitFolders(setting.relative)) {
+    const auto [known, fresh] = folder_faults_.try_emplace(folder);
+    if (fresh) known->second = FolderFault(folder);
+    if (!known->second.empty()) setting.faults.push_back(known->second);
+  }
+  if (!setting.faults.empty()) return;
+  // Read alone, the part below the scope's folder has to mean the same: a level is recognised anywhere in a name.
+  if (LabelsOf("/" + setting.relative) != setting.values) {
+    setting.faults.push_back("the name of the folder " + Quoted(setting.scope) + " or one above it is read as a level");
+  }
+}
+
+std::string Project::FolderFault(const std::string& folder) const {
+  // The level whose prefix leads, the longest one first.
+  size_t level = 0;
+  for (size_t i = 1; i < labels().names().size(); ++i) {
+    const std::string prefix = labels().names()[i] + "_";
+    if (folder.rfind(prefix, 0) == 0 && (level == 0 || prefix.size() > labels().names()[level].size() + 1)) level = i;
+  }
+  if (level == 0) {
+    const std::vector<std::string> prefixes(labels().names().begin() + 1, labels().names().end());
+    const std::string near = Nearest(folder.substr(0, folder.find('_')), prefixes);
+    return "the folder " + Quoted(folder) + " is not a level" +
+           (near.empty() ? "" : "; did you mean '" + near + "_...'?");
+  }
+  const std::string& label = labels().names()[level];
+  const std::string value = folder.substr(label.size() + 1);
+  if (labels().ValuesOf(level).empty()) {
+    int number = -1;
+    const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
+    if (error != std::errc() || end != value.data() + value.size() || number == -1) {
+      return Quoted(value) + " is not a number for " + Quoted(label);
+    }
+  } else if (const auto known = ValueNames(level); std::find(known.begin(), known.end(), value) == known.end()) {
+    return Quoted(label) + " has no value " + Quoted(value) + DidYouMean(value, known);
+  }
+  const auto modules = ValueNames(0);
+  const std::vector<int> values = LabelsOf("/" + folder + "/" + (modules.empty() ? "" : modules.back()) + ".json");
+  for (size_t i = 1; i < values.size(); ++i) {
+    if ((values[i] != -1) != (i == level)) {
+      return "the folder " + Quoted(folder) + " is not read as " + Quoted(label);
+    }
+  }
+  return "";
+}
+
+}  // namespace zotuning

@@ -1,0 +1,89 @@
+// Tested by tests/tools/version_test.cpp.
+
+#include "version_files.h"
+
+#include <utility>
+
+#include "check_setting.h"
+#include "json_document.h"
+#include "version/version_text-inl.h"
+
+namespace zotuning {
+namespace {
+
+using ZO_TUNING::internal::kVersionBufferSize;
+
+std::string TextField(const google::protobuf::Message& message, const char* name) {
+  const auto* field = message.GetDescriptor()->FindFieldByName(name);
+  if (field == nullptr || field->type() != google::protobuf::FieldDescriptor::TYPE_STRING || field->is_repeated()) {
+    return "";
+  }
+  return message.GetReflection()->GetString(message, field);
+}
+
+/// Why the scan misses or misreads the value of one key.
+std::string KeyFault(const VersionFile& file, const JsonDocument& document, const std::string& key,
+                     const std::string& value) {
+  const std::string quoted = "\"" + key + "\"";
+  const size_t first = file.text.find(quoted);
+  if (first == std::string::npos) return "it finds no key " + quoted + "; the key has to be in double quotes";
+  for (const JsonMember member : document.root().members()) {
+    if (member.key() != key) continue;
+    if (member.key_begin() != first) return "an earlier " + quoted + " is taken for the field: a nested key, or a text";
+    const std::string_view raw = member.value().raw();
+    if (raw.empty() || raw[0] != '"') return "the value of " + quoted + " is not a text in double quotes";
+    if (raw.find('\\') != std::string_view::npos) return "the value of " + quoted + " holds an escape sequence";
+    return TextFault(value);
+  }
+  return "its first " + quoted + " is not the file's own field";
+}
+
+}  // namespace
+
+bool ReadVersionFiles(Project& project, const std::string& scope, std::vector<VersionFile>& files,
+                      DiagnosticSink& sink) {
+  std::vector<FoundFile> found;
+  bool good = ListFiles(project.layout().ScopeVersionDir(scope), ".json", found, sink);
+  for (const FoundFile& each : found) {
+    VersionFile file{scope, each.path, StateOf(each.path), "", nullptr, "", ""};
+    if (ReadFile(each.path, file.text, sink)) {
+      file.message = project.schema().NewMessage(project.version_type());
+      if (!ParseJson(each.path, file.text, file.message.get(), sink)) file.message = nullptr;
+    }
+    if (file.message != nullptr) {
+      file.name = TextField(*file.message, "name");
+      file.version = TextField(*file.message, "version");
+    }
+    good &= file.message != nullptr;
+    files.push_back(std::move(file));
+  }
+  return good;
+}
+
+std::string TextFault(const std::string& text) {
+  if (text.size() >= kVersionBufferSize) {
+    return "a value of " + std::to_string(text.size()) + " bytes is cut at " + std::to_string(kVersionBufferSize - 1);
+  }
+  for (const char c : text) {
+    if (c == '"') return "a double quote ends the value";
+    if (c == '\\') return "a backslash does not survive a string of C";
+    if (c == '\n' || c == '\r' || c == '\0') return "a line end or zero byte breaks the line of the header";
+  }
+  return "";
+}
+
+std::string ScanFault(const VersionFile& file) {
+  const auto scanned = ZO_TUNING::internal::ScanVersionText(file.text);
+  const bool right = scanned.status == ZO_TUNING::internal::ScanStatus::kOk && scanned.name.text == file.name &&
+                     scanned.version.text == file.version;
+  if (right && TextFault(file.name).empty() && TextFault(file.version).empty()) return "";
+  const JsonDocument document(file.text);
+  for (const auto& [key, value] : {std::pair<const char*, const std::string&>{"name", file.name},
+                                   std::pair<const char*, const std::string&>{"version", file.version}}) {
+    std::string fault = KeyFault(file, document, key, value);
+    if (!fault.empty()) return fault;
+  }
+  return "its plain text scan reads other values than the file's fields";
+}
+
+}  // namespace zotuning
