@@ -50,7 +50,7 @@ std::string ValueText(const JsonValue& value) {
   return Excerpt(value.raw(), 60);
 }
 
-/// The values of a oneof's fields do not take part in completeness; otherwise every field has to be spelled out.
+/// One walk down a document, beside the types of its objects.
 class FitWalk {
  public:
   FitWalk(const JsonDocument& document, const FitOptions& options, Findings& findings)

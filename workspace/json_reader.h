@@ -1,5 +1,5 @@
 /// \file
-/// The reader that fills a JsonDocument. For json_document.cpp alone.
+/// The reader that fills a JsonDocument. For the documents alone.
 #pragma once
 
 #include <cstddef>
@@ -8,24 +8,9 @@
 #include <string_view>
 
 #include "workspace/json_document.h"
+#include "workspace/json_tokens.h"
 
 namespace zotuning {
-
-// Ends of tokens, from their first character on. All read in a text that is followed by zero bytes.
-const char* FindNumberEnd(const char* p);
-/// After the closing quote, or null when there is none before `end`.
-const char* FindStringEnd(const char* p, const char* end);
-const char* FindKeyEnd(const char* p, const char* end);
-/// Of what stands where a value should: to the next sign that may follow a value, or the end of the line.
-const char* FindInvalidEnd(const char* p, const char* end);
-
-/// A \uXXXX or a pair of them.
-struct UnicodeEscape {
-  uint32_t code = 0;
-  size_t size = 0;
-  const char* fault = nullptr;  ///< what is wrong with it
-};
-UnicodeEscape ReadUnicodeEscape(std::string_view text);
 
 /// One pass over a text. After a fault it goes on where that is safe; see docs/json-trees.md for the grammar.
 class JsonReader {
@@ -40,6 +25,11 @@ class JsonReader {
     kSeparator,  ///< a comma or the end: after a value
   };
   static constexpr uint32_t kNone = 0xffffffff;
+  static constexpr uint32_t kMark = JsonDocument::kMark;
+  /// After so many errors the rest of a text is not read.
+  static constexpr size_t kMaxErrors = 1000;
+  /// A fault lets this many words onto the tape that the brackets, commas and colons of the text do not account for.
+  static constexpr size_t kWordsPerFault = 8;
 
   bool RefuseWhole();
   void NoteInvalidUtf8();
@@ -68,15 +58,19 @@ class JsonReader {
   void Invalid(const char* begin);
 
   // What may stand between tokens, and what should not.
-  void SkipSpace();
+  void SkipSpace() {
+    p_ = ZO_TUNING::internal::SkipBlanks(p_);
+    if (MayBeOddSpace(*p_)) SkipOddSpace();
+  }
   void SkipOddSpace();
   bool SkipConflict();
 
-  // Faults, and going on after them.
+  // Faults, and going on after them: json_recovery.cpp.
   void AddFault(JsonFault fault);
   void Note(Code code, const char* begin, const char* end, const char* message);
   void Fail(Code code, const char* begin, const char* end, std::string message, std::string hint = "");
   void EndOfText();
+  void AfterEnd();
   void BadSeparator();
   void BadColon(const char* key, const char* key_end);
   void BadKey();

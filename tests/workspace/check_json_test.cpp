@@ -360,8 +360,8 @@ constexpr Change kChanges[] = {
     {"\"MODE_OFF\"", "77", "json-enum-number 3:10 mode"},
     // Completeness: the object that lacks something, wherever another one has it.
     {" \"mode\": \"MODE_OFF\",\n", "", "json-missing-field! 1:1 mode"},
-    {", \"mode\": \"MODE_AUTO\"}", "}, {}", "json-missing-field! 5:3 zones[0].mode; json-missing-field! 5:101 zones[1].weight; "
-        "json-missing-field! 5:101 zones[1].radius; json-missing-field! 5:101 zones[1].mode; rule-length 4:11 zones"},
+    {", \"mode\": \"MODE_AUTO\"}", "}, {}", "rule-length 4:11 zones; json-missing-field! 5:3 zones[0].mode; "
+        "json-missing-field! 5:101 zones[1].weight; json-missing-field! 5:101 zones[1].radius; json-missing-field! 5:101 zones[1].mode"},
     {"\"value\": 1.5, ", "", "json-missing-value! 2:10 gain.value"},
     {"\"description\": \"[Float]\", ", "", ""},
     {", \"rule\": {}", "", ""},
