@@ -319,6 +319,9 @@ void JsonReader::ReadNumber() {
   const auto [parsed, error] = std::from_chars(begin, end, value);
   if (IsNameStart(*end) || parsed != end || digits.empty()) {
     BadNumber("is not a number");
+  } else if (digits[0] == '.') {
+    // Protobuf's parser takes or refuses it by the process's locale.
+    BadNumber("has no digit before the point");
   } else if (!fraction && digits.size() > 1 && digits[0] == '0') {
     BadNumber("begins with 0, which a number may not");
   } else if (error == std::errc::result_out_of_range && !Vanishes(digits)) {

@@ -80,8 +80,10 @@ class AgreementTest : public testing::Test {
     std::string difference;
     if (!errors && !status.ok()) difference = "no error, but protobuf says: " + std::string(status.message());
     for (const Diagnostic& d : found) {
-      const bool hexadecimal = d.code == Code::kJsonNumber && text.find("0x") != std::string::npos;
-      if (!status.ok() || d.severity != Severity::kError || IsStricter(d) || hexadecimal) continue;
+      // Hexadecimal numbers with a point or exponent, and "-.5", which it takes by the locale.
+      const bool odd_number =
+          d.code == Code::kJsonNumber && (text.find("0x") != std::string::npos || text.find("-.") != std::string::npos);
+      if (!status.ok() || d.severity != Severity::kError || IsStricter(d) || odd_number) continue;
       difference = "protobuf takes it, but:";
     }
     if (difference.empty()) return;
