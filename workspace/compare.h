@@ -1,0 +1,160 @@
+/// \file
+/// What differs between two messages, by meaning: values as the types of their fields hold them, lists with what was
+/// inserted and removed, tables as a whole. The two may come from different schemas; fields are paired by their names.
+#pragma once
+
+#include <google/protobuf/message.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace zotuning {
+
+/// The name of an enum's value, or its number where it has none.
+struct EnumName {
+  std::string name;
+  friend bool operator==(const EnumName& a, const EnumName& b) { return a.name == b.name; }
+};
+/// A whole message, in protobuf's text form on one line, cut after some bytes.
+struct MessageSummary {
+  std::string text;
+  friend bool operator==(const MessageSummary& a, const MessageSummary& b) { return a.text == b.text; }
+};
+
+/// One value; std::monostate where there is none.
+using FieldValue = std::variant<std::monostate, bool, int64_t, uint64_t, float, double, std::string, EnumName,
+                                MessageSummary>;
+
+/// The value for people, on one line: numbers in the fewest digits that their type reads back, texts in quotes and cut
+/// after some bytes, "none" for no value. Texts may hold any characters.
+std::string ValueText(const FieldValue& value);
+/// A number or a truth value as a double; false for others.
+bool NumberOf(const FieldValue& value, double* number);
+
+/// How far two numbers may be apart and still count as the same: |a - b| <= absolute, or <= relative * max(|a|, |b|).
+struct Tolerance {
+  double absolute = 0;
+  double relative = 0;
+};
+
+/// A tolerance for the paths that match a pattern: the module's name, a point, and the JSON path without the places of
+/// elements ("AfCommon.zones.weight.value"). '*' stands for any text, '?' for one character.
+struct PathTolerance {
+  std::string pattern;
+  Tolerance tolerance;
+};
+
+struct CompareOptions {
+  /// Whether rules count: the fields named "rule" of data types, and structure array rules.
+  bool rules = false;
+  Tolerance tolerance;                         ///< where no pattern matches
+  std::vector<PathTolerance> path_tolerances;  ///< the last one that matches counts
+  /// So many changed elements of each list or table are kept; statistics and counts are always complete.
+  size_t max_elements = SIZE_MAX;
+  /// So many differences of a message are kept.
+  size_t max_differences = SIZE_MAX;
+};
+
+/// Two elements of a list that are paired and differ. Places count from 0.
+struct ElementChange {
+  size_t left_index;
+  size_t right_index;
+  FieldValue left;
+  FieldValue right;
+};
+
+/// A run of elements that only one of two lists has.
+struct ElementRun {
+  size_t index;  ///< of the first
+  size_t count;
+};
+
+/// What differs between two lists, or two tables. The elements of a table are numbered row by row.
+struct ListChange {
+  size_t left_size = 0;
+  size_t right_size = 0;
+  bool is_table = false;
+  /// Of a table, on either side; 0 where neither its values nor its rule tell.
+  size_t left_rows = 0, left_columns = 0;
+  size_t right_rows = 0, right_columns = 0;
+  std::vector<ElementRun> inserted;  ///< places in the right list
+  std::vector<ElementRun> removed;   ///< places in the left list
+  size_t changed = 0;                ///< paired elements with another value; of structures those with a difference
+  /// The first of them, and all where asked for; empty for lists of structures, whose fields are differences of their
+  /// own.
+  std::vector<ElementChange> elements;
+
+  /// Of the changed elements, where all values of both are finite numbers.
+  bool has_statistics = false;
+  double left_mean = 0;
+  double right_mean = 0;
+  size_t largest = 0;  ///< place in the right list of the largest difference
+  FieldValue largest_left, largest_right;
+};
+
+enum class DifferenceKind {
+  kChanged,  ///< both have the value, and it is another
+  kAdded,    ///< only the right message has it
+  kRemoved,  ///< only the left message has it
+  kList,     ///< see `list`
+  kBytes,    ///< equal in all that has a name: unknown fields, or other bytes for the same value
+};
+
+/// What two messages do not agree on.
+struct Difference {
+  DifferenceKind kind;
+  std::string path;       ///< the JSON path; of a list without the place of an element; "" with kBytes
+  std::string left_path;  ///< the path in the left message, where elements before it moved it; otherwise empty
+  FieldValue left;
+  FieldValue right;
+  /// Whether the schema of only one side has the field.
+  bool in_one_schema = false;
+  std::unique_ptr<ListChange> list;  ///< of kList, otherwise null
+};
+
+struct MessageComparison {
+  std::vector<Difference> differences;  ///< in the order of the schema
+  size_t count = 0;                     ///< of values that differ, every element of a list counted
+  bool same() const { return count == 0; }
+};
+
+/// Compares messages; what it learns about a pair of types is kept for the next. The types have to outlive it.
+class MessageComparer {
+ public:
+  explicit MessageComparer(CompareOptions options = {});
+  ~MessageComparer();
+
+  /// Compares two messages of one module or of types of the same kind. `module` is for the patterns of tolerances.
+  /// Singular messages that are absent count as empty ones where packing makes them present.
+  MessageComparison Compare(const google::protobuf::Message& left, const google::protobuf::Message& right,
+                            std::string_view module);
+
+  /// Whether all messages of both types have the same bytes for the same values, and the same JSON text.
+  bool SameTypes(const google::protobuf::Descriptor* left, const google::protobuf::Descriptor* right);
+
+  /// Appends what only one of two types has, or what is of another kind, as "lens.gain: only in the left schema".
+  void CompareTypes(const google::protobuf::Descriptor* left, const google::protobuf::Descriptor* right,
+                    std::vector<std::string>& only_left, std::vector<std::string>& only_right);
+
+  const CompareOptions& options() const { return options_; }
+
+ private:
+  class TypePairs;
+  CompareOptions options_;
+  std::unique_ptr<TypePairs> types_;
+};
+
+/// One line that says what differs, without a path's setting: "lens.macro_code.value: 800 → 812 (+1.5 %)",
+/// "zones: length 9 → 10, inserted at [4]", "calibrations[0].table 32x32: 1,024 changed, mean +1.0 %, largest +0.02 at
+/// [3][17]". Texts may hold any characters.
+std::string DifferenceText(const Difference& difference);
+
+/// The lines for the elements that a list keeps: "gain.value[3][17]: 1 → 2".
+std::vector<std::string> ElementTexts(const Difference& difference);
+
+}  // namespace zotuning

@@ -1,0 +1,30 @@
+/// \file
+/// zotuning.json beside ProjConf.bin: what a project's people have agreed on. JSON, with comments.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "workspace/compare.h"
+#include "workspace/diagnostic.h"
+
+namespace zotuning {
+
+struct ProjectSettings {
+  /// "diff": {"tolerances": [{"path": "AfCommon.gain.*", "abs": 0.5, "rel": 0.01}]}
+  std::vector<PathTolerance> tolerances;
+  /// "severities": {"json-missing-field": "warning"}: by the name of a code, "error", "warning" or "off". Whether there
+  /// is such a code is checked.
+  std::map<std::string, std::string> severities;
+};
+
+/// Reads the settings of the project at `dir`; without the file they are empty. False after errors, each with its
+/// place: an unknown key is one.
+bool ReadProjectSettings(const std::string& dir, ProjectSettings& settings, DiagnosticSink& sink);
+
+/// The same from the text of `file`.
+bool ParseProjectSettings(std::string text, const std::string& file, ProjectSettings& settings, DiagnosticSink& sink);
+
+}  // namespace zotuning

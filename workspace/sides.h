@@ -1,0 +1,125 @@
+/// \file
+/// What can be compared: a setting, a folder, a sensor, the defaults, bins, a whole project, on disk or at a revision of
+/// git. Nothing is written but the schema of a revision, into a temporary folder.
+#pragma once
+
+#include <google/protobuf/message.h>
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "workspace/compare.h"
+#include "workspace/diagnostic.h"
+#include "workspace/project.h"
+
+namespace zotuning {
+
+enum class SideForm {
+  kSetting,
+  kFolder,   ///< of one scope; some labels may be the same for all in it
+  kScope,    ///< a sensor, or the defaults
+  kProject,  ///< every scope
+};
+
+/// The names of labels that are set, and of their values, in the order of the schema.
+using LabelNames = std::vector<std::pair<std::string, std::string>>;
+
+/// "module=AfCommon mode=1"
+std::string LabelText(const LabelNames& labels);
+
+/// A setting, or the record of a bin, or a version.
+struct SideEntry {
+  std::string scope;
+  std::string module;  ///< "" for a version
+  LabelNames labels;   ///< of a version: {{"version", its name}}
+  std::string path;    ///< its file, for people; of a record that of the bin
+  size_t index = 0;    ///< for the side that it is of
+};
+
+/// One of the two that are compared.
+class Side {
+ public:
+  virtual ~Side() = default;
+
+  const std::string& name() const { return name_; }  ///< as the user gave it
+  SideForm form() const { return form_; }
+  bool is_bin() const { return is_bin_; }
+  Project& project() { return *project_; }
+  /// Ordered by path; of a bin by record.
+  const std::vector<SideEntry>& settings() const { return settings_; }
+  const std::vector<SideEntry>& versions() const { return versions_; }
+  const std::vector<std::string>& scopes() const { return scopes_; }
+  /// Of a folder: the labels that its path sets.
+  const LabelNames& fixed_labels() const { return fixed_labels_; }
+
+  /// The text that an entry is made of, or nothing where there is none, as in a bin. Valid until the next call for this
+  /// side. False after an error.
+  virtual bool ReadText(const SideEntry& entry, std::string_view& text, DiagnosticSink& sink) = 0;
+  /// The bytes that the entry has in a bin.
+  virtual bool ReadPacked(const SideEntry& entry, std::string_view& bytes, DiagnosticSink& sink) = 0;
+  /// The message, with its rules unless the side is a bin. Null after an error.
+  virtual std::unique_ptr<google::protobuf::Message> ReadMessage(const SideEntry& entry, DiagnosticSink& sink) = 0;
+  /// The bytes of the label of a record; "" where the side is no bin.
+  virtual std::string_view LabelBytes(const SideEntry& entry) const = 0;
+
+ protected:
+  std::string name_;
+  SideForm form_ = SideForm::kProject;
+  bool is_bin_ = false;
+  std::shared_ptr<Project> project_;
+  std::vector<SideEntry> settings_;
+  std::vector<SideEntry> versions_;
+  std::vector<std::string> scopes_;
+  LabelNames fixed_labels_;
+};
+
+/// Opens sides and keeps the projects that they share. Sides have to be deleted before it.
+class SideOpener {
+ public:
+  /// `project` is the one that names of sensors, and bins, are of; may be null.
+  explicit SideOpener(std::shared_ptr<Project> project);
+  ~SideOpener();
+
+  /// Opens what `text` names; null after errors. Tried in this order: "default" and the name of a sensor, a path from
+  /// here, a path in the project, and REV:FORM with a form of the tree at a revision of git.
+  std::unique_ptr<Side> Open(const std::string& text, DiagnosticSink& sink);
+
+  /// A text that is the setting `path`, wherever its bytes are from.
+  std::unique_ptr<Side> OpenText(const std::string& path, std::string text, DiagnosticSink& sink);
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+/// Two entries that belong together, or one that has no other.
+struct EntryComparison {
+  const SideEntry* left = nullptr;
+  const SideEntry* right = nullptr;
+  MessageComparison comparison;  ///< when there are both
+};
+
+struct CompareSidesOptions {
+  CompareOptions compare;
+  /// Every byte counts, those of labels too: a difference without a name is one.
+  bool bytes = false;
+};
+
+struct SidesComparison {
+  size_t same = 0;
+  size_t different = 0;  ///< entries, those of one side only among them
+  std::vector<std::string> schema;  ///< what only one schema has: "AfLens.gain: only in HEAD"
+};
+
+/// Compares two sides; `on_difference` is called with each pair that differs, in the order of the settings of the right
+/// side, what only the left has in between. False after errors; what could be compared was.
+bool CompareSides(Side& left, Side& right, const CompareSidesOptions& options,
+                  const std::function<void(const EntryComparison&)>& on_difference, SidesComparison& result,
+                  DiagnosticSink& sink);
+
+}  // namespace zotuning
