@@ -33,7 +33,7 @@ using FieldValue = std::variant<std::monostate, bool, int64_t, uint64_t, float, 
 /// The value for people, on one line: numbers in the fewest digits that their type reads back, texts in quotes and cut
 /// after some bytes, "none" for no value. Texts may hold any characters.
 std::string ValueText(const FieldValue& value);
-/// A number or a truth value as a double; false for others.
+/// A number as a double; false for others.
 bool NumberOf(const FieldValue& value, double* number);
 
 /// How far two numbers may be apart and still count as the same: |a - b| <= absolute, or <= relative * max(|a|, |b|).
@@ -79,11 +79,12 @@ struct ListChange {
   size_t left_size = 0;
   size_t right_size = 0;
   bool is_table = false;
+  bool rows_are_messages = false;  ///< of a table: each row is a message with a list "value", else rows follow one another
   /// Of a table, on either side; 0 where neither its values nor its rule tell.
   size_t left_rows = 0, left_columns = 0;
   size_t right_rows = 0, right_columns = 0;
-  std::vector<ElementRun> inserted;  ///< places in the right list
-  std::vector<ElementRun> removed;   ///< places in the left list
+  std::vector<ElementRun> inserted;  ///< places in the right list; of a table rows
+  std::vector<ElementRun> removed;   ///< places in the left list; of a table rows
   size_t changed = 0;                ///< paired elements with another value; of structures those with a difference
   /// The first of them, and all where asked for; empty for lists of structures, whose fields are differences of their
   /// own.
@@ -145,16 +146,17 @@ class MessageComparer {
 
  private:
   class TypePairs;
+  class Walk;
   CompareOptions options_;
   std::unique_ptr<TypePairs> types_;
 };
 
-/// One line that says what differs, without a path's setting: "lens.macro_code.value: 800 → 812 (+1.5 %)",
-/// "zones: length 9 → 10, inserted at [4]", "calibrations[0].table 32x32: 1,024 changed, mean +1.0 %, largest +0.02 at
-/// [3][17]". Texts may hold any characters.
-std::string DifferenceText(const Difference& difference);
+/// What differs, as lines for people: "lens.macro_code.value: 800 → 812 (+1.5 %)", "zones: length 9 → 10, inserted at
+/// [4]", "calibrations[0].table 32x32: 1,024 changed, mean +1.0 %, largest +0.02 at [3][17]". With `all_elements` a line
+/// follows for every element that a list or table keeps. Texts may hold any characters.
+std::vector<std::string> DifferenceTexts(const Difference& difference, bool all_elements);
 
-/// The lines for the elements that a list keeps: "gain.value[3][17]: 1 → 2".
-std::vector<std::string> ElementTexts(const Difference& difference);
+/// The JSON path of a changed element in the right message: "gain.value[3].value[17]".
+std::string ElementPath(const Difference& difference, size_t right_index);
 
 }  // namespace zotuning
