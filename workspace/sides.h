@@ -13,11 +13,14 @@
 #include <utility>
 #include <vector>
 
+#include "transcode/module_table.h"
 #include "workspace/compare.h"
 #include "workspace/diagnostic.h"
 #include "workspace/project.h"
 
 namespace zotuning {
+
+using ZO_TUNING::internal::RuleBytes;
 
 enum class SideForm {
   kSetting,
@@ -38,7 +41,8 @@ struct SideEntry {
   std::string module;  ///< "" for a version
   LabelNames labels;   ///< of a version: {{"version", its name}}
   std::string path;    ///< its file, for people; of a record that of the bin
-  size_t index = 0;    ///< for the side that it is of
+  const google::protobuf::Descriptor* type = nullptr;
+  size_t index = 0;  ///< for the side that it is of
 };
 
 /// One of the two that are compared.
@@ -49,48 +53,53 @@ class Side {
   const std::string& name() const { return name_; }  ///< as the user gave it
   SideForm form() const { return form_; }
   bool is_bin() const { return is_bin_; }
-  Project& project() { return *project_; }
-  /// Ordered by path; of a bin by record.
+  Project& project() const { return *project_; }
+  const std::vector<std::string>& scopes() const { return scopes_; }
+  /// By scope and path; of a bin by record.
   const std::vector<SideEntry>& settings() const { return settings_; }
   const std::vector<SideEntry>& versions() const { return versions_; }
-  const std::vector<std::string>& scopes() const { return scopes_; }
   /// Of a folder: the labels that its path sets.
   const LabelNames& fixed_labels() const { return fixed_labels_; }
 
-  /// The text that an entry is made of, or nothing where there is none, as in a bin. Valid until the next call for this
-  /// side. False after an error.
+  /// The text that an entry is made of; empty in a bin. Valid until the next call for this side. False after an error.
   virtual bool ReadText(const SideEntry& entry, std::string_view& text, DiagnosticSink& sink) = 0;
-  /// The bytes that the entry has in a bin.
-  virtual bool ReadPacked(const SideEntry& entry, std::string_view& bytes, DiagnosticSink& sink) = 0;
-  /// The message, with its rules unless the side is a bin. Null after an error.
-  virtual std::unique_ptr<google::protobuf::Message> ReadMessage(const SideEntry& entry, DiagnosticSink& sink) = 0;
-  /// The bytes of the label of a record; "" where the side is no bin.
+  /// The wire bytes of the entry's message. What a bin holds has lost its rules already. Valid until the next call for
+  /// this side. False after errors.
+  virtual bool ReadBytes(const SideEntry& entry, RuleBytes rules, std::string_view& bytes, DiagnosticSink& sink) = 0;
+  /// The bytes of the label of a record; empty where the side is no bin.
   virtual std::string_view LabelBytes(const SideEntry& entry) const = 0;
+  /// Reports that bytes of an entry are no message of its type.
+  virtual void ReportBadBytes(const SideEntry& entry, DiagnosticSink& sink) const = 0;
 
  protected:
+  friend class SideOpener;
   std::string name_;
   SideForm form_ = SideForm::kProject;
   bool is_bin_ = false;
   std::shared_ptr<Project> project_;
+  std::vector<std::string> scopes_;
   std::vector<SideEntry> settings_;
   std::vector<SideEntry> versions_;
-  std::vector<std::string> scopes_;
   LabelNames fixed_labels_;
 };
 
-/// Opens sides and keeps the projects that they share. Sides have to be deleted before it.
+/// Opens sides, and keeps the projects that they share.
 class SideOpener {
  public:
   /// `project` is the one that names of sensors, and bins, are of; may be null.
   explicit SideOpener(std::shared_ptr<Project> project);
   ~SideOpener();
 
-  /// Opens what `text` names; null after errors. Tried in this order: "default" and the name of a sensor, a path from
-  /// here, a path in the project, and REV:FORM with a form of the tree at a revision of git.
+  /// Opens what `text` names; null after errors. What of it cannot be read is reported, and left out. Tried in this order: "default" and the names of sensors, a path from
+  /// here, a path in the project, and REVISION:FORM with a form of the tree at a revision of git.
   std::unique_ptr<Side> Open(const std::string& text, DiagnosticSink& sink);
 
-  /// A text that is the setting `path`, wherever its bytes are from.
-  std::unique_ptr<Side> OpenText(const std::string& path, std::string text, DiagnosticSink& sink);
+  /// The setting or bin at `path`, with `bytes` as its content, wherever they are from.
+  std::unique_ptr<Side> OpenBytes(const std::string& path, std::string bytes, DiagnosticSink& sink);
+
+  /// The bin at `path`, shown as `name`, as that of a scope.
+  std::unique_ptr<Side> OpenBin(const std::string& path, const std::string& name, const std::string& scope,
+                                DiagnosticSink& sink);
 
  private:
   class Impl;
@@ -113,11 +122,12 @@ struct CompareSidesOptions {
 struct SidesComparison {
   size_t same = 0;
   size_t different = 0;  ///< entries, those of one side only among them
-  std::vector<std::string> schema;  ///< what only one schema has: "AfLens.gain: only in HEAD"
+  /// What only one schema has, or has as something else: "AfLens.gain".
+  std::vector<std::string> only_left_schema, only_right_schema;
 };
 
-/// Compares two sides; `on_difference` is called with each pair that differs, in the order of the settings of the right
-/// side, what only the left has in between. False after errors; what could be compared was.
+/// Compares two sides; `on_difference` is called with each pair that differs: by scope, versions first, then in the order
+/// of the right side, then what only the left has. False after errors; what could be compared was.
 bool CompareSides(Side& left, Side& right, const CompareSidesOptions& options,
                   const std::function<void(const EntryComparison&)>& on_difference, SidesComparison& result,
                   DiagnosticSink& sink);

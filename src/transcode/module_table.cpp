@@ -105,9 +105,10 @@ std::string DefaultBytes(const FieldEntry& field) {
 
 }  // namespace
 
-ModuleTable::ModuleTable(const Descriptor* type) {
+ModuleTable::ModuleTable(const Descriptor* type, RuleBytes rules) {
   CollectRequiredNames(type);
-  root_ = HasOwnRules(type) ? nullptr : MakeMessage(type, Pruning::kModule);
+  const Pruning pruning = rules == RuleBytes::kPruned ? Pruning::kModule : Pruning::kNone;
+  root_ = HasOwnRules(type) ? nullptr : MakeMessage(type, pruning);
 }
 
 void ModuleTable::CollectRequiredNames(const Descriptor* type) {

@@ -77,10 +77,14 @@ struct MessageTable {
   size_t levels = 1;              ///< of messages, this one and below
 };
 
+/// What becomes of rules: packing prunes them, comparing may need them.
+enum class RuleBytes { kPruned, kKept };
+
 /// The table of one module type, and the names that its field check asks for.
 class ModuleTable {
  public:
-  explicit ModuleTable(const google::protobuf::Descriptor* type);
+  /// With kKept the bytes are those of the message that protobuf reads, before pruning.
+  explicit ModuleTable(const google::protobuf::Descriptor* type, RuleBytes rules = RuleBytes::kPruned);
   ModuleTable(const ModuleTable&) = delete;
   ModuleTable& operator=(const ModuleTable&) = delete;
 
