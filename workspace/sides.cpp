@@ -428,6 +428,15 @@ class SideOpener::Impl {
     return colon == text.npos ? NoSide(text, sink) : OpenRevision(text.substr(0, colon), text.substr(colon + 1), text, sink);
   }
 
+  std::unique_ptr<Side> OpenDefaultOf(const Side& side, DiagnosticSink& sink) {
+    const auto is_its = [&](const auto& known) { return known.second.project.get() == &side.project(); };
+    const auto on_disk = std::find_if(on_disk_.begin(), on_disk_.end(), is_its);
+    if (on_disk != on_disk_.end()) return OpenForm(on_disk->second, kDefaultScope, kDefaultScope, sink);
+    const auto at_revision = std::find_if(at_revision_.begin(), at_revision_.end(), is_its);
+    if (at_revision == at_revision_.end()) return NoSide(kDefaultScope, sink);
+    return OpenForm(at_revision->second, kDefaultScope, at_revision->second.files->Shown(kDefaultScope), sink);
+  }
+
   std::unique_ptr<Side> OpenBytes(const std::string& path, std::string bytes, DiagnosticSink& sink) {
     class TextFile : public ProjectFiles {
      public:
@@ -718,6 +727,10 @@ std::unique_ptr<Side> SideOpener::Open(const std::string& text, DiagnosticSink& 
   return impl_->Open(text, sink);
 }
 
+std::unique_ptr<Side> SideOpener::OpenDefaultOf(const Side& side, DiagnosticSink& sink) {
+  return impl_->OpenDefaultOf(side, sink);
+}
+
 std::unique_ptr<Side> SideOpener::OpenBytes(const std::string& path, std::string bytes, DiagnosticSink& sink) {
   return impl_->OpenBytes(path, std::move(bytes), sink);
 }
@@ -754,6 +767,15 @@ class SidesComparer {
         if (std::find(scopes.begin(), scopes.end(), scope) == scopes.end()) scopes.push_back(scope);
       }
       for (const std::string& scope : scopes) CompareScopes(scope, scope);
+      return good_;
+    }
+    for (const auto& [project, other] : {std::pair<Side&, Side&>{left_, right_}, {right_, left_}}) {
+      if (project.form() != SideForm::kProject || other.scopes() != std::vector<std::string>{kDefaultScope}) continue;
+      // The defaults are for every sensor.
+      for (const std::string& scope : project.scopes()) {
+        if (scope == kDefaultScope) continue;
+        CompareScopes(&project == &left_ ? scope : kDefaultScope, &project == &left_ ? kDefaultScope : scope);
+      }
       return good_;
     }
     std::string left_scope = left_.scopes().empty() ? "" : left_.scopes().front();

@@ -94,6 +94,9 @@ class SideOpener {
   /// here, a path in the project, and REVISION:FORM with a form of the tree at a revision of git.
   std::unique_ptr<Side> Open(const std::string& text, DiagnosticSink& sink);
 
+  /// The defaults of the project that a side is of, at its revision. Null after errors.
+  std::unique_ptr<Side> OpenDefaultOf(const Side& side, DiagnosticSink& sink);
+
   /// The setting or bin at `path`, with `bytes` as its content, wherever they are from.
   std::unique_ptr<Side> OpenBytes(const std::string& path, std::string bytes, DiagnosticSink& sink);
 

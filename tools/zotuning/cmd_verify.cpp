@@ -1,4 +1,5 @@
-// zotuning verify: are these bins from this tree? Packs it again and compares record by record, in whatever order.
+// zotuning verify: are these bins from this tree? Packs it again and compares every byte, record by record, in whatever
+// order.
 
 #include <algorithm>
 #include <filesystem>
@@ -6,140 +7,130 @@
 
 #include "bin/bin_folder.h"
 #include "command_context.h"
-#include "workspace/bins.h"
+#include "comparison_text.h"
 #include "workspace/pack.h"
+#include "workspace/sides.h"
 #include "workspace/staging_dir.h"
 
 namespace zotuning::tool {
 namespace {
 
 using ZO_TUNING::internal::BinPath;
-
-constexpr size_t kShownFields = 5;
+using ZO_TUNING::internal::HasSuffix;
+using ZO_TUNING::internal::kBinSuffix;
 
 struct Options {
-  std::string dir;
+  std::string path;
   std::string sensor;
+  bool all = false;
 };
 
-const char* KindName(BinDifference::Kind kind) {
-  switch (kind) {
-    case BinDifference::Kind::kMissing:
-      return "missing";
-    case BinDifference::Kind::kExtra:
-      return "extra";
-    case BinDifference::Kind::kChanged:
-      break;
-  }
-  return "changed";
+/// A bin and the scope that it should be of.
+struct Bin {
+  std::string scope;
+  std::string path;
+};
+
+std::string ScopeOf(const std::string& path) {
+  const std::string name = path.substr(path.rfind('/') + 1);
+  return name.substr(0, name.rfind('.'));
 }
 
-std::string DifferenceText(const Project& project, const BinDifference& difference) {
-  const std::string kind = KindName(difference.kind);
-  const std::string what =
-      difference.version.empty() ? project.LabelText(difference.values) : "version " + difference.version;
-  std::string text = "  " + kind + std::string(9 - kind.size(), ' ') + Printable(what) + "\n";
-  if (difference.kind != BinDifference::Kind::kChanged) return text;
-  const std::string indent(13, ' ');
-  const auto shown = [](const std::string& value) { return value.empty() ? "none" : Printable(value); };
-  for (const FieldDifference& field : difference.fields) {
-    text += indent + field.path + ": bin " + shown(field.left) + ", tree " + shown(field.right) + "\n";
+/// Lists the bins to look at. Refuses special files, and names bins that are missing or belong to no sensor.
+bool FindBins(const Project& project, const Options& options, std::vector<Bin>& bins, Console& console) {
+  const std::vector<std::string> scopes = project.Scopes();
+  const auto report_extra = [&](const std::string& path) {
+    console.Report(Code::kExtraBin, "this bin belongs to no sensor of the project",
+                   "of a single bin, --sensor says whose it is", DisplayPath(path));
+    return false;
+  };
+  if (!IsDirectory(options.path) && Exists(options.path)) {
+    const std::string scope = options.sensor.empty() ? ScopeOf(options.path) : options.sensor;
+    if (std::find(scopes.begin(), scopes.end(), scope) == scopes.end()) return report_extra(options.path);
+    bins = {{scope, options.path}};
+    return true;
   }
-  if (difference.count > difference.fields.size()) {
-    text += indent + "and " + std::to_string(difference.count - difference.fields.size()) + " more\n";
-  }
-  if (difference.count == 0)
-    text += indent + "in bytes only: a zero of another sign, or fields that the schema lacks\n";
-  return text;
-}
-
-Json DifferenceJson(const Project& project, const BinDifference& difference) {
-  Json json = {{"kind", KindName(difference.kind)}};
-  if (!difference.version.empty()) {
-    json["version"] = difference.version;
-    return json;
-  }
-  json["labels"] = LabelJson(project, difference.values);
-  if (difference.kind != BinDifference::Kind::kChanged) return json;
-  Json fields = Json::array();
-  for (const FieldDifference& field : difference.fields) {
-    fields.push_back({{"path", field.path}, {"bin", field.left}, {"tree", field.right}});
-  }
-  json["count"] = difference.count;
-  json["differences"] = std::move(fields);
-  return json;
-}
-
-/// Refuses special files, and names bins that belong to no sensor.
-bool CheckBinDir(const Project& project, const std::string& dir, Console& console) {
+  const std::string dir = BinFolderAt(options.path);
   std::vector<std::string> names;
   if (!ListNames(dir, names, console)) return false;
-  const std::vector<std::string> scopes = project.Scopes();
   bool good = true;
   for (const std::string& name : names) {
-    if (!ZO_TUNING::internal::HasSuffix(name, ZO_TUNING::internal::kBinSuffix)) continue;
-    std::string path = dir;
-    path.append("/").append(name);
+    if (!HasSuffix(name, kBinSuffix)) continue;
+    const std::string path = dir + "/" + name;
     good &= RefuseSpecialFile(path, console);
-    const std::string scope = name.substr(0, name.rfind('.'));
-    if (std::find(scopes.begin(), scopes.end(), scope) != scopes.end()) continue;
-    console.Report(Code::kExtraBin, "this bin belongs to no sensor of the project", "", DisplayPath(path));
+    if (std::find(scopes.begin(), scopes.end(), ScopeOf(name)) == scopes.end()) (void)report_extra(path);
+  }
+  for (const std::string& scope : scopes) {
+    if (!options.sensor.empty() && scope != options.sensor && scope != kDefaultScope) continue;
+    const std::string path = BinPath(dir, scope);
+    if (Exists(path)) {
+      bins.push_back({scope, path});
+    } else {
+      console.Report(Code::kMissingBin, "the bin of " + Quoted(scope) + " is missing", "", DisplayPath(path));
+    }
   }
   return good;
 }
 
-/// Packs the tree into the staging folder. Null after errors.
-std::unique_ptr<StagingDir> PackTree(Project& project, const std::vector<std::string>& scopes, Console& console) {
+/// Packs the scopes of the bins into the staging folder. Null after errors.
+std::unique_ptr<StagingDir> PackTree(Project& project, const std::vector<Bin>& bins, Console& console) {
+  std::vector<std::string> scopes;
+  for (const Bin& bin : bins) scopes.push_back(bin.scope);
   std::vector<ScopeInputs> inputs;
   const bool listed = ListInputs(project, scopes, inputs, console);
   std::error_code error;
   const std::string temp = std::filesystem::temp_directory_path(error).string();
   auto staging = StagingDir::Make(error ? "/tmp" : temp, nullptr, console);
   if (staging == nullptr) return nullptr;
-  std::vector<PackedBin> bins;
-  const bool packed = PackBins(project, inputs, {}, staging->path(), "the tree", bins, console);
+  std::vector<PackedBin> packed;
+  const bool good = PackBins(project, inputs, {}, staging->path(), "the tree", packed, console);
   staging->StopWatcher();
-  return packed && listed ? std::move(staging) : nullptr;
+  return good && listed ? std::move(staging) : nullptr;
 }
 
 int Run(CommandContext& context, const Options& options) {
   Console& console = context.console;
   int code = kDone;
-  const auto project = LoadProject(context, code);
+  const std::shared_ptr<Project> project = LoadProject(context, code);
   if (project == nullptr) return code;
   if (!options.sensor.empty() && !project->RequireSensor(options.sensor, console)) return kFailed;
-  const std::string dir = BinFolderAt(options.dir);
-  if (!CheckBinDir(*project, dir, console)) return kFailed;
-  std::vector<std::string> scopes = project->Scopes();
-  if (!options.sensor.empty()) scopes = {kDefaultScope, options.sensor};
-  const auto staging = PackTree(*project, scopes, console);
+  std::vector<Bin> bins;
+  if (!FindBins(*project, options, bins, console)) return kFailed;
+  const auto staging = PackTree(*project, bins, console);
   if (staging == nullptr) return kFailed;
 
+  CompareSidesOptions compare;
+  compare.bytes = true;
+  compare.compare.rules = true;  // those that are in a bin
+  if (!options.all) compare.compare.max_elements = kShownDifferences;
+  ComparisonForm form;
+  form.all = options.all;
+  form.colour = MayColour(STDOUT_FILENO);
+  SideOpener opener(project);
   Json results = Json::array();
   size_t different = 0;
-  for (const std::string& scope : scopes) {
-    const std::string path = BinPath(dir, scope);
-    if (!Exists(path)) {
-      console.Report(Code::kMissingBin, "the bin of " + Quoted(scope) + " is missing", "", DisplayPath(path));
-      continue;
-    }
-    BinComparison comparison;
-    if (!CompareBins(*project, path, BinPath(staging->path(), scope), kShownFields, comparison, console)) continue;
-    std::string text = Printable(scope) + ".bin: " + Count(comparison.same, "record") + " the same, " +
-                       Count(comparison.differences.size(), "difference") + "\n";
+  for (const Bin& bin : bins) {
+    const auto left = opener.OpenBin(bin.path, DisplayPath(bin.path), bin.scope, console);
+    const auto right = opener.OpenBin(BinPath(staging->path(), bin.scope), "the tree", bin.scope, console);
+    if (left == nullptr || right == nullptr) continue;
+    std::string lines;
     Json differences = Json::array();
-    for (const BinDifference& difference : comparison.differences) {
-      text += DifferenceText(*project, difference);
-      differences.push_back(DifferenceJson(*project, difference));
-    }
-    console.Print(text);
-    different += comparison.differences.size();
-    results.push_back({{"name", scope}, {"same", comparison.same}, {"differences", std::move(differences)}});
+    SidesComparison comparison;
+    const auto add = [&](const EntryComparison& pair) {
+      lines += ComparisonText(pair, form);
+      differences.push_back(ComparisonJson(pair));
+    };
+    if (!CompareSides(*left, *right, compare, add, comparison, console)) continue;
+    console.Print(Printable(bin.scope) + ".bin: " + std::to_string(comparison.same) + " the same, " +
+                  Count(comparison.different, "difference") + "\n");
+    if (comparison.different > 0) console.Print(HeadText(DisplayPath(bin.path), "the tree", form.colour) + lines);
+    different += comparison.different;
+    results.push_back({{"name", bin.scope}, {"same", comparison.same}, {"differences", std::move(differences)}});
   }
   console.result()["bins"] = std::move(results);
   if (different > 0) {
     console.Report(Code::kDiffers, "the bins are not those of the tree: " + Count(different, "difference"),
-                   "'zotuning pack' makes them again", DisplayPath(dir));
+                   "'zotuning pack' makes them again", DisplayPath(options.path));
   }
   return kDone;
 }
@@ -150,15 +141,18 @@ void AddVerify(CLI::App& app, CommandContext& context) {
   auto options = std::make_shared<Options>();
   CLI::App* command =
       AddCommand(app, context, "verify", "Compare bins with the tree that they should come from",
-                 "Packs the tree again in a temporary folder and compares record by record. Exits with 1\n"
-                 "on any difference.\n"
+                 "Packs the tree again in a temporary folder and compares record by record, every byte but\n"
+                 "their order. Exits with 1 on any difference.\n"
                  "\n"
                  "Examples:\n"
                  "  zotuning verify out/zo_tuning\n"
-                 "  zotuning verify out/zo_tuning --sensor main_wide --json",
+                 "  zotuning verify out/zo_tuning --sensor main_wide --json\n"
+                 "  zotuning verify out/zo_tuning/front.bin --all",
                  [&context, options] { return Run(context, *options); });
-  command->add_option("DIR", options->dir, "The folder of bins")->required();
-  command->add_option("--sensor", options->sensor, "Only default.bin and the bin of this sensor")->type_name("S");
+  command->add_option("PATH", options->path, "The folder of bins, or one bin")->required();
+  command->add_option("--sensor", options->sensor, "Only default.bin and the bin of this sensor; of one bin, whose it is")
+      ->type_name("S");
+  command->add_flag("--all", options->all, "Show every difference, and every element of lists and tables");
 }
 
 }  // namespace zotuning::tool

@@ -50,6 +50,8 @@ void AddLabels(CLI::App& app, CommandContext& context);
 void AddSensors(CLI::App& app, CommandContext& context);
 void AddTree(CLI::App& app, CommandContext& context);
 void AddShow(CLI::App& app, CommandContext& context);
+void AddDiff(CLI::App& app, CommandContext& context);
+void AddWhich(CLI::App& app, CommandContext& context);
 void AddVerify(CLI::App& app, CommandContext& context);
 void AddVersion(CLI::App& app, CommandContext& context);
 

@@ -124,6 +124,8 @@ int Main(int argument_count, char** arguments) {
   AddSensors(app, context);
   AddTree(app, context);
   AddShow(app, context);
+  AddDiff(app, context);
+  AddWhich(app, context);
   AddVerify(app, context);
   AddVersion(app, context);
 
