@@ -60,7 +60,7 @@ struct ToText {
   std::string operator()(double value) const { return NumberText(value); }
   std::string operator()(const std::string& value) const { return "\"" + Cut(value) + "\""; }
   std::string operator()(const EnumName& value) const { return value.name; }
-  std::string operator()(const MessageSummary& value) const { return "{ " + Cut(value.text) + " }"; }
+  std::string operator()(const MessageSummary& value) const { return value.text.empty() ? "{}" : "{ " + Cut(value.text) + " }"; }
 };
 
 struct ToNumber {
@@ -94,11 +94,11 @@ std::string Printed(const char* format, double number) {
   return text;
 }
 
-/// "+1.5 %", "" without a number to compare with.
+/// "+1.5 %", "" without a number to compare with, and for what is too little to be told in per cent.
 std::string PercentText(double left, double right) {
   if (!std::isfinite(left) || !std::isfinite(right) || left == 0) return "";
   const double percent = (right - left) / std::fabs(left) * 100;
-  if (!std::isfinite(percent)) return "";
+  if (!std::isfinite(percent) || (percent != 0 && std::fabs(percent) < 0.001)) return "";
   return Printed(percent != 0 && std::fabs(percent) < 0.1 ? "%+.1g %%" : "%+.1f %%", percent);
 }
 
@@ -408,7 +408,7 @@ class MessageComparer::Walk {
    public:
     Step(Walk& walk, const std::string& name) : walk_(walk) {
       Remember();
-      if (!walk.path_.empty()) walk.path_ += '.', walk.left_path_ += '.';
+      if (!walk.path_.empty() && name[0] != '[') walk.path_ += '.', walk.left_path_ += '.';
       walk.path_ += name;
       walk.left_path_ += name;
       if (!walk.options_.path_tolerances.empty()) walk.pattern_path_.append(".").append(name);
@@ -496,7 +496,7 @@ class MessageComparer::Walk {
     if (!in_left && !in_right) return;
     const bool is_message = field.left->message_type() != nullptr;
     if (is_message) {
-      const bool in_oneof = field.left->containing_oneof() != nullptr;
+      const bool in_oneof = field.left->real_containing_oneof() != nullptr;
       const bool below = made_present && !in_oneof;
       const Step step(*this, field.left->name());
       if ((in_left && in_right) || below || field.is_rule) {

@@ -129,18 +129,20 @@ bool GitRepository::Run(std::vector<std::string> words, std::string& out, const 
 std::unique_ptr<GitRepository> GitRepository::Open(const std::string& dir, DiagnosticSink& sink) {
   std::unique_ptr<GitRepository> repository(new GitRepository(dir));
   std::string out;
-  if (!repository->Run({"rev-parse", "--show-prefix"}, out, "no revision can be read", sink)) return nullptr;
+  if (!repository->Run({"rev-parse", "--show-prefix"}, out, "revisions cannot be read", sink)) return nullptr;
   repository->prefix_ = out.substr(0, out.find('\n'));
   return repository;
 }
 
 bool GitRepository::List(const std::string& revision, std::map<std::string, GitFile>& files, DiagnosticSink& sink) {
   std::string out;
-  // An option is no revision.
-  if (revision.empty() || revision[0] == '-' ||
-      !Run({"ls-tree", "-r", "-z", "--full-tree", revision}, out, "cannot read the revision " + Quoted(revision),
+  // An option is no revision, and nor is what git takes for the index.
+  if (revision.empty() || revision[0] == '-') {
+    sink.Report(Code::kGit, Quoted(revision) + " is no revision");
+    return false;
+  }
+  if (!Run({"ls-tree", "-r", "-z", "--full-tree", revision}, out, "cannot read the revision " + Quoted(revision),
            sink)) {
-    if (revision.empty() || revision[0] == '-') sink.Report(Code::kGit, Quoted(revision) + " is no revision");
     return false;
   }
   // "MODE TYPE OBJECT<tab>PATH<zero>"

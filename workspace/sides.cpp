@@ -424,8 +424,9 @@ class SideOpener::Impl {
     if (current_.project != nullptr && current_.files->Kind(text) != FileKind::kMissing) {
       return OpenForm(current_, Normal(text), text, sink);
     }
-    const size_t colon = text.find(':');
-    return colon == text.npos ? NoSide(text, sink) : OpenRevision(text.substr(0, colon), text.substr(colon + 1), text, sink);
+    const size_t colon = RevisionEnd(text);
+    if (colon == text.npos) return NoSide(text, sink);
+    return OpenRevision(text.substr(0, colon), text.substr(colon + 1), text, sink);
   }
 
   std::unique_ptr<Side> OpenDefaultOf(const Side& side, DiagnosticSink& sink) {
@@ -489,6 +490,16 @@ class SideOpener::Impl {
     std::string normal = std::filesystem::path(path).lexically_normal().string();
     while (!normal.empty() && normal.back() == '/') normal.pop_back();
     return normal == "." ? "" : normal;
+  }
+
+  /// The colon after a revision; one in braces belongs to a date: "HEAD@{12:30}:main_wide".
+  static size_t RevisionEnd(const std::string& text) {
+    bool in_braces = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+      if (text[i] == '{' || text[i] == '}') in_braces = text[i] == '{';
+      if (text[i] == ':' && !in_braces) return i;
+    }
+    return text.npos;
   }
 
   static std::string ScopeOfBin(const std::string& path) {

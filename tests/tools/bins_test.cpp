@@ -104,9 +104,9 @@ TEST_F(PackedTest, BinsOfTheTreeAreTheSameInAnyOrder) {
   const Ran run = Tool("verify out/zo_tuning");
   EXPECT_EQ(run.code, 0) << run.err;
   EXPECT_EQ(run.out,
-            "default.bin: 13 records the same, 0 differences\n"
-            "main_wide.bin: 13 records the same, 0 differences\n"
-            "front.bin: 12 records the same, 0 differences\n");
+            "default.bin: 18 the same, 0 differences\n"
+            "main_wide.bin: 15 the same, 0 differences\n"
+            "front.bin: 14 the same, 0 differences\n");
   const std::string bytes = Read(At(bin_)), text = Tool("show " + bin_ + " --text").out;
   const Json first = Tool("show " + bin_ + " --json").json()["result"]["records"][0];
   const size_t begin = first["offset"], length = first["length"];
@@ -123,21 +123,24 @@ TEST_F(PackedTest, DifferencesAreNamedWithBothValues) {
   Edit("front/version/tuning.json", "0.7.3", "0.7.4");
   const Ran run = Tool("verify out/zo_tuning --sensor front");
   EXPECT_EQ(run.out,
-            "default.bin: 13 records the same, 0 differences\n"
-            "front.bin: 10 records the same, 5 differences\n"
-            "  missing  version name: \"front.tuning\" version: \"0.7.4\" note: \"Portrait metering still open.\" \n"
-            "  extra    version name: \"front.tuning\" version: \"0.7.3\" note: \"Portrait metering still open.\" \n"
-            "  changed  module=AWBCommon\n"
-            "             convergence.speed.value: bin " +
+            "default.bin: 18 the same, 0 differences\n"
+            "front.bin: 11 the same, 4 differences\n"
+            "--- out/zo_tuning/front.bin\n"
+            "+++ the tree\n"
+            "changed  version=front.tuning\n"
+            "  version: \"0.7.3\" → \"0.7.4\"\n"
+            "changed  module=AWBCommon\n"
+            "  convergence.speed.value: " +
                 value +
-                ", tree 0.5\n"
-                "  missing  module=PdCommon mode=9\n"
-                "  extra    module=AfCommon mode=1\n");
-  Fails("verify out", "out/zo_tuning: error: the bins are not those of the tree: 5 differences\n");
+                " → 0.5 (+100.0 %)\n"
+                "added    module=PdCommon mode=9\n"
+                "removed  module=AfCommon mode=1\n");
+  Fails("verify out", "out: error: the bins are not those of the tree: 4 differences\n");
   const Json differences = Tool("verify out --json").json()["result"]["bins"][2]["differences"];
-  EXPECT_EQ(differences[2]["differences"].dump(),
-            R"([{"path":"convergence.speed.value","bin":")" + value + R"(","tree":"0.5"}])");
-  EXPECT_EQ(differences[3], Json({{"kind", "missing"}, {"labels", {{"module", "PdCommon"}, {"mode", 9}}}}));
+  EXPECT_EQ(differences[1]["differences"].dump(),
+            R"([{"path":"convergence.speed.value","kind":"changed","left":)" + value + R"(,"right":0.5}])");
+  EXPECT_EQ(differences[2]["kind"], "added");
+  EXPECT_EQ(differences[2]["labels"], Json({{"module", "PdCommon"}, {"mode", "9"}}));
 }
 
 TEST_F(PackedTest, WhatDoesNotFitIsRefused) {
