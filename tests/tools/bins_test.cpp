@@ -140,7 +140,7 @@ TEST_F(PackedTest, DifferencesAreNamedWithBothValues) {
   EXPECT_EQ(differences[1]["differences"].dump(),
             R"([{"path":"convergence.speed.value","kind":"changed","left":)" + value + R"(,"right":0.5}])");
   EXPECT_EQ(differences[2]["kind"], "added");
-  EXPECT_EQ(differences[2]["labels"], Json({{"module", "PdCommon"}, {"mode", "9"}}));
+  EXPECT_EQ(differences[2]["labels"], Json({{"module", "PdCommon"}, {"mode", 9}}));
 }
 
 TEST_F(PackedTest, WhatDoesNotFitIsRefused) {

@@ -89,9 +89,6 @@ TEST_F(DiffTest, GitShowsDifferencesByMeaning) {
   Write(At(".gitattributes"), "*.json diff=zotuning\n*.bin diff=zotuning\nProjConf.bin -diff\n");
   Write(At("notes.json"), "{\"a\": 1}\n");
   fs::copy(At("out/zo_tuning/front.bin"), At("front.bin"));
-  Git("add -A");
-  Git("reset -q --soft HEAD");
-  Git(std::string("config diff.zotuning.command ") + fs::absolute(ZOTUNING_TOOL).string() + "\\ diff");
   RunProgram("git", {"config", "diff.zotuning.command", "'" + fs::absolute(ZOTUNING_TOOL).string() + "' diff"}, {dir_});
   Commit();
   const std::string log = Git("log -1 -p --ext-diff --no-renames").out;

@@ -1,5 +1,6 @@
 #include "comparison_text.h"
 
+#include <charconv>
 #include <cmath>
 
 #include "workspace/text.h"
@@ -39,6 +40,13 @@ struct ToJson {
 };
 
 Json ValueJson(const FieldValue& value) { return std::visit(ToJson(), value); }
+
+/// The number of an int32 label, the name of another.
+Json LabelValueJson(const std::string& text) {
+  int number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && end == text.data() + text.size() ? Json(number) : Json(text);
+}
 
 Json RunsJson(const std::vector<ElementRun>& runs) {
   Json json = Json::array();
@@ -142,7 +150,7 @@ Json ComparisonJson(const EntryComparison& pair) {
     json["version"] = entry.labels[0].second;
   } else {
     Json labels = Json::object();
-    for (const auto& [name, value] : entry.labels) labels[name] = value;
+    for (const auto& [name, value] : entry.labels) labels[name] = LabelValueJson(value);
     json["labels"] = std::move(labels);
   }
   json["left"] = pair.left == nullptr ? Json(nullptr) : Json(pair.left->path);
