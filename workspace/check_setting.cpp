@@ -65,8 +65,7 @@ bool CheckSettingText(Schema& schema, const std::string& file, const std::string
   if (!ParseJson(file, text, message.get(), sink)) return false;
   if (fields == Fields::kAny) return true;
   const std::string* missing = ZO_TUNING::internal::FindMissingField(type, text);
-  return missing == nullptr ||
-         ExplainText(file, text, type, fields, MissingNameText(*missing), sink);
+  return missing == nullptr || ExplainText(file, text, type, fields, MissingNameText(*missing), sink);
 }
 
 }  // namespace zotuning

@@ -10,8 +10,8 @@
 #include "bin/bin_folder.h"
 #include "bin/bin_packer.h"
 #include "bin/bin_writer.h"
-#include "check_setting.h"
-#include "suggest.h"
+#include "workspace/check_setting.h"
+#include "workspace/check_tree.h"
 
 namespace zotuning {
 namespace {
@@ -60,6 +60,8 @@ class Packing {
     const PackResult result = packer_.PackText(setting.path, file_.text(), checking, bin, listener);
     switch (result.status) {
       case PackStatus::kOk:
+        // What the fast path has seen to be complete need not be looked at again.
+        return result.is_complete || !options_.check_fields || Explain(setting, result.module, "");
       case PackStatus::kNotWritten:  // told when the bin is closed
         return true;
       case PackStatus::kBadLabel:
@@ -85,13 +87,6 @@ class Packing {
   ZO_TUNING::internal::PaddedFile file_;
 };
 
-bool ReportUnknownModule(const Project& project, const Setting& setting, DiagnosticSink& sink) {
-  const std::string module = ModuleOfFile(setting.relative);
-  sink.Report(Code::kUnknownModule, "no module " + Quoted(module) + DidYouMean(module, project.ValueNames(0)),
-              "'zotuning modules' lists them", DisplayPath(setting.path));
-  return false;
-}
-
 }  // namespace
 
 bool ListInputs(Project& project, const std::vector<std::string>& scopes, std::vector<ScopeInputs>& inputs,
@@ -107,15 +102,13 @@ bool ListInputs(Project& project, const std::vector<std::string>& scopes, std::v
     ScopeInputs scope{name, {}, {}, {}};
     std::vector<Setting> settings;
     good &= project.ListSettings(name, settings, sink);
+    CollectingSink found;
+    CheckPlaces(project, settings, found);
+    CheckUnread(project, name, found);
+    good = good && found.ok();
+    for (Diagnostic& diagnostic : found.Take()) sink.Add(std::move(diagnostic));
     for (Setting& setting : settings) {
-      if (project.ModuleName(setting.values).empty()) {
-        good = ReportUnknownModule(project, setting, sink);
-        continue;
-      }
-      for (const std::string& fault : setting.faults) {
-        sink.Warn(Code::kUnknownLabel, fault, "it is packed as " + project.LabelText(setting.values),
-                  DisplayPath(setting.path));
-      }
+      if (project.ModuleName(setting.values).empty()) continue;  // told by CheckPlaces
       scope.states.emplace_back(setting.path, StateOf(setting.path));
       scope.settings.push_back(std::move(setting));
     }

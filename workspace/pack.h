@@ -37,7 +37,9 @@ struct PackedBin {
 };
 
 struct PackOptions {
-  bool check_fields = true;  ///< every field has to occur in the text of its setting
+  /// Every field of every object has to be spelled out, and nothing may be packed into something other than what the
+  /// text says.
+  bool check_fields = true;
   /// Called before each bin is begun.
   std::function<void(const std::string& name)> on_bin = nullptr;
 };

@@ -72,7 +72,7 @@ std::string NameFault(const std::string& name) {
   return "";
 }
 
-std::unique_ptr<Schema> LoadSchema(const std::string& proto_dir, DiagnosticSink& sink) {
+std::unique_ptr<Schema> LoadSchema(const std::string& proto_dir, DiagnosticSink& sink, bool* has_errors) {
   std::vector<FoundFile> files;
   if (!ListFiles(proto_dir, ".proto", files, sink)) return nullptr;
   if (files.empty()) {
@@ -92,7 +92,8 @@ std::unique_ptr<Schema> LoadSchema(const std::string& proto_dir, DiagnosticSink&
     sink.Report(Code::kSchema, "this file could not be loaded", "", DisplayPath(file.path));
     good = false;
   }
-  return good ? std::move(schema) : nullptr;
+  if (has_errors != nullptr) *has_errors = !good;
+  return good || has_errors != nullptr ? std::move(schema) : nullptr;
 }
 
 const Descriptor* RequireType(const Schema& schema, const std::string& short_name, DiagnosticSink& sink) {
@@ -170,11 +171,14 @@ bool Project::LoadAll(DiagnosticSink& sink) {
     sink.Report(Code::kMissingFolder, "the project has no folder 'proto' with its schema", "", DisplayPath(proto_dir));
     return false;
   }
-  schema_ = LoadSchema(proto_dir, sink);
+  bool has_errors = false;
+  schema_ = LoadSchema(proto_dir, sink, &has_errors);
   if (schema_ == nullptr) return false;
-  const Descriptor* config_type = RequireType("TuningProjConfig", sink);
-  label_type_ = RequireType("TuningDataLabel", sink);
-  version_type_ = RequireType("Version", sink);
+  // A type that an error of the schema hides is no second fault.
+  const auto find = [&](const char* name) { return has_errors ? schema_->FindType(name) : RequireType(name, sink); };
+  const Descriptor* config_type = find("TuningProjConfig");
+  label_type_ = find("TuningDataLabel");
+  version_type_ = find("Version");
   if (config_type == nullptr || label_type_ == nullptr || version_type_ == nullptr) return false;
   const LoadResult loaded = LoadProjectConfig(layout_, *schema_, config_);
   if (!CheckConfig(loaded, sink)) return false;
@@ -184,7 +188,8 @@ bool Project::LoadAll(DiagnosticSink& sink) {
                 DisplayPath(proto_dir));
     return false;
   }
-  return true;
+  has_labels_ = true;
+  return !has_errors;
 }
 
 bool Project::CheckConfig(const LoadResult& loaded, DiagnosticSink& sink) const {

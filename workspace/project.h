@@ -39,9 +39,10 @@ std::string ModuleOfFile(const std::string& path);
 /// Why a name cannot be that of a folder of a project, such as a sensor's; "" when it can.
 std::string NameFault(const std::string& name);
 
-/// Loads the schema below `proto_dir` and reports every fault of every file. Null when it has errors or cannot be read;
-/// special files among it, which would block, are refused.
-std::unique_ptr<Schema> LoadSchema(const std::string& proto_dir, DiagnosticSink& sink);
+/// Loads the schema below `proto_dir` and reports every fault of every file; special files among it, which would block,
+/// are refused. Null when it cannot be read, and, unless `has_errors` is given, when it has errors: its other types can
+/// be used.
+std::unique_ptr<Schema> LoadSchema(const std::string& proto_dir, DiagnosticSink& sink, bool* has_errors = nullptr);
 
 /// The message type that a short name stands for; null after an error that says what the schema has instead.
 const google::protobuf::Descriptor* RequireType(const Schema& schema, const std::string& short_name,
@@ -60,6 +61,10 @@ class Project {
 
   /// Whether schema, configuration and labels were read without an error.
   bool ok() const { return ok_; }
+  /// Whether labels and sensors are known, although the schema may have errors elsewhere.
+  bool has_labels() const { return has_labels_; }
+  /// Whether there is a schema at all.
+  bool has_schema() const { return schema_ != nullptr; }
 
   const ProjectLayout& layout() const { return layout_; }
   const std::string& dir() const { return layout_.dir(); }
@@ -102,6 +107,9 @@ class Project {
   /// The settings of a scope, ordered by path. False after an error when they could not all be listed.
   bool ListSettings(const std::string& scope, std::vector<Setting>& settings, DiagnosticSink& sink) const;
 
+  /// What the labels do not know about the name of a folder, "" for a level.
+  std::string FolderFault(const std::string& folder) const;
+
   /// The label values that a path of a JSON file reads as.
   std::vector<int> LabelsOf(const std::string& path) const;
 
@@ -113,11 +121,10 @@ class Project {
   bool LoadAll(DiagnosticSink& sink);
   bool CheckConfig(const ZO_TUNING::internal::LoadResult& loaded, DiagnosticSink& sink) const;
   void ReadLabels(Setting& setting) const;
-  /// What the labels do not know about the name of a folder, "" for a level.
-  std::string FolderFault(const std::string& folder) const;
 
   ProjectLayout layout_;
   bool ok_ = false;
+  bool has_labels_ = false;
   ZO_TUNING::internal::ProjectConfig config_;
   std::unique_ptr<Schema> schema_;
   const google::protobuf::Descriptor* label_type_ = nullptr;

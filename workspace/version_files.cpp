@@ -2,6 +2,7 @@
 
 #include "version_files.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "check_setting.h"
@@ -36,6 +37,28 @@ std::string KeyFault(const VersionFile& file, const JsonDocument& document, cons
     return TextFault(value);
   }
   return "its first " + quoted + " is not the file's own field";
+}
+
+using Lines = std::vector<std::string>;
+
+/// The #define block without its numbers, which follow the order of the file system, in an order of its own.
+Lines Unnumbered(const Lines& lines, size_t kept) {
+  Lines pairs;
+  std::string name;
+  for (size_t i = kept; i < lines.size(); ++i) {
+    const size_t digits_end = lines[i].find_first_not_of("0123456789", std::string("#define VERSION").size());
+    const bool numbered = lines[i].rfind("#define VERSION", 0) == 0 && digits_end != std::string::npos &&
+                          digits_end > std::string("#define VERSION").size();
+    const std::string rest = numbered ? lines[i].substr(digits_end) : lines[i];
+    if (numbered && rest.rfind("_NAME ", 0) == 0) {
+      name = rest;
+    } else {
+      pairs.push_back(name + rest);
+      name.clear();
+    }
+  }
+  if (!pairs.empty()) std::sort(pairs.begin(), pairs.end() - 1);
+  return pairs;
 }
 
 }  // namespace
@@ -84,6 +107,28 @@ std::string ScanFault(const VersionFile& file) {
     if (!fault.empty()) return fault;
   }
   return "its plain text scan reads other values than the file's fields";
+}
+
+std::vector<std::string> SplitLines(const std::string& text) {
+  std::vector<std::string> lines;
+  size_t begin = 0;
+  for (size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', begin)) {
+    lines.push_back(text.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  if (begin < text.size()) lines.push_back(text.substr(begin));
+  return lines;
+}
+
+std::string HeaderText(const std::string& header, const std::vector<VersionFile>& files) {
+  std::vector<std::string> versions;
+  for (const VersionFile& file : files) versions.insert(versions.end(), {file.name, file.version});
+  return ZO_TUNING::internal::NewHeader(header, versions);
+}
+
+bool HeaderIsCurrent(const std::string& header, const std::vector<VersionFile>& files) {
+  const size_t kept = SplitLines(ZO_TUNING::internal::KeptHeader(header)).size();
+  return Unnumbered(SplitLines(header), kept) == Unnumbered(SplitLines(HeaderText(header, files)), kept);
 }
 
 }  // namespace zotuning

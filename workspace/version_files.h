@@ -34,4 +34,13 @@ std::string ScanFault(const VersionFile& file);
 /// Why a text would not survive the scan or the header, "" when it would.
 std::string TextFault(const std::string& text);
 
+/// The lines of a text, without their line feeds.
+std::vector<std::string> SplitLines(const std::string& text);
+
+/// The version header `header` with the versions of `files`.
+std::string HeaderText(const std::string& header, const std::vector<VersionFile>& files);
+
+/// Whether the header holds these versions, in whatever order: the library writes them as it finds their files.
+bool HeaderIsCurrent(const std::string& header, const std::vector<VersionFile>& files);
+
 }  // namespace zotuning

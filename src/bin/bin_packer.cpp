@@ -123,7 +123,9 @@ PackResult BinPacker::PackModule(std::string_view text, const google::protobuf::
     if (missing != nullptr) return FieldMissing(*missing);
   }
   bin.WriteMessageBytes(transcoder_.wire());
-  return ResultOf(bin);
+  PackResult result = ResultOf(bin);
+  result.is_complete = transcoder_.complete();
+  return result;
 }
 
 PackResult BinPacker::PackBySlowPath(std::string text, const google::protobuf::Descriptor* module_type,

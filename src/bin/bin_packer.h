@@ -47,6 +47,8 @@ struct [[nodiscard]] PackResult {
   std::string reason;
   std::string field;
   int error = 0;  ///< errno
+  /// Whether the text was seen to spell out every field of every object; where it was not, it may do so all the same.
+  bool is_complete = false;
 
   bool ok() const { return status == PackStatus::kOk; }
 };

@@ -237,6 +237,7 @@ class TextTranscoder {
     const size_t first_part = transcoder_.spans_.size();
     SeenFields seen(table.fields.size());
     size_t materialized_count = 0;
+    size_t required_count = 0;
     int32_t last_number = 0;
     bool in_order = true;
     if (*p_ == '}') {
@@ -248,7 +249,13 @@ class TextTranscoder {
         if (seen.Test(next)) return false;
         seen.Set(next);
         const size_t begin = Offset();
+        const bool complete = transcoder_.complete_;
         if (!EncodeField(field)) return false;
+        if (field.required) {
+          ++required_count;
+        } else {
+          transcoder_.complete_ = complete;  // whatever a rule lacks
+        }
         if (field.pruned) {
           out_ = begin_ + begin;
         } else if (Offset() != begin) {
@@ -266,6 +273,7 @@ class TextTranscoder {
         p_ = SkipBlanks(p_ + 1);
       }
     }
+    if (required_count != table.required_count) transcoder_.complete_ = false;
     if (!in_order || materialized_count != table.materialized_count) Rearrange(table, seen, message_begin, first_part);
     transcoder_.spans_.resize(first_part);
     return true;
@@ -323,7 +331,7 @@ class TextTranscoder {
       case ValueKind::kUnsupported:
         return false;
       case ValueKind::kMessage:
-        return field.repeated ? ForEachElement([&] { return EncodeSubmessage(field); }) : EncodeSubmessage(field);
+        return field.repeated ? EncodeMessages(field) : EncodeSubmessage(field);
       case ValueKind::kString:
         return field.repeated ? ForEachElement([&] { return EncodeString(field, true); })
                               : EncodeString(field, field.has_presence);
@@ -378,6 +386,13 @@ class TextTranscoder {
       if (*p_ != ',') return false;
       p_ = SkipBlanks(p_ + 1);
     }
+  }
+
+  bool EncodeMessages(const FieldEntry& field) {
+    const size_t begin = Offset();
+    if (!ForEachElement([&] { return EncodeSubmessage(field); })) return false;
+    if (Offset() == begin) transcoder_.complete_ = false;  // there is no element to spell out the fields
+    return true;
   }
 
   bool EncodeSubmessage(const FieldEntry& field) {
@@ -458,6 +473,7 @@ bool JsonTranscoder::Transcode(const ModuleTable& table, std::string_view text) 
   if (table.root() == nullptr || text.size() > kMaxTextSize) return false;
   names_seen_.assign(table.required_names().size() + 1, 0);
   spans_.clear();
+  complete_ = true;
   return TextTranscoder(*this, text).Scan(*table.root());
 }
 

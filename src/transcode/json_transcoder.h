@@ -27,6 +27,10 @@ class JsonTranscoder {
   /// The bytes of the last text that was encoded, valid until the next call.
   std::string_view wire() const { return {buffer_.get(), size_}; }
 
+  /// Whether every object of the last text spelled out all its fields, and every list of objects had one. Rules and
+  /// descriptions do not count.
+  bool complete() const { return complete_; }
+
   /// The first name of the field check that does not occur in `text`, or null. Only after Encode gave true for the same
   /// arguments: names met as keys are not searched again.
   const std::string_view* FindMissingName(const ModuleTable& table, std::string_view text) const;
@@ -44,6 +48,7 @@ class JsonTranscoder {
   std::unique_ptr<char[]> buffer_;
   size_t capacity_ = 0;
   size_t size_ = 0;
+  bool complete_ = true;
   std::vector<uint8_t> names_seen_;  ///< by name id
   std::vector<FieldSpan> spans_;     ///< of the messages that are open, outermost first
   std::string scratch_;

@@ -142,6 +142,7 @@ bool ModuleTable::FillFields(const Descriptor* type, Pruning pruning, MessageTab
     FieldEntry& field = table->fields.emplace_back();
     if (!FillField(type->field(i), pruning, &field)) return false;
     table->materialized_count += field.materialized ? 1 : 0;
+    table->required_count += field.required ? 1 : 0;
     if (field.message != nullptr) table->levels = std::max(table->levels, field.message->levels + 1);
     // Two fields of one json_name: which of them a key means is protobuf's affair.
     if (!table->by_key.emplace(type->field(i)->json_name(), static_cast<uint32_t>(i)).second) return false;
@@ -165,6 +166,7 @@ bool ModuleTable::FillField(const FieldDescriptor* field, Pruning pruning, Field
   table->has_presence = field->has_presence();
   const WireType wire_type = table->packed ? WireType::kDelimited : WireTypeOf(table->kind);
   table->tag_size = static_cast<uint8_t>(WriteTag(table->number, wire_type, table->tag) - table->tag);
+  table->required = field->name() != "rule" && field->name() != "description";
   table->pruned = pruning == Pruning::kRule && field->name() == "rule";
   table->materialized = false;
 

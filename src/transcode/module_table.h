@@ -55,6 +55,7 @@ struct FieldEntry {
   char tag[5] = {};  ///< of one value, or of the packed run
   ValueKind kind;
   bool repeated;
+  bool required;  ///< a text that leaves it out is not complete; rules and descriptions may be left out
   bool packed;
   bool has_presence;  ///< a default value is written as well
   bool pruned;        ///< read and checked, but pruned from the bin
@@ -73,6 +74,7 @@ struct MessageTable {
   /// Field index by key. A json_name wins over the name of another field.
   std::unordered_map<std::string_view, uint32_t> by_key;
   std::string default_content;    ///< what pruning makes of this message where it is absent
+  size_t required_count = 0;      ///< of fields that are `required`
   size_t materialized_count = 0;  ///< of fields that are `materialized`
   size_t levels = 1;              ///< of messages, this one and below
 };

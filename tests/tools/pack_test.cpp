@@ -81,8 +81,7 @@ TEST_F(ToolTest, FaultsHaveFileLineAndColumn) {
        ":2:38: error: invalid value 1e99 for int32 field 'lens.infinity_code.value'"},
       {"front/AWBCommon.json", "", ":1:1: error: the text is empty"},
       {"front/PdCalib.json", "\xEF\xBB\xBF{}", ":1:1: error: the file begins with a byte order mark"},
-      {"main_wide/PdCalib.json", "{\n\"caf\xC3\xA9\": 1}",
-       ":2:1: error: unknown key '[\"caf\xC3\xA9\"]'"},
+      {"main_wide/PdCalib.json", "{\n\"caf\xC3\xA9\": 1}", ":2:1: error: unknown key '[\"caf\xC3\xA9\"]'"},
       {"main_wide/LensShading.json", "{\"red\": [\"\xFF\"]}", ":1:11: error: this is not UTF-8 text"},
       {"main_wide/mode_2/LensShading.json", "{\"red\": 5}",
        ":1:9: error: invalid value 5 for ZO_TUNING.ShadingChannel field 'red'"},
@@ -104,18 +103,26 @@ TEST_F(ToolTest, FaultsHaveFileLineAndColumn) {
   }
 }
 
-TEST_F(ToolTest, UnknownFoldersArePackedWithAWarningAndMissingFieldsRefused) {
+TEST_F(ToolTest, WhatWouldBePackedAsSomethingElseIsRefused) {
   Write(At("front/modde_3/PdCommon.json"), Read(At("default/PdCommon.json")));
-  const Ran run = Tool("pack -o out");
-  EXPECT_EQ(run.code, 0);
-  EXPECT_EQ(run.err,
-            "front/modde_3/PdCommon.json: warning: the folder 'modde_3' is not a level; did you mean 'mode_...'?\n"
-            "  help: it is packed as module=PdCommon\n");
+  Fails("pack -o out", "front/modde_3: error: the folder 'modde_3' is not a level; did you mean 'mode_...'?\n");
+  const Ran allowed = Tool("pack -o allowed --allow unknown-label");
+  EXPECT_EQ(allowed.code, 0) << allowed.err;
+  EXPECT_THAT(allowed.err, HasSubstr("front/modde_3: warning: "));
+  std::filesystem::remove_all(At("front/modde_3"));
   Edit("front/mode_1/AfCommon.json", "settle_time_ns", "settleTimeNs");
-  Fails("pack -o out --force",
-        "front/mode_1/AfCommon.json: error: the name 'settle_time_ns' does not occur in the text");
+  Fails("pack -o out", "front/mode_1/AfCommon.json: error: the name 'settle_time_ns' does not occur in the text");
   Write(At("front/Unknown.json"), "{}");
-  Fails("pack -o out --force", "front/Unknown.json: error: no module 'Unknown'");
+  Fails("pack -o out", "front/Unknown.json: error: no module 'Unknown'");
+}
+
+// A field that one element of a list lacks is found, although its name occurs in another.
+TEST_F(ToolTest, EveryElementSpellsOutItsFields) {
+  Json setting = Json::parse(Read(At("default/AfCommon.json")));
+  ASSERT_TRUE(setting["zones"].is_array() && setting["zones"].size() > 1) << "the example has changed";
+  setting["zones"][1].erase("width");
+  Write(At("default/AfCommon.json"), setting.dump(1));
+  Fails("pack -o out", "error: 'zones[1].width' is missing");
 }
 
 // Failures of the system.

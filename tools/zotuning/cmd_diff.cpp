@@ -232,20 +232,20 @@ int Run(CommandContext& context, const Options& options) {
 
 void AddDiff(CLI::App& app, CommandContext& context) {
   auto options = std::make_shared<Options>();
-  CLI::App* command = AddCommand(
-      app, context, "diff", "Show what differs between two sides, by meaning",
-      "A side is a setting, a folder of a sensor, a sensor, 'default', a bin, a folder of bins, the\n"
-      "project's folder, or REVISION: and one of the tree's forms. One side alone is compared with the\n"
-      "defaults of its modules; without any, the project with HEAD. Exits with 0 whether there are\n"
-      "differences or not, unless --exit-code is given; with 1 when something cannot be compared.\n"
-      "\n"
-      "Examples:\n"
-      "  zotuning diff                              since the last commit\n"
-      "  zotuning diff main_wide                    with the defaults\n"
-      "  zotuning diff main_wide front --stat\n"
-      "  zotuning diff HEAD~1:main_wide main_wide --rel 0.001\n"
-      "  zotuning diff out/zo_tuning .              bins with the tree",
-      [&context, options] { return Run(context, *options); });
+  CLI::App* command =
+      AddCommand(app, context, "diff", "Show what differs between two sides, by meaning",
+                 "A side is a setting, a folder of a sensor, a sensor, 'default', a bin, a folder of bins, the\n"
+                 "project's folder, or REVISION: and one of the tree's forms. One side alone is compared with the\n"
+                 "defaults of its modules; without any, the project with HEAD. Exits with 0 whether there are\n"
+                 "differences or not, unless --exit-code is given; with 1 when something cannot be compared.\n"
+                 "\n"
+                 "Examples:\n"
+                 "  zotuning diff                              since the last commit\n"
+                 "  zotuning diff main_wide                    with the defaults\n"
+                 "  zotuning diff main_wide front --stat\n"
+                 "  zotuning diff HEAD~1:main_wide main_wide --rel 0.001\n"
+                 "  zotuning diff out/zo_tuning .              bins with the tree",
+                 [&context, options] { return Run(context, *options); });
   command->add_option("SIDE", options->sides, "The old side, then the new one")->expected(0, -1);
   const auto tolerance = [command, options](const char* name, double& value, const char* help) {
     command
@@ -266,7 +266,8 @@ void AddDiff(CLI::App& app, CommandContext& context) {
             },
             ""));
   };
-  tolerance("--abs", options->absolute, "Numbers that are no further apart are the same; zotuning.json is not asked then");
+  tolerance("--abs", options->absolute,
+            "Numbers that are no further apart are the same; zotuning.json is not asked then");
   tolerance("--rel", options->relative, "The same as a part of the larger number: 0.01 is 1 %");
   command->add_flag("--rules", options->rules, "Compare rules as well");
   command->add_flag("--stat", options->stat, "One line per setting");

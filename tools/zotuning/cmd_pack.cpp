@@ -14,6 +14,7 @@
 #include "bin/bin_folder.h"
 #include "command_context.h"
 #include "workspace/pack.h"
+#include "workspace/severities.h"
 #include "workspace/staging_dir.h"
 
 namespace zotuning::tool {
@@ -27,6 +28,7 @@ struct Options {
   std::string sensor;
   bool ask = false;
   bool force = false;
+  std::vector<std::string> allow;
 };
 
 /// The folder that is to be replaced holds bins and nothing else.
@@ -133,7 +135,7 @@ std::string ResolveTarget(const std::string& out_dir, Console& console) {
 
 /// Packs beside the target and puts the finished folder in its place.
 bool PackAndCommit(CommandContext& context, Project& project, const Options& options, const std::string& target,
-                   const std::vector<ScopeInputs>& inputs) {
+                   const std::vector<ScopeInputs>& inputs, SeverityFilter& filter) {
   Console& console = context.console;
   Progress progress(!options.ask, inputs.size());
   const auto staging = StagingDir::Make(
@@ -143,20 +145,19 @@ bool PackAndCommit(CommandContext& context, Project& project, const Options& opt
   const std::string folder = BinFolder(staging->path());
   if (mkdir(folder.c_str(), 0777) != 0) return ReportSystemError("make the directory", folder, errno, console);
   PackOptions pack;
-  pack.check_fields = !options.ask;
+  pack.check_fields = !options.ask && !filter.allows(Code::kJsonMissingField);
   pack.on_bin = [&](const std::string& name) { progress.Begin(name); };
   std::vector<PackedBin> bins;
-  const bool packed = PackBins(project, inputs, pack, folder, BinFolder(options.out_dir), bins, console);
+  const bool packed = PackBins(project, inputs, pack, folder, BinFolder(options.out_dir), bins, filter);
   staging->StopWatcher();
-  if (!packed || !console.ok()) return false;
+  if (!console.ok() || (!packed && options.allow.empty())) return false;
   StagingDir::MayReplace may_replace;
   if (options.force) {
     may_replace = [&](const std::string& dir, DiagnosticSink& sink) {
       return HoldsOnlyBins(dir, DisplayPath(target), sink);
     };
   }
-  if (!staging->Commit(std::filesystem::path(folder).filename().string(), target, may_replace, console))
-    return false;
+  if (!staging->Commit(std::filesystem::path(folder).filename().string(), target, may_replace, console)) return false;
   PrintBins(bins, BinFolder(options.out_dir), console);
   return true;
 }
@@ -168,6 +169,8 @@ int Run(CommandContext& context, const Options& options) {
                    std::string("--ask cannot be combined with ") + (options.sensor.empty() ? "--json" : "--sensor"));
     return kMisuse;
   }
+  SeverityFilter filter(console);
+  if (!filter.Allow(options.allow)) return kMisuse;
   int code = kDone;
   const auto project = LoadProject(context, code);
   if (project == nullptr) return code;
@@ -188,8 +191,8 @@ int Run(CommandContext& context, const Options& options) {
     scopes = {kDefaultScope, sensor};
   }
   std::vector<ScopeInputs> inputs;
-  ListInputs(*project, scopes, inputs, console);
-  return PackAndCommit(context, *project, options, target, inputs) ? kDone : kFailed;
+  ListInputs(*project, scopes, inputs, filter);
+  return PackAndCommit(context, *project, options, target, inputs, filter) ? kDone : kFailed;
 }
 
 }  // namespace
@@ -214,6 +217,9 @@ void AddPack(CLI::App& app, CommandContext& context) {
   command->add_flag("--ask", options->ask,
                     "Ask on standard input for the index of the sensor; fields may be missing then");
   command->add_flag("--force", options->force, "Replace an existing folder zo_tuning");
+  command->add_option("--allow", options->allow, "Pack although 'zotuning check' finds errors of this code")
+      ->type_name("CODE")
+      ->delimiter(',');
 }
 
 }  // namespace zotuning::tool

@@ -150,7 +150,8 @@ void AddVerify(CLI::App& app, CommandContext& context) {
                  "  zotuning verify out/zo_tuning/front.bin --all",
                  [&context, options] { return Run(context, *options); });
   command->add_option("PATH", options->path, "The folder of bins, or one bin")->required();
-  command->add_option("--sensor", options->sensor, "Only default.bin and the bin of this sensor; of one bin, whose it is")
+  command
+      ->add_option("--sensor", options->sensor, "Only default.bin and the bin of this sensor; of one bin, whose it is")
       ->type_name("S");
   command->add_flag("--all", options->all, "Show every difference, and every element of lists and tables");
 }

@@ -89,37 +89,6 @@ int Set(CommandContext& context, const std::string& name, const std::string& ver
   return kDone;
 }
 
-Lines SplitLines(const std::string& text) {
-  Lines lines;
-  size_t begin = 0;
-  for (size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', begin)) {
-    lines.push_back(text.substr(begin, end - begin));
-    begin = end + 1;
-  }
-  if (begin < text.size()) lines.push_back(text.substr(begin));
-  return lines;
-}
-
-/// The #define block without its numbers, which follow the order of the file system, in an order of its own.
-Lines Unnumbered(const Lines& lines, size_t kept) {
-  Lines pairs;
-  std::string name;
-  for (size_t i = kept; i < lines.size(); ++i) {
-    const size_t digits_end = lines[i].find_first_not_of("0123456789", std::string("#define VERSION").size());
-    const bool numbered = lines[i].rfind("#define VERSION", 0) == 0 && digits_end != std::string::npos &&
-                          digits_end > std::string("#define VERSION").size();
-    const std::string rest = numbered ? lines[i].substr(digits_end) : lines[i];
-    if (numbered && rest.rfind("_NAME ", 0) == 0) {
-      name = rest;
-    } else {
-      pairs.push_back(name + rest);
-      name.clear();
-    }
-  }
-  if (!pairs.empty()) std::sort(pairs.begin(), pairs.end() - 1);
-  return pairs;
-}
-
 /// What is needed before the header can be compared or written.
 bool CheckHeader(Project& project, const std::string& path, std::vector<VersionFile>& files, std::string& text,
                  Console& console) {
@@ -132,7 +101,7 @@ bool CheckHeader(Project& project, const std::string& path, std::vector<VersionF
     const std::string fault = ScanFault(file);
     if (fault.empty()) continue;
     console.Error(Code::kVersionMisread, "the version header would get this file wrong: " + fault, "",
-                   DisplayPath(file.path));
+                  DisplayPath(file.path));
   }
   if (!Exists(path)) {
     console.Report(Code::kNoHeader, "the project has no version header", "make it with a line that holds [3AProto]",
@@ -156,12 +125,10 @@ int Header(CommandContext& context, bool check) {
   std::vector<VersionFile> files;
   std::string found;
   if (!CheckHeader(*project, path, files, found, console)) return kFailed;
-  Lines versions;
-  for (const VersionFile& file : files) versions.insert(versions.end(), {file.name, file.version});
-  const std::string wanted = ZO_TUNING::internal::NewHeader(found, versions);
+  const std::string wanted = HeaderText(found, files);
   const size_t kept = SplitLines(ZO_TUNING::internal::KeptHeader(found)).size();
   const Lines found_lines = SplitLines(found), wanted_lines = SplitLines(wanted);
-  const bool current = Unnumbered(found_lines, kept) == Unnumbered(wanted_lines, kept);
+  const bool current = HeaderIsCurrent(found, files);
   console.result() = {{"file", shown}, {"versions", files.size()}, {"current", current}};
   if (check) {
     if (current) {

@@ -143,16 +143,17 @@ int Run(CommandContext& context, const Options& options) {
     const std::string name = project->ModuleName(wanted);
     const bool exact = !candidates.empty() && std::string_view(candidates[0].kind) == "exact";
     const std::string levels = LevelText(*project, wanted);
-    console.Print(Printable(name + ": " + (exact ? levels : "no setting " + (levels == kNoLevel ? levels : "for " + levels))) + "\n");
+    console.Print(
+        Printable(name + ": " + (exact ? levels : "no setting " + (levels == kNoLevel ? levels : "for " + levels))) +
+        "\n");
     std::vector<std::vector<std::string>> rows;
     Json json_candidates = Json::array();
     for (const Candidate& candidate : candidates) {
       const bool is_default = std::string_view(candidate.kind) == "default";
       const std::string shown = DisplayPath(candidate.setting.path);
       std::vector<std::string> row = {std::string("  ") + candidate.kind, shown};
-      Json json = {{"kind", candidate.kind},
-                   {"path", shown},
-                   {"labels", LabelJson(*project, candidate.setting.values)}};
+      Json json = {
+          {"kind", candidate.kind}, {"path", shown}, {"labels", LabelJson(*project, candidate.setting.values)}};
       if (!is_default) json["levels_in_common"] = candidate.common;
       if (!options.value.empty()) {
         const std::optional<std::string> value = ValueAt(candidate.setting, *path, console);

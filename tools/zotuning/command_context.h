@@ -42,6 +42,7 @@ inline CLI::Validator NotEmpty() {
 }
 
 void AddInit(CLI::App& app, CommandContext& context);
+void AddCheck(CLI::App& app, CommandContext& context);
 void AddTemplate(CLI::App& app, CommandContext& context);
 void AddNew(CLI::App& app, CommandContext& context);
 void AddPack(CLI::App& app, CommandContext& context);

@@ -86,8 +86,7 @@ void AddList(const Difference& difference, Json& json) {
 Json DifferenceJson(const Difference& difference) {
   static constexpr const char* kNames[] = {"changed", "added", "removed", "list", "bytes"};
   const bool table = difference.list != nullptr && difference.list->is_table;
-  Json json = {{"path", difference.path},
-               {"kind", table ? "table" : kNames[static_cast<size_t>(difference.kind)]}};
+  Json json = {{"path", difference.path}, {"kind", table ? "table" : kNames[static_cast<size_t>(difference.kind)]}};
   if (!difference.left_path.empty()) json["left_path"] = difference.left_path;
   if (difference.kind == DifferenceKind::kList) {
     AddList(difference, json);

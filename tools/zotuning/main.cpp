@@ -116,6 +116,7 @@ int Main(int argument_count, char** arguments) {
   app.add_flag("-v,--verbose", context.verbose, "Show what protobuf itself has to say on standard error");
   app.require_subcommand(1);
   AddInit(app, context);
+  AddCheck(app, context);
   AddTemplate(app, context);
   AddNew(app, context);
   AddPack(app, context);

@@ -1,0 +1,113 @@
+// zotuning check: everything that is wrong with a project, in one run.
+
+#include <memory>
+
+#include "command_context.h"
+#include "finding_formats.h"
+#include "workspace/check_project.h"
+#include "workspace/project_settings.h"
+#include "workspace/severities.h"
+#include "workspace/suggest.h"
+
+namespace zotuning::tool {
+namespace {
+
+struct Options {
+  std::vector<std::string> paths;
+  bool strict = false;
+  bool template_rules = false;
+  std::vector<std::string> select, ignore;
+  std::string format = "text";
+  std::string explain;
+};
+
+int Explain(const std::string& name, Console& console) {
+  const CodeInfo* info = FindCode(name);
+  if (info == nullptr) {
+    std::vector<std::string> names;
+    for (const CodeInfo& each : kCodes) names.emplace_back(each.name);
+    console.Report(Code::kUsage, "no code " + Quoted(name) + DidYouMean(name, names));
+    return kMisuse;
+  }
+  const std::string severity = info->severity == Severity::kError ? "error" : "warning";
+  console.Print(std::string(info->name) + " (" + severity + "): " + info->summary + "\n\n" + info->why +
+                "\n\nExample:\n  " + info->example + "\n\nTo mend it:\n  " + info->mend + "\n");
+  console.result() = {{"code", info->name}, {"severity", severity},     {"summary", info->summary},
+                      {"why", info->why},   {"example", info->example}, {"mend", info->mend}};
+  return kDone;
+}
+
+int Run(CommandContext& context, const Options& options) {
+  Console& console = context.console;
+  if (!options.explain.empty()) return Explain(options.explain, console);
+  std::string dir = context.project_dir;
+  if (dir.empty()) dir = Project::FindNearest();
+  if (dir.empty()) {
+    console.Report(Code::kNoProject, "there is no project here: no directory from here up holds ProjConf.bin",
+                   "choose one with -C DIR, or make one with 'zotuning init'");
+    return kMisuse;
+  }
+  ProjectSettings settings;
+  if (!ReadProjectSettings(dir, settings, console)) return kMisuse;
+  CollectingSink found;
+  SeverityFilter filter(found);
+  filter.SetStrict(options.strict);
+  if (!filter.SetSeverities(settings.severities, DisplayPath(dir + "/zotuning.json")) ||
+      !filter.Select(options.select) || !filter.Ignore(options.ignore)) {
+    for (const Diagnostic& diagnostic : found.diagnostics()) console.Add(diagnostic);
+    return kMisuse;
+  }
+  CheckOptions check;
+  check.fit.template_rules = options.template_rules;
+  const bool checked = CheckProject(dir, options.paths, check, filter);
+  const std::vector<Diagnostic>& diagnostics = found.diagnostics();
+  if (options.format == "sarif") {
+    console.Print(SarifLog(diagnostics).dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+  } else if (options.format == "github") {
+    console.Print(GithubLines(diagnostics));
+  } else {
+    for (const Diagnostic& diagnostic : diagnostics) console.Add(diagnostic);
+    std::string sums = Count(filter.errors(), "error") + ", " + Count(filter.warnings(), "warning");
+    if (filter.files() > 0) sums += " in " + Count(filter.files(), "file");
+    console.Print(sums + "\n");
+  }
+  console.result() = {{"errors", filter.errors()}, {"warnings", filter.warnings()}, {"files", filter.files()}};
+  if (!checked) return kMisuse;
+  return filter.errors() == 0 ? kDone : kFailed;
+}
+
+}  // namespace
+
+void AddCheck(CLI::App& app, CommandContext& context) {
+  auto options = std::make_shared<Options>();
+  CLI::App* command = AddCommand(
+      app, context, "check", "Find everything that is wrong with the project",
+      "Reads schema, configuration, labels, versions, defaults and every setting, and writes nothing. With PATH only\n"
+      "those files, and the files below those folders. Errors are what packing refuses, or would pack into something\n"
+      "other than what the text says. The project's zotuning.json may set severities for all who work on it.\n"
+      "\n"
+      "Examples:\n"
+      "  zotuning check\n"
+      "  zotuning check main_wide --strict\n"
+      "  zotuning check --format sarif > check.sarif\n"
+      "  zotuning check --explain json-missing-field",
+      [&context, options] {
+        if (options->format == "json") {
+          context.json = true;
+          context.console.Begin("check", true);
+        }
+        return Run(context, *options);
+      });
+  command->add_option("PATH", options->paths, "Files and folders to check (default: all)");
+  command->add_flag("--strict", options->strict, "Take warnings for errors");
+  command->add_option("--select", options->select, "Only these codes")->type_name("CODE")->delimiter(',');
+  command->add_option("--ignore", options->ignore, "Not these codes")->type_name("CODE")->delimiter(',');
+  command->add_flag("--template-rules", options->template_rules, "Name rules that are still those of the template");
+  command->add_option("--format", options->format, "How faults are printed")
+      ->type_name("FORMAT")
+      ->check(CLI::IsMember({"text", "json", "sarif", "github"}));
+  command->add_option("--explain", options->explain, "What a code means, with an example and the mend")
+      ->type_name("CODE");
+}
+
+}  // namespace zotuning::tool

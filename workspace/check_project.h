@@ -1,0 +1,24 @@
+/// \file
+/// Everything that can be wrong with a project, found in one run. Reads alone; writes nothing.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "workspace/check_json.h"
+#include "workspace/diagnostic.h"
+
+namespace zotuning {
+
+struct CheckOptions {
+  FitOptions fit;
+};
+
+/// Checks the project at `dir`: schema, configuration, labels, versions and version header, defaults and the settings
+/// of every sensor. With `paths` only those files, and the files below those folders; the schema is loaded all the
+/// same, and its faults are reported where it is among them or hides theirs. Diagnostics come in the order of path and
+/// line. False when there is no project, or a path cannot be checked.
+bool CheckProject(const std::string& dir, const std::vector<std::string>& paths, const CheckOptions& options,
+                  DiagnosticSink& sink);
+
+}  // namespace zotuning

@@ -1,0 +1,152 @@
+// Tested by tests/tools/check_test.cpp.
+
+#include "workspace/check_tree.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "io/directory.h"
+#include "tree/tuning_path-inl.h"
+#include "workspace/files.h"
+#include "workspace/suggest.h"
+
+namespace zotuning {
+namespace {
+
+bool EndsWith(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+std::string Lower(std::string text) {
+  for (char& c : text) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  return text;
+}
+
+/// Whether a file name that is not read would be one of JSON but for its case, a slip, or what an editor adds.
+bool LooksLikeJson(const std::string& name) {
+  const std::string lower = Lower(name);
+  if (lower.find(".json") != std::string::npos) return true;
+  for (const char* slip : {".jsn", ".jso", ".jason", ".js0n", ".sjon", ".jsno"}) {
+    if (EndsWith(lower, slip)) return true;
+  }
+  return false;
+}
+
+bool IsLinkToFolder(const std::string& path) {
+  struct stat link;
+  return lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode) && IsDirectory(path);
+}
+
+/// Walks what packing does not read. `in_version` is below a folder that packing does not enter.
+void WalkUnread(const std::string& dir, bool in_version, bool top, DiagnosticSink& sink) {
+  std::vector<std::string> names;
+  CollectingSink ignored;  // what cannot be listed is told where the settings are
+  ListNames(dir, names, ignored);
+  for (const std::string& name : names) {
+    const std::string path = dir + "/" + name;
+    if (IsLinkToFolder(path)) {
+      if (name[0] == '.') continue;
+      // Whoever put it there takes the settings behind it for packed.
+      sink.Error(Code::kNotRead, "this is a link to a folder; packing does not follow it",
+                 "put the folder itself there", DisplayPath(path));
+    } else if (IsDirectory(path)) {
+      // The version files of the scope itself belong there.
+      if (top && name == "version") continue;
+      WalkUnread(path, in_version || name == "version", false, sink);
+    } else if (!ZO_TUNING::internal::HasSuffix(name, ".json")) {
+      if (!LooksLikeJson(name)) continue;
+      sink.Report(Code::kNotRead, "this file is not read: its name does not end in '.json'",
+                  "rename it, or remove what is left over", DisplayPath(path));
+    } else if (in_version) {
+      sink.Report(Code::kNotRead, "this file is not read: packing does not enter folders called 'version'",
+                  "move it out of there", DisplayPath(path));
+    }
+  }
+}
+
+/// Reports each folder that the labels do not know once. Whether all of them are levels.
+bool CheckFolders(const Project& project, const Setting& setting, std::set<std::string>& told, DiagnosticSink& sink) {
+  bool good = true;
+  const std::string scope_dir = project.layout().ScopeDir(setting.scope) + "/";
+  size_t begin = 0;
+  for (size_t end; (end = setting.relative.find('/', begin)) != std::string::npos; begin = end + 1) {
+    const std::string fault = project.FolderFault(setting.relative.substr(begin, end - begin));
+    if (fault.empty()) continue;
+    good = false;
+    const std::string path = scope_dir + setting.relative.substr(0, end);
+    if (told.insert(path).second) sink.Report(Code::kUnknownLabel, fault, "", DisplayPath(path));
+  }
+  return good;
+}
+
+}  // namespace
+
+void CheckPlaces(const Project& project, const std::vector<Setting>& settings, DiagnosticSink& sink) {
+  std::set<std::string> told;
+  std::map<std::vector<int>, const Setting*> seen;
+  for (const Setting& setting : settings) {
+    const std::string shown = DisplayPath(setting.path);
+    const bool levels = CheckFolders(project, setting, told, sink);
+    if (project.ModuleName(setting.values).empty()) {
+      const std::string module = ModuleOfFile(setting.relative);
+      sink.Report(Code::kUnknownModule, "no module " + Quoted(module) + DidYouMean(module, project.ValueNames(0)),
+                  "'zotuning modules' lists them", shown);
+      continue;
+    }
+    const std::string wanted = ZO_TUNING::internal::SettingPath(project.labels(), setting.values);
+    if (levels && setting.scope == kDefaultScope && setting.relative.find('/') != std::string::npos) {
+      sink.Report(
+          Code::kTreeNesting,
+          "the default of a module has no levels; this is packed as a default for " + project.LabelText(setting.values),
+          "move it to a sensor, or to " + DisplayPath(project.layout().DefaultPath(project.ModuleName(setting.values))),
+          shown);
+    } else if (levels && setting.relative != wanted) {
+      sink.Report(Code::kTreeNesting, "the folders are read as " + project.LabelText(setting.values),
+                  "the path of these labels is " + setting.scope + "/" + wanted, shown);
+    }
+    const auto [place, fresh] = seen.emplace(setting.values, &setting);
+    if (fresh) continue;
+    sink.Report(Code::kSameLabels,
+                "this setting has the labels of " + Quoted(place->second->relative) + " (" +
+                    project.LabelText(setting.values) + ")",
+                "both would be packed; remove one", shown);
+  }
+}
+
+void CheckUnread(const Project& project, const std::string& scope, DiagnosticSink& sink) {
+  WalkUnread(project.layout().ScopeDir(scope), false, true, sink);
+}
+
+void CheckSensorFolders(const Project& project, DiagnosticSink& sink) {
+  std::vector<std::string> names, unlisted;
+  ListNames(project.dir(), names, sink);
+  for (const std::string& name : names) {
+    const std::string path = project.dir() + "/" + name;
+    const bool known = std::find(project.sensors().begin(), project.sensors().end(), name) != project.sensors().end();
+    if (known || name[0] == '.' || !NameFault(name).empty() || !IsDirectory(path)) continue;
+    std::vector<FoundFile> files;
+    CollectingSink ignored;
+    ListFiles(path, ".json", files, ignored);
+    const bool settings = std::any_of(files.begin(), files.end(), [&](const FoundFile& file) {
+      return !project.ModuleName(project.LabelsOf("/" + file.relative)).empty();
+    });
+    if (!settings && !IsDirectory(path + "/version")) continue;
+    unlisted.push_back(name);
+    sink.Report(Code::kNotRead, "this folder holds settings, but it is not a sensor of the project",
+                "'zotuning sensors' lists them; 'zotuning init --force' adds one", DisplayPath(path));
+  }
+  for (const std::string& sensor : project.sensors()) {
+    if (Exists(project.layout().ScopeDir(sensor))) continue;
+    std::string hint = "make the folder, or take the sensor out of the list";
+    if (const std::string near = Nearest(sensor, unlisted); !near.empty()) {
+      hint = "there is a folder " + Quoted(near) + " that is not listed";
+    }
+    sink.Report(Code::kMissingFolder, "the folder of the sensor " + Quoted(sensor) + " is missing", hint,
+                DisplayPath(project.layout().ScopeDir(sensor)));
+  }
+}
+
+}  // namespace zotuning

@@ -1,0 +1,25 @@
+/// \file
+/// The tree of settings by its names alone: what the labels do not know, what is in the wrong place, and what packing
+/// does not read although it looks like data.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "workspace/diagnostic.h"
+#include "workspace/project.h"
+
+namespace zotuning {
+
+/// Reports what is wrong with the places of the settings of one scope: unknown files and folders (one message per
+/// folder), folders in another order than that of the labels, and settings with equal labels.
+void CheckPlaces(const Project& project, const std::vector<Setting>& settings, DiagnosticSink& sink);
+
+/// Reports what looks like data below the folder of a scope, and is not packed: links to folders, other suffixes,
+/// settings below a folder "version".
+void CheckUnread(const Project& project, const std::string& scope, DiagnosticSink& sink);
+
+/// Reports listed sensors without a folder, and folders that look like one of a sensor that is not listed.
+void CheckSensorFolders(const Project& project, DiagnosticSink& sink);
+
+}  // namespace zotuning

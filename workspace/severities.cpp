@@ -1,0 +1,64 @@
+// Tested by tests/tools/check_test.cpp.
+
+#include "workspace/severities.h"
+
+#include <utility>
+
+#include "workspace/suggest.h"
+
+namespace zotuning {
+namespace {
+
+const CodeInfo* RequireCode(const std::string& name, const std::string& file, DiagnosticSink& sink) {
+  if (const CodeInfo* info = FindCode(name)) return info;
+  std::vector<std::string> names;
+  for (const CodeInfo& info : kCodes) names.emplace_back(info.name);
+  sink.Report(Code::kUsage, "no code " + Quoted(name) + DidYouMean(name, names), "docs/diagnostics.md lists them",
+              file);
+  return nullptr;
+}
+
+}  // namespace
+
+bool SeverityFilter::SetSeverities(const std::map<std::string, std::string>& severities, const std::string& file) {
+  bool good = true;
+  for (const auto& [name, severity] : severities) {
+    const CodeInfo* info = RequireCode(name, file, sink_);
+    if (info == nullptr) {
+      good = false;
+    } else if (severity == "off") {
+      off_.insert(info->code);
+    } else {
+      severities_[info->code] = severity == "error" ? Severity::kError : Severity::kWarning;
+    }
+  }
+  return good;
+}
+
+bool SeverityFilter::AddCodes(const std::vector<std::string>& names, std::set<Code>& codes) {
+  bool good = true;
+  for (const std::string& name : names) {
+    const CodeInfo* info = RequireCode(name, "", sink_);
+    good &= info != nullptr;
+    if (info != nullptr) codes.insert(info->code);
+  }
+  return good;
+}
+
+void SeverityFilter::Add(Diagnostic diagnostic) {
+  const Code code = diagnostic.code;
+  if (ignored_.count(code) != 0 || off_.count(code) != 0) return;
+  if (!selected_.empty() && selected_.count(code) == 0) return;
+  if (const auto set = severities_.find(code); set != severities_.end()) diagnostic.severity = set->second;
+  if (allows(code) && diagnostic.severity == Severity::kError) {
+    diagnostic.severity = Severity::kWarning;
+    diagnostic.message += " (allowed)";
+  } else if (strict_) {
+    diagnostic.severity = Severity::kError;
+  }
+  ++(diagnostic.severity == Severity::kError ? errors_ : warnings_);
+  if (!diagnostic.file.empty()) files_.insert(diagnostic.file);
+  sink_.Add(std::move(diagnostic));
+}
+
+}  // namespace zotuning

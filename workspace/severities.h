@@ -1,0 +1,51 @@
+/// \file
+/// What becomes of diagnostics on their way to the user: which are wanted, and how severe they are.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "workspace/diagnostic.h"
+
+namespace zotuning {
+
+/// Passes diagnostics on as people have asked for.
+class SeverityFilter : public DiagnosticSink {
+ public:
+  explicit SeverityFilter(DiagnosticSink& sink) : sink_(sink) {}
+
+  /// Names of codes and "error", "warning" or "off". False after an error at a code that is unknown; `file` is where
+  /// they stand.
+  bool SetSeverities(const std::map<std::string, std::string>& severities, const std::string& file);
+  /// Only these codes; none of these. False after an error at one that is unknown.
+  bool Select(const std::vector<std::string>& names) { return AddCodes(names, selected_); }
+  bool Ignore(const std::vector<std::string>& names) { return AddCodes(names, ignored_); }
+  /// These are warnings, said to be allowed. False after an error at one that is unknown.
+  bool Allow(const std::vector<std::string>& names) { return AddCodes(names, allowed_); }
+  /// Warnings are errors.
+  void SetStrict(bool strict) { strict_ = strict; }
+
+  void Add(Diagnostic diagnostic) override;
+
+  bool allows(Code code) const { return allowed_.count(code) != 0; }
+  size_t errors() const { return errors_; }
+  size_t warnings() const { return warnings_; }
+  /// With at least one diagnostic.
+  size_t files() const { return files_.size(); }
+
+ private:
+  bool AddCodes(const std::vector<std::string>& names, std::set<Code>& codes);
+
+  DiagnosticSink& sink_;
+  std::set<Code> selected_, ignored_, allowed_;
+  std::map<Code, Severity> severities_;
+  std::set<Code> off_;
+  bool strict_ = false;
+  size_t errors_ = 0;
+  size_t warnings_ = 0;
+  std::set<std::string> files_;
+};
+
+}  // namespace zotuning
