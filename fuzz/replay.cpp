@@ -1,6 +1,7 @@
 // A fuzz target without the fuzzer: runs it on its seeds, on its finds, and on damage to those that have at most
-// ZOTUNING_DAMAGE_LIMIT bytes: each is cut at every byte, and every byte of it is set to 0x00, to 0xFF and to one more
-// than it was. Damage may take little more memory than the inputs themselves.
+// ZOTUNING_DAMAGE_LIMIT bytes, or as many as the variable DAMAGE_LIMIT says: each is cut at every byte, and every byte
+// of it is set to 0x00, to 0xFF and to one more than it was. Damage may take little more memory than the inputs
+// themselves.
 
 #include <sys/resource.h>
 #include <unistd.h>
@@ -60,6 +61,9 @@ size_t RunDamaged(const std::string& seed) {
 int main(int, char** arguments) {
   int argument_count = 1;
   LLVMFuzzerInitialize(&argument_count, &arguments);
+  const char* const given = std::getenv("DAMAGE_LIMIT");
+  const size_t limit = given == nullptr ? ZOTUNING_DAMAGE_LIMIT : std::strtoul(given, nullptr, 10);
+
   const std::string seeds = zofuzz::ScratchDir() + "/seeds";
   zotest::MakeDirs(seeds);
   zofuzz::Seeds(seeds);
@@ -70,11 +74,11 @@ int main(int, char** arguments) {
   }
   for (const std::string& input : inputs) {
     Run(input);
-    if (input.size() <= ZOTUNING_DAMAGE_LIMIT) small.push_back(input);
+    if (input.size() <= limit) small.push_back(input);
   }
-  if (inputs.empty() || small.empty() != (ZOTUNING_DAMAGE_LIMIT == 0)) zofuzz::Fail("there are no seeds");
+  if (inputs.empty() || small.empty() != (limit == 0)) zofuzz::Fail("there are no seeds");
   BoundMemory();
   size_t damages = 0;
   for (const std::string& seed : small) damages += RunDamaged(seed);
-  std::printf("%zu inputs; %zu of them damaged in %zu ways\n", inputs.size(), small.size(), damages);
+  std::printf("%zu inputs, %zu of them damaged in %zu ways\n", inputs.size(), small.size(), damages);
 }
