@@ -7,12 +7,12 @@
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/files.h"
 #include "transcode/differential.h"
+#include "transcode/fallback_cases.h"
 #include "transcode/random_json.h"
 
 namespace {
@@ -124,27 +124,12 @@ constexpr char kFields[] = R"(
   Kind e = 10; Leaf sub = 11; repeated float rf = 12; repeated Leaf rsub = 13; int32 two_words = 14; repeated string rs = 15;
   optional float of = 16; repeated Kind re = 19; repeated int64 rl = 30 [packed = false]; optional string os = 31;
   google.protobuf.NullValue n = 32; repeated google.protobuf.NullValue rn = 33;)";
-/// "<0a>" stands for a byte in hexadecimal.
-std::string WithBytes(const std::string& line) {
-  std::string text;
-  for (size_t i = 0; i < line.size(); ++i) {
-    const bool byte = line[i] == '<' && line.find('>', i) == i + 3;
-    text += byte ? static_cast<char>(std::stoi(line.substr(i + 1, 2), nullptr, 16)) : line[i];
-    if (byte) i += 3;
-  }
-  return text;
-}
-
 TEST_F(DifferentialTest, FallbackCases) {
   const TextSchema schema(std::string(kHead) + "message Odd {" + kFields + "}");
   ASSERT_EQ(schema.errors(), "");
   BothPaths paths(schema.Type("Odd"));
-  std::istringstream lines(zotest::Read(ZOTUNING_SOURCE_DIR "/tests/transcode/fallback_cases.txt"));
-  for (std::string line; std::getline(lines, line);) {
-    if (line[0] == '#') continue;
-    const bool fast = line.compare(0, 5, "fast ") == 0;
-    const std::string text = WithBytes(line.substr(fast ? 5 : 0));
-    EXPECT_TRUE(Compare(paths, text) || !fast) << line;
+  for (const auto& [text, fast] : zotest::FallbackCases()) {
+    EXPECT_TRUE(Compare(paths, text) || !fast) << text;
     // In the places where the transcoder is in a different state: after other fields, and far from the text's end.
     if (text.size() > 2 && text[0] == '{') {
       Compare(paths, "{\"two_words\": 3, \"rsub\": [{\"value\": 1.5}], " + text.substr(1));
