@@ -1,4 +1,4 @@
-// Runs one operation of the library without its log, for scripts/check-scale:
+// Runs one operation of the library without its log, for scripts/dev check scale:
 //   run_operation [--stack KILOBYTES] OPERATION ARGUMENT...
 // With --stack it runs on a thread with a stack of that size. Exits with 0 when the operation says true, else with 1.
 

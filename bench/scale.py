@@ -1,4 +1,4 @@
-"""Projects of extreme sizes: what an operation costs at one size and at a larger one. scripts/check-scale runs it.
+"""Projects of extreme sizes: what an operation costs at one size and at a larger one. scripts/dev check scale runs it.
 
 Each operation runs in a process of its own, best of a few runs by processor time; its descriptors are counted while it
 runs. Fails when the time grows more than twice as fast as the size, when memory grows with the number of files, or when

@@ -1,4 +1,4 @@
-# Toolchain: Debian's cross compiler for 64-bit Arm, with the libraries of a folder that scripts/test-arm64 fills from
+# Toolchain: Debian's cross compiler for 64-bit Arm, with the libraries of a folder that scripts/checks/arm64 fills from
 # Debian's packages; programs of the build run under qemu.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)

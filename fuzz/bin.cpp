@@ -37,7 +37,7 @@ class Target {
     const Reading reading = format_.Read(bytes);
     CheckDump(reading);
     CheckVersions(reading);
-    if (bytes.size() % 8 == 0) CheckVersionDump(reading);
+    if (zofuzz::Way(bytes, 8) == 0) CheckVersionDump(reading);
     if (reading.fault < 0) CheckRewritten(reading, bytes);
   }
 
@@ -77,10 +77,10 @@ class Target {
     Require(writer.Open(bin_), "the bin can be written");
     writer.WriteVersions(versions);
     std::string expected(bytes.substr(0, sizeof(int32_t)));
-    for (const Message* version : versions) expected += zofuzz::Item(version->SerializeAsString());
+    for (const Message* version : versions) expected += zotest::Item(version->SerializeAsString());
     for (const MessagePtr& message : reading.messages) {
       writer.WriteMessage(*message);
-      expected += zofuzz::Item(message->SerializeAsString());
+      expected += zotest::Item(message->SerializeAsString());
     }
     Require(writer.Close(), "the bin is written");
     Require(zofuzz::Read(bin_) == expected, "a bin holds its messages");

@@ -9,16 +9,12 @@
 #include <utility>
 #include <vector>
 
+#include "support/wire.h"
 #include "transcode/random_json.h"
 
 extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t max_size);
 
 namespace zofuzz {
-
-inline std::string Int32Bytes(int32_t value) {
-  return std::string(reinterpret_cast<const char*>(&value), sizeof(value));
-}
-inline std::string Item(const std::string& bytes) { return Int32Bytes(static_cast<int32_t>(bytes.size())) + bytes; }
 
 /// Takes the number that `bytes` begins with. False when it is too short.
 inline bool TakeInt32(std::string_view& bytes, int32_t* value) {
@@ -55,7 +51,8 @@ struct Pieces {
   /// With `odd_length` in place of the length of the item `odd`.
   std::string Join(size_t odd = SIZE_MAX, int32_t odd_length = 0) const {
     std::string bytes = count;
-    for (size_t i = 0; i < items.size(); ++i) bytes += i == odd ? Int32Bytes(odd_length) + items[i] : Item(items[i]);
+    for (size_t i = 0; i < items.size(); ++i)
+      bytes += i == odd ? zotest::I32(odd_length) + items[i] : zotest::Item(items[i]);
     return bytes + tail;
   }
 
@@ -86,7 +83,7 @@ inline size_t MutateItems(uint8_t* data, size_t size, size_t max_size, unsigned 
       std::swap(item, items[other]);
       break;
     case 3:
-      if (has_count) pieces.count = Int32Bytes(static_cast<int32_t>(random.Below(items.size() + 2)) - 1);
+      if (has_count) pieces.count = zotest::I32(static_cast<int32_t>(random.Below(items.size() + 2)) - 1);
       break;
     case 4: {
       const int32_t length = static_cast<int32_t>(item.size());

@@ -34,7 +34,7 @@ class Target {
     CheckRead(expected);
 
     // Loads the schema again, which takes most of the time; a part of the runs will do.
-    if (bytes.size() % 4 == 0) CheckProject(expected);
+    if (zofuzz::Way(bytes, 4) == 0) CheckProject(expected);
     if (expected.ok) CheckRewritten(expected);
   }
 
@@ -86,7 +86,7 @@ class Target {
     Require(ZoTuningUtils::InitProjConfigMsg(message.get(), type_, config.name.c_str(), config.sensors),
             "it can be made");
     ZO_TUNING::MSG_TO_BIN(message.get(), path_.c_str());
-    Require(zofuzz::Read(path_) == zofuzz::Item(message->SerializeAsString()),
+    Require(zofuzz::Read(path_) == zotest::Item(message->SerializeAsString()),
             "a configuration is written as one record");
     CheckRead(config);
   }
@@ -107,7 +107,7 @@ void zofuzz::Run(const uint8_t* data, size_t size) {
 void zofuzz::Seeds(const std::string& dir) {
   const std::string example = Read(MakeExampleProject() + "/ProjConf.bin");
   Write(dir + "/example", example);
-  Write(dir + "/twice", example + Item("") + example);
+  Write(dir + "/twice", example + zotest::Item("") + example);
   Write(dir + "/cut", example.substr(0, example.size() - 1));
 }
 

@@ -11,10 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <set>
-#include <sstream>
 #include <streambuf>
 
 #include "ZoTuningUtils.h"
@@ -84,7 +82,7 @@ class ReducedSchema {
       }
       const auto* built = pool.BuildFile(reduced);
       if (built == nullptr) zofuzz::Fail("cannot reduce " + file->name());
-      zofuzz::Write(dir + "/" + file->name(), built->DebugString());
+      zotest::Write(dir + "/" + file->name(), built->DebugString());
     }
   }
 
@@ -133,20 +131,6 @@ const std::string& ScratchDir() {
     return new std::string(name);
   }();
   return *dir;
-}
-
-void Write(const std::string& path, std::string_view bytes) {
-  std::ofstream file(path, std::ios::binary);
-  file << bytes;
-  if (!file.flush()) Fail("cannot write " + path);
-}
-
-std::string Read(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) Fail("cannot read " + path);
-  std::ostringstream bytes;
-  bytes << file.rdbuf();
-  return bytes.str();
 }
 
 std::string MakeExampleProject(std::vector<std::string> types) {

@@ -3,12 +3,18 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "support/files.h"
+
 namespace zofuzz {
+
+using zotest::Read;
+using zotest::Write;
 
 /// Ends the process with a find.
 [[noreturn]] void Fail(const std::string& message);
@@ -17,14 +23,14 @@ inline void Require(bool holds, const char* promise) {
   if (!holds) Fail(std::string("broken promise: ") + promise);
 }
 
+/// Which of `count` ways an input goes, where each run takes one of them.
+inline size_t Way(std::string_view bytes, size_t count) { return std::hash<std::string_view>()(bytes) % count; }
+
 /// `bytes` as C would spell them.
 std::string Escaped(std::string_view bytes);
 
 /// A directory of this process below TMPDIR, which goes when the process ends in good order.
 const std::string& ScratchDir();
-
-void Write(const std::string& path, std::string_view bytes);
-std::string Read(const std::string& path);
 
 /// Makes ScratchDir()/project, the example project with its configuration, and returns its path. With `types` its
 /// schema holds these and those of every project alone, so that it loads faster.

@@ -193,6 +193,9 @@ void zofuzz::Seeds(const std::string& dir) {
     }
   }
   Write(dir + "/all", all + header);
+  const std::string one = "//// file\n{\"name\":\"A\",\"version\":\"1\"}\n//// set\nA=2\n//// header\n";
+  Write(dir + "/marker", one + "// x\r\n// [3AProto] y\r\n#define OLD\n// [3AProto]\n");
+  Write(dir + "/no-marker", one + "\t// [3aproto]\n\nend");
   const std::string longest(1023, 'v');
   Write(dir + "/long", "//// file\n{\"name\":\"" + longest + "w\",\"version\":\"" + longest + "\"}\n" + header);
 }

@@ -36,7 +36,7 @@ function finish(   name) {
 BEGIN {
   print "# The public interface"
   print ""
-  print "<!-- Written from src/ZoTuningUtils.h by scripts/check-docs --update. -->"
+  print "<!-- Written from src/ZoTuningUtils.h by scripts/dev check docs --update. -->"
   print ""
 }
 

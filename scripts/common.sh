@@ -1,5 +1,9 @@
-# Sourced by the other scripts: the root of the repository, and a way to run a command that is silent while all is well.
+# Sourced by the other scripts: the root of the repository, a way to run a command that is silent while all is well, and
+# the build.
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+# Builds of other clones of this repository fill the same compiler cache.
+export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
 
 # Runs a command with its output kept in a log, and prints the log only when the command fails.
 quietly() { # LOG COMMAND [ARGUMENT...]
@@ -13,4 +17,20 @@ quietly() { # LOG COMMAND [ARGUMENT...]
     echo "whole log: $log" >&2
   fi
   return "$status"
+}
+
+# Builds a preset into out/PRESET, after installing what is missing; without a TARGET everything.
+build() { # PRESET [TARGET...]
+  local preset=$1 begin targets=()
+  shift
+  [ $# -eq 0 ] || targets=(--target "$@")
+  "$root/scripts/setup"
+  echo "build: $preset${1:+ ($*)}"
+  begin=$SECONDS
+  (
+    cd "$root" &&
+      quietly "out/$preset/configure.log" cmake --preset "$preset" &&
+      quietly "out/$preset/build.log" cmake --build --preset "$preset" "${targets[@]}"
+  ) || return
+  echo "build: out/$preset is up to date, $((SECONDS - begin)) s"
 }

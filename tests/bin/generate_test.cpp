@@ -65,32 +65,6 @@ TEST_F(GenerateTest, PacksEveryScopeByteForByte) {
   EXPECT_EQ(Tree(project_.out), (Strings{"zo_tuning/", "zo_tuning/default.bin"}));
 }
 
-TEST_F(GenerateTest, IsTrueOnlyWhenEveryByteReachedTheFile) {
-  AddAFewSettings();
-  project_.Add("tele", {{"mode_7/AWGain.json", GainJson("7"), {kAWGain, 7}, GainBytes(7)}});
-  const std::string small = project_.Bin("default");
-  const std::string large = project_.Bin("tele");
-  ASSERT_LT(small.size(), large.size());
-  for (const size_t limit :
-       {size_t{0}, size_t{3}, size_t{4}, small.size() - 1, small.size(), large.size() - 1, large.size()}) {
-    Forget();
-    ASSERT_TRUE(InChild([&] {
-      LimitFileSize(limit);
-      const bool whole = limit >= large.size();
-      EXPECT_EQ(Generate(), whole) << limit;
-      const std::string scope = limit < small.size() ? "default" : "tele";
-      if (!whole) {
-        EXPECT_ERRORS(AllOf(StartsWith("6 GenerateProjTuningBins: "), HasSubstr(BinPath(scope)),
-                            HasSubstr(std::strerror(EFBIG))));
-      }
-      const std::string bytes = Read(BinPath(scope));
-      EXPECT_EQ(bytes, (scope == "default" ? small : large).substr(0, bytes.size()));
-      EXPECT_EQ(bytes.size(), whole ? large.size() : limit);
-      EXPECT_EQ(Exists(BinPath("tele")), scope == "tele");
-    })) << "limits cannot be set";
-  }
-}
-
 TEST_F(GenerateTest, AFullDiskIsAFailure) {
   std::string list;
   for (int i = 0; i < 20000; ++i) list += "1,";
@@ -128,6 +102,41 @@ class GenerateSpecificTest : public GenerateTest {
   }
 };
 
+TEST_F(GenerateSpecificTest, EitherIsTrueOnlyWhenEveryByteReachedTheFile) {
+  // Larger than the buffer of a stream, so that writing can fail before the file is closed.
+  const auto noise = [](size_t count) {
+    std::string list = "1";
+    for (size_t i = 1; i < count; ++i) list += ",1";
+    return Setting{
+        "Noise.json", "{\"profile\": {\"value\": [" + list + "]}}", {kNoise}, Len(1, Len(1, std::string(count, '\1')))};
+  };
+  project_.Add("default", {noise(300'000)});
+  project_.Add("tele", {noise(600'000)});
+  const std::string small = project_.Bin("default"), large = project_.Bin("tele");
+  for (const size_t limit : {size_t{0}, size_t{4}, small.size() - 1, small.size(), large.size() - 1, large.size()}) {
+    for (const bool only_one : {false, true}) {
+      Forget();
+      ASSERT_TRUE(InChild([&] {
+        LimitFileSize(limit);
+        const bool whole = limit >= large.size();
+        const std::string scope = limit < small.size() ? "default" : "tele";
+        std::string output;
+        EXPECT_EQ(only_one ? Run("0\n", &output) : Generate(), whole) << limit;
+        const Strings lines = TakeLog(6);
+        if (!whole) {
+          ASSERT_FALSE(lines.empty());
+          EXPECT_THAT(lines.back(), AllOf(StartsWith("6 " + (only_one ? kOne : kAll) + ": "), HasSubstr(BinPath(scope)),
+                                          HasSubstr(std::strerror(EFBIG))));
+        }
+        const std::string bytes = Read(BinPath(scope));
+        EXPECT_TRUE(bytes == (scope == "default" ? small : large).substr(0, bytes.size()));
+        EXPECT_EQ(bytes.size(), whole ? large.size() : limit);
+        EXPECT_EQ(Exists(BinPath("tele")), scope == "tele");
+      })) << "limits cannot be set";
+    }
+  }
+}
+
 TEST_F(GenerateSpecificTest, PacksDefaultAndTheSensorChosen) {
   MakeDirs(dir_ + "/wide%s/version");
   Write(dir_ + "/ProjConf.bin", Item(ConfigBytes("proj", {"missing", "tele", "gone", "wide%s"})));
@@ -163,123 +172,122 @@ TEST_F(GenerateSpecificTest, PacksDefaultAndTheSensorChosen) {
 
 // ---- Failures, which either operation words in its own way ----
 
-TEST_F(GenerateSpecificTest, EndsAtTheFirstFailureAndKeepsWhatWasWritten) {
-  using Step = std::function<void()>;
-  const std::string none = I32(0);
-  const std::string gain = none + Item(LabelBytes({kAWGain}));
-  const std::string ghost = none + Item(LabelBytes({kGhost}));
-  const std::string defaults = dir_ + "/default";
-  const std::string folder = project_.out + "/zo_tuning";
-  // The fault is put into a project that holds no settings. `lines` come ahead of the operation's own, which is none
-  // when empty; "-" where it is no fault. `scope` is the bin that was begun last, with these bytes.
-  const auto check = [&](const Step& put_fault, const Strings& lines, const std::string& all, const std::string& one,
-                         const std::string& scope = "", const std::string& bytes = "",
-                         const std::string& printed = "") {
+/// A fault in a project that holds no settings, and what comes of it.
+struct Fault {
+  std::function<void()> put;
+  std::string told;                    // the functions that report it before the operation does
+  std::string all, one;                // the line of either operation; empty for none, "-" where it is no fault
+  std::string scope = "", bytes = "";  // the bin that was begun last, and what it holds
+  std::string printed = "";
+};
+
+class GenerateFaultTest : public GenerateSpecificTest {
+ protected:
+  void Expect(const Fault& fault) {
     for (const bool only_one : {false, true}) {
-      const std::string& own = only_one ? one : all;
+      const std::string& own = only_one ? fault.one : fault.all;
       if (own == "-") continue;
-      SCOPED_TRACE((only_one ? "one sensor: " : "all: ") + own);
+      SCOPED_TRACE((only_one ? "one sensor: " : "all: ") + own + fault.told);
       for (const std::string& dir : {dir_, project_.out}) std::filesystem::remove_all(dir);
       const Project fresh;
       std::filesystem::rename(fresh.dir, dir_);
       MakeDirs(project_.out);
-      put_fault();
+      fault.put();
       ASSERT_TRUE(InChild([&] {
-        std::string output;
+        std::string output, told, line;
         const std::string errors = StderrOf([&] { EXPECT_FALSE(only_one ? Run("0\n", &output) : Generate()); });
-        EXPECT_THAT(errors, StartsWith(printed));
-        Strings wanted = lines, found;
-        if (!own.empty()) wanted.push_back(E(only_one ? kOne : kAll, own));
-        for (const std::string& line : TakeLog(6)) {
-          // These stand at error priority, but are no faults.
-          if (line.find("Getcha") == line.npos && line.find("from default folder") == line.npos) found.push_back(line);
+        EXPECT_THAT(errors, StartsWith(fault.printed));
+        for (const std::string& error : TakeLog(6)) {
+          const std::string function = error.substr(2, error.find(':') - 2);
+          // These are of error priority, but are no faults.
+          if (error.find("Getcha") != error.npos || error.find("from default folder") != error.npos) continue;
+          if (function != (only_one ? kOne : kAll))
+            told += (told.empty() ? "" : " ") + function;
+          else
+            line += error;
         }
-        EXPECT_EQ(found, wanted);
+        EXPECT_EQ(told, fault.told);
+        EXPECT_EQ(line, own.empty() ? "" : E(only_one ? kOne : kAll, own));
       }));
       for (const std::string bin : {"default", "tele"}) {
-        ASSERT_EQ(Exists(BinPath(bin)), bin == scope || scope == "tele") << bin;
+        ASSERT_EQ(Exists(BinPath(bin)), bin == fault.scope || fault.scope == "tele") << bin;
         if (Exists(BinPath(bin))) {
-          EXPECT_EQ(Read(BinPath(bin)), bin == scope ? bytes : none) << bin;
+          EXPECT_EQ(Read(BinPath(bin)), bin == fault.scope ? fault.bytes : none_) << bin;
         }
       }
     }
-  };
-  const auto drop = [](const std::string& path) { return [=] { std::filesystem::remove_all(path); }; };
-  const auto put = [&](const std::string& path, const std::string& text) { return [=] { Write(dir_ + path, text); }; };
-  const auto retype = [&](const std::string& from, const std::string& to, const std::string& json = "") {
+  }
+
+  std::function<void()> Drop(const std::string& path) const {
+    return [=] { std::filesystem::remove_all(path); };
+  }
+  std::function<void()> Put(const std::string& path, const std::string& text) const {
+    return [=] { Write(dir_ + path, text); };
+  }
+  /// Changes the schema, and adds a setting that does not matter.
+  std::function<void()> Retype(const std::string& from, const std::string& to, const std::string& json = "/a") {
     return [=] {
       Rewrite(dir_ + "/proto/project.proto", from, to);
-      if (!json.empty()) Write(dir_ + json, "{}");
+      Write(dir_ + json, "{}");
     };
-  };
-  const auto unlisted = [](const std::string& dir) { return E("FindAllJsonFiles", "Open directory failed: " + dir); };
-  const auto unparsed = [](const std::string& text) {
-    return E("JSON_STR_TO_MSG", "Fail to parse json string " + text);
-  };
-  const auto versions = [](const std::string& text) { return E("GetVersionMsgs", text); };
-
-  const Step folder_exists = [&] { MakeDirs(folder); };
-  check(folder_exists, {}, "Bin folder has been existed, please remove. " + folder,
-        "[Quokka] Output folder is existed: " + folder + ", please remove them!\n");
-  check(retype("TuningDataLabel", "Other"),
-        {NoType("ZO_TUNING.TuningDataLabel"), E("GetProjectConfig", "Get tuning label descriptor failed"),
-         NoType("ZO_TUNING.TuningDataLabel")},
-        "Get tuning label descriptor failed", "[Quokka] Tuning Data desc pointer is NULL");
-  check(retype("message Version", "message Other"), {NoType("ZO_TUNING.Version")},
-        "Get tuning version descriptor failed", "Get tuning version descriptor failed");
-  for (const std::string& scope : {dir_ + "/proto", dir_ + "/tele"}) {
-    check(drop(scope + "/version"),
-          {unlisted(scope + "/version"), versions("Find json files failed from root: " + scope + "/version")}, "", "");
   }
-  check(put("/tele/version/a.json", "{"),
-        {unparsed("{"), versions("Failed in json str -> msg. for verion json file " + dir_ + "/tele/version/a.json")},
-        "", "");
-  check(drop(defaults), {}, "Missing default tuning data dir. " + defaults,
-        "[Quokka] The folder " + defaults + " path is not existed\n");
-  const Step default_is_a_file = [&] {
-    drop(defaults)();
-    Write(defaults, "");
-  };
-  check(default_is_a_file, {unlisted(defaults)}, "Find json files failed from root: " + defaults,
-        "[Quokka] find the json file from " + defaults + " failed", "default", none);
-  check(drop(project_.out), {}, "Cannot open output bin file; " + BinPath("default"),
-        "[Quokka] Open the output default bin file (" + BinPath("default") + ") failed\n");
-  const Step sensor_is_below_another = [&] {
+
+  const std::string none_ = I32(0), default_ = dir_ + "/default", folder_ = project_.out + "/zo_tuning";
+};
+
+TEST_F(GenerateFaultTest, InWhatTheProjectHolds) {
+  Expect({[&] { MakeDirs(folder_); }, "", "Bin folder has been existed, please remove. " + folder_,
+          "[Quokka] Output folder is existed: " + folder_ + ", please remove them!\n"});
+  Expect({Retype("TuningDataLabel", "Other"), "GetDescByClassName GetProjectConfig GetDescByClassName",
+          "Get tuning label descriptor failed", "[Quokka] Tuning Data desc pointer is NULL"});
+  Expect({Retype("message Version", "message Other"), "GetDescByClassName", "Get tuning version descriptor failed",
+          "Get tuning version descriptor failed"});
+  for (const std::string scope : {"/proto", "/tele"})
+    Expect({Drop(dir_ + scope + "/version"), "FindAllJsonFiles GetVersionMsgs", "", ""});
+  Expect({Put("/tele/version/a.json", "{"), "JSON_STR_TO_MSG GetVersionMsgs", "", ""});
+  Expect({Drop(default_), "", "Missing default tuning data dir. " + default_,
+          "[Quokka] The folder " + default_ + " path is not existed\n"});
+  Expect({[&] { Drop(default_)(), Write(default_, ""); }, "FindAllJsonFiles",
+          "Find json files failed from root: " + default_, "[Quokka] find the json file from " + default_ + " failed",
+          "default", none_});
+  Expect({Drop(project_.out), "", "Cannot open output bin file; " + BinPath("default"),
+          "[Quokka] Open the output default bin file (" + BinPath("default") + ") failed\n"});
+  const auto sensor_is_below_another = [&] {
     Write(dir_ + "/ProjConf.bin", Item(ConfigBytes("p", {"tele/version"})));
     MakeDirs(dir_ + "/tele/version/version");
   };
-  check(sensor_is_below_another, {}, "Cannot open output bin file; " + BinPath("tele/version"),
-        "[Quokka] Failed to open the tuning bin file", "default", none);
+  Expect({sensor_is_below_another, "", "Cannot open output bin file; " + BinPath("tele/version"),
+          "[Quokka] Failed to open the tuning bin file", "default", none_});
+}
 
-  const Strings bad_label = {E("GetProjectTuningLabelsMap", "Invalid tuning data label type: 9"),
-                             E("GetProjectConfig", "Generate tuning label map failed"),
-                             E("InitTuningLabelMsg", "Unexpected field type in tuning label: 9")};
-  check(retype("int32 mode", "string mode", "/default/AWGain.json"), bad_label, "Failed in tuning label initialization",
-        "[Quokka] Using Reflection to write the config index to tuning data lable desc failed\n", "default", none);
-  check(retype("int32 mode", "string mode", "/tele/AWGain.json"), bad_label, "Failed in tuning label initialization",
-        "[Quokka] Error to write the config to tuning data lable msg", "tele", none);
-  check(put("/default/Ghost.json", ""), {NoType("ZO_TUNING.Ghost")}, "Get module descriptor failed: Ghost",
-        "[Quokka] The module name Ghost cannot be found", "default", ghost);
-  check(put("/tele/Ghost.json", ""), {NoType("ZO_TUNING.Ghost")}, "Get module descriptor failed: Ghost",
-        "[Quokka] Error to find desc from class name: Ghost", "tele", ghost);
-  check(put("/default/Other.json", ""), {UnknownModule("Other"), NoType("ZO_TUNING.")},
-        "Get module descriptor failed: ", "[Quokka] The module name  cannot be found", "default",
-        none + Item(LabelBytes({})));
+TEST_F(GenerateFaultTest, InASetting) {
+  const std::string gain = none_ + Item(LabelBytes({kAWGain})), ghost = none_ + Item(LabelBytes({kGhost}));
+  const std::string bad_label = "GetProjectTuningLabelsMap GetProjectConfig InitTuningLabelMsg";
+  Expect({Retype("int32 mode", "string mode", "/default/AWGain.json"), bad_label,
+          "Failed in tuning label initialization",
+          "[Quokka] Using Reflection to write the config index to tuning data lable desc failed\n", "default", none_});
+  Expect({Retype("int32 mode", "string mode", "/tele/AWGain.json"), bad_label, "Failed in tuning label initialization",
+          "[Quokka] Error to write the config to tuning data lable msg", "tele", none_});
+  Expect({Put("/default/Ghost.json", ""), "GetDescByClassName", "Get module descriptor failed: Ghost",
+          "[Quokka] The module name Ghost cannot be found", "default", ghost});
+  Expect({Put("/tele/Ghost.json", ""), "GetDescByClassName", "Get module descriptor failed: Ghost",
+          "[Quokka] Error to find desc from class name: Ghost", "tele", ghost});
+  Expect({Put("/default/Other.json", ""), "PATH_TO_TUNING_CONFIG GetDescByClassName", "Get module descriptor failed: ",
+          "[Quokka] The module name  cannot be found", "default", none_ + Item(LabelBytes({}))});
   const std::string no_fit = "Failed in json str->msg, please check if json data formats are valid or not";
   const std::string no_write = "[Quokka] Json write to message failed";
-  check(put("/default/AWGain.json", "{\"%s\"}"), {unparsed("{\"%s\"}")}, no_fit, no_write, "default", gain);
-  check(put("/tele/AWGain.json", "["), {unparsed("[")},
-        "Failed in json str -> msg, please check if json data formats are valid or not",
-        "[Quokka] error to translate the json file to message", "tele", gain);
-  const Step unreadable = [&] { std::filesystem::create_symlink("nowhere", defaults + "/AWGain.json"); };
-  check(unreadable, {E("JSON_FILE_TO_STR", "Fail to read json file: " + defaults + "/AWGain.json"), unparsed("")},
-        no_fit, no_write, "default", gain);
-  // A field that stands nowhere in the text, on the fast path and on the slow one.
+  Expect({Put("/default/AWGain.json", "{\"%s\"}"), "JSON_STR_TO_MSG", no_fit, no_write, "default", gain});
+  Expect({Put("/tele/AWGain.json", "["), "JSON_STR_TO_MSG",
+          "Failed in json str -> msg, please check if json data formats are valid or not",
+          "[Quokka] error to translate the json file to message", "tele", gain});
+  const auto unreadable = [&] { std::filesystem::create_symlink("nowhere", default_ + "/AWGain.json"); };
+  Expect({unreadable, "JSON_FILE_TO_STR JSON_STR_TO_MSG", no_fit, no_write, "default", gain});
+  // A field that the text does not name, on the fast path and on the slow one.
   for (const std::string scope : {"default", "tele"}) {
-    check(put("/" + scope + "/AWGain.json", "{}"), {}, no_fit, "-", scope, gain,
-          "Error: Field 'gain' not found in Json.\n");
-    check(put("/" + scope + "/AfCommon.json", R"({"enable": null, "curve": {}, "limits": {"table": {}}})"), {}, no_fit,
-          "-", scope, none + Item(LabelBytes({kAfCommon})), "Error: Field 'near' not found in Json.\n");
+    Expect({Put("/" + scope + "/AWGain.json", "{}"), "", no_fit, "-", scope, gain,
+            "Error: Field 'gain' not found in Json.\n"});
+    Expect({Put("/" + scope + "/AfCommon.json", R"({"enable": null, "curve": {}, "limits": {"table": {}}})"), "",
+            no_fit, "-", scope, none_ + Item(LabelBytes({kAfCommon})), "Error: Field 'near' not found in Json.\n"});
   }
 }
 

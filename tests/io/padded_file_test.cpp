@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <csignal>
+#include <fstream>
 #include <thread>
 
 #include "support/files.h"
@@ -32,11 +35,18 @@ TEST(TextFileTest, ReadsFilesOfAnySizeOneAfterAnother) {
   }
 }
 
-TEST(TextFileTest, ReadsWhatHasNoSize) {
+TEST(TextFileTest, ReadsWhatHasNoSizeThroughSignals) {
   const zotest::TempDir temp;
   ASSERT_EQ(mkfifo((temp / "pipe.json").c_str(), 0600), 0);
+  struct sigaction interrupt = {};
+  interrupt.sa_handler = [](int) {};
+  ASSERT_EQ(sigaction(SIGUSR1, &interrupt, nullptr), 0);
   const std::string text(200000, 'y');
-  std::thread writer([&] { zotest::Write(temp / "pipe.json", text); });
+  std::thread writer([&, reader = pthread_self()] {
+    std::ofstream pipe(temp / "pipe.json");  // waits for the reader
+    for (int i = 0; i < 5; ++i) usleep(2000), pthread_kill(reader, SIGUSR1);
+    pipe << text;
+  });
   ZO_TUNING::internal::PaddedFile file;
   EXPECT_TRUE(file.Read(temp / "pipe.json"));
   writer.join();

@@ -21,14 +21,12 @@ TEST(RecordReaderTest, TellsACleanEndFromACut) {
     ReadStatus in_file, in_stream;
     std::string record = "";
   };
-  for (const Row& row :
-       {Row{"", ReadStatus::kEnd, ReadStatus::kEnd}, Row{"\3", ReadStatus::kShortLength, ReadStatus::kShortLength},
-        Row{I32(3).substr(0, 3), ReadStatus::kShortLength, ReadStatus::kShortLength},
-        Row{I32(0), ReadStatus::kOk, ReadStatus::kOk}, Row{I32(3) + "abc", ReadStatus::kOk, ReadStatus::kOk, "abc"},
-        Row{I32(3) + "abcd", ReadStatus::kOk, ReadStatus::kOk, "abc"},
-        Row{I32(3) + "ab", ReadStatus::kBadLength, ReadStatus::kShortData},
-        Row{I32(-1) + "abc", ReadStatus::kBadLength, ReadStatus::kBadLength},
-        Row{I32(INT32_MAX) + "abc", ReadStatus::kBadLength, ReadStatus::kShortData}}) {
+  for (const Row& row : {Row{"", ReadStatus::kEnd, ReadStatus::kEnd},
+                         Row{I32(3).substr(0, 3), ReadStatus::kShortLength, ReadStatus::kShortLength},
+                         Row{I32(3) + "abcd", ReadStatus::kOk, ReadStatus::kOk, "abc"},
+                         Row{I32(3) + "ab", ReadStatus::kBadLength, ReadStatus::kShortData},
+                         Row{I32(-1) + "abc", ReadStatus::kBadLength, ReadStatus::kBadLength},
+                         Row{I32(INT32_MAX) + "abc", ReadStatus::kBadLength, ReadStatus::kShortData}}) {
     for (const bool in_file : {true, false}) {
       SCOPED_TRACE(testing::PrintToString(row.bytes) + (in_file ? " in a file" : " in a stream of unknown size"));
       std::string content = Item("first") + row.bytes;

@@ -36,8 +36,7 @@ TEST(TimingTest, GetDateTimeGivesTheLocalTime) {
   unsetenv("TZ");
   tzset();
   EXPECT_NEAR(static_cast<double>(seconds), static_cast<double>(time(nullptr)), 3600.0);
-  EXPECT_GE(record.microseconds, 0);
-  EXPECT_LT(record.microseconds, 1000000);
+  EXPECT_THAT(record.microseconds, testing::AllOf(testing::Ge(0), testing::Lt(1000000)));
   EXPECT_THAT((std::vector<int>{record.second, record.minute, record.hour, record.day_of_month, record.month,
                                 record.year, record.day_of_week, record.day_of_year, record.daylight_saving}),
               testing::ElementsAre(local.tm_sec, local.tm_min, local.tm_hour, local.tm_mday, local.tm_mon,

@@ -72,34 +72,31 @@ TEST_F(ProjectConfigTest, MakesNothingWithoutAUsableSchema) {
              E("MSG_TO_BIN", "Cannot open output file " + (temp_ / "gone/p/ProjConf.bin")));
 }
 
+// fuzz/project_config.cpp goes over every cut and change.
 TEST_F(ProjectConfigTest, ReadsWhateverTheConfigurationHolds) {
   const Project project;
-  const std::string path = project / "ProjConf.bin";
-  using Config = std::pair<std::string, Strings>;
+  const std::string path = project / "ProjConf.bin", good = Item(ConfigBytes("old", {"a", "b"}));
   const auto read = [&](const std::string& bytes) {
     Write(path, bytes);
-    Config config = {"before", {"before"}};
-    Strings names = {"kept"};
+    std::string name = "before";
+    Strings sensors = {"before"}, names = {"kept"};
     LabelMap map;
-    EXPECT_TRUE(ZoTuningUtils::GetProjectConfig(project.dir.c_str(), config.first, config.second, names, map));
+    EXPECT_TRUE(ZoTuningUtils::GetProjectConfig(project.dir.c_str(), name, sensors, names, map));
     EXPECT_EQ(names.size(), kLabelNames.size() + 1);
     EXPECT_EQ(map, kLabelMap);
-    return config;
+    for (const std::string& sensor : sensors) name += " " + sensor;
+    return name;
   };
-  const Config old = {"old", {"a", "b", "c"}};
-  const std::string good = Item(ConfigBytes(old.first, old.second));
-  EXPECT_EQ(read(""), Config());
-  EXPECT_EQ(read(Item("")), Config());
-  EXPECT_EQ(read(good), old);
-  EXPECT_EQ(read(good + std::string(3, '\xff')), old);
-  EXPECT_EQ(read(good + Item(ConfigBytes("new", {"d"}))), Config("new", {"d"}));
-  EXPECT_LOG();
-  for (const std::string& bad :
-       {good + I32(1), good.substr(0, good.size() - 1), I32(-1) + good, I32(INT32_MAX) + good, good + Item("\xff")}) {
-    EXPECT_EQ(read(bad), Config("before", {"before"}));
-    const std::string what =
-        bad.back() == '\xff' ? "Parse proj_config_msg failed: " : "Read project config bin failed: ";
-    EXPECT_LOG(E("InitProjConfigMsgFromBin", what + path),
+  for (const auto& [bytes, wanted] :
+       Rows{{"", ""}, {good + std::string(3, '\xff'), "old a b"}, {good + Item(ConfigBytes("new", {"d"})), "new d"}}) {
+    EXPECT_EQ(read(bytes), wanted);
+    EXPECT_LOG();
+  }
+  for (const auto& [bad, line] : Rows{{good + I32(1), "Read project config bin failed: "},
+                                      {I32(-1) + good, "Read project config bin failed: "},
+                                      {good + Item("\xff"), "Parse proj_config_msg failed: "}}) {
+    EXPECT_EQ(read(bad), "before before");
+    EXPECT_LOG(E("InitProjConfigMsgFromBin", line + path),
                E("GetProjectConfig", "Failed in project config message initialization from bin"));
   }
 }

@@ -1,11 +1,10 @@
 #include "support/files.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 
 namespace zotest {
 
@@ -26,16 +25,16 @@ TempDir::~TempDir() {
 
 void MakeDirs(const std::string& dir) { fs::create_directories(dir); }
 
-void Write(const std::string& path, const std::string& text) {
+void Write(const std::string& path, std::string_view text) {
   MakeDirs(fs::path(path).parent_path());
   std::ofstream file(path, std::ios::binary);
   file << text;
-  ASSERT_TRUE(file.good()) << path;
+  if (!file.flush()) throw std::runtime_error("cannot write " + path);
 }
 
 std::string Read(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  EXPECT_TRUE(file.is_open()) << path;
+  if (!file) throw std::runtime_error("cannot read " + path);
   return {std::istreambuf_iterator<char>(file), {}};
 }
 

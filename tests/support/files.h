@@ -1,8 +1,9 @@
 /// \file
-/// Files and directories of the tests.
+/// Files and directories of the tests and the fuzz targets.
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace zotest {
@@ -24,8 +25,9 @@ class TempDir {
 };
 
 void MakeDirs(const std::string& dir);
-void Write(const std::string& path, const std::string& text);  ///< makes the directories above as well
-std::string Read(const std::string& path);                     ///< fails the test when there is no such file
+// These two throw when they cannot.
+void Write(const std::string& path, std::string_view text);  ///< makes the directories above as well
+std::string Read(const std::string& path);
 bool Exists(const std::string& path);
 unsigned Mode(const std::string& path);  ///< permission bits
 

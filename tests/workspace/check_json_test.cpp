@@ -17,6 +17,7 @@
 #include "ZoTuningUtils.h"
 #include "support/files.h"
 #include "transcode/differential.h"
+#include "transcode/fallback_cases.h"
 #include "transcode/random_json.h"
 
 namespace zotest {
@@ -196,7 +197,6 @@ constexpr char kEverythingElse[] = R"(syntax = "proto2";
 
 TEST_F(AgreementTest, EveryKindOfField) {
   Random random(13);
-  std::istringstream lines(Read(ZOTUNING_SOURCE_DIR "/tests/transcode/fallback_cases.txt"));
   std::vector<std::string> cases = {
       R"({"time":"2024-01-01T00:00:00Z","span":"1.5s","mask":"a,b","any_struct":{"a":[1,{"b":null}]}})",
       R"({"any_value":null,"any_values":[null,1,[2,[3]],{"a":1}],"any_list":[[1],2],"boxed":3,"boxes":["a"]})",
@@ -222,9 +222,7 @@ TEST_F(AgreementTest, EveryKindOfField) {
       R"({"i":1})",
       R"({"i":1,"sub":{"value":1},"inner":{}})",
       R"({"i":1,"sub":{"value":1},"inner":[]})"};
-  for (std::string line; std::getline(lines, line);) {
-    if (line[0] != '#') cases.push_back(WithBytes(line.substr(line.find(' ') + 1)));
-  }
+  for (const FallbackCase& each : FallbackCases()) cases.push_back(each.text);
   for (const size_t depth : {30, 98, 99, 100, 101, 200}) {
     for (const std::string step : {"{\"sub\":", "{\"subs\":{\"a\":", "{\"rsub\":[[", "{\"any_struct\":{\"a\":["}) {
       std::string text, end;
