@@ -204,6 +204,17 @@ bool ReadFile(const std::string& path, std::string& text, DiagnosticSink& sink) 
   }
 }
 
+bool ReadStandardInput(std::string& text, DiagnosticSink& sink) {
+  text.clear();
+  for (char buffer[1 << 16];;) {
+    const ssize_t count = read(STDIN_FILENO, buffer, sizeof(buffer));
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return ReportSystemError("read", "standard input", errno, sink);
+    if (count == 0) return true;
+    text.append(buffer, static_cast<size_t>(count));
+  }
+}
+
 bool ReplaceFile(const std::string& path, std::string_view text, DiagnosticSink& sink) {
   struct stat info;
   const bool exists = stat(path.c_str(), &info) == 0;

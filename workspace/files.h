@@ -51,6 +51,9 @@ bool ReportSystemError(const std::string& what, const std::string& path, int err
 /// Reads a regular file whole. False after one error that names it.
 bool ReadFile(const std::string& path, std::string& text, DiagnosticSink& sink);
 
+/// Reads standard input to its end. False after one error.
+bool ReadStandardInput(std::string& text, DiagnosticSink& sink);
+
 /// Makes or replaces a file. The text is written to a file beside it that takes its place, with the mode and the owner
 /// of the old one; links are followed. A file that has several names, or whose folder or owner does not allow this, is
 /// written in place. False after one error that names it; the old file is whole then, unless it was written in place.

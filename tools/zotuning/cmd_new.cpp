@@ -1,14 +1,13 @@
-// zotuning new: tuning settings by named label values, as copies of the modules' defaults.
+// zotuning new: tuning settings by named label values, as copies of the modules' defaults or of other settings.
 
 #include <unistd.h>
 
 #include <algorithm>
-#include <map>
 #include <memory>
+#include <utility>
 
 #include "command_context.h"
-#include "label_arguments.h"
-#include "workspace/check_setting.h"
+#include "workspace/label_choice.h"
 
 namespace zotuning::tool {
 namespace {
@@ -16,95 +15,80 @@ namespace {
 struct Options {
   std::string sensor;
   std::vector<std::string> labels;
+  std::vector<std::string> from;
   bool force = false;
   bool dry_run = false;
 };
 
-/// A setting to be made.
+/// What is to be made, and what became of it.
 struct Planned {
-  std::vector<int> values;
-  std::string path;
-  std::string default_text;
+  NewSetting setting;
   std::string state;
 };
 
-/// Reads "label=value,value ..." into one list of values per label. The exit code, kDone when all is well.
-int ParseLabels(const Project& project, const std::vector<std::string>& words, std::vector<std::vector<int>>& choices,
-                Console& console) {
-  const std::vector<std::string>& names = project.labels().names();
-  const int code = ReadLabelArguments(project, words, choices, console);
-  if (code != kDone) return code;
-  if (choices[0].empty()) {
-    console.Report(
-        Code::kUsage, "the label " + Quoted(names[0]) + " is missing",
-        "for example " + names[0] + "=" + (project.ValueNames(0).empty() ? "NAME" : project.ValueNames(0).back()));
-    return kMisuse;
-  }
-  // A path ends at the first label that is not set.
-  size_t first_unset = 1;
-  while (first_unset < names.size() && !choices[first_unset].empty()) ++first_unset;
-  for (size_t i = first_unset; i < names.size(); ++i) {
-    if (choices[i].empty()) continue;
-    console.Report(Code::kUsage, Quoted(names[i]) + " needs " + Quoted(names[first_unset]) + " as well",
-                   "the levels of the tree follow each other in the order of 'zotuning labels'");
-    return kMisuse;
-  }
-  return kDone;
-}
-
-/// All combinations of the choices, the last label changing fastest.
-std::vector<std::vector<int>> Combine(const std::vector<std::vector<int>>& choices) {
-  std::vector<std::vector<int>> combined = {{}};
-  for (const std::vector<int>& values : choices) {
-    std::vector<std::vector<int>> longer;
-    for (const std::vector<int>& begun : combined) {
-      for (const int value : values.empty() ? std::vector<int>{kLabelNotSet} : values) {
-        longer.push_back(begun);
-        longer.back().push_back(value);
-      }
+/// Where "--from" says to copy from: a path from here or from the project's folder, or the labels of one setting. False
+/// after errors; `misuse` tells of which kind.
+bool ReadSource(const Project& project, const Options& options, CopySource& source, bool& misuse, Console& console) {
+  if (options.from.empty()) return true;
+  if (options.from[0].find('=') == std::string::npos) {
+    misuse = options.from.size() > 1;
+    if (misuse) {
+      console.Report(Code::kUsage, "--from takes one setting, not also " + Quoted(options.from[1]));
+      return false;
     }
-    combined = std::move(longer);
+    std::string path = options.from[0];
+    const std::string inside = project.dir() + "/" + path;
+    if (path[0] != '/' && !Exists(path) && Exists(inside)) path = inside;
+    source = [&console, path](const std::string& module) {
+      if (ModuleOfFile(path) == module) return path;
+      console.Report(Code::kUsage, "a setting of " + Quoted(module) + " cannot be a copy of one of " +
+                                       Quoted(ModuleOfFile(path)), "", DisplayPath(path));
+      return std::string();
+    };
+    return true;
   }
-  return combined;
-}
-
-/// Checks everything that can be checked before anything is made.
-bool Plan(Project& project, const Options& options, std::vector<Planned>& plan, Console& console) {
-  std::map<std::string, std::string> defaults;
-  for (Planned& planned : plan) {
-    const std::string module = project.ModuleName(planned.values);
-    const auto* type = project.RequireType(module, console);
-    if (type == nullptr) continue;
-    if (defaults.find(module) == defaults.end()) {
-      const std::string path = project.layout().DefaultPath(module);
-      std::string text;
-      if (!Exists(path)) {
-        console.Report(Code::kMissingDefault, "the module " + Quoted(module) + " has no default yet",
-                       "'zotuning template " + module + "' makes it", DisplayPath(path));
-      } else if (RefuseSpecialFile(path, console) && ReadFile(path, text, console)) {
-        CheckSettingText(project.schema(), path, text, type, Fields::kAll, console);
-      }
-      defaults[module] = text;
-    }
-    planned.default_text = defaults[module];
-    planned.path = project.dir() + "/" + project.SettingPath(options.sensor, planned.values);
-    // The names of values and sensors may look like other levels of the tree when they are read back.
-    const std::vector<int> read_back = project.LabelsOf(planned.path);
-    if (read_back != planned.values) {
-      console.Report(
-          Code::kAmbiguousPath,
-          "the labels " + project.LabelText(planned.values) + " would read back as " + project.LabelText(read_back),
-          "a name in the path looks like another level", DisplayPath(planned.path));
-    }
+  LabelChoice choice;
+  std::vector<std::string> words = options.from;
+  // The module is that of each setting to be made.
+  const bool module_given = std::any_of(words.begin(), words.end(), [](const std::string& word) {
+    return word.rfind("module=", 0) == 0;
+  });
+  if (!module_given) words.push_back("module=" + project.ValueNames(0).back());
+  const ChoiceResult result = ParseLabelChoice(project, words, true, choice, console);
+  misuse = result == ChoiceResult::kMisuse;
+  if (result != ChoiceResult::kOk) return false;
+  const std::vector<std::vector<int>> values = choice.Combine();
+  misuse = values.size() > 1 || choice.scopes.size() > 1 || !CheckLevels(project, choice, console);
+  if (misuse) {
+    if (console.ok()) console.Report(Code::kUsage, "--from takes one setting, not several");
+    return false;
   }
-  return console.ok();
+  const std::string scope = choice.scopes.empty() ? options.sensor : choice.scopes[0];
+  source = [&project, &console, scope, value = values[0], module_given](const std::string& module) {
+    std::vector<int> of_module = value;
+    for (const auto& [number, name] : project.labels().ValuesOf(0)) {
+      if (name == module && !module_given) of_module[0] = number;
+    }
+    std::string path = project.dir() + "/" + project.SettingPath(scope, of_module);
+    if (ModuleOfFile(path) != module) {
+      console.Report(Code::kUsage, "a setting of " + Quoted(module) + " cannot be a copy of one of " +
+                                       Quoted(ModuleOfFile(path)));
+    } else if (!Exists(path)) {
+      console.Report(Code::kNoMatch, "there is no such setting to copy", "'zotuning tree' lists the settings",
+                     DisplayPath(path));
+    } else {
+      return path;
+    }
+    return std::string();
+  };
+  return true;
 }
 
 void Create(Planned& planned, Console& console) {
   std::vector<std::string> made;
-  const std::string dir = planned.path.substr(0, planned.path.rfind('/'));
-  if (RefuseSpecialFile(planned.path, console) && MakeDirectories(dir, console, &made) &&
-      ReplaceFile(planned.path, planned.default_text, console)) {
+  const std::string dir = planned.setting.path.substr(0, planned.setting.path.rfind('/'));
+  if (RefuseSpecialFile(planned.setting.path, console) && MakeDirectories(dir, console, &made) &&
+      ReplaceFile(planned.setting.path, planned.setting.text, console)) {
     return;
   }
   planned.state = "failed";
@@ -122,34 +106,40 @@ int Run(CommandContext& context, const Options& options) {
     return kFailed;
   }
   project->RequireSensor(options.sensor, console);
-  std::vector<std::vector<int>> choices;
-  code = ParseLabels(*project, options.labels, choices, console);
-  if (code != kDone || !console.ok()) return code == kMisuse ? kMisuse : kFailed;
+  LabelChoice choice;
+  const ChoiceResult result = ParseLabelChoice(*project, options.labels, false, choice, console);
+  if (result == ChoiceResult::kMisuse) return kMisuse;
+  if (!console.ok()) return kFailed;
+  if (!CheckLevels(*project, choice, console)) return kMisuse;
+  CopySource source;
+  bool misuse = false;
+  if (!ReadSource(*project, options, source, misuse, console)) return misuse ? kMisuse : kFailed;
   if (!IsDirectory(project->layout().ScopeDir(options.sensor))) {
     console.Report(Code::kMissingFolder, "the folder of the sensor " + Quoted(options.sensor) + " is missing", "",
                    DisplayPath(project->layout().ScopeDir(options.sensor)));
     return kFailed;
   }
+  std::vector<NewSetting> settings_to_make;
+  if (!PlanSettings(*project, options.sensor, choice.Combine(), source, settings_to_make, console)) return kFailed;
   std::vector<Planned> plan;
-  for (std::vector<int>& values : Combine(choices)) plan.push_back({std::move(values), "", "", ""});
-  if (!Plan(*project, options, plan, console)) return kFailed;
+  for (NewSetting& setting : settings_to_make) plan.push_back({std::move(setting), ""});
 
   std::vector<std::vector<std::string>> rows;
   Json settings = Json::array();
   for (Planned& planned : plan) {
-    const bool exists = Exists(planned.path);
+    const bool exists = Exists(planned.setting.path);
     planned.state = options.dry_run ? "would be made" : "made";
     if (exists && options.force) {
       planned.state = options.dry_run ? "would be replaced" : "replaced";
     } else if (exists) {
       planned.state = "kept";
-      console.Report(Code::kExists, "this setting exists; it is kept", "--force replaces it with the default",
-                     DisplayPath(planned.path));
+      console.Report(Code::kExists, "this setting exists; it is kept", "--force replaces it",
+                     DisplayPath(planned.setting.path));
     }
     if (!options.dry_run && planned.state != "kept") Create(planned, console);
-    rows.push_back({DisplayPath(planned.path), planned.state});
-    settings.push_back({{"file", DisplayPath(planned.path)},
-                        {"labels", LabelJson(*project, planned.values)},
+    rows.push_back({DisplayPath(planned.setting.path), planned.state});
+    settings.push_back({{"file", DisplayPath(planned.setting.path)},
+                        {"labels", LabelJson(*project, planned.setting.values)},
                         {"state", planned.state}});
   }
   console.Print(Table(rows));
@@ -162,17 +152,23 @@ int Run(CommandContext& context, const Options& options) {
 void AddNew(CLI::App& app, CommandContext& context) {
   auto options = std::make_shared<Options>();
   CLI::App* command = AddCommand(
-      app, context, "new", "Make tuning settings of a sensor from the modules' defaults",
+      app, context, "new", "Make tuning settings of a sensor from the modules' defaults or other settings",
       "Labels are given by name, in any order; several values of one label make one setting each. A setting\n"
       "that exists is kept, and named, unless --force is given.\n"
       "\n"
       "Examples:\n"
       "  zotuning new --sensor main_wide module=AfCommon\n"
       "  zotuning new --sensor main_wide module=AfCommon mode=1 scenario=Video\n"
-      "  zotuning new --sensor main_wide module=AfCommon,AWGain mode=1,2 --dry-run",
+      "  zotuning new --sensor main_wide module=AfCommon,AWGain mode=1,2 --dry-run\n"
+      "  zotuning new --sensor front module=AfCommon mode=1 --from main_wide/mode_1/AfCommon.json\n"
+      "  zotuning new --sensor front module=AfCommon,AWGain mode=1 --from sensor=main_wide mode=0",
       [&context, options] { return Run(context, *options); });
   command->add_option("--sensor", options->sensor, "The sensor that the settings are for")->required()->type_name("S");
   command->add_option("LABEL=VALUE", options->labels, "Label values, 'module' among them")->required();
+  command
+      ->add_option("--from", options->from,
+                   "Copy this setting instead of the default: a path, or its labels as for a new one (and sensor=S)")
+      ->type_name("SETTING");
   command->add_flag("--force", options->force, "Replace settings that exist");
   command->add_flag("--dry-run", options->dry_run, "Print the paths, make nothing");
 }

@@ -41,6 +41,8 @@ inline CLI::Validator NotEmpty() {
   return CLI::Validator([](std::string& text) { return std::string(text.empty() ? "a name is expected" : ""); }, "");
 }
 
+void AddFmt(CLI::App& app, CommandContext& context);
+void AddGet(CLI::App& app, CommandContext& context);
 void AddInit(CLI::App& app, CommandContext& context);
 void AddCheck(CLI::App& app, CommandContext& context);
 void AddTemplate(CLI::App& app, CommandContext& context);
@@ -50,6 +52,7 @@ void AddModules(CLI::App& app, CommandContext& context);
 void AddLabels(CLI::App& app, CommandContext& context);
 void AddSensors(CLI::App& app, CommandContext& context);
 void AddTree(CLI::App& app, CommandContext& context);
+void AddSet(CLI::App& app, CommandContext& context);
 void AddShow(CLI::App& app, CommandContext& context);
 void AddDiff(CLI::App& app, CommandContext& context);
 void AddWhich(CLI::App& app, CommandContext& context);

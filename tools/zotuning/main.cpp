@@ -119,6 +119,9 @@ int Main(int argument_count, char** arguments) {
   AddCheck(app, context);
   AddTemplate(app, context);
   AddNew(app, context);
+  AddGet(app, context);
+  AddSet(app, context);
+  AddFmt(app, context);
   AddPack(app, context);
   AddModules(app, context);
   AddLabels(app, context);

@@ -1,0 +1,101 @@
+/// \file
+/// Changes of a JSON text that leave everything else byte for byte: order, spacing, line ends, spelling of numbers.
+#pragma once
+
+#include <google/protobuf/descriptor.h>
+
+#include <cstddef>
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "workspace/json_document.h"
+
+namespace zotuning {
+
+/// The field that protobuf's parser takes a key for: by json_name, then by name; null when the type has none.
+const google::protobuf::FieldDescriptor* FieldOfKey(const google::protobuf::Descriptor* type, std::string_view key);
+
+/// Where a member for `field` belongs in an object of its type: after the members of the fields declared before it.
+/// For JsonEdit::InsertMember.
+size_t SchemaPosition(const JsonValue& object, const google::protobuf::FieldDescriptor* field);
+
+/// Whether a text can be changed: its grammar is what protobuf's parser takes, but for a byte order mark, and its root
+/// is an object.
+bool IsEditable(const JsonDocument& document);
+
+/// Collects changes of one document and makes the new text. They may be named in any order; all places are those of the
+/// document, not of the changed text. Values and members belong to the document, which has to outlive this and be
+/// editable. What is changed inside of something that is replaced or removed is lost with it.
+///
+/// New values are given as `json`: strict JSON, as the library prints it or in one line. Lines are shifted to where they
+/// go, a level to the document's indentation and line end; inside of an object or list in one line they are joined.
+class JsonEdit {
+ public:
+  explicit JsonEdit(const JsonDocument& document) : document_(document) {}
+
+  /// A second call for the same value counts.
+  void Replace(const JsonValue& value, std::string json);
+
+  /// `name` is the plain text of the key.
+  void RenameKey(const JsonMember& member, std::string_view name);
+
+  /// Inserts a member before the one at `position`, a count of the document's members; after the last one when there
+  /// are no more. Several at one position stand in the order of the calls. `name` is the plain text of the key.
+  void InsertMember(const JsonValue& object, size_t position, std::string_view name, std::string json);
+  void AppendMember(const JsonValue& object, std::string_view name, std::string json) {
+    InsertMember(object, static_cast<size_t>(-1), name, std::move(json));
+  }
+  /// At SchemaPosition, under the name of the field.
+  void InsertField(const JsonValue& object, const google::protobuf::FieldDescriptor* field, std::string json) {
+    InsertMember(object, SchemaPosition(object, field), field->name(), std::move(json));
+  }
+
+  /// Likewise.
+  void InsertElement(const JsonValue& list, size_t position, std::string json);
+  void AppendElement(const JsonValue& list, std::string json) {
+    InsertElement(list, static_cast<size_t>(-1), std::move(json));
+  }
+
+  /// Removes the member of `object`, or the element of `list`, at `position`, with one comma and its line. Nothing when
+  /// there are not so many.
+  void RemoveMember(const JsonValue& object, size_t position) { ItemsOf(object).removed.insert(position); }
+  void RemoveElement(const JsonValue& list, size_t position) { ItemsOf(list).removed.insert(position); }
+
+  bool empty() const { return replaced_.empty() && items_.empty(); }
+
+  /// The text with all changes made.
+  std::string Apply() const;
+
+ private:
+  struct Insertion {
+    std::string key;  ///< with its quotes; "" for an element
+    std::string json;
+  };
+  /// What becomes of the members or elements of one object or list.
+  struct Items {
+    JsonValue container;
+    std::multimap<size_t, Insertion> inserted;  ///< by position
+    std::set<size_t> removed;
+  };
+  struct Replacement {
+    size_t end;
+    std::string text;
+  };
+  class Layout;
+
+  Items& ItemsOf(const JsonValue& container) {
+    Items& items = items_[container.id()];
+    items.container = container;
+    return items;
+  }
+
+  const JsonDocument& document_;
+  std::map<size_t, Replacement> replaced_;  ///< by where they begin
+  std::map<uint32_t, Items> items_;         ///< by the container's id
+};
+
+}  // namespace zotuning

@@ -1,0 +1,29 @@
+/// \file
+/// Arithmetic on the numbers of JSON texts: decimal, so that 0.1 * 1.05 is 0.105, and as wide as the field's type.
+#pragma once
+
+#include <google/protobuf/descriptor.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "workspace/json_document.h"
+
+namespace zotuning {
+
+enum class Operation { kMultiply, kAdd };
+
+/// Whether `text` is a number that Calculate takes as its operand.
+bool IsNumber(std::string_view text);
+
+/// The number of a field after an operation, in the shortest form that reads back as the nearest value of the field's
+/// type; as it is written where it does not change. Nothing where it is no number, or the type cannot hold the result:
+/// `why` says so then.
+std::optional<std::string> Calculate(const JsonValue& number, Operation operation, std::string_view operand,
+                                     const google::protobuf::FieldDescriptor* field, std::string* why);
+
+/// Whether two scalars read as the same value of the field's type.
+bool IsSameScalar(const JsonValue& left, const JsonValue& right, const google::protobuf::FieldDescriptor* field);
+
+}  // namespace zotuning

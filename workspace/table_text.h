@@ -1,0 +1,27 @@
+/// \file
+/// Tables as spreadsheets write and read them: CSV after RFC 4180, or TSV with the same quotes.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "workspace/diagnostic.h"
+
+namespace zotuning {
+
+struct Cell {
+  std::string text;
+  int line;    ///< from 1
+  int column;  ///< of cells, from 1
+};
+
+/// Appends the rows of `text`; lines without any text are passed over. Rows may differ in length. False after an error
+/// that names `file`.
+bool ReadTable(std::string_view text, char separator, const std::string& file, std::vector<std::vector<Cell>>& rows,
+               DiagnosticSink& sink);
+
+/// Appends a row.
+void WriteRow(const std::vector<std::string>& cells, char separator, std::string* text);
+
+}  // namespace zotuning
