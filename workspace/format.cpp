@@ -277,6 +277,11 @@ std::optional<std::string> FormatJson(const JsonDocument& document, const google
 std::optional<std::string> FormatValue(const JsonValue& value, const google::protobuf::FieldDescriptor* field,
                                        size_t columns) {
   TypeTables tables;
+  if (field == nullptr) {
+    std::string text;
+    if (!Formatter(&text).Value(value, nullptr, columns, 0)) return std::nullopt;
+    return text;
+  }
   const TypeTable& owner = tables.Get(field->containing_type());
   std::string text;
   for (const FieldEntry& entry : owner.fields) {

@@ -57,6 +57,8 @@ void AddShow(CLI::App& app, CommandContext& context);
 void AddDiff(CLI::App& app, CommandContext& context);
 void AddWhich(CLI::App& app, CommandContext& context);
 void AddVerify(CLI::App& app, CommandContext& context);
+void AddMigrate(CLI::App& app, CommandContext& context);
+void AddSchema(CLI::App& app, CommandContext& context);
 void AddVersion(CLI::App& app, CommandContext& context);
 
 }  // namespace zotuning::tool

@@ -131,6 +131,8 @@ int Main(int argument_count, char** arguments) {
   AddDiff(app, context);
   AddWhich(app, context);
   AddVerify(app, context);
+  AddMigrate(app, context);
+  AddSchema(app, context);
   AddVersion(app, context);
 
   try {

@@ -1,0 +1,56 @@
+/// \file
+/// Bringing the JSON files of a project up to a changed schema, text-preserving.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "workspace/change_set.h"
+#include "workspace/diagnostic.h"
+#include "workspace/project.h"
+
+namespace zotuning {
+
+struct MigrateOptions {
+  /// "AfLens.backlash_codes=backlash": type, by its short or full name, old and new field.
+  std::vector<std::string> renames;
+  /// "AfLens.backlash_codes": keys that are really gone, whatever the old schema lets suppose.
+  std::vector<std::string> drops;
+  /// "OldModule=NewModule"
+  std::vector<std::string> module_renames;
+  /// "scenario.Video=Movie"
+  std::vector<std::string> label_renames;
+  /// All rules become those of the template.
+  bool rules = false;
+  /// The revision that the files fit. "" for HEAD, where there is one.
+  std::string since;
+};
+
+/// What becomes of one file. Paths within it are those of its old text.
+struct MigratedFile {
+  std::string path;
+  std::string old_path;
+  std::vector<std::string> added;
+  std::vector<std::string> renamed;  ///< "lens.backlash_codes -> backlash"
+  std::vector<std::string> moved;    ///< values that went into their data type, or out of it
+  std::vector<std::string> dropped;
+  std::vector<std::string> rules;  ///< parts of rules that became those of the template
+};
+
+struct Migration {
+  std::vector<MigratedFile> files;  ///< those that change
+  ChangeSet changes;
+  std::string report_path;  ///< the file with what is dropped; "" when nothing is
+  bool misuse = false;      ///< options that mean nothing; set with an error
+};
+
+/// The file below the project's folder that keeps what migrations drop.
+inline constexpr const char* kMigrationReport = "migrate.rej.json";
+
+/// Finds out what has to change so that defaults and settings fit the project's schema. What is missing is added, in
+/// settings from the migrated default where that has it; keys that the schema does not have go to the report. Each
+/// resulting text is checked against its type. False after errors: `migration` must not be applied then.
+bool PlanMigration(Project& project, const MigrateOptions& options, Migration& migration, DiagnosticSink& sink);
+
+}  // namespace zotuning
