@@ -632,6 +632,7 @@ class Migrator {
     for (const std::string& scope : project_.Scopes()) {
       if (scope != kDefaultScope) Scope(scope);
     }
+    ReportLeft();
     ReportSuggestions();
     if (sink_.ok()) AddReport();
     return sink_.ok();
@@ -651,6 +652,12 @@ class Migrator {
    private:
     DiagnosticSink& sink_;
     bool ok_ = true;
+  };
+
+  /// The files of a module that is gone.
+  struct Left {
+    size_t count = 0;
+    std::string path;  ///< of the first
   };
 
   void Scope(const std::string& scope) {
@@ -718,10 +725,8 @@ class Migrator {
     const std::string module = ModuleOfFile(relative);
     const Descriptor* type = Contains(names_.modules(), module) ? project_.schema().FindType(module) : nullptr;
     if (type == nullptr) {
-      const std::string successor = names_.Successor(0, module);
-      sink_.Report(Code::kMigrationLeft, "there is no module " + Quoted(module) + "; the file is left as it is",
-                   successor.empty() ? "" : "renamed? --rename-module " + module + "=" + successor,
-                   DisplayPath(old_path));
+      Left& left = left_[module];
+      if (left.count++ == 0) left.path = old_path;
       if (old_path != path) Change(old_path, path, text, text);
       return;
     }
@@ -767,6 +772,16 @@ class Migrator {
         sink_.Report(Code::kMigrationLeft, "the label " + Quoted(labels[label]) + " has no value " + Quoted(value),
                      "renamed? --rename-label " + labels[label] + "." + value + "=" + successor, DisplayPath(path));
       }
+    }
+  }
+
+  void ReportLeft() {
+    for (const auto& [module, left] : left_) {
+      const std::string successor = names_.Successor(0, module);
+      sink_.Report(Code::kMigrationLeft,
+                   "there is no module " + Quoted(module) + "; " + Count(left.count, "file") + " of it left as before",
+                   successor.empty() ? "" : "renamed? --rename-module " + module + "=" + successor,
+                   DisplayPath(left.path));
     }
   }
 
@@ -819,6 +834,7 @@ class Migrator {
   TypeTables types_;
   std::map<std::string, std::unique_ptr<JsonDocument>> defaults_;  ///< migrated, by module
   std::set<std::string> new_paths_;
+  std::map<std::string, Left> left_;  ///< by module
   std::set<std::string> warned_;
   Suggestions suggestions_;
   std::vector<Dropped> dropped_;

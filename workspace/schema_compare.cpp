@@ -140,13 +140,30 @@ class Comparison {
       Add(true, "FIELD_SAME_ONEOF", name, in_oneof ? "was outside of a oneof" : "was in a oneof");
     }
     if (old_field->type() == field->type()) {
-      if (field->message_type() != nullptr) Types(old_field->message_type(), field->message_type());
+      if (field->message_type() != nullptr) Messages(old_field, field, name, kinds);
       if (field->enum_type() != nullptr) Enums(old_field->enum_type(), field->enum_type());
       return;
     }
     const char group = WireGroup(field->type());
     const bool alike = group != '\0' && group == WireGroup(old_field->type());
     Add(!alike, "FIELD_SAME_TYPE", name, kinds + (alike ? "; the same on the wire within its range" : ""));
+  }
+
+  /// A type under another name is that field's own change, wherever else both are used.
+  void Messages(const FieldDescriptor* old_field, const FieldDescriptor* field, const std::string& name,
+                const std::string& kinds) {
+    const Descriptor* old_type = old_field->message_type();
+    const Descriptor* type = field->message_type();
+    if (old_type->full_name() == type->full_name()) {
+      Types(old_type, type);
+      return;
+    }
+    std::vector<SchemaChange> within;
+    Comparison comparison(within);
+    comparison.seen_ = seen_;
+    comparison.Types(old_type, type);
+    const bool breaks = std::any_of(within.begin(), within.end(), [](const SchemaChange& each) { return each.breaks; });
+    Add(breaks, "FIELD_SAME_TYPE", name, kinds + (breaks ? "" : "; bins of the one can be read as the other"));
   }
 
   void Add(bool breaks, const char* rule, std::string name, std::string text) {
