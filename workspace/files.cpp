@@ -58,7 +58,7 @@ bool WalkFiles(const std::string& dir, const std::string& relative, std::string_
     const std::string path = dir + "/" + entry.name;
     if (entry.kind == EntryKind::kDirectory) {
       if (entry.name != "version") good &= WalkFiles(path, relative + entry.name + "/", suffix, files, sink);
-    } else if (ZO_TUNING::internal::HasSuffix(entry.name, suffix)) {
+    } else if (suffix.empty() || ZO_TUNING::internal::HasSuffix(entry.name, suffix)) {
       if (entry.kind == EntryKind::kFile || RefuseSpecialFile(path, sink)) {
         files.push_back({relative + entry.name, path});
       } else {

@@ -75,10 +75,10 @@ struct FoundFile {
   std::string path;
 };
 
-/// Appends the files below `dir` whose name ends in `suffix`, ordered by the bytes of their paths. As in the library,
-/// directories called "version" below `dir` are not entered, and nor are links to directories. False after an error for
-/// each directory that cannot be listed to its end and each special file (which would block whoever opens it) or
-/// dangling link among the files; these are left out.
+/// Appends the files below `dir` whose name ends in `suffix`, all for "", ordered by the bytes of their paths. As in
+/// the library, directories called "version" below `dir` are not entered, and nor are links to directories. False after
+/// an error for each directory that cannot be listed to its end and each special file (which would block whoever opens
+/// it) or dangling link among the files; these are left out.
 bool ListFiles(const std::string& dir, std::string_view suffix, std::vector<FoundFile>& files, DiagnosticSink& sink);
 
 /// Reports a path that is there, or may be, and is neither a regular file nor a directory. True when there was none to

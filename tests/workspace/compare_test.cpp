@@ -173,7 +173,9 @@ TEST_F(CompareTest, ChangesOfAListLeadToTheOther) {
     std::vector<int> rebuilt;
     size_t next = 0;
     for (size_t j = 0; j < right.size(); ++j) {
-      if (!inserted[j]) ASSERT_LT(next, kept.size());
+      if (!inserted[j]) {
+        ASSERT_LT(next, kept.size());
+      }
       rebuilt.push_back(inserted[j] ? right[j] : kept[next++]);
     }
     EXPECT_EQ(rebuilt, right) << text(left) << " | " << text(right);

@@ -75,7 +75,7 @@ class SidesTest : public ProjectTest {
         found.push_back((pair.left == nullptr    ? "added "
                          : pair.right == nullptr ? "removed "
                                                  : "changed ") +
-                        entry.scope + " " + LabelText(entry.labels));
+                        entry.scope + " " + zotuning::LabelText(entry.labels));
       };
       (void)CompareSides(*left, *right, options, add, comparison, sink);
       for (const std::string& field : comparison.only_left_schema) found.push_back("only left " + field);
