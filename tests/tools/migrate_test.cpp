@@ -39,12 +39,12 @@ TEST_F(MigrateToolTest, AnAuthorChangesTheSchemaAndPacks) {
   const Ran dry = Tool(line + " --dry-run");
   ASSERT_EQ(dry.code, 0) << dry.err;
   EXPECT_EQ(Git("status --porcelain"), " M proto/af.proto\n");
-  Write(temp_ / "patch", dry.out);
-  Git("apply --check " + temp_ / "patch");
+  Write(At(".git/patch"), dry.out);
+  Git("apply --check .git/patch");
 
   const Ran run = Tool(line + " --json");
   ASSERT_EQ(run.code, 0) << run.err;
-  const Json file = run.json()["files"][0];
+  const Json file = run.json()["result"]["files"][0];
   EXPECT_EQ(file["file"], "default/AfCommon.json");
   EXPECT_EQ(file["renamed"][0], "lens.backlash_codes -> backlash");
   EXPECT_EQ(file["moved"][0], "scan.max_retries");
@@ -58,9 +58,10 @@ TEST_F(MigrateToolTest, AnAuthorChangesTheSchemaAndPacks) {
   EXPECT_EQ(packed.code, 0) << packed.err;
   const Ran compared = Tool("schema compare --json");
   EXPECT_EQ(compared.code, 1);
-  EXPECT_EQ(compared.json()["breaking"], 1);
-  EXPECT_EQ(compared.json()["changes"][0]["name"], "AfScan.max_retries");
-  EXPECT_EQ(compared.json()["changes"][0]["rule"], "FIELD_SAME_TYPE");
+  const Json result = compared.json()["result"];
+  EXPECT_EQ(result["breaking"], 1);
+  EXPECT_EQ(result["changes"][0]["name"], "AfScan.max_retries");
+  EXPECT_EQ(result["changes"][0]["rule"], "FIELD_SAME_TYPE");
 }
 
 TEST_F(MigrateToolTest, RulesFollowTheTemplateWhereTheyStillWereIts) {

@@ -209,7 +209,7 @@ TEST_F(MigrateTest, NothingIsWrittenAfterAnError) {
       {{{"float plain", "int32 plain"}, {"weight = 2;", "weight = 2; bool on = 3;"}}, {}, {}, {}, "plain"},
       {{}, {"Lens.plain"}, {}, {}, "has not the form TYPE.OLD=NEW"},
       {{}, {"Lense.a=plain"}, {}, {}, "did you mean 'Lens'?"},
-      {{}, {"Lens.a=plane"}, {}, {}, "has no field 'plane'; did you mean 'plain'?"},
+      {{}, {"Lens.a=plai"}, {}, {}, "has no field 'plai'; did you mean 'plain'?"},
       {{}, {"Lens.plain=gain"}, {}, {}, "still has a field 'plain'"},
       {{}, {}, {"Lens=Flash"}, {}, "still has a value 'Lens'"},
       {{}, {}, {"Old=Flush"}, {}, "has no value 'Flush'; did you mean 'Flash'?"},
