@@ -133,7 +133,8 @@ int main(int argc, char** argv) {
   MeasureMemory("one number a line", "{\"value\":[", "\n      0.0123,", "1]}", size);
   MeasureMemory("rows of objects", "{\"value\":[", "{\"value\":[1.5,2.5,3.5,4.5]},", "{}]}", size);
   MeasureMemory("parameters with rules", "{\"value\":[",
-                "{\"gain\":{\"value\":1.5,\"rule\":{\"description\":\"[Float]\",\"recommend\":\"1..8\"}}},", "{}]}", size);
+                "{\"gain\":{\"value\":1.5,\"rule\":{\"description\":\"[Float]\",\"recommend\":\"1..8\"}}},", "{}]}",
+                size);
 
   std::string root = (std::filesystem::temp_directory_path() / "document_bench.XXXXXX").string();
   if (mkdtemp(root.data()) == nullptr) return 1;

@@ -15,10 +15,10 @@
 #include <vector>
 
 #include "bin_format.h"
-#include "tools/zotuning/command_context.h"
 #include "schema/project_config.h"
 #include "schema/schema.h"
 #include "support.h"
+#include "tools/zotuning/command_context.h"
 
 namespace {
 

@@ -63,8 +63,8 @@ std::string ListOf(const std::vector<JsonValue>& values, size_t begin, size_t en
   return text + "]";
 }
 
-/// `input` in the form of the match's field: what the schema asks for, as JSON in one line. Nothing where it has no such
-/// form; `why` says so then.
+/// `input` in the form of the match's field: what the schema asks for, as JSON in one line. Nothing where it has no
+/// such form; `why` says so then.
 std::optional<std::string> ToForm(const JsonValue& input, const Match& match, std::string* why) {
   const std::string path = Quoted(match.path.ToString());
   if (!match.is_list) {
@@ -343,12 +343,11 @@ bool Assign(const TypedPath& path, const Assignment& assignment, const std::stri
   const JsonDocument value(json);
   Assigner assigner(document, file, sink);
   for (const Match& match : matches) {
-    if (assignment.kind == Assignment::Kind::kSet ? !assigner.Set(match, First(value.root()))
-                                                  : !assigner.Calculate(match,
-                                                                        assignment.kind == Assignment::Kind::kAdd
-                                                                            ? Operation::kAdd
-                                                                            : Operation::kMultiply,
-                                                                        assignment.value)) {
+    if (assignment.kind == Assignment::Kind::kSet
+            ? !assigner.Set(match, First(value.root()))
+            : !assigner.Calculate(match,
+                                  assignment.kind == Assignment::Kind::kAdd ? Operation::kAdd : Operation::kMultiply,
+                                  assignment.value)) {
       return false;
     }
   }
@@ -391,7 +390,8 @@ bool TableData::ToJson(const FieldEntry& field, std::string* json, DiagnosticSin
   const TypeTable* row_type = RowType(field);
   const FieldDescriptor* leaf = (row_type == nullptr ? field : row_type->fields[0]).descriptor;
   if (leaf->message_type() != nullptr) {
-    sink.Report(Code::kBadAssignment, "structures cannot be read from a table", "name a field, as in modes[*].name", file_);
+    sink.Report(Code::kBadAssignment, "structures cannot be read from a table", "name a field, as in modes[*].name",
+                file_);
     return false;
   }
   *json = "[";
@@ -401,8 +401,9 @@ bool TableData::ToJson(const FieldEntry& field, std::string* json, DiagnosticSin
       const std::string value = CellJson(cell.text, leaf);
       if (value.empty()) {
         Diagnostic fault(Code::kBadTable,
-                         cell.text.empty() ? "this cell is empty"
-                                           : Quoted(Excerpt(cell.text, 40)) + " is not a value for " + leaf->type_name(),
+                         cell.text.empty()
+                             ? "this cell is empty"
+                             : Quoted(Excerpt(cell.text, 40)) + " is not a value for " + leaf->type_name(),
                          "cell " + std::to_string(cell.column) + " of the line", file_);
         fault.line = cell.line;
         fault.column = cell.column;
@@ -489,7 +490,8 @@ bool WriteMatches(const std::vector<Match>& matches, TableData::Form form, const
       const size_t end = EndOfLine(matches, begin);
       std::vector<JsonValue> values;
       for (; begin < end; ++begin) values.push_back(matches[begin].value);
-      lines += (count == 0 ? "" : ",\n ") + (values.size() == 1 ? OneLine(values[0]) : ListOf(values, 0, values.size()));
+      lines +=
+          (count == 0 ? "" : ",\n ") + (values.size() == 1 ? OneLine(values[0]) : ListOf(values, 0, values.size()));
     }
     *text += count == 1 ? lines + "\n" : "[\n " + lines + "\n]\n";
     return true;

@@ -79,7 +79,8 @@ void FindChanges(const std::vector<int>& a, const std::vector<int>& b, size_t of
     const bool added = k == -d || (k != d && at(row, k - 1) < at(row, k + 1));
     x = added ? at(row, k + 1) : at(row, k - 1);
     y = x - (added ? k + 1 : k - 1);
-    steps.push_back({offset + static_cast<size_t>(x), offset + static_cast<size_t>(y), added ? 0u : 1u, added ? 1u : 0u});
+    steps.push_back(
+        {offset + static_cast<size_t>(x), offset + static_cast<size_t>(y), added ? 0u : 1u, added ? 1u : 0u});
   }
   for (auto step = steps.rbegin(); step != steps.rend(); ++step) {
     Change* last = changes.empty() ? nullptr : &changes.back();
@@ -325,15 +326,15 @@ bool ChangeSet::Apply(DiagnosticSink& sink) const {
     ++kept;
     const char* what = state.after == nullptr ? "removed" : state.before == nullptr ? "made" : "changed";
     sink.Report(Code::kPartlyWritten,
-                std::string("this file was ") + what + " and cannot be put back: " + reasons.diagnostics()[0].message, "",
-                DisplayPath(path));
+                std::string("this file was ") + what + " and cannot be put back: " + reasons.diagnostics()[0].message,
+                "", DisplayPath(path));
   }
   for (auto dir = made.rbegin(); dir != made.rend(); ++dir) (void)rmdir(dir->c_str());
   if (kept == 0) {
-    sink.Report(Code::kPartlyWritten,
-                done == 0 ? "nothing was changed"
-                          : "nothing was changed: " + Count(done, "file") + " written before it " +
-                                (done == 1 ? "was" : "were") + " put back");
+    sink.Report(Code::kPartlyWritten, done == 0
+                                          ? "nothing was changed"
+                                          : "nothing was changed: " + Count(done, "file") + " written before it " +
+                                                (done == 1 ? "was" : "were") + " put back");
   } else {
     sink.Report(Code::kPartlyWritten, Count(kept, "file") + " of " + std::to_string(order.size()) +
                                           " stayed changed; the others are as they were");

@@ -1,5 +1,6 @@
 /// \file
-/// A change over many files: shown as a diff, or made in all of them or, when one fails, in none where that is possible.
+/// A change over many files: shown as a diff, or made in all of them or, when one fails, in none where that is
+/// possible.
 #pragma once
 
 #include <optional>
@@ -43,8 +44,8 @@ class ChangeSet {
 
   /// Makes all changes. First each file has to be what was read and each new path has to be free; otherwise nothing is
   /// written. A file is replaced whole, by one written beside it; missing directories are made. When one fails, the
-  /// files written so far are put back. False after errors that tell what could not be written, whether everything is as
-  /// it was, and, if not, each file that is not.
+  /// files written so far are put back. False after errors that tell what could not be written, whether everything is
+  /// as it was, and, if not, each file that is not.
   bool Apply(DiagnosticSink& sink) const;
 
  private:

@@ -60,7 +60,9 @@ struct ToText {
   std::string operator()(double value) const { return NumberText(value); }
   std::string operator()(const std::string& value) const { return "\"" + Cut(value) + "\""; }
   std::string operator()(const EnumName& value) const { return value.name; }
-  std::string operator()(const MessageSummary& value) const { return value.text.empty() ? "{}" : "{ " + Cut(value.text) + " }"; }
+  std::string operator()(const MessageSummary& value) const {
+    return value.text.empty() ? "{}" : "{ " + Cut(value.text) + " }";
+  }
 };
 
 struct ToNumber {
@@ -108,8 +110,8 @@ std::string DistanceText(const FieldValue& left, const FieldValue& right) {
   (void)NumberOf(left, &from);
   (void)NumberOf(right, &to);
   const double distance = to - from;
-  const bool whole = !std::holds_alternative<float>(right) && !std::holds_alternative<double>(right) &&
-                     std::fabs(distance) < 9e15;
+  const bool whole =
+      !std::holds_alternative<float>(right) && !std::holds_alternative<double>(right) && std::fabs(distance) < 9e15;
   return Printed(whole ? "%+.0f" : "%+.3g", distance);
 }
 
@@ -362,7 +364,8 @@ class MessageComparer::TypePairs {
         pair.only_left.push_back(field);
         continue;
       }
-      const bool data = field->message_type() != nullptr && ZO_TUNING::internal::IsDataType(field->message_type()->name());
+      const bool data =
+          field->message_type() != nullptr && ZO_TUNING::internal::IsDataType(field->message_type()->name());
       pair.fields.push_back({field, other, IsRule(field) && IsRule(other), data});
     }
     for (int i = 0; left != right && i < right->field_count(); ++i) {
@@ -578,8 +581,8 @@ class MessageComparer::Walk {
     AddList(std::move(list));
   }
 
-  void CompareElement(const Scalars& from, size_t i, const Scalars& to, size_t j, size_t left_index,
-                      size_t right_index, const Tolerance& tolerance, ListChange& list) {
+  void CompareElement(const Scalars& from, size_t i, const Scalars& to, size_t j, size_t left_index, size_t right_index,
+                      const Tolerance& tolerance, ListChange& list) {
     if (from.SameBytes(i, to, j)) return;
     FieldValue a = from.At(i), b = to.At(j);
     if (SameValue(a, b) || Within(a, b, tolerance)) return;
@@ -674,8 +677,8 @@ class MessageComparer::Walk {
           continue;
         }
         const float here = costs[i * columns + j] = cost(begin + i, begin + j);
-        least = std::min({here + best[(i + 1) * width + j + 1], 1 + best[(i + 1) * width + j],
-                          1 + best[i * width + j + 1]});
+        least = std::min(
+            {here + best[(i + 1) * width + j + 1], 1 + best[(i + 1) * width + j], 1 + best[i * width + j + 1]});
       }
     }
     size_t i = 0, j = 0;
@@ -694,7 +697,9 @@ class MessageComparer::Walk {
 
   // ---- Lists of structures ----
 
-  static void Mix(uint64_t value, uint64_t& hash) { hash = (hash ^ value) * UINT64_C(0x9E3779B97F4A7C15) + (hash >> 29); }
+  static void Mix(uint64_t value, uint64_t& hash) {
+    hash = (hash ^ value) * UINT64_C(0x9E3779B97F4A7C15) + (hash >> 29);
+  }
 
   static uint64_t HashOf(const FieldValue& value) {
     double number = 0;
@@ -965,8 +970,8 @@ bool MessageComparer::SameTypes(const Descriptor* left, const Descriptor* right)
   return true;
 }
 
-void MessageComparer::CompareTypes(const Descriptor* left, const Descriptor* right,
-                                   std::vector<std::string>& only_left, std::vector<std::string>& only_right) {
+void MessageComparer::CompareTypes(const Descriptor* left, const Descriptor* right, std::vector<std::string>& only_left,
+                                   std::vector<std::string>& only_right) {
   std::set<std::pair<const Descriptor*, const Descriptor*>> seen = {{left, right}};
   std::vector<std::pair<const Descriptor*, const Descriptor*>> open = {{left, right}};
   while (!open.empty()) {
@@ -989,8 +994,8 @@ namespace {
 
 std::string PlaceText(const ListChange& list, size_t right_index) {
   if (!list.is_table) return "[" + std::to_string(right_index) + "]";
-  return "[" + std::to_string(right_index / list.right_columns) + "][" + std::to_string(right_index % list.right_columns) +
-         "]";
+  return "[" + std::to_string(right_index / list.right_columns) + "][" +
+         std::to_string(right_index % list.right_columns) + "]";
 }
 
 /// "[4]", "[4] to [6]", "[1], [3]"
@@ -1038,9 +1043,9 @@ std::string ListText(const Difference& difference) {
     if (list.has_statistics) {
       const std::string percent = PercentText(list.left_mean, list.right_mean);
       AppendPart("mean " + (percent.empty() ? Printed("%+.3g", list.right_mean - list.left_mean) : percent), text);
-      AppendPart("largest " + DistanceText(list.largest_left, list.largest_right) + " at " +
-                     PlaceText(list, list.largest),
-                 text);
+      AppendPart(
+          "largest " + DistanceText(list.largest_left, list.largest_right) + " at " + PlaceText(list, list.largest),
+          text);
     }
   }
   return text.empty() ? path : path + ": " + text;
@@ -1068,8 +1073,8 @@ std::string ElementPath(const Difference& difference, size_t right_index) {
 std::vector<std::string> DifferenceTexts(const Difference& difference, bool all_elements) {
   switch (difference.kind) {
     case DifferenceKind::kBytes:
-      return {"in bytes only: " + (difference.path.empty() ? "fields that the schema lacks, or another form of a value"
-                                                           : difference.path)};
+      return {"in bytes only: " +
+              (difference.path.empty() ? "fields that the schema lacks, or another form of a value" : difference.path)};
     case DifferenceKind::kChanged:
       return {ChangeText(difference.path, difference.left, difference.right)};
     case DifferenceKind::kAdded:

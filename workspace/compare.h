@@ -27,8 +27,8 @@ struct MessageSummary {
 };
 
 /// One value; std::monostate where there is none.
-using FieldValue = std::variant<std::monostate, bool, int64_t, uint64_t, float, double, std::string, EnumName,
-                                MessageSummary>;
+using FieldValue =
+    std::variant<std::monostate, bool, int64_t, uint64_t, float, double, std::string, EnumName, MessageSummary>;
 
 /// The value for people, on one line: numbers in the fewest digits that their type reads back, texts in quotes and cut
 /// after some bytes, "none" for no value. Texts may hold any characters.
@@ -79,7 +79,8 @@ struct ListChange {
   size_t left_size = 0;
   size_t right_size = 0;
   bool is_table = false;
-  bool rows_are_messages = false;  ///< of a table: each row is a message with a list "value", else rows follow one another
+  bool rows_are_messages =
+      false;  ///< of a table: each row is a message with a list "value", else rows follow one another
   /// Of a table, on either side; 0 where neither its values nor its rule tell.
   size_t left_rows = 0, left_columns = 0;
   size_t right_rows = 0, right_columns = 0;
@@ -152,8 +153,8 @@ class MessageComparer {
 };
 
 /// What differs, as lines for people: "lens.macro_code.value: 800 → 812 (+1.5 %)", "zones: length 9 → 10, inserted at
-/// [4]", "calibrations[0].table 32x32: 1,024 changed, mean +1.0 %, largest +0.02 at [3][17]". With `all_elements` a line
-/// follows for every element that a list or table keeps. Texts may hold any characters.
+/// [4]", "calibrations[0].table 32x32: 1,024 changed, mean +1.0 %, largest +0.02 at [3][17]". With `all_elements` a
+/// line follows for every element that a list or table keeps. Texts may hold any characters.
 std::vector<std::string> DifferenceTexts(const Difference& difference, bool all_elements);
 
 /// The JSON path of a changed element in the right message: "gain.value[3].value[17]".

@@ -95,9 +95,8 @@ size_t SchemaPosition(const JsonValue& object, const FieldDescriptor* field) {
 
 bool IsEditable(const JsonDocument& document) {
   return document.root().is_object() &&
-         std::all_of(document.faults().begin(), document.faults().end(), [](const JsonFault& fault) {
-           return fault.lenient || fault.code == Code::kJsonByteOrderMark;
-         });
+         std::all_of(document.faults().begin(), document.faults().end(),
+                     [](const JsonFault& fault) { return fault.lenient || fault.code == Code::kJsonByteOrderMark; });
 }
 
 /// How the document lays its lines out.
@@ -113,7 +112,8 @@ class JsonEdit::Layout {
     has_lines_ = HasLine(first);
     if (has_lines_) {
       std::string indent = IndentOf(first), outer;
-      if (IsAtLineOf(root.begin(), &outer) && indent.compare(0, outer.size(), outer) == 0) indent.erase(0, outer.size());
+      if (IsAtLineOf(root.begin(), &outer) && indent.compare(0, outer.size(), outer) == 0)
+        indent.erase(0, outer.size());
       if (!indent.empty()) unit_ = indent;
     }
     for (const JsonMember member : root.members()) {
@@ -276,8 +276,8 @@ std::string JsonEdit::Apply() const {
   for (const auto& [begin, replacement] : replaced_) {
     std::string indent;
     const bool lines = layout.has_lines() && layout.IsAtLineOf(begin, &indent);
-    splices.push_back({begin, replacement.end,
-                       lines ? layout.Shift(replacement.text, indent) : layout.Join(replacement.text)});
+    splices.push_back(
+        {begin, replacement.end, lines ? layout.Shift(replacement.text, indent) : layout.Join(replacement.text)});
   }
 
   // Of those that begin at one place, an insertion comes first, then the removal that takes the others along.

@@ -31,8 +31,9 @@ bool IsEditable(const JsonDocument& document);
 /// document, not of the changed text. Values and members belong to the document, which has to outlive this and be
 /// editable. What is changed inside of something that is replaced or removed is lost with it.
 ///
-/// New values are given as `json`: strict JSON, as the library prints it or in one line. Lines are shifted to where they
-/// go, a level to the document's indentation and line end; inside of an object or list in one line they are joined.
+/// New values are given as `json`: strict JSON, as the library prints it or in one line. Lines are shifted to where
+/// they go, a level to the document's indentation and line end; inside of an object or list in one line they are
+/// joined.
 class JsonEdit {
  public:
   explicit JsonEdit(const JsonDocument& document) : document_(document) {}

@@ -13,13 +13,13 @@
 
 namespace zotuning {
 
-/// The canonical form of a text of type `type`; nothing when it is not ok(), no object, or nested beyond all sense. Keys
-/// that the type does not have follow the others, keys that stand twice stay in their order, so that the text means what
-/// it meant. What only protobuf's parser takes becomes strict JSON.
+/// The canonical form of a text of type `type`; nothing when it is not ok(), no object, or nested beyond all sense.
+/// Keys that the type does not have follow the others, keys that stand twice stay in their order, so that the text
+/// means what it meant. What only protobuf's parser takes becomes strict JSON.
 std::optional<std::string> FormatJson(const JsonDocument& document, const google::protobuf::Descriptor* type);
 
-/// The canonical form of a value of `field`, null for one that is unknown, for JsonEdit: no indentation but that of its inner lines. `columns` is the
-/// number of values in a row, 0 for a list that is no table. Nothing as above.
+/// The canonical form of a value of `field`, null for one that is unknown, for JsonEdit: no indentation but that of its
+/// inner lines. `columns` is the number of values in a row, 0 for a list that is no table. Nothing as above.
 std::optional<std::string> FormatValue(const JsonValue& value, const google::protobuf::FieldDescriptor* field,
                                        size_t columns);
 

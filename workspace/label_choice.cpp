@@ -135,8 +135,9 @@ ChoiceResult ParseLabelChoice(const Project& project, const std::vector<std::str
 bool CheckLevels(const Project& project, const LabelChoice& choice, DiagnosticSink& sink) {
   const std::vector<std::string>& names = project.labels().names();
   if (choice.values[0].empty()) {
-    sink.Report(Code::kUsage, "the label " + Quoted(names[0]) + " is missing",
-                "for example " + names[0] + "=" + (project.ValueNames(0).empty() ? "NAME" : project.ValueNames(0).back()));
+    sink.Report(
+        Code::kUsage, "the label " + Quoted(names[0]) + " is missing",
+        "for example " + names[0] + "=" + (project.ValueNames(0).empty() ? "NAME" : project.ValueNames(0).back()));
     return false;
   }
   // A path ends at the first label that is not set.

@@ -56,7 +56,9 @@ std::string CamelCase(const std::string& name) {
 
 /// Whether two values are the same text or number, however they are quoted.
 bool SameScalar(const JsonValue& a, const JsonValue& b) {
-  const auto text = [](const JsonValue& value) { return value.is_string() ? value.String() : std::string(value.raw()); };
+  const auto text = [](const JsonValue& value) {
+    return value.is_string() ? value.String() : std::string(value.raw());
+  };
   return a && b && !a.is_object() && !a.is_array() && !b.is_object() && !b.is_array() && text(a) == text(b);
 }
 
@@ -296,7 +298,8 @@ class Templates {
   JsonValue Of(const Descriptor* type) {
     return Get(type, [&] {
       std::string text;
-      const auto printed = ZO_TUNING::internal::ModuleTemplate(schema_, type, [](const auto&) {}, &text);
+      const auto printed = ZO_TUNING::internal::ModuleTemplate(
+          schema_, type, [](const auto&) {}, &text);
       return printed.ok ? text : std::string();
     });
   }
@@ -343,7 +346,8 @@ class TextMigration {
 
   /// The new text. `default_root` is the migrated default, none for a default itself; `old_type` may be null.
   std::string Run(const Descriptor* type, const Descriptor* old_type, const JsonValue& default_root) {
-    Place place{&types_.Get(type), templates_.Of(type), default_root, old_type, templates_.OfOld(old_type), false, false, 0};
+    Place place{
+        &types_.Get(type), templates_.Of(type), default_root, old_type, templates_.OfOld(old_type), false, false, 0};
     Object(document_.root(), place, PathFrame{});
     return edit_.empty() ? std::string(document_.text()) : edit_.Apply();
   }
@@ -554,7 +558,8 @@ class TextMigration {
     const TypeTable& type = *place.type;
     for (size_t i = 0; i < type.fields.size(); ++i) {
       const FieldEntry& field = type.fields[i];
-      if (present.count(i) > 0 || !field.has_key || !IsWanted(field, place) || HasSibling(field, type, present)) continue;
+      if (present.count(i) > 0 || !field.has_key || !IsWanted(field, place) || HasSibling(field, type, present))
+        continue;
       JsonValue source = place.in_default.Find(field.name());
       // A parameter without a value has been packed as 0, and goes on so.
       const bool is_value = i == type.value && type.is_parameter();
@@ -586,8 +591,8 @@ class TextMigration {
   static bool HasSibling(const FieldEntry& field, const TypeTable& type, const std::set<size_t>& present) {
     const auto* oneof = field.descriptor->real_containing_oneof();
     return oneof != nullptr && std::any_of(present.begin(), present.end(), [&](size_t i) {
-      return type.fields[i].descriptor->real_containing_oneof() == oneof;
-    });
+             return type.fields[i].descriptor->real_containing_oneof() == oneof;
+           });
   }
 
   /// After the members of fields declared before field `index`, with the new names of renamed ones.
@@ -616,11 +621,7 @@ class TextMigration {
 class Migrator {
  public:
   Migrator(Project& project, const MigrateOptions& options, Migration& migration, DiagnosticSink& sink)
-      : project_(project),
-        options_(options),
-        migration_(migration),
-        sink_(sink),
-        names_(project, options) {}
+      : project_(project), options_(options), migration_(migration), sink_(sink), names_(project, options) {}
 
   bool Run() {
     if (!names_.Read(migration_.misuse, sink_)) return false;
@@ -689,8 +690,7 @@ class Migrator {
         }
       }
       if (!ReadFile(file.path, text, sink_)) continue;
-      is_setting ? SettingFile(scope, relative, file.path, path, std::move(text))
-                 : Change(file.path, path, text, text);
+      is_setting ? SettingFile(scope, relative, file.path, path, std::move(text)) : Change(file.path, path, text, text);
     }
     for (auto folder = left.rbegin(); folder != left.rend(); ++folder) migration_.changes.RemoveIfEmpty(*folder);
   }
@@ -736,17 +736,16 @@ class Migrator {
       return;
     }
     MigratedFile file{DisplayPath(path), DisplayPath(old_path), {}, {}, {}, {}, {}};
-    const Descriptor* old_type =
-        names_.old() == nullptr ? nullptr : names_.old()->FindType(names_.OldModule(module));
+    const Descriptor* old_type = names_.old() == nullptr ? nullptr : names_.old()->FindType(names_.OldModule(module));
     const auto found = defaults_.find(module);
     const bool is_default = scope == kDefaultScope;
     TextMigration run(names_, *templates_, types_, options_.rules, document, file);
-    const std::string new_text = run.Run(
-        type, old_type, is_default || found == defaults_.end() ? JsonValue() : found->second->root());
+    const std::string new_text =
+        run.Run(type, old_type, is_default || found == defaults_.end() ? JsonValue() : found->second->root());
     for (const auto& [rename, count] : run.suggestions()) suggestions_[rename] += count;
     // As long as names are open, the text is not what it is going to be.
-    const bool good = !run.suggestions().empty() ||
-                      CheckSettingText(project_.schema(), path, new_text, type, Fields::kAll, sink_);
+    const bool good =
+        !run.suggestions().empty() || CheckSettingText(project_.schema(), path, new_text, type, Fields::kAll, sink_);
     if (is_default && good && path == project_.layout().DefaultPath(module)) {
       defaults_[module] = std::make_unique<JsonDocument>(new_text);
     }

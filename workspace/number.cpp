@@ -142,8 +142,8 @@ std::string_view Unquoted(const JsonValue& value) {
 
 /// The limits of an integer type.
 struct Limits {
-  Uint128 most;       ///< of positive numbers
-  Uint128 most_below; ///< of negative ones
+  Uint128 most;        ///< of positive numbers
+  Uint128 most_below;  ///< of negative ones
 };
 
 std::optional<Limits> LimitsOf(const FieldDescriptor* field) {

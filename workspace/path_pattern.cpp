@@ -131,7 +131,8 @@ std::optional<TypedPath> TypedPath::Resolve(const PathPattern& pattern, const Ty
       } else if (message != nullptr) {
         const auto found = message->by_key.find(step.name);
         if (found == message->by_key.end()) {
-          return fail(Quoted(here) + " has no field " + Quoted(step.name) + DidYouMean(step.name, FieldNames(*message)));
+          return fail(Quoted(here) + " has no field " + Quoted(step.name) +
+                      DidYouMean(step.name, FieldNames(*message)));
         }
         path.steps_.push_back({Kind::kField, message, &message->fields[found->second], "", {}, {}});
         enter(message->fields[found->second], false);
@@ -212,7 +213,8 @@ struct TypedPath::Walk {
       return true;
     }
     if (columns == 0) {
-      return Fail(value, Quoted(here.ToString()) + " is one list, and its rule does not say with \"col\" how long a row is");
+      return Fail(value,
+                  Quoted(here.ToString()) + " is one list, and its rule does not say with \"col\" how long a row is");
     }
     const size_t rows = (elements.size() + columns - 1) / columns;
     if (!IsWithin(value, step.first, rows, "row") || !IsWithin(value, step.second, columns, "column")) return false;
@@ -254,8 +256,8 @@ struct TypedPath::Walk {
     const bool last = at + 1 == path.steps_.size();
     if (last) ++line;
     if (!found) return Miss(at, object);
-    const bool is_value = step.kind == Kind::kField && step.type->is_parameter() &&
-                          step.field == &step.type->fields[step.type->value];
+    const bool is_value =
+        step.kind == Kind::kField && step.type->is_parameter() && step.field == &step.type->fields[step.type->value];
     here.Push(std::move(key));
     const bool good = Go(at + 1, found, is_value ? TableColumns(object) : 0);
     if (good) here.Pop();
@@ -268,9 +270,10 @@ struct TypedPath::Walk {
     JsonPath whole = here;
     for (size_t i = at; i < path.steps_.size(); ++i) {
       if (path.steps_[i].kind != Kind::kField) {
-        return Fail(object, "there is no " + Quoted(path.steps_[at].field == nullptr ? path.steps_[at].key
-                                                                                     : path.steps_[at].field->name()) +
-                                " in " + (here.empty() ? "this setting" : Quoted(here.ToString())));
+        return Fail(object,
+                    "there is no " +
+                        Quoted(path.steps_[at].field == nullptr ? path.steps_[at].key : path.steps_[at].field->name()) +
+                        " in " + (here.empty() ? "this setting" : Quoted(here.ToString())));
       }
       missing.push_back(path.steps_[i].field);
       whole.Push(path.steps_[i].field->name());

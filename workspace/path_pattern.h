@@ -15,8 +15,9 @@
 
 namespace zotuning {
 
-/// A path as diagnostics print it, in which [*], [4:8], [4:] and [:8] name several elements. The ".value" of a parameter
-/// and of a row may be left out. Of a table that is one list, whose rule has "col", [3][17] are row and column.
+/// A path as diagnostics print it, in which [*], [4:8], [4:] and [:8] name several elements. The ".value" of a
+/// parameter and of a row may be left out. Of a table that is one list, whose rule has "col", [3][17] are row and
+/// column.
 class PathPattern {
  public:
   /// Nothing where the text is no path; `why` says so then.
@@ -49,7 +50,7 @@ struct Match {
   const FieldEntry* field;
   bool is_list;    ///< the list of the field, not one of its elements
   size_t columns;  ///< of a list that is a table: the values in a row, else 0
-  size_t line;     ///< counts the lists, rows and objects that the matches are in: those of one are in one line of a table
+  size_t line;  ///< counts the lists, rows and objects that the matches are in: those of one are in one line of a table
   /// Where there is no value: the innermost object that there is, and the fields that are missing in it and below.
   JsonValue parent;
   std::vector<const FieldEntry*> missing;
@@ -64,8 +65,8 @@ class TypedPath {
   /// The field of the values, for their type.
   const FieldEntry& field() const { return *field_; }
 
-  /// Appends the values in text order. False after an error that names `file`: an element that is not there, a list that
-  /// is none.
+  /// Appends the values in text order. False after an error that names `file`: an element that is not there, a list
+  /// that is none.
   bool Find(const JsonDocument& document, const std::string& file, std::vector<Match>& matches,
             DiagnosticSink& sink) const;
 

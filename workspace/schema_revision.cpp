@@ -83,7 +83,8 @@ const google::protobuf::Descriptor* SchemaRevision::FindType(const std::string& 
 std::string SchemaRevision::Template(const google::protobuf::Descriptor* type) {
   const std::unique_ptr<google::protobuf::Message> message(factory_.GetPrototype(type)->New());
   std::string json;
-  const auto printed = ZO_TUNING::internal::PrintTemplate(message.get(), type, [](const auto&) {}, &json);
+  const auto printed = ZO_TUNING::internal::PrintTemplate(
+      message.get(), type, [](const auto&) {}, &json);
   return printed.ok ? json : "";
 }
 

@@ -10,8 +10,8 @@
 
 namespace zotuning {
 
-bool Selection::FindModules(const Project& project, const LabelChoice& choice,
-                            const std::vector<PathPattern>& patterns, DiagnosticSink& sink) {
+bool Selection::FindModules(const Project& project, const LabelChoice& choice, const std::vector<PathPattern>& patterns,
+                            DiagnosticSink& sink) {
   const std::vector<int>& wanted = choice.values[0];
   std::string why;
   for (Project::Module& module : project.Modules()) {

@@ -34,8 +34,8 @@ class Selection {
   bool FindModules(const Project& project, const LabelChoice& choice, const std::vector<PathPattern>& patterns,
                    DiagnosticSink& sink);
 
-  /// Lists the settings of these modules that the choice takes, by scope and path. False after errors: there is none, or
-  /// a folder cannot be read.
+  /// Lists the settings of these modules that the choice takes, by scope and path. False after errors: there is none,
+  /// or a folder cannot be read.
   bool FindSettings(const Project& project, const LabelChoice& choice, DiagnosticSink& sink);
 
   const std::vector<SelectedModule>& modules() const { return modules_; }

@@ -311,7 +311,8 @@ class TreeSide : public Side {
     }
     const auto message = project_->schema().NewMessage(entry.type);
     if (!ParseJson(entry.path, std::string(text), message.get(), sink)) return false;
-    if (rules == RuleBytes::kPruned && !entry.module.empty()) ZO_TUNING::internal::PruneRules(message.get(), entry.type);
+    if (rules == RuleBytes::kPruned && !entry.module.empty())
+      ZO_TUNING::internal::PruneRules(message.get(), entry.type);
     bytes_ = message->SerializePartialAsString();
     bytes = bytes_;
     return true;
@@ -461,7 +462,8 @@ class SideOpener::Impl {
       size_t size_;
     };
     if (HasSuffix(FileName(path), kBinSuffix)) {
-      return OpenBinBytes(ProjectFor(path, sink).project, std::move(bytes), DisplayPath(path), ScopeOfBin(path), path, sink);
+      return OpenBinBytes(ProjectFor(path, sink).project, std::move(bytes), DisplayPath(path), ScopeOfBin(path), path,
+                          sink);
     }
     OpenProject project = ProjectFor(path, sink);
     if (project.project == nullptr) return nullptr;
@@ -649,8 +651,8 @@ class SideOpener::Impl {
   }
 
   static std::unique_ptr<Side> OpenBinBytes(std::shared_ptr<Project> project, std::string bytes,
-                                            const std::string& shown, const std::string& scope,
-                                            const std::string& name, DiagnosticSink& sink) {
+                                            const std::string& shown, const std::string& scope, const std::string& name,
+                                            DiagnosticSink& sink) {
     if (project == nullptr) return nullptr;
     auto side = std::make_unique<BinSide>(std::move(project), SideForm::kScope, name);
     return side->Add(scope, std::move(bytes), shown, sink) ? std::move(side) : nullptr;
@@ -877,8 +879,7 @@ class SidesComparer {
     }
     const auto restrict = [](const Side& side, Entries& entries) {
       if (side.form() != SideForm::kSetting && side.form() != SideForm::kFolder) return;
-      const LabelNames fixed =
-          side.form() == SideForm::kSetting ? side.settings().front().labels : side.fixed_labels();
+      const LabelNames fixed = side.form() == SideForm::kSetting ? side.settings().front().labels : side.fixed_labels();
       entries.erase(std::remove_if(entries.begin(), entries.end(),
                                    [&](const SideEntry* entry) {
                                      return !Includes(entry->labels, fixed) ||

@@ -1,6 +1,6 @@
 /// \file
-/// What can be compared: a setting, a folder, a sensor, the defaults, bins, a whole project, on disk or at a revision of
-/// git. Nothing is written but the schema of a revision, into a temporary folder.
+/// What can be compared: a setting, a folder, a sensor, the defaults, bins, a whole project, on disk or at a revision
+/// of git. Nothing is written but the schema of a revision, into a temporary folder.
 #pragma once
 
 #include <google/protobuf/message.h>
@@ -90,8 +90,9 @@ class SideOpener {
   explicit SideOpener(std::shared_ptr<Project> project);
   ~SideOpener();
 
-  /// Opens what `text` names; null after errors. What of it cannot be read is reported, and left out. Tried in this order: "default" and the names of sensors, a path from
-  /// here, a path in the project, and REVISION:FORM with a form of the tree at a revision of git.
+  /// Opens what `text` names; null after errors. What of it cannot be read is reported, and left out. Tried in this
+  /// order: "default" and the names of sensors, a path from here, a path in the project, and REVISION:FORM with a form
+  /// of the tree at a revision of git.
   std::unique_ptr<Side> Open(const std::string& text, DiagnosticSink& sink);
 
   /// The defaults of the project that a side is of, at its revision. Null after errors.
@@ -129,8 +130,8 @@ struct SidesComparison {
   std::vector<std::string> only_left_schema, only_right_schema;
 };
 
-/// Compares two sides; `on_difference` is called with each pair that differs: by scope, versions first, then in the order
-/// of the right side, then what only the left has. False after errors; what could be compared was.
+/// Compares two sides; `on_difference` is called with each pair that differs: by scope, versions first, then in the
+/// order of the right side, then what only the left has. False after errors; what could be compared was.
 bool CompareSides(Side& left, Side& right, const CompareSidesOptions& options,
                   const std::function<void(const EntryComparison&)>& on_difference, SidesComparison& result,
                   DiagnosticSink& sink);

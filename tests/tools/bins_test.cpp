@@ -132,7 +132,7 @@ TEST_F(PackedTest, DifferencesAreNamedWithBothValues) {
             "changed  module=AWBCommon\n"
             "  convergence.speed.value: " +
                 value +
-                " → 0.5 (+100.0 %)\n"
+                " → 0.5 (+316.7 %)\n"
                 "added    module=PdCommon mode=9\n"
                 "removed  module=AfCommon mode=1\n");
   Fails("verify out", "out: error: the bins are not those of the tree: 4 differences\n");
@@ -154,8 +154,8 @@ TEST_F(PackedTest, WhatDoesNotFitIsRefused) {
   Fails("verify out", bin_ + ": error: the bin of 'front' is missing");
   EXPECT_EQ(Tool("verify out --sensor main_wide").code, 0);
   Fails("verify nowhere", "cannot list the directory nowhere: No such file or directory");
-  Write(At("front/AWBCommon.json"), "{\"convergence\": }");
-  Fails("verify out", "front/AWBCommon.json:1:17: error: a value is expected");
+  Write(At("default/AWBCommon.json"), "{\"convergence\": }");
+  Fails("verify out", "default/AWBCommon.json:1:17: error: a value is expected");
 }
 
 }  // namespace

@@ -61,7 +61,8 @@ TEST_F(ToolTest, AllMistakesAreFoundInOneRun) {
   EXPECT_EQ(run.code, 1);
   std::multimap<std::string, Json> found;
   std::string before;
-  for (const Json& each : run.json()["diagnostics"]) {
+  const Json told = run.json();
+  for (const Json& each : told["diagnostics"]) {
     const std::string file = each["file"];
     EXPECT_LE(before, file);  // in the order of paths
     before = file;

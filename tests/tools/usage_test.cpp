@@ -10,8 +10,8 @@ namespace {
 
 TEST_F(ToolTest, EveryCommandHasHelpWithAnExampleOfItself) {
   const std::string all = Tool("--help", {temp_.str()}).out;
-  for (const std::string command :
-       {"init", "template", "new", "pack", "modules", "labels", "sensors", "tree", "show", "diff", "which", "verify", "version"}) {
+  for (const std::string command : {"init", "template", "new", "pack", "modules", "labels", "sensors", "tree", "show",
+                                    "diff", "which", "verify", "version"}) {
     const Ran run = Tool(command + " --help", {temp_.str()});
     EXPECT_EQ(run.code, 0) << command;
     EXPECT_THAT(run.out, HasSubstr("Examples:\n  zotuning " + command)) << command;

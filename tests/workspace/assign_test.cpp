@@ -60,7 +60,8 @@ class AssignTest : public testing::Test {
     const bool good = data.Read(table, form, "table", sink) && data.Assign(Resolve(path), "file", &text, sink);
     if (good) return text;
     const auto& fault = sink.diagnostics()[0];
-    return (fault.line > 0 ? std::to_string(fault.line) + ":" + std::to_string(fault.column) + ": " : "") + fault.message;
+    return (fault.line > 0 ? std::to_string(fault.line) + ":" + std::to_string(fault.column) + ": " : "") +
+           fault.message;
   }
 
   TextSchema schema_{R"(syntax = "proto3";
@@ -80,7 +81,8 @@ class AssignTest : public testing::Test {
 TEST_F(AssignTest, ChangesTheValuesThatAPathNames) {
   const std::string flat = "{\"flat\":{\"value\":[1.0,2,\n3,4],\"rule\":{\"col\":\"2\"}}}";
   const std::string rows = "{\"rows\":{\"value\":[{\"value\":[1,2]},\n{\"value\":[3,4]}],\"rule\":{\"col\":\"2\"}}}";
-  const std::string zones = "{\"zones\":[{\"weight\":{\"value\":1},\"name\":\"a\"},{\"weight\":{\"value\":2},\"name\":\"b\"}]}";
+  const std::string zones =
+      "{\"zones\":[{\"weight\":{\"value\":1},\"name\":\"a\"},{\"weight\":{\"value\":2},\"name\":\"b\"}]}";
   const struct {
     std::string text, order, result;
   } cases[] = {
@@ -90,8 +92,10 @@ TEST_F(AssignTest, ChangesTheValuesThatAPathNames) {
       {"{\"gain\":{\"value\":1.50}}", "gain*=2", "{\"gain\":{\"value\":3}}"},
       {"{\"wide\":\"5\"}", "wide=6", "{\"wide\":\"6\"}"},
       {"{\"kind\":\"Kind_A\"}", "kind=Kind_B", "{\"kind\":\"Kind_B\"}"},
-      {zones, "zones[*].name=c d", "{\"zones\":[{\"weight\":{\"value\":1},\"name\":\"c d\"},{\"weight\":{\"value\":2},\"name\":\"c d\"}]}"},
-      {zones, "zones[1].weight+=0.5", "{\"zones\":[{\"weight\":{\"value\":1},\"name\":\"a\"},{\"weight\":{\"value\":2.5},\"name\":\"b\"}]}"},
+      {zones, "zones[*].name=c d",
+       "{\"zones\":[{\"weight\":{\"value\":1},\"name\":\"c d\"},{\"weight\":{\"value\":2},\"name\":\"c d\"}]}"},
+      {zones, "zones[1].weight+=0.5",
+       "{\"zones\":[{\"weight\":{\"value\":1},\"name\":\"a\"},{\"weight\":{\"value\":2.5},\"name\":\"b\"}]}"},
       // Structures: only what differs.
       {zones, "zones[1]={\"weight\":{\"value\":2.0},\"name\":\"c\"}",
        "{\"zones\":[{\"weight\":{\"value\":1},\"name\":\"a\"},{\"weight\":{\"value\":2},\"name\":\"c\"}]}"},
@@ -103,7 +107,8 @@ TEST_F(AssignTest, ChangesTheValuesThatAPathNames) {
       {flat, "flat=[[1,2,3,4]]", "'flat.value' has 2 columns, not 4"},
       {rows, "rows[*][1]=0", "{\"rows\":{\"value\":[{\"value\":[1,0]},\n{\"value\":[3,0]}],\"rule\":{\"col\":\"2\"}}}"},
       {rows, "rows+=1", "{\"rows\":{\"value\":[{\"value\":[2,3]},\n{\"value\":[4,5]}],\"rule\":{\"col\":\"2\"}}}"},
-      {rows, "rows=[1,2,3,5]", "{\"rows\":{\"value\":[{\"value\":[1,2]},\n{\"value\":[3,5]}],\"rule\":{\"col\":\"2\"}}}"},
+      {rows, "rows=[1,2,3,5]",
+       "{\"rows\":{\"value\":[{\"value\":[1,2]},\n{\"value\":[3,5]}],\"rule\":{\"col\":\"2\"}}}"},
       {rows, "rows=[1,2,3]", "'rows.value' is a table: a list of its rows is expected"},
       // Missing fields are inserted where the schema has them.
       {"{\"wide\":1}", "gain=2", "{\"gain\":{\"value\": 2},\"wide\":1}"},
@@ -116,7 +121,8 @@ TEST_F(AssignTest, ChangesTheValuesThatAPathNames) {
       {"{\"gain\":{\"value\":1}}", "gain=[1]", "'gain.value' takes one value, not a list"},
       {flat, "flat=1", "'flat.value' takes a list: [...]"},
       {flat, "flat=" + std::string(9999, '['), "the value is nested too deeply"},
-      {"{\"flat\":{\"value\":" + std::string(9999, '[') + std::string(9999, ']') + "}}", "flat*=2", "the value is nested too deeply"},
+      {"{\"flat\":{\"value\":" + std::string(9999, '[') + std::string(9999, ']') + "}}", "flat*=2",
+       "the value is nested too deeply"},
       {"{\"gain\":{\"value\":true}}", "gain*=2", "'gain.value' is true: only numbers can be calculated with"},
   };
   for (const auto& row : cases) {

@@ -61,7 +61,9 @@ TEST(ChangeSet, GitMakesOfTheDiffWhatApplyMakes) {
       {"gone/removed.json", "1\n2\n", "-"},
       {"moved.json", "same\n", "same\n", "to/moved.json"},
       {"moved and changed.json", "1\n2\n3\n4\n5\n6\n7\n8\n9\n", "1\n2\n3\n4\n5\n6\n7\n8\n0\n", "other.json"},
-      {"odd \"name\"\t\\ gr\xc3\xb6\xc3\x9f" "e.json", "1\n", "2\n"},
+      {"odd \"name\"\t\\ gr\xc3\xb6\xc3\x9f"
+       "e.json",
+       "1\n", "2\n"},
   };
   const TempDir temp;
   const std::string by_git = temp / "git", by_us = temp / "us";

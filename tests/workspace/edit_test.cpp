@@ -77,12 +77,14 @@ TEST(JsonEdit, ChangesWhatIsNamedAlone) {
       {"\xef\xbb\xbf{\"a\":1}", {"a = 2"}, "\xef\xbb\xbf{\"a\":2}"},
       // Members into one line, at the front, between others, and at the end.
       {"{\"a\":1}", {". + 0 x 0", ". + 1 y 2"}, "{\"x\":0,\"a\":1,\"y\":2}"},
-      {"{ \"a\": 1, \"b\": 2 }", {". + 0 x 0", ". + 1 y [1,2]", ". + 9 z {\n \"k\": 1\n}"},
+      {"{ \"a\": 1, \"b\": 2 }",
+       {". + 0 x 0", ". + 1 y [1,2]", ". + 9 z {\n \"k\": 1\n}"},
        "{ \"x\": 0, \"a\": 1, \"y\": [1,2], \"b\": 2, \"z\": {\"k\": 1} }"},
       {"{}", {". + 0 x 0", ". + 0 y 1"}, "{\n \"x\": 0,\n \"y\": 1\n}"},
       {"{\"l\":[],\"o\":{}}", {"l + 0 1", "l + 0 2", "o + 0 k 3"}, "{\"l\":[1,2],\"o\":{\"k\":3}}"},
       // Lines: the indentation, line ends and colons of the surroundings.
-      {"{\r\n\t\"a\" : 1\r\n}\r\n", {". + 1 x {\n \"k\": [\n  1\n ]\n}"},
+      {"{\r\n\t\"a\" : 1\r\n}\r\n",
+       {". + 1 x {\n \"k\": [\n  1\n ]\n}"},
        "{\r\n\t\"a\" : 1,\r\n\t\"x\" : {\r\n\t\t\"k\": [\r\n\t\t\t1\r\n\t\t]\r\n\t}\r\n}\r\n"},
       {"{\n    \"a\": {},\n\n    \"b\": [\n        {\"c\": 1}\n    ]\n}",
        {"a + 0 x 1", "b + 1 {}", "b[0] + 1 d {\n \"e\": 2\n}", ". + 1 y 2"},
@@ -98,8 +100,12 @@ TEST(JsonEdit, ChangesWhatIsNamedAlone) {
       {"{\n \"a\": [\n  1,\n  2,\n ]\n}", {"a - 0", "a - 1"}, "{\n \"a\": []\n}"},
       {"{\n \"a\": 1,\n \"b\": 2\n}", {". - 0", ". - 1"}, "{}"},
       // Many at once: in the place of what goes, and inside of what goes.
-      {"{\n \"a\": 1,\n \"b\": {\"c\": 2}\n}", {". - 0", ". + 0 x 7", "b.c = 3"}, "{\n \"x\": 7,\n \"b\": {\"c\": 3}\n}"},
-      {"{\n \"a\": 1,\n \"b\": {\"c\": 2}\n}", {". - 1", "b.c = 3", "b + 0 d 1", ". + 2 e 5"}, "{\n \"a\": 1,\n \"e\": 5\n}"},
+      {"{\n \"a\": 1,\n \"b\": {\"c\": 2}\n}",
+       {". - 0", ". + 0 x 7", "b.c = 3"},
+       "{\n \"x\": 7,\n \"b\": {\"c\": 3}\n}"},
+      {"{\n \"a\": 1,\n \"b\": {\"c\": 2}\n}",
+       {". - 1", "b.c = 3", "b + 0 d 1", ". + 2 e 5"},
+       "{\n \"a\": 1,\n \"e\": 5\n}"},
       {"{\"a\": {\"b\": [1]}}", {"a = 0", "a.b = 1", "a.b + 0 2"}, "{\"a\": 0}"},
       {"{\"a\": [1, 2]}", {"a - 0", "a - 1", "a + 1 8", "a + 2 9"}, "{\"a\": [8, 9]}"},
   };
@@ -180,7 +186,8 @@ TEST(JsonEdit, ManyChangesOfAnyTextComeToWhatTheyShould) {
     ChangeAtRandom(document.root(), random, &edit, &tree);
     const JsonDocument changed(edit.Apply());
     ASSERT_TRUE(changed.ok() && changed.faults().size() == document.faults().size())
-        << TreeOf(changed.root()).Text() << "\n" << tree.Text();
+        << TreeOf(changed.root()).Text() << "\n"
+        << tree.Text();
     ASSERT_TRUE(TreeOf(changed.root()).Text() == tree.Text()) << text << "\n" << changed.text();
     ++changed_texts;
   }

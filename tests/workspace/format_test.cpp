@@ -61,8 +61,7 @@ TEST(Format, IsOneForm) {
        "{\n \"flat\": {\n  \"value\": [\n   1, 2,\n   3, 4,\n   5\n  ],\n  \"rule\": {\n   \"col\": \"2\"\n  }\n }\n}\n"},
       {"{\"rows\":{\"value\":[{\"value\":[1,2]},{\"value\":3},{}]}}",
        "{\n \"rows\": {\n  \"value\": [\n   {\"value\": [1, 2]},\n   {\"value\": 3},\n   {}\n  ]\n }\n}\n"},
-      {"{\"codes\":[[1,2],[3],[[4]],5]}",
-       "{\n \"codes\": [\n  [1, 2],\n  [3],\n  [\n   [4]\n  ],\n  5\n ]\n}\n"},
+      {"{\"codes\":[[1,2],[3],[[4]],5]}", "{\n \"codes\": [\n  [1, 2],\n  [3],\n  [\n   [4]\n  ],\n  5\n ]\n}\n"},
       {"{\"zones\":[{\"name\":\"x\",\"weight\":{}}],\"by_name\":{\"z\":{\"name\":\"\"},\"a\":{}}}",
        "{\n \"zones\": [\n  {\n   \"weight\": {},\n   \"name\": \"x\"\n  }\n ],\n \"by_name\": {\n  \"z\": {\n   \"name\": "
        "\"\"\n  },\n  \"a\": {}\n }\n}\n"},
@@ -126,7 +125,9 @@ TEST(Format, TemplatesAreInItAndTheExampleKeepsItsMeaning) {
     if (path.extension() != ".json" || path.parent_path().filename() == "version") continue;
     const auto* type = schema->FindType(path.stem().string());
     std::string made;
-    ASSERT_TRUE(ZO_TUNING::internal::ModuleTemplate(*schema, type, [](const auto&) {}, &made).ok);
+    ASSERT_TRUE(ZO_TUNING::internal::ModuleTemplate(
+                    *schema, type, [](const auto&) {}, &made)
+                    .ok);
     EXPECT_EQ(Formatted(made, type), made);
     BothPaths paths(type);
     ASSERT_NO_FATAL_FAILURE(ExpectSameMeaning(paths, Read(path.string()), &formatted));

@@ -92,8 +92,8 @@ class MigrateTest : public testing::Test {
     CollectingSink sink;
     const auto project = zotuning::Project::Load(dir_, sink);
     migration_ = Migration();
-    const bool good = project != nullptr && project->ok() &&
-                      PlanMigration(*project, options, migration_, sink) && migration_.changes.Apply(sink);
+    const bool good = project != nullptr && project->ok() && PlanMigration(*project, options, migration_, sink) &&
+                      migration_.changes.Apply(sink);
     for (const zotuning::Diagnostic& diagnostic : sink.diagnostics()) {
       errors_ += diagnostic.message + "; " + diagnostic.hint + "\n";
     }
@@ -109,7 +109,8 @@ class MigrateTest : public testing::Test {
 };
 
 TEST_F(MigrateTest, TextsFitTheNewSchemaAndTheRestStays) {
-  const std::string rule = "\"rule\": {\n      \"description\": \"[Float]\",\n      \"recommend\": \"None\"\n    }\n  }";
+  const std::string rule =
+      "\"rule\": {\n      \"description\": \"[Float]\",\n      \"recommend\": \"None\"\n    }\n  }";
   const struct {
     const char* name;
     Edits schema;
@@ -144,13 +145,10 @@ TEST_F(MigrateTest, TextsFitTheNewSchemaAndTheRestStays) {
        {{"repeated float list", "FloatArrayData list"}},
        {},
        {},
-       {{"[1, 2.0]", "{\n    \"value\": [1, 2.0],\n    \"rule\": {\n      \"description\": \"[FloatArr]\",\n"
-                     "      \"recommend\": \"None\",\n      \"order\": 0,\n      \"len\": \"-1\"\n    }\n  }"}}},
-      {"a data type becomes its value",
-       {{"FloatData gain", "float gain"}},
-       {},
-       {},
-       {{"{\"value\": 1.50}", "1.50"}}},
+       {{"[1, 2.0]",
+         "{\n    \"value\": [1, 2.0],\n    \"rule\": {\n      \"description\": \"[FloatArr]\",\n"
+         "      \"recommend\": \"None\",\n      \"order\": 0,\n      \"len\": \"-1\"\n    }\n  }"}}},
+      {"a data type becomes its value", {{"FloatData gain", "float gain"}}, {}, {}, {{"{\"value\": 1.50}", "1.50"}}},
   };
   for (const auto& row : rows) {
     for (const bool crlf : {false, true}) {
@@ -172,7 +170,8 @@ TEST_F(MigrateTest, WhatIsDroppedIsKeptInTheReport) {
   const std::string report = dir_ + "/migrate.rej.json";
   EXPECT_THAT(Read(report), HasSubstr("\"file\": \"" + kPath + "\",\n   \"path\": \"plain\",\n   \"value\": 5.0"));
   ASSERT_TRUE(Migrate({{"float plain = 3;", ""}, {" FloatData weight = 2;", ""}})) << errors_;
-  EXPECT_THAT(Read(report), testing::AllOf(HasSubstr("\"path\": \"plain\""), HasSubstr("\"path\": \"zones[1].weight\"")));
+  EXPECT_THAT(Read(report),
+              testing::AllOf(HasSubstr("\"path\": \"plain\""), HasSubstr("\"path\": \"zones[1].weight\"")));
 }
 
 TEST_F(MigrateTest, ModulesAndLabelValuesTakeTheirFilesAlong) {
@@ -180,8 +179,8 @@ TEST_F(MigrateTest, ModulesAndLabelValuesTakeTheirFilesAlong) {
   MigrateOptions options;
   options.module_renames = {"Lens=Optics"};
   options.label_renames = {"scenario.Video=Movie"};
-  const Edits schema = {{"Module_Lens", "Module_Optics"}, {"message Lens", "message Optics"},
-                        {"Scenario_Video", "Scenario_Movie"}};
+  const Edits schema = {
+      {"Module_Lens", "Module_Optics"}, {"message Lens", "message Optics"}, {"Scenario_Video", "Scenario_Movie"}};
   ASSERT_TRUE(Migrate(schema, options)) << errors_;
   EXPECT_EQ(Read(dir_ + "/tele/mode_1/scenario_Movie/Optics.json"), kSetting);
   EXPECT_EQ(Read(dir_ + "/tele/mode_1/scenario_Movie/notes.txt"), "kept");

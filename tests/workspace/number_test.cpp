@@ -27,9 +27,9 @@ const google::protobuf::Descriptor* Numbers() {
 std::string Result(const std::string& field, const std::string& number, char sign, const std::string& operand) {
   const JsonDocument document("[" + number + "]");
   std::string why;
-  const auto result = zotuning::Calculate(*document.root().elements().begin(),
-                                          sign == '*' ? Operation::kMultiply : Operation::kAdd, operand,
-                                          Numbers()->FindFieldByName(field), &why);
+  const auto result =
+      zotuning::Calculate(*document.root().elements().begin(), sign == '*' ? Operation::kMultiply : Operation::kAdd,
+                          operand, Numbers()->FindFieldByName(field), &why);
   return result.value_or(why);
 }
 

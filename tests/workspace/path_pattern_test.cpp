@@ -99,7 +99,8 @@ TEST(PathPattern, NamesValues) {
       {"flat[3][0]", "'flat.value' has 3 rows"},
       {"flat[0][2]", "'flat.value' has 2 columns"},
       {"zone.knots[0]", "there is no 'zone' in this setting"},
-      {"zones[0].knots[0][0]", "'zones[0].knots' is one list, and its rule does not say with \"col\" how long a row is"},
+      {"zones[0].knots[0][0]",
+       "'zones[0].knots' is one list, and its rule does not say with \"col\" how long a row is"},
   };
   for (const auto& row : rows) EXPECT_EQ(Found(row.path), row.found) << row.path;
 }

@@ -48,7 +48,7 @@ class SidesTest : public ProjectTest {
     std::vector<zotuning::ScopeInputs> inputs;
     std::vector<zotuning::PackedBin> bins;
     ASSERT_TRUE(ListInputs(*project, project->Scopes(), inputs, sink));
-    ASSERT_TRUE(PackBins(*project, inputs, {}, dir_ + "/out", "out", bins, sink));
+    ASSERT_TRUE(PackBins(*project, inputs, {false}, dir_ + "/out", "out", bins, sink));
   }
 
   void Git(Strings words) const {
@@ -94,7 +94,8 @@ TEST_F(SidesTest, EveryFormIsTheSameAtItsRevision) {
   Commit();
   Open();
   const std::string prefix = "HEAD:";
-  for (const std::string form : {"", "default", "tele", "tele/mode_1", "tele/mode_1/AWGain.json", "out", "out/tele.bin"}) {
+  for (const std::string form :
+       {"", "default", "tele", "tele/mode_1", "tele/mode_1/AWGain.json", "out", "out/tele.bin"}) {
     const Strings same = Compare(prefix + form, form.empty() ? dir_ : form);
     ASSERT_EQ(same.size(), 1u) << form << ": " << testing::PrintToString(same);
     EXPECT_NE(same[0], "0 same") << form;
@@ -108,9 +109,9 @@ TEST_F(SidesTest, EveryFormIsTheSameAtItsRevision) {
   Write(dir_ + "/tele/version/t.json", VersionJson("t", "3"));
   Write(dir_ + "/tele/mode_3/AWGain.json", GainJson("1"));
   fs::remove(dir_ + "/tele/mode_2/AWGain.json");
-  EXPECT_THAT(Compare("HEAD:", dir_), ElementsAre("changed tele version=t", "changed tele module=AWGain mode=1",
-                                                  "added tele module=AWGain mode=3",
-                                                  "removed tele module=AWGain mode=2", "4 same"));
+  EXPECT_THAT(Compare("HEAD:", dir_),
+              ElementsAre("changed tele version=t", "changed tele module=AWGain mode=1",
+                          "added tele module=AWGain mode=3", "removed tele module=AWGain mode=2", "4 same"));
   EXPECT_EQ(Compare("out", dir_), Compare("HEAD:", dir_));
   Commit();
   EXPECT_THAT(Compare("HEAD~1:tele", "HEAD@{0}:tele/").size(), 5u);
@@ -123,10 +124,12 @@ TEST_F(SidesTest, FoldersArePairedByWhatIsBelowThemAndDefaultsByModule) {
   EXPECT_THAT(Compare("default", "tele"),
               ElementsAre("changed tele module=AWGain mode=1", "changed tele module=AWGain mode=2", "1 same"));
   EXPECT_THAT(Compare("default", dir_), Compare("default", "tele"));
-  EXPECT_THAT(Compare("default/AWGain.json", "tele/mode_1"), ElementsAre("changed tele module=AWGain mode=1", "0 same"));
+  EXPECT_THAT(Compare("default/AWGain.json", "tele/mode_1"),
+              ElementsAre("changed tele module=AWGain mode=1", "0 same"));
   EXPECT_THAT(Compare("tele/AfCommon.json", "tele/mode_1/AWGain.json"),
-              ElementsAre("0 same", ": 'tele/AfCommon.json' is a setting of 'AfCommon', 'tele/mode_1/AWGain.json' one of "
-                                    "'AWGain'"));
+              ElementsAre("0 same",
+                          ": 'tele/AfCommon.json' is a setting of 'AfCommon', 'tele/mode_1/AWGain.json' one of "
+                          "'AWGain'"));
 }
 
 TEST_F(SidesTest, ARevisionHasItsOwnSchema) {

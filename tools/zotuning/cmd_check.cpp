@@ -69,7 +69,7 @@ int Run(CommandContext& context, const Options& options) {
     for (const Diagnostic& diagnostic : diagnostics) console.Add(diagnostic);
     std::string sums = Count(filter.errors(), "error") + ", " + Count(filter.warnings(), "warning");
     if (filter.files() > 0) sums += " in " + Count(filter.files(), "file");
-    console.Print(sums + "\n");
+    if (checked) console.Print(sums + "\n");
   }
   console.result() = {{"errors", filter.errors()}, {"warnings", filter.warnings()}, {"files", filter.files()}};
   if (!checked) return kMisuse;

@@ -5,11 +5,11 @@
 #include <utility>
 
 #include "command_context.h"
+#include "json/json_text-inl.h"
 #include "workspace/change_set.h"
 #include "workspace/check_json.h"
 #include "workspace/format.h"
 #include "workspace/message_text.h"
-#include "json/json_text-inl.h"
 #include "workspace/suggest.h"
 
 namespace zotuning::tool {
@@ -59,7 +59,8 @@ std::optional<std::string> Format(Project& project, const Descriptor* type, cons
   if (!form) {
     console.Report(Code::kJsonTooDeep, "the values are nested too deeply to be laid out", "", file);
   } else if (*form != text && !PackTheSame(project, type, text, *form)) {
-    console.Report(Code::kInternal, "the canonical form would pack something else; the file is left as it is", "", file);
+    console.Report(Code::kInternal, "the canonical form would pack something else; the file is left as it is", "",
+                   file);
     form.reset();
   }
   return form;
@@ -129,7 +130,8 @@ int Run(CommandContext& context, const Options& options) {
   size_t count = 0;
   for (const std::string& path : ListInputs(*project, options, console)) {
     const std::string file = DisplayPath(path);
-    const Descriptor* type = TypeOf(*project, options.module.empty() ? ModuleOfFile(path) : options.module, file, console);
+    const Descriptor* type =
+        TypeOf(*project, options.module.empty() ? ModuleOfFile(path) : options.module, file, console);
     std::string text;
     if (type == nullptr || !RefuseSpecialFile(path, console) || !ReadFile(path, text, console)) continue;
     std::optional<std::string> form = Format(*project, type, text, file, console);
@@ -137,8 +139,8 @@ int Run(CommandContext& context, const Options& options) {
     ++count;
     if (*form == text) continue;
     if (options.check) {
-      console.Report(Code::kNotFormatted, "this file is not in the canonical form", "'zotuning fmt " + file + "' writes it",
-                     file);
+      console.Report(Code::kNotFormatted, "this file is not in the canonical form",
+                     "'zotuning fmt " + file + "' writes it", file);
     }
     rows.push_back({file, "formatted"});
     files.push_back(file);
@@ -175,7 +177,8 @@ void AddFmt(CLI::App& app, CommandContext& context) {
       [&context, options] { return Run(context, *options); });
   command->add_option("FILE", options->files, "Files and folders instead of all settings; '-' is standard input");
   command->add_option("--module", options->module, "The module of standard input")->type_name("MODULE");
-  command->add_option("--stdin-path", options->stdin_path, "The file that standard input stands for")->type_name("FILE");
+  command->add_option("--stdin-path", options->stdin_path, "The file that standard input stands for")
+      ->type_name("FILE");
   command->add_flag("--check", options->check, "Name the files that are not in the canonical form, write nothing");
   command->add_flag("--dry-run", options->dry_run, "Print the change for 'git apply', write nothing");
 }

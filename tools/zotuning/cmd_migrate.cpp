@@ -13,8 +13,8 @@ struct Options : MigrateOptions {
 };
 
 Json FileJson(const MigratedFile& file) {
-  return {{"file", file.path},       {"old_file", file.old_path}, {"added", file.added}, {"renamed", file.renamed},
-          {"moved", file.moved},     {"dropped", file.dropped},   {"rules", file.rules}};
+  return {{"file", file.path},   {"old_file", file.old_path}, {"added", file.added}, {"renamed", file.renamed},
+          {"moved", file.moved}, {"dropped", file.dropped},   {"rules", file.rules}};
 }
 
 std::string FileText(const MigratedFile& file) {
@@ -54,7 +54,8 @@ int Run(CommandContext& context, const Options& options) {
   if (!migration.changes.Apply(console)) return kFailed;
   std::string text;
   for (const MigratedFile& file : migration.files) text += FileText(file);
-  text += migration.files.empty() ? "everything fits the schema\n" : Count(migration.files.size(), "file") + " migrated\n";
+  text +=
+      migration.files.empty() ? "everything fits the schema\n" : Count(migration.files.size(), "file") + " migrated\n";
   if (!migration.report_path.empty()) text += "what was dropped is kept in " + migration.report_path + "\n";
   console.Print(Printable(text, true));
   return kDone;

@@ -41,8 +41,9 @@ bool ReadSource(const Project& project, const Options& options, CopySource& sour
     if (path[0] != '/' && !Exists(path) && Exists(inside)) path = inside;
     source = [&console, path](const std::string& module) {
       if (ModuleOfFile(path) == module) return path;
-      console.Report(Code::kUsage, "a setting of " + Quoted(module) + " cannot be a copy of one of " +
-                                       Quoted(ModuleOfFile(path)), "", DisplayPath(path));
+      console.Report(Code::kUsage,
+                     "a setting of " + Quoted(module) + " cannot be a copy of one of " + Quoted(ModuleOfFile(path)), "",
+                     DisplayPath(path));
       return std::string();
     };
     return true;
@@ -50,9 +51,8 @@ bool ReadSource(const Project& project, const Options& options, CopySource& sour
   LabelChoice choice;
   std::vector<std::string> words = options.from;
   // The module is that of each setting to be made.
-  const bool module_given = std::any_of(words.begin(), words.end(), [](const std::string& word) {
-    return word.rfind("module=", 0) == 0;
-  });
+  const bool module_given =
+      std::any_of(words.begin(), words.end(), [](const std::string& word) { return word.rfind("module=", 0) == 0; });
   if (!module_given) words.push_back("module=" + project.ValueNames(0).back());
   const ChoiceResult result = ParseLabelChoice(project, words, true, choice, console);
   misuse = result == ChoiceResult::kMisuse;
@@ -71,8 +71,8 @@ bool ReadSource(const Project& project, const Options& options, CopySource& sour
     }
     std::string path = project.dir() + "/" + project.SettingPath(scope, of_module);
     if (ModuleOfFile(path) != module) {
-      console.Report(Code::kUsage, "a setting of " + Quoted(module) + " cannot be a copy of one of " +
-                                       Quoted(ModuleOfFile(path)));
+      console.Report(Code::kUsage,
+                     "a setting of " + Quoted(module) + " cannot be a copy of one of " + Quoted(ModuleOfFile(path)));
     } else if (!Exists(path)) {
       console.Report(Code::kNoMatch, "there is no such setting to copy", "'zotuning tree' lists the settings",
                      DisplayPath(path));

@@ -21,15 +21,15 @@ int Compare(CommandContext& context, const std::string& revision) {
   size_t breaking = 0;
   for (const SchemaChange& change : changes) {
     if (change.breaks) ++breaking;
-    rows.push_back({change.breaks ? "breaking" : "compatible", change.rule.empty() ? "-" : change.rule, change.name,
-                    change.text});
-    list.push_back({{"breaking", change.breaks}, {"rule", change.rule}, {"name", change.name}, {"change", change.text}});
+    rows.push_back(
+        {change.breaks ? "breaking" : "compatible", change.rule.empty() ? "-" : change.rule, change.name, change.text});
+    list.push_back(
+        {{"breaking", change.breaks}, {"rule", change.rule}, {"name", change.name}, {"change", change.text}});
   }
   console.Print(Table(rows));
-  console.Print(changes.empty()
-                    ? "nothing that a bin can hold has changed since " + Printable(revision) + "\n"
-                    : Count(breaking, "breaking change") + ", " + std::to_string(changes.size() - breaking) +
-                          " compatible\n");
+  console.Print(changes.empty() ? "nothing that a bin can hold has changed since " + Printable(revision) + "\n"
+                                : Count(breaking, "breaking change") + ", " +
+                                      std::to_string(changes.size() - breaking) + " compatible\n");
   console.result() = {{"revision", revision}, {"breaking", breaking}, {"changes", std::move(list)}};
   return breaking > 0 ? kFailed : kDone;
 }

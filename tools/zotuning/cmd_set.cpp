@@ -95,8 +95,9 @@ int PlanNew(Project& project, const LabelChoice& choice, const Selection& select
             Console& console) {
   if (choice.scopes.empty() ||
       std::find(choice.scopes.begin(), choice.scopes.end(), kDefaultScope) != choice.scopes.end()) {
-    console.Report(Code::kUsage, "--create needs sensors", "for example --where sensor=" +
-                                     (project.sensors().empty() ? "NAME" : project.sensors()[0]) + " module=MODULE");
+    console.Report(
+        Code::kUsage, "--create needs sensors",
+        "for example --where sensor=" + (project.sensors().empty() ? "NAME" : project.sensors()[0]) + " module=MODULE");
     return kMisuse;
   }
   if (!CheckLevels(project, choice, console)) return kMisuse;
@@ -165,7 +166,8 @@ int Run(CommandContext& context, const Options& options) {
     }
   }
   CollectingSink none;
-  const bool found = selection.FindSettings(*project, choice, changes.empty() ? console : static_cast<DiagnosticSink&>(none));
+  const bool found =
+      selection.FindSettings(*project, choice, changes.empty() ? console : static_cast<DiagnosticSink&>(none));
   if ((!found && changes.empty()) || !RequireOneModule(selection, choice, console)) return kFailed;
   for (const SelectedSetting& selected : selection.settings()) {
     std::string text;
@@ -226,9 +228,7 @@ void AddSet(CLI::App& app, CommandContext& context) {
                    "Settings with these label values; 'sensor=S' chooses a sensor or 'default', 'mode=' settings "
                    "without a mode")
       ->type_name("LABEL=VALUE");
-  command
-      ->add_option("--from", options->from,
-                   "Take the values from this JSON, CSV or TSV file; '-' is standard input")
+  command->add_option("--from", options->from, "Take the values from this JSON, CSV or TSV file; '-' is standard input")
       ->type_name("FILE")
       ->check(NotEmpty());
   command->add_flag("--create", options->create, "Make the settings that the labels name and that do not exist");

@@ -44,7 +44,8 @@ int List(CommandContext& context) {
   return kDone;
 }
 
-/// The text of a version file with another version: only that member's value changes, or the member is added at the end.
+/// The text of a version file with another version: only that member's value changes, or the member is added at the
+/// end.
 std::string TextWithVersion(const std::string& text, const google::protobuf::FieldDescriptor* field,
                             const std::string& version) {
   const JsonDocument document(text);
