@@ -39,7 +39,8 @@ TEST_F(ToolTest, AllMistakesAreFoundInOneRun) {
       {"front/mode_16/AfCommon.json", with("{", "{\"gian\": 1,"), "json-unknown-key", "", 1},
       {"front/mode_17/AfCommon.json", "{}", "json-missing-field", "", 1},
       {"front/mode_18/AfCommon.json", with("AF_SEARCH_", "AF_SERCH_"), "json-enum", "", 0},
-      {"front/mode_19/AfCommon.json", with("\"lens\": {", "\"lens\": {\"macro_code\": 5, "), "json-same-field", "", 0},
+      {"front/mode_19/AfCommon.json", with("\"lens\": {", "\"lens\": {\"macro_code\": 5, "), "json-duplicate-key", "",
+       0},
       // Tree.
       {"front/modde_3/AfCommon.json", good, "unknown-label", "front/modde_3"},
       {"front/mode_5/mode_6/AfCommon.json", good, "tree-nesting", ""},

@@ -145,10 +145,10 @@ TEST_F(DiffTest, OnlyTheExactSettingIsForASituation) {
             "AfCommon: mode=1\n  exact    front/mode_1/AfCommon.json\n  default  default/AfCommon.json\n");
   EXPECT_EQ(Tool("which front module=AfCommon mode=1 scenario=Video --value scan.coarse_step.value").out,
             "AfCommon: no setting for mode=1 scenario=Video\n"
-            "  near     front/mode_1/AfCommon.json  48  1 level in common; scenario is not set\n"
+            "  near     front/mode_1/AfCommon.json  24  1 level in common; scenario is not set\n"
             "  default  default/AfCommon.json       40\n");
   const Json modules = Tool("which main_wide --json").json()["result"]["modules"];
-  EXPECT_EQ(modules.size(), 12u);
+  EXPECT_EQ(modules.size(), 13u);
   Fails("which front mode=1,2", "a situation has one value of 'mode'", 2);
   Fails("which front module=AfCommon --value no.such", "none of these settings has a value at 'no.such'");
   Fails("which fornt", "did you mean 'front'?");

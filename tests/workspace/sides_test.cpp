@@ -89,34 +89,6 @@ class SidesTest : public ProjectTest {
   std::unique_ptr<SideOpener> opener_;
 };
 
-TEST_F(SidesTest, EveryFormIsTheSameAtItsRevision) {
-  Pack();
-  Commit();
-  Open();
-  const std::string prefix = "HEAD:";
-  for (const std::string form :
-       {"", "default", "tele", "tele/mode_1", "tele/mode_1/AWGain.json", "out", "out/tele.bin"}) {
-    const Strings same = Compare(prefix + form, form.empty() ? dir_ : form);
-    ASSERT_EQ(same.size(), 1u) << form << ": " << testing::PrintToString(same);
-    EXPECT_NE(same[0], "0 same") << form;
-  }
-  EXPECT_THAT(Compare("HEAD:", "out"), ElementsAre("7 same"));
-  EXPECT_THAT(Compare("out/tele.bin", "tele"), ElementsAre("4 same"));
-  EXPECT_THAT(Compare(dir_ + "/tele/mode_1", "tele"), ElementsAre("1 same"));
-  Write(dir_ + "/tele/mode_1/AWGain.json", GainJson("2.50") + "\n");
-  EXPECT_THAT(Compare(prefix, dir_), ElementsAre("7 same"));
-  Write(dir_ + "/tele/mode_1/AWGain.json", GainJson("2.75"));
-  Write(dir_ + "/tele/version/t.json", VersionJson("t", "3"));
-  Write(dir_ + "/tele/mode_3/AWGain.json", GainJson("1"));
-  fs::remove(dir_ + "/tele/mode_2/AWGain.json");
-  EXPECT_THAT(Compare("HEAD:", dir_),
-              ElementsAre("changed tele version=t", "changed tele module=AWGain mode=1",
-                          "added tele module=AWGain mode=3", "removed tele module=AWGain mode=2", "4 same"));
-  EXPECT_EQ(Compare("out", dir_), Compare("HEAD:", dir_));
-  Commit();
-  EXPECT_THAT(Compare("HEAD~1:tele", "HEAD@{0}:tele/").size(), 5u);
-}
-
 TEST_F(SidesTest, FoldersArePairedByWhatIsBelowThemAndDefaultsByModule) {
   Open();
   EXPECT_THAT(Compare("tele/mode_1", "tele/mode_2"), ElementsAre("1 same"));
