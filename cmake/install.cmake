@@ -52,6 +52,16 @@ install(FILES ${PROJECT_SOURCE_DIR}/LICENSE ${PROJECT_SOURCE_DIR}/CHANGELOG.md $
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples
   DESTINATION ${doc_dir} COMPONENT Development FILES_MATCHING
   PATTERN *.md PATTERN *.proto PATTERN *.json PATTERN *.h)
+# The reference of every public name is written from the comments of the public header.
+find_program(ZOTUNING_AWK awk)
+mark_as_advanced(ZOTUNING_AWK)
+if(ZOTUNING_AWK)
+  install(CODE "
+    execute_process(COMMAND ${ZOTUNING_AWK} -f ${PROJECT_SOURCE_DIR}/scripts/api_page.awk
+                            ${PROJECT_SOURCE_DIR}/src/ZoTuningUtils.h
+                    OUTPUT_FILE ${PROJECT_BINARY_DIR}/api.md COMMAND_ERROR_IS_FATAL ANY)" COMPONENT Development)
+  install(FILES ${PROJECT_BINARY_DIR}/api.md DESTINATION ${doc_dir}/docs COMPONENT Development)
+endif()
 
 # ---- The console tool, its man page and the completions of three shells.
 if(TARGET zotuning)
