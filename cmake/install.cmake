@@ -7,7 +7,7 @@ set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zotuning_utils)
 set(doc_dir ${CMAKE_INSTALL_DATAROOTDIR}/doc/zotuning_utils)
 
 # ---- The shared library and what it takes to link it.
-# Where a library stands outside the linker's own folders, as Debian's liblog does, the way to it is kept.
+# Where a library is outside the linker's own folders, as Debian's liblog is, its path is kept.
 set_target_properties(zotuning_utils PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
 install(TARGETS zotuning_utils EXPORT zotuning_utilsTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Library NAMELINK_COMPONENT Development
