@@ -32,6 +32,10 @@ constexpr size_t kShownBytes = 60;
 /// Elements beyond this are compared one by one only where asked for.
 constexpr size_t kFewChanges = 3;
 
+/// What an element of only one list costs beside a pair, which costs up to 1: pairs of which nothing is equal are made,
+/// and half-equal ones broken up where that lets two others be equal.
+constexpr float kAlone = 0.75F;
+
 /// What looking for insertions may cost for one list, in comparisons of values.
 constexpr size_t kMaxAlignmentWork = 4'000'000;
 
@@ -632,7 +636,7 @@ class MessageComparer::Walk {
   }
 
   /// Pairs the elements of two lists so that little differs: `cost` of a pair is from 0, equal, to 1; an element of
-  /// only one list costs 1. Calls `pair` for those that belong together. `weight` tells how many values one call of
+  /// only one list costs kAlone. Calls `pair` for those that belong together. `weight` tells how many values one call of
   /// `cost` looks at. Where that would be too much, elements go by their places.
   template <typename Cost, typename PairUp>
   static void Align(size_t left_size, size_t right_size, size_t weight, const Cost& cost, const PairUp& pair,
@@ -673,12 +677,12 @@ class MessageComparer::Walk {
       for (size_t j = width; j-- > 0;) {
         float& least = best[i * width + j];
         if (i == rows || j == columns) {
-          least = static_cast<float>(rows - i + columns - j);
+          least = kAlone * static_cast<float>(rows - i + columns - j);
           continue;
         }
         const float here = costs[i * columns + j] = cost(begin + i, begin + j);
-        least = std::min(
-            {here + best[(i + 1) * width + j + 1], 1 + best[(i + 1) * width + j], 1 + best[i * width + j + 1]});
+        least = std::min({here + best[(i + 1) * width + j + 1], kAlone + best[(i + 1) * width + j],
+                          kAlone + best[i * width + j + 1]});
       }
     }
     size_t i = 0, j = 0;
@@ -687,7 +691,7 @@ class MessageComparer::Walk {
       if (i < rows && j < columns && costs[i * columns + j] + best[(i + 1) * width + j + 1] <= least) {
         pair(begin + i, begin + j);
         ++i, ++j;
-      } else if (i < rows && (j == columns || 1 + best[(i + 1) * width + j] <= least)) {
+      } else if (i < rows && (j == columns || kAlone + best[(i + 1) * width + j] <= least)) {
         AddPlace(begin + i++, list.removed);
       } else {
         AddPlace(begin + j++, list.inserted);

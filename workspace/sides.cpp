@@ -297,7 +297,13 @@ class TreeSide : public Side {
   }
 
   bool ReadText(const SideEntry& entry, std::string_view& text, DiagnosticSink& sink) override {
-    return files_->Read(paths_[entry.index], buffer_, text, sink);
+    if (held_ != entry.index) {
+      held_ = SIZE_MAX;
+      if (!files_->Read(paths_[entry.index], buffer_, text_, sink)) return false;
+      held_ = entry.index;
+    }
+    text = text_;
+    return true;
   }
 
   bool ReadBytes(const SideEntry& entry, RuleBytes rules, std::string_view& bytes, DiagnosticSink& sink) override {
@@ -329,6 +335,8 @@ class TreeSide : public Side {
   std::vector<std::string> paths_;  ///< by the index of an entry
   std::map<std::pair<const Descriptor*, RuleBytes>, std::unique_ptr<ModuleTable>> tables_;
   TextBuffer buffer_;
+  size_t held_ = SIZE_MAX;  ///< index of the entry whose text is in the buffer
+  std::string_view text_;
   ZO_TUNING::internal::JsonTranscoder transcoder_;
   std::string bytes_;
 };
@@ -856,7 +864,10 @@ class SidesComparer {
   }
 
   void CompareScopes(const std::string& left_scope, const std::string& right_scope) {
-    if (left_scope == right_scope) {
+    const auto is_whole = [](const Side& side) {
+      return side.form() == SideForm::kScope || side.form() == SideForm::kProject;
+    };
+    if (left_scope == right_scope && is_whole(left_) && is_whole(right_)) {
       Pair(In(left_.versions(), left_scope), In(right_.versions(), right_scope),
            [](const SideEntry& entry, bool) { return Key(entry.labels, {}); });
     }

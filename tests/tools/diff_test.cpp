@@ -64,7 +64,7 @@ TEST_F(DiffTest, TheProjectIsComparedWithHeadOrBins) {
             "--- HEAD:main_wide\n+++ main_wide\nchanged  module=LensShading: 2 values\n"
             "1 setting differs, 14 the same\n");
   EXPECT_THAT(Tool("diff --rules").out, HasSubstr("cct_k.rule.recommend: "));
-  EXPECT_THAT(Tool("diff --all").out, HasSubstr(" → 8 (+552.0 %)\n"));
+  EXPECT_THAT(Tool("diff --all").out, HasSubstr("  red.gain.value[3].value[17]: 1.227 → 8 (+552.0 %)\n"));
   EXPECT_THAT(Tool("diff --color always").out, HasSubstr("\033[31mremoved\033[0m  front module=AWBCommon\n"));
   const Json result = Tool("diff --json").json()["result"];
   EXPECT_EQ(result["different"], 3);

@@ -104,13 +104,13 @@ int RunSides(CommandContext& context, const Options& options) {
     console.Report(Code::kUsage, "a bin holds no rules, so that --rules has nothing to compare");
     return kMisuse;
   }
+  ComparisonForm form;
+  form.colour = MayColourOutput(options);  // before the pager takes the place of the terminal
   std::unique_ptr<Pager> pager;
   if (!console.json() && !options.no_pager) pager = std::make_unique<Pager>();
-  ComparisonForm form;
   form.scopes = left->form() == SideForm::kProject || right->form() == SideForm::kProject;
   form.all = options.all;
   form.stat = options.stat;
-  form.colour = MayColourOutput(options) || (options.color == "auto" && pager != nullptr && pager->is_used());
 
   SidesComparison comparison;
   Json settings = Json::array();
