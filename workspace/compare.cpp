@@ -148,12 +148,15 @@ bool SameValue(const FieldValue& left, const FieldValue& right) {
   return a == b;
 }
 
-bool Within(const FieldValue& left, const FieldValue& right, const Tolerance& tolerance) {
+bool Within(double a, double b, const Tolerance& tolerance) {
   if (tolerance.absolute <= 0 && tolerance.relative <= 0) return false;
-  double a = 0, b = 0;
-  if (!NumberOf(left, &a) || !NumberOf(right, &b)) return false;
   const double distance = std::fabs(a - b);
   return distance <= tolerance.absolute || distance <= tolerance.relative * std::max(std::fabs(a), std::fabs(b));
+}
+
+bool Within(const FieldValue& left, const FieldValue& right, const Tolerance& tolerance) {
+  double a = 0, b = 0;
+  return NumberOf(left, &a) && NumberOf(right, &b) && Within(a, b, tolerance);
 }
 
 FieldValue Summary(const Message& message) {
@@ -259,6 +262,34 @@ class Scalars {
     }
     return message_->GetReflection()->GetRepeatedString(*message_, field_, static_cast<int>(i));
   }
+
+  /// The element as a double; false where it is no number.
+  bool NumberAt(size_t i, double* number) const {
+    switch (field_->cpp_type()) {
+      case FieldDescriptor::CPPTYPE_INT32:
+        *number = Number<int32_t>(i);
+        return true;
+      case FieldDescriptor::CPPTYPE_INT64:
+        *number = static_cast<double>(Number<int64_t>(i));
+        return true;
+      case FieldDescriptor::CPPTYPE_UINT32:
+        *number = Number<uint32_t>(i);
+        return true;
+      case FieldDescriptor::CPPTYPE_UINT64:
+        *number = static_cast<double>(Number<uint64_t>(i));
+        return true;
+      case FieldDescriptor::CPPTYPE_FLOAT:
+        *number = static_cast<double>(Number<float>(i));
+        return true;
+      case FieldDescriptor::CPPTYPE_DOUBLE:
+        *number = Number<double>(i);
+        return true;
+      default:
+        return false;
+    }
+  }
+
+  bool SameType(const Scalars& other) const { return field_->cpp_type() == other.field_->cpp_type(); }
 
   /// Whether all bytes of both are equal; false says nothing.
   bool SameBytes(const Scalars& other) const {
@@ -566,7 +597,8 @@ class MessageComparer::Walk {
     auto list = std::make_unique<ListChange>();
     list->left_size = from.size();
     list->right_size = to.size();
-    const auto cell = [&](size_t i, size_t j) { CompareElement(from, i, to, j, i, j, tolerance, *list); };
+    Changes changes{*list, tolerance};
+    const auto cell = [&](size_t i, size_t j) { CompareElement(from, i, to, j, i, j, changes); };
     if (from.size() == to.size()) {
       for (size_t i = 0; i < from.size(); ++i) cell(i, i);
     } else {
@@ -585,30 +617,40 @@ class MessageComparer::Walk {
     AddList(std::move(list));
   }
 
+  /// A list in the making.
+  struct Changes {
+    ListChange& list;
+    Tolerance tolerance;
+    double largest = -1;  ///< distance of two elements so far
+  };
+
   void CompareElement(const Scalars& from, size_t i, const Scalars& to, size_t j, size_t left_index, size_t right_index,
-                      const Tolerance& tolerance, ListChange& list) {
+                      Changes& changes) {
     if (from.SameBytes(i, to, j)) return;
-    FieldValue a = from.At(i), b = to.At(j);
-    if (SameValue(a, b) || Within(a, b, tolerance)) return;
-    ++list.changed;
     double x = 0, y = 0;
-    const bool numbers = NumberOf(a, &x) && NumberOf(b, &y) && std::isfinite(x) && std::isfinite(y);
-    if (list.changed == 1) list.has_statistics = numbers;
-    list.has_statistics &= numbers;
+    const bool numbers = from.NumberAt(i, &x) && to.NumberAt(j, &y);
+    if (!numbers || !from.SameType(to) || (std::isnan(x) && std::isnan(y))) {
+      if (SameValue(from.At(i), to.At(j))) return;
+    }
+    if (numbers && Within(x, y, changes.tolerance)) return;
+    ListChange& list = changes.list;
+    ++list.changed;
+    const bool finite = numbers && std::isfinite(x) && std::isfinite(y);
+    if (list.changed == 1) list.has_statistics = finite;
+    list.has_statistics &= finite;
     if (list.has_statistics) {
       // Sums until the list is complete.
       list.left_mean += x;
       list.right_mean += y;
-      double from_largest = 0, to_largest = 0;
-      const bool first = !NumberOf(list.largest_left, &from_largest) || !NumberOf(list.largest_right, &to_largest);
-      if (first || std::fabs(y - x) > std::fabs(to_largest - from_largest)) {
+      if (std::fabs(y - x) > changes.largest) {
+        changes.largest = std::fabs(y - x);
         list.largest = right_index;
-        list.largest_left = a;
-        list.largest_right = b;
+        list.largest_left = from.At(i);
+        list.largest_right = to.At(j);
       }
     }
     if (list.elements.size() < options_.max_elements) {
-      list.elements.push_back({left_index, right_index, std::move(a), std::move(b)});
+      list.elements.push_back({left_index, right_index, from.At(i), to.At(j)});
     }
   }
 
@@ -636,8 +678,8 @@ class MessageComparer::Walk {
   }
 
   /// Pairs the elements of two lists so that little differs: `cost` of a pair is from 0, equal, to 1; an element of
-  /// only one list costs kAlone. Calls `pair` for those that belong together. `weight` tells how many values one call of
-  /// `cost` looks at. Where that would be too much, elements go by their places.
+  /// only one list costs kAlone. Calls `pair` for those that belong together. `weight` tells how many values one call
+  /// of `cost` looks at. Where that would be too much, elements go by their places.
   template <typename Cost, typename PairUp>
   static void Align(size_t left_size, size_t right_size, size_t weight, const Cost& cost, const PairUp& pair,
                     ListChange& list) {
@@ -880,10 +922,11 @@ class MessageComparer::Walk {
     list->right_columns = to.columns;
     list->left_size = from.row_count * from.columns;
     list->right_size = to.row_count * to.columns;
+    Changes changes{*list, tolerance};
     const auto compare_rows = [&](size_t i, size_t j) {
       for (size_t column = 0; column < to.columns; ++column) {
         CompareElement(from.RowOf(i), from.PlaceOf(i, column), to.RowOf(j), to.PlaceOf(j, column),
-                       i * from.columns + column, j * to.columns + column, tolerance, *list);
+                       i * from.columns + column, j * to.columns + column, changes);
       }
     };
     if (from.columns == to.columns && from.row_count == to.row_count) {

@@ -161,7 +161,8 @@ TEST_F(CompareTest, ChangesOfAListLeadToTheOther) {
     const ListChange& change = *comparison.differences[0].list;
     std::vector<bool> removed(left.size()), inserted(right.size());
     for (const auto& run : change.removed) std::fill_n(removed.begin() + static_cast<int>(run.index), run.count, true);
-    for (const auto& run : change.inserted) std::fill_n(inserted.begin() + static_cast<int>(run.index), run.count, true);
+    for (const auto& run : change.inserted)
+      std::fill_n(inserted.begin() + static_cast<int>(run.index), run.count, true);
     std::vector<int> kept;
     for (size_t j = 0; j < left.size(); ++j) {
       if (removed[j]) continue;
@@ -205,10 +206,13 @@ TEST_F(CompareTest, TablesAreOneLine) {
       {"flat { value: [1, 2] }", "flat { value: [1, 3] }", {"flat.value[1]: 2 → 3 (+50.0 %)"}},  // of no known shape
       {flat, "flat { rule { row: '3' col: '2' } value: [1, 2, 3, 4, 5, 6] }", {}},  // only the rule says so
       {flat, "flat { rule { row: '3' col: '2' } value: [1, 2, 3, 4, 5, 7] }", {"flat 2x3 → 3x2"}},
-      {rows, "rows { value { value: [1, 2] } value { value: [3, 4.5] } }",
+      {rows,
+       "rows { value { value: [1, 2] } value { value: [3, 4.5] } }",
        {"rows 2x2: 1 changed, mean +12.5 %, largest +0.5 at [1][1]"}},
       {rows, more, {"rows 2x2 → 3x2: rows inserted at [1], 1 changed, mean +25.0 %, largest +1 at [2][1]"}},
-      {rows, "rows { value { value: [1] } value { value: [3, 4] } }", {"rows.value[0].value: length 2 → 1, removed at [1]"}},
+      {rows,
+       "rows { value { value: [1] } value { value: [3, 4] } }",
+       {"rows.value[0].value: length 2 → 1, removed at [1]"}},
   };
   for (const auto& row : kRows) EXPECT_EQ(LinesOf(row.left, row.right), row.lines) << row.left << " | " << row.right;
   EXPECT_THAT(Lines(Compare(rows, more), true),

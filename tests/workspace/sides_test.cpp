@@ -94,7 +94,8 @@ TEST_F(SidesTest, EveryFormIsTheSameAtItsRevision) {
   Commit();
   Open();
   const std::string prefix = "HEAD:";
-  for (const std::string form : {"", "default", "tele", "tele/mode_1", "tele/mode_1/AWGain.json", "bins", "bins/tele.bin"}) {
+  for (const std::string form :
+       {"", "default", "tele", "tele/mode_1", "tele/mode_1/AWGain.json", "bins", "bins/tele.bin"}) {
     const Strings same = Compare(prefix + form, form.empty() ? dir_ : form);
     ASSERT_EQ(same.size(), 1u) << form << ": " << testing::PrintToString(same);
     EXPECT_NE(same[0], "0 same") << form;
@@ -108,9 +109,9 @@ TEST_F(SidesTest, EveryFormIsTheSameAtItsRevision) {
   Write(dir_ + "/tele/version/t.json", VersionJson("t", "3"));
   Write(dir_ + "/tele/mode_3/AWGain.json", GainJson("1"));
   fs::remove(dir_ + "/tele/mode_2/AWGain.json");
-  EXPECT_THAT(Compare("HEAD:", dir_), ElementsAre("changed tele version=t", "changed tele module=AWGain mode=1",
-                                                  "added tele module=AWGain mode=3",
-                                                  "removed tele module=AWGain mode=2", "4 same"));
+  EXPECT_THAT(Compare("HEAD:", dir_),
+              ElementsAre("changed tele version=t", "changed tele module=AWGain mode=1",
+                          "added tele module=AWGain mode=3", "removed tele module=AWGain mode=2", "4 same"));
   EXPECT_EQ(Compare("bins", dir_), Compare("HEAD:", dir_));
   Commit();
   EXPECT_THAT(Compare("HEAD~1:tele", "HEAD@{0}:tele/").size(), 5u);
