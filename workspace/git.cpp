@@ -15,8 +15,6 @@
 #include "io/unique_fd.h"
 #include "io/unique_file-inl.h"
 
-extern char** environ;
-
 namespace zotuning {
 namespace {
 
@@ -38,6 +36,7 @@ struct Pipe {
 /// Starts a program with these descriptors, of which -1 stands for nothing. 0, or an errno.
 int Spawn(const std::vector<std::string>& arguments, int in, int out, int err, pid_t* process) {
   std::vector<char*> words;
+  words.reserve(arguments.size() + 1);
   for (const std::string& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
   words.push_back(nullptr);
   posix_spawn_file_actions_t actions;
