@@ -528,7 +528,7 @@ class SideOpener::Impl {
     return nullptr;
   }
 
-  /// The project that a path is in, the current one for others; empty after an error.
+  /// The project that a path is in; for others the current one, or the only one that is known. Empty after an error.
   OpenProject ProjectFor(const std::string& path, DiagnosticSink& sink) {
     for (std::string dir = Absolute(path); dir.size() > 1; dir.resize(std::max<size_t>(dir.rfind('/'), 1))) {
       const auto known = on_disk_.find(dir);
@@ -536,6 +536,8 @@ class SideOpener::Impl {
       if (Exists(ProjectLayout(dir).ConfigPath())) return Load(dir, dir == Absolute(path) ? path : dir, sink);
     }
     if (current_.project != nullptr) return current_;
+    // Bins anywhere are those of the other side's project.
+    if (on_disk_.size() == 1) return on_disk_.begin()->second;
     sink.Report(Code::kNoProject, "no project holds " + Quoted(path), "choose one with -C DIR");
     return {};
   }

@@ -58,6 +58,8 @@ TEST_F(DiffTest, TheProjectIsComparedWithHeadOrBins) {
   EXPECT_EQ(run.code, 0) << run.err;
   EXPECT_EQ(run.out, "--- HEAD:\n+++ .\n" + changes_ + "3 settings differ, 44 the same\n");
   EXPECT_EQ(Tool("diff out .").out, "--- out\n+++ .\n" + changes_ + "3 settings differ, 44 the same\n");
+  EXPECT_EQ(Tool("diff tuning_project/out tuning_project", {temp_.str()}).out,
+            "--- tuning_project/out\n+++ tuning_project\n" + changes_ + "3 settings differ, 44 the same\n");
   EXPECT_EQ(Tool("diff --exit-code").code, 1);
   EXPECT_EQ(Tool("diff HEAD:front/mode_1 front/mode_1 --exit-code").out, "");
   EXPECT_EQ(Tool("diff HEAD:main_wide main_wide --stat").out,

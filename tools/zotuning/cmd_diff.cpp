@@ -77,8 +77,15 @@ bool OpenSides(SideOpener& opener, const Options& options, const Project* projec
     }
     left = opener.OpenDefaultOf(*right, console);
   } else {
-    left = opener.Open(options.sides[0], console);
+    // Without a project here, bins need that of the other side.
+    CollectingSink faults;
+    left = opener.Open(options.sides[0], faults);
     right = opener.Open(options.sides[1], console);
+    if (left == nullptr && right != nullptr) {
+      left = opener.Open(options.sides[0], console);
+    } else {
+      for (Diagnostic& fault : faults.Take()) console.Add(std::move(fault));
+    }
   }
   return left != nullptr && right != nullptr;
 }
