@@ -48,7 +48,7 @@ class SidesTest : public ProjectTest {
     std::vector<zotuning::ScopeInputs> inputs;
     std::vector<zotuning::PackedBin> bins;
     ASSERT_TRUE(ListInputs(*project, project->Scopes(), inputs, sink));
-    ASSERT_TRUE(PackBins(*project, inputs, {false}, dir_ + "/out", "out", bins, sink));
+    ASSERT_TRUE(PackBins(*project, inputs, {false}, dir_ + "/bins", "bins", bins, sink));
   }
 
   void Git(Strings words) const {
