@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <map>
 #include <set>
 #include <unordered_map>
@@ -108,12 +109,25 @@ std::string PercentText(double left, double right) {
   return Printed(percent != 0 && std::fabs(percent) < 0.1 ? "%+.1g %%" : "%+.1f %%", percent);
 }
 
-/// "+0.02", exact for whole numbers.
-std::string DistanceText(const FieldValue& left, const FieldValue& right) {
+/// How far it is from `left` to `right`, both numbers; exact for whole ones of one kind.
+double DistanceOf(const FieldValue& left, const FieldValue& right) {
+  const auto whole = [](auto from, auto to) {
+    const auto wide = [](auto number) { return static_cast<uint64_t>(number); };
+    return to < from ? -static_cast<double>(wide(from) - wide(to)) : static_cast<double>(wide(to) - wide(from));
+  };
+  if (left.index() == right.index()) {
+    if (const int64_t* from = std::get_if<int64_t>(&left)) return whole(*from, std::get<int64_t>(right));
+    if (const uint64_t* from = std::get_if<uint64_t>(&left)) return whole(*from, std::get<uint64_t>(right));
+  }
   double from = 0, to = 0;
   (void)NumberOf(left, &from);
   (void)NumberOf(right, &to);
-  const double distance = to - from;
+  return to - from + 0.0;  // no zero with a sign
+}
+
+/// "+0.02", exact for whole numbers.
+std::string DistanceText(const FieldValue& left, const FieldValue& right) {
+  const double distance = DistanceOf(left, right);
   const bool whole =
       !std::holds_alternative<float>(right) && !std::holds_alternative<double>(right) && std::fabs(distance) < 9e15;
   return Printed(whole ? "%+.0f" : "%+.3g", distance);
@@ -148,15 +162,24 @@ bool SameValue(const FieldValue& left, const FieldValue& right) {
   return a == b;
 }
 
-bool Within(double a, double b, const Tolerance& tolerance) {
-  if (tolerance.absolute <= 0 && tolerance.relative <= 0) return false;
-  const double distance = std::fabs(a - b);
-  return distance <= tolerance.absolute || distance <= tolerance.relative * std::max(std::fabs(a), std::fabs(b));
+/// What rounding to its type may have taken from a number, as a part of it.
+double RoundingOf(const FieldValue& value) {
+  if (std::holds_alternative<float>(value)) return std::numeric_limits<float>::epsilon();
+  return std::holds_alternative<double>(value) ? std::numeric_limits<double>::epsilon() : 0;
+}
+
+/// Whether the distance counts as none, as 1.1 - 1 does where the tolerance is 0.1. Infinities are no nearer to
+/// anything.
+bool Within(double a, double b, double distance, double rounding, const Tolerance& tolerance) {
+  if ((tolerance.absolute <= 0 && tolerance.relative <= 0) || !std::isfinite(distance)) return false;
+  const double larger = std::max(std::fabs(a), std::fabs(b));
+  return std::fabs(distance) <= std::max(tolerance.absolute, tolerance.relative * larger) + rounding * larger;
 }
 
 bool Within(const FieldValue& left, const FieldValue& right, const Tolerance& tolerance) {
   double a = 0, b = 0;
-  return NumberOf(left, &a) && NumberOf(right, &b) && Within(a, b, tolerance);
+  if (!NumberOf(left, &a) || !NumberOf(right, &b)) return false;
+  return Within(a, b, DistanceOf(left, right), std::max(RoundingOf(left), RoundingOf(right)), tolerance);
 }
 
 FieldValue Summary(const Message& message) {
@@ -287,6 +310,11 @@ class Scalars {
       default:
         return false;
     }
+  }
+
+  double rounding() const {
+    if (field_->cpp_type() == FieldDescriptor::CPPTYPE_FLOAT) return RoundingOf(0.0F);
+    return field_->cpp_type() == FieldDescriptor::CPPTYPE_DOUBLE ? RoundingOf(0.0) : 0;
   }
 
   bool SameType(const Scalars& other) const { return field_->cpp_type() == other.field_->cpp_type(); }
@@ -609,6 +637,7 @@ class MessageComparer::Walk {
         if (SameValue(a, b) || Within(a, b, tolerance)) return 0.0F;
         double x = 0, y = 0;
         if (!NumberOf(a, &x) || !NumberOf(b, &y) || !std::isfinite(x) || !std::isfinite(y)) return 1.0F;
+        if (x == y) return 0.01F;  // zeros of two signs, and numbers that a double cannot tell apart
         const double distance = std::fabs(x - y) / std::max(std::fabs(x), std::fabs(y));
         return static_cast<float>(std::clamp(distance, 0.01, 1.0));
       };
@@ -632,7 +661,10 @@ class MessageComparer::Walk {
     if (!numbers || !from.SameType(to) || (std::isnan(x) && std::isnan(y))) {
       if (SameValue(from.At(i), to.At(j))) return;
     }
-    if (numbers && Within(x, y, changes.tolerance)) return;
+    // From here on doubles are not exact for whole numbers.
+    const bool large = std::fabs(x) >= 0x1p53 || std::fabs(y) >= 0x1p53;
+    const double distance = numbers && large ? DistanceOf(from.At(i), to.At(j)) : y - x;
+    if (numbers && Within(x, y, distance, std::max(from.rounding(), to.rounding()), changes.tolerance)) return;
     ListChange& list = changes.list;
     ++list.changed;
     const bool finite = numbers && std::isfinite(x) && std::isfinite(y);
@@ -642,8 +674,8 @@ class MessageComparer::Walk {
       // Sums until the list is complete.
       list.left_mean += x;
       list.right_mean += y;
-      if (std::fabs(y - x) > changes.largest) {
-        changes.largest = std::fabs(y - x);
+      if (std::fabs(distance) > changes.largest) {
+        changes.largest = std::fabs(distance);
         list.largest = right_index;
         list.largest_left = from.At(i);
         list.largest_right = to.At(j);
@@ -893,12 +925,12 @@ class MessageComparer::Walk {
     return true;
   }
 
-  /// Of a table without a shape of its own, as in a bin, the other's where it fits.
+  /// Of a table without a shape of its own, as in a bin, the other's where it fits. One without cells has its columns.
   static void BorrowShape(Cells& cells, const Cells& other) {
-    if (cells.rows_are_messages || cells.columns != 0 || other.columns == 0) return;
-    const size_t size = cells.rows[0].size();
-    if (size != other.row_count * other.columns) return;
-    cells.row_count = other.row_count;
+    if (cells.columns != 0) return;
+    const size_t size = cells.rows_are_messages ? cells.row_count : cells.rows[0].size();
+    if (size != 0 && (cells.rows_are_messages || size != other.row_count * other.columns)) return;
+    cells.row_count = size == 0 ? 0 : other.row_count;
     cells.columns = other.columns;
   }
 
@@ -1101,7 +1133,7 @@ std::string ListText(const Difference& difference) {
 std::string ChangeText(const std::string& path, const FieldValue& left, const FieldValue& right) {
   std::string text = path + ": " + ValueText(left) + " → " + ValueText(right);
   double from = 0, to = 0;
-  if (NumberOf(left, &from) && NumberOf(right, &to)) {
+  if (NumberOf(left, &from) && NumberOf(right, &to) && from != to) {
     const std::string percent = PercentText(from, to);
     if (!percent.empty()) text += " (" + percent + ")";
   }

@@ -90,6 +90,9 @@ TEST_F(CompareTest, ValuesCountAsTheirFieldsHoldThem) {
       {"mode: MODE_OFF", "mode: 7", {"mode: MODE_OFF → 7"}},
       {"text: 'a'", "text: 'b' on: true", {"text: \"a\" → \"b\"", "on: false → true"}},
       {"maybe: 0", "", {"maybe: 0 → none"}},
+      {"maybe: 18446744073709551615",
+       "maybe: 18446744073709551614",
+       {"maybe: 18446744073709551615 → 18446744073709551614"}},
       {"names { key: 'a' value: 1 } names { key: 'b c' value: 2 }",
        "names { key: 'd' value: 4 } names { key: 'b c' value: 3 }",
        {"names.a: { key: \"a\" value: 1 } → none", "names[\"b c\"].value: 2 → 3 (+50.0 %)",
@@ -132,6 +135,9 @@ TEST_F(CompareTest, ListsShowWhatWasInsertedAndRemoved) {
       {"zones { name: 'a' left: 1 top: 2 } zones { name: 'b' left: 3 top: 4 } zones { name: 'c' left: 5 top: 6 }",
        "zones { name: 'b' left: 3 top: 4 } zones { name: 'c' left: 5 top: 6 } zones { name: 'a' left: 1 top: 2 }",
        {"zones: inserted at [2], removed at [0]"}},
+      {"flat { value: [0, 5] }",
+       "flat { value: [-0, 5, 7] }",
+       {"flat.value: length 2 → 3, inserted at [2], 1 changed, mean +0, largest +0 at [0]"}},
   };
   for (const auto& row : kRows) EXPECT_EQ(LinesOf(row.left, row.right), row.lines) << row.left << " | " << row.right;
   const MessageComparison moved = Compare(kRows[7].left, kRows[7].right);
@@ -235,12 +241,17 @@ TEST_F(CompareTest, TolerancesAreByPath) {
     return found;
   };
   CompareOptions options;
-  options.tolerance = {0.2, 0};
+  options.tolerance = {0.1, 0};  // less than what lies between the two floats
   EXPECT_THAT(paths(options), ElementsAre("inner.gain.value", "curve.value"));
   options.tolerance = {0, 0.01};
   EXPECT_THAT(paths(options), ElementsAre("gain.value", "curve.value"));
   options.path_tolerances = {{"*", {100, 0}}, {"Noise.*gain*", {}}, {"Noise.inner.ga?n.value", {1, 0}}};
   EXPECT_THAT(paths(options), ElementsAre("gain.value"));  // the last pattern that matches counts
+  CompareOptions any;
+  any.tolerance = {1, 0.5};
+  EXPECT_THAT(
+      LinesOf("gain { value: inf } maybe: 18446744073709551615", "gain { value: 1 } maybe: 18446744073709551614", any),
+      ElementsAre("gain.value: inf → 1"));
 }
 
 TEST_F(CompareTest, OtherSchemasArePairedByNames) {
