@@ -98,6 +98,7 @@ TEST_F(DiffTest, GitShowsDifferencesByMeaning) {
                              "changed  module=LensShading\n  red.gain 33x33: 1 changed"));
   EXPECT_THAT(log, HasSubstr("--- a/front/AWBCommon.json\n+++ /dev/null\nremoved  module=AWBCommon\n"));
   EXPECT_THAT(log, HasSubstr("+++ b/front/mode_1/AfCommon.json\n  the same values, in other words\n"));
+  EXPECT_THAT(log, HasSubstr("+++ b/front/version/tuning.json\nchanged  version=front.tuning\n"));
   EXPECT_THAT(log, HasSubstr("+{\"a\": 1}\n"));  // no setting: by lines
   EXPECT_THAT(log, HasSubstr("+++ b/front.bin\nadded"));
   // A damaged file stops nothing.
@@ -108,6 +109,7 @@ TEST_F(DiffTest, GitShowsDifferencesByMeaning) {
   EXPECT_THAT(changed, HasSubstr("main_wide/LensShading.json: a value is expected\n"));
   EXPECT_THAT(changed, HasSubstr("+{\"red\": }\n"));
   EXPECT_THAT(changed, HasSubstr("+{\"a\": 2}\n"));
+  EXPECT_THAT(changed, Not(HasSubstr("+++ b//")));  // no names of git's temporary files
   EXPECT_THAT(changed, HasSubstr("+++ b/front.bin\n"));
 }
 

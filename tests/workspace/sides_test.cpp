@@ -90,12 +90,15 @@ class SidesTest : public ProjectTest {
 };
 
 TEST_F(SidesTest, EveryFormIsTheSameAtItsRevision) {
+  // Git does not keep the folder of a sensor without files.
+  Write(dir_ + "/ProjConf.bin", Item(ConfigBytes("proj", {"tele", "wide"})));
+  MakeDirs(dir_ + "/wide/version");
   Pack();
   Commit();
   Open();
   const std::string prefix = "HEAD:";
-  for (const std::string form :
-       {"", "default", "tele", "tele/mode_1", "tele/mode_1/AWGain.json", "bins", "bins/tele.bin"}) {
+  for (const std::string form : {"", "default", "tele", "tele/mode_1", "tele/mode_1/AWGain.json", "bins",
+                                 "bins/tele.bin", "proto/version", "tele/version/t.json"}) {
     const Strings same = Compare(prefix + form, form.empty() ? dir_ : form);
     ASSERT_EQ(same.size(), 1u) << form << ": " << testing::PrintToString(same);
     EXPECT_NE(same[0], "0 same") << form;
@@ -113,6 +116,8 @@ TEST_F(SidesTest, EveryFormIsTheSameAtItsRevision) {
               ElementsAre("changed tele version=t", "changed tele module=AWGain mode=1",
                           "added tele module=AWGain mode=3", "removed tele module=AWGain mode=2", "4 same"));
   EXPECT_EQ(Compare("bins", dir_), Compare("HEAD:", dir_));
+  EXPECT_THAT(Compare("HEAD:tele/version/t.json", "tele/version"), ElementsAre("changed tele version=t", "0 same"));
+  EXPECT_THAT(Compare("HEAD:tele/version", "bins/tele.bin"), ElementsAre("1 same"));
   Commit();
   EXPECT_THAT(Compare("HEAD~1:tele", "HEAD@{0}:tele/").size(), 5u);
 }
@@ -130,6 +135,8 @@ TEST_F(SidesTest, FoldersArePairedByWhatIsBelowThemAndDefaultsByModule) {
               ElementsAre("0 same",
                           ": 'tele/AfCommon.json' is a setting of 'AfCommon', 'tele/mode_1/AWGain.json' one of "
                           "'AWGain'"));
+  EXPECT_THAT(Compare("tele/version/t.json", "tele/mode_1/AWGain.json").back(),
+              HasSubstr("'tele/version/t.json' is a version, 'tele/mode_1/AWGain.json' a setting"));
 }
 
 TEST_F(SidesTest, ARevisionHasItsOwnSchema) {
