@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <map>
 #include <set>
 #include <unordered_map>
@@ -149,6 +150,23 @@ std::string FolderOf(const std::string& path) {
   return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
 }
 
+/// Holds back the signals of a user who stops the program until this goes, so that a change is not stopped half way.
+class HoldSignals {
+ public:
+  HoldSignals() {
+    sigset_t stop;
+    sigemptyset(&stop);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stop, number);
+    (void)pthread_sigmask(SIG_BLOCK, &stop, &before_);
+  }
+  ~HoldSignals() { (void)pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  HoldSignals(const HoldSignals&) = delete;
+  HoldSignals& operator=(const HoldSignals&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
 }  // namespace
 
 std::string DiffLines(std::string_view old_text, std::string_view new_text) {
@@ -269,6 +287,7 @@ bool ChangeSet::Check(DiagnosticSink& sink) const {
 }
 
 bool ChangeSet::Apply(DiagnosticSink& sink) const {
+  const HoldSignals hold;
   if (!Check(sink)) return false;
   // Which text each path has before and after; none for no file.
   struct State {

@@ -46,6 +46,7 @@ class ChangeSet {
   /// written. A file is replaced whole, by one written beside it; missing directories are made. When one fails, the
   /// files written so far are put back. False after errors that tell what could not be written, whether everything is
   /// as it was, and, if not, each file that is not.
+  /// SIGINT, SIGTERM and SIGHUP wait meanwhile.
   bool Apply(DiagnosticSink& sink) const;
 
  private:
