@@ -39,8 +39,8 @@ class ChangeSet {
   const std::vector<FileChange>& changes() const { return changes_; }
 
   /// All changes as a unified diff for `git apply`. Paths are those from the root of the git repository that the
-  /// directory `base` is in, as git takes them in any of its folders; without a repository those from `base`. A file that
-  /// is no text (holds a zero byte) is named, but its bytes are not in it.
+  /// directory `base` is in, as git takes them in any of its folders; without a repository those from `base`. A file
+  /// that is no text (holds a zero byte) is named, but its bytes are not in it.
   std::string Diff(const std::string& base) const;
 
   /// Makes all changes. First each file has to be what was read and each new path has to be free; otherwise nothing is
