@@ -165,10 +165,13 @@ int Run(CommandContext& context, const Options& options) {
       if (choice.values[i].empty()) choice.values[i] = {kLabelNotSet};
     }
   }
-  CollectingSink none;
-  const bool found =
-      selection.FindSettings(*project, choice, changes.empty() ? console : static_cast<DiagnosticSink&>(none));
-  if ((!found && changes.empty()) || !RequireOneModule(selection, choice, console)) return kFailed;
+  CollectingSink listing;
+  selection.FindSettings(*project, choice, listing);
+  for (Diagnostic& fault : listing.Take()) {
+    // There need not be a setting where one is to be made.
+    if (changes.empty() || fault.code != Code::kNoMatch) console.Add(std::move(fault));
+  }
+  if (!console.ok() || !RequireOneModule(selection, choice, console)) return kFailed;
   for (const SelectedSetting& selected : selection.settings()) {
     std::string text;
     if (ReadFile(selected.setting.path, text, console)) changes.push_back({selected, text, text, false});
