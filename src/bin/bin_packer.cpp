@@ -104,7 +104,7 @@ PackResult BinPacker::PackLabel(const std::string& json_path, BinWriter& bin, Pa
     result.status = PackStatus::kBadLabel;
     return result;
   }
-  bin.WriteMessage(*label);
+  bin.WriteMessageBytes(LabelBytes(*label));
 
   // A label type without fields names no module.
   result.module = labels_.ModuleName(values);
