@@ -2,6 +2,7 @@
 
 #include "bin/bin_packer.h"
 
+#include <cerrno>
 #include <utility>
 
 #include "io/directory.h"
@@ -24,6 +25,13 @@ PackResult Failure(PackStatus status) {
 PackResult WriteFailure(const BinWriter& bin) {
   PackResult result = Failure(PackStatus::kNotWritten);
   result.error = bin.error();
+  return result;
+}
+
+PackResult NotConverted(std::string text, std::string reason) {
+  PackResult result = Failure(PackStatus::kNotConverted);
+  result.text = std::move(text);
+  result.reason = std::move(reason);
   return result;
 }
 
@@ -70,6 +78,8 @@ PackResult BinPacker::PackSetting(const std::string& json_path, FieldChecking ch
   PackResult packed;
   if (file_.Read(json_path)) {
     packed = PackModule(file_.text(), module_type, checking, bin);
+  } else if (errno == EFBIG) {
+    packed = NotConverted({}, kTextTooLong);
   } else {
     std::string text;
     if (!ReadTextFile(json_path, text)) listener.OnFileNotRead(json_path);
@@ -131,12 +141,7 @@ PackResult BinPacker::PackBySlowPath(std::string text, const google::protobuf::D
   const std::unique_ptr<google::protobuf::Message> message = schema_.NewMessage(module_type);
   if (message == nullptr) return Failure(PackStatus::kNoMessage);
   JsonResult json = ParseJson(text, message.get());
-  if (!json.ok) {
-    PackResult result = Failure(PackStatus::kNotConverted);
-    result.text = std::move(text);
-    result.reason = std::move(json.reason);
-    return result;
-  }
+  if (!json.ok) return NotConverted(std::move(text), std::move(json.reason));
   if (checking == FieldChecking::kOn) {
     const std::string* missing = FindMissingField(module_type, text);
     if (missing != nullptr) return FieldMissing(*missing);
