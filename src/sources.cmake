@@ -15,6 +15,7 @@ set(ZOTUNING_SOURCES
   schema/type_levels.cpp
   json/default_data.cpp
   json/json_files.cpp
+  json/pruned_size.cpp
   version/version_files.cpp
   transcode/json_lexer.cpp
   transcode/json_transcoder.cpp

@@ -8,6 +8,7 @@
 #include "io/directory.h"
 #include "io/text_file-inl.h"
 #include "json/json_text-inl.h"
+#include "json/pruned_size.h"
 #include "schema/field_check.h"
 #include "tree/tuning_path-inl.h"
 
@@ -146,7 +147,13 @@ PackResult BinPacker::PackBySlowPath(std::string text, const google::protobuf::D
     const std::string* missing = FindMissingField(module_type, text);
     if (missing != nullptr) return FieldMissing(*missing);
   }
+  if (!PruningFits(*message, module_type)) {
+    return NotConverted(std::move(text), "With all parts that the text leaves out the message takes 2 GiB or more.");
+  }
   PruneRules(message.get(), module_type);
+  if (!CanBeRead(*message)) {
+    return NotConverted(std::move(text), "The message is more than 100 levels deep, which could not be read again.");
+  }
   bin.WriteMessage(*message);
   return ResultOf(bin);
 }
