@@ -1,4 +1,4 @@
-// Tested by tests/bin/generate_test.cpp.
+// Tested by tests/json/rules_test.cpp.
 
 #include "json/pruned_size.h"
 

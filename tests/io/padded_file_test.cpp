@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <thread>
 
 #include "support/files.h"
@@ -41,6 +43,17 @@ TEST(TextFileTest, ReadsWhatHasNoSize) {
   EXPECT_TRUE(file.Read(temp / "pipe.json"));
   writer.join();
   ExpectText(file, text);
+}
+
+TEST(TextFileTest, RefusesWhatProtobufWouldCut) {
+  const zotest::TempDir temp;
+  for (const off_t size : {off_t{1} << 31, (off_t{1} << 32) + 3}) {
+    zotest::Write(temp / "a.json", "{}");
+    ASSERT_EQ(truncate((temp / "a.json").c_str(), size), 0);  // sparse
+    ZO_TUNING::internal::PaddedFile file;
+    EXPECT_FALSE(file.Read(temp / "a.json"));
+    EXPECT_EQ(errno, EFBIG);
+  }
 }
 
 }  // namespace
