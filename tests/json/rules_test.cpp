@@ -124,7 +124,7 @@ TEST_F(RulesTest, WalksEndAtTypesThatContainThemselves) {
   EXPECT_LOG(HasSubstr("Left"), HasSubstr("BoolData"));
 
   EXPECT_EQ(Prune("Self", "many { data { rule { } } } data { value: true rule { } more { rule { } } }"),
-            "self { } many { data { rule { } } } data { value: true more { rule { } } }");
+            "many { data { rule { } } } data { value: true more { rule { } } }");
   EXPECT_EQ(Prune("Left", "right { left { right { } data { rule { } } } }"),
             "right { left { right { } data { } } } data { }");
   EXPECT_LOG();
