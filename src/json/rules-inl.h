@@ -212,13 +212,15 @@ class RulePruner {
       const FieldDescriptor* field = desc->field(i);
       if (field->is_repeated() || field->type() != FieldDescriptor::TYPE_MESSAGE) continue;
       const google::protobuf::Descriptor* type = field->message_type();
+      // Within itself a type is entered where the text has it, and not created: that would have no end.
+      if (open_.Contains(type) && !reflection->HasField(*msg, field)) continue;
       google::protobuf::Message* sub = reflection->MutableMessage(msg, field);
       if (IsStructArrayRule(type->name())) {
         reflection->ClearField(msg, field);
       } else if (IsDataType(type->name())) {
         const FieldDescriptor* rule = type->FindFieldByName("rule");
         if (rule != nullptr) sub->GetReflection()->ClearField(sub, rule);
-      } else if (!open_.Contains(type)) {
+      } else {
         open_.Enter(type);
         Prune(sub, type);
         open_.Leave();

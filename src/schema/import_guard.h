@@ -1,0 +1,37 @@
+/// \file
+/// A look at .proto files before protobuf's parser, which recurses through what they nest and import without a limit.
+#pragma once
+
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace ZO_TUNING {
+namespace internal {
+
+/// Looks at the files of one schema folder, each at most once.
+class ImportGuard {
+ public:
+  explicit ImportGuard(std::string dir) : dir_(std::move(dir)) {}
+
+  /// Why the file must not be imported on this thread's stack, with all that it imports; "" when it may be. A file that
+  /// cannot be read imports nothing here: protobuf meets and reports that itself.
+  std::string Refusal(const std::string& name);
+
+ private:
+  struct File {
+    size_t nesting = 0;  ///< brackets that are open at once
+    std::vector<std::string> imports;
+    bool has_escapes = false;  ///< in the name of an import
+  };
+
+  const File* Look(const std::string& name);
+  static void Scan(const std::string& path, File& file);
+
+  std::string dir_;
+  std::unordered_map<std::string, File> files_;
+  std::unordered_map<const File*, size_t> chains_;
+};
+
+}  // namespace internal
+}  // namespace ZO_TUNING
