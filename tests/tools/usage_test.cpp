@@ -1,5 +1,6 @@
 // The command line itself: help, misuse, the JSON object, output that nobody reads.
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "tools/tool.h"
@@ -91,6 +92,16 @@ TEST_F(ToolTest, OutputThatNobodyReadsEndsNoJob) {
                                          }});
   EXPECT_EQ(none.code, 1);
   EXPECT_EQ(Read(At("bare/zo_tuning/front.bin")), bin);
+}
+
+TEST_F(ToolTest, OutputThatCannotBeWrittenIsAnError) {
+  if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "there is no /dev/full";
+  for (const char* line : {"--version", "--help", "pack --help", "labels", "labels --json"}) {
+    const Ran full = Tool(line, {"", "", [] { dup2(open("/dev/full", O_WRONLY), 1); }});
+    EXPECT_EQ(full.code, 1) << line;
+    EXPECT_EQ(full.err, "zotuning: error: cannot write to standard output: No space left on device\n") << line;
+    EXPECT_EQ(Tool(line, {"", "", [] { close(1); }}).code, 1) << line;
+  }
 }
 
 }  // namespace

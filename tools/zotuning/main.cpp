@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -132,7 +133,10 @@ int Main(int argument_count, char** arguments) {
   try {
     app.parse(argument_count, arguments);
   } catch (const CLI::Success& success) {  // --help, --version
-    app.exit(success);
+    // Through the console, which notices what cannot be written.
+    std::ostringstream text;
+    (void)app.exit(success, text, text);
+    context.console.Print(text.str());
     return context.console.Finish(kDone);
   } catch (const CLI::ParseError& error) {
     return FailUsage(app, context, error, argument_count, arguments);
