@@ -223,6 +223,18 @@ bool ReplaceFile(const std::string& path, std::string_view text, DiagnosticSink&
   return error == 0 || ReportSystemError("write", path, error, sink);
 }
 
+bool CreateFile(const std::string& path, std::string_view text, bool* exists, DiagnosticSink& sink) {
+  UniqueFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  *exists = file.get() < 0 && errno == EEXIST;
+  if (*exists) return false;
+  if (file.get() < 0) return ReportSystemError("write", path, errno, sink);
+  int error = WriteAll(file.get(), text);
+  if (!file.Close() && error == 0) error = errno;
+  if (error == 0) return true;
+  unlink(path.c_str());
+  return ReportSystemError("write", path, error, sink);
+}
+
 bool MakeDirectories(const std::string& path, DiagnosticSink& sink, std::vector<std::string>* made) {
   if (IsDirectory(path)) return true;
   for (size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {

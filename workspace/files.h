@@ -56,6 +56,10 @@ bool ReadFile(const std::string& path, std::string& text, DiagnosticSink& sink);
 /// written in place. False after one error that names it; the old file is whole then, unless it was written in place.
 bool ReplaceFile(const std::string& path, std::string_view text, DiagnosticSink& sink);
 
+/// Makes a file that is not there yet. False, with nothing made, after one error that names it; where there is one by
+/// now, without an error and with `exists` set.
+bool CreateFile(const std::string& path, std::string_view text, bool* exists, DiagnosticSink& sink);
+
 /// Makes a directory and its missing parents, whose paths are appended to `made`. False after one error.
 bool MakeDirectories(const std::string& path, DiagnosticSink& sink, std::vector<std::string>* made = nullptr);
 

@@ -6,8 +6,10 @@
 #include <memory>
 #include <set>
 
+#include "bin/bin_folder.h"
 #include "command_context.h"
 #include "io/message_record-inl.h"
+#include "workspace/check_setting.h"
 #include "workspace/version_files.h"
 
 namespace zotuning::tool {
@@ -65,10 +67,15 @@ struct NewFile {
   std::string text;
 };
 
+/// Reports why a version file does not fit the type that every command reads it as.
+void CheckVersion(Schema& schema, const std::string& path, const std::string& text, Console& console) {
+  ParseJson(path, text, schema.NewMessage(schema.FindType("Version")).get(), console);
+}
+
 /// The files of the schema and of its version folder that the project lacks. `has_version` tells whether there are
-/// version files, there or in the project already.
-bool PlanCopies(const Options& options, const ProjectLayout& layout, std::vector<NewFile>& copies, bool& has_version,
-                Console& console) {
+/// version files, there or in the project already; each of them has to fit the schema.
+bool PlanCopies(const Options& options, Schema& schema, const ProjectLayout& layout, std::vector<NewFile>& copies,
+                bool& has_version, Console& console) {
   std::vector<FoundFile> files, versions, own_versions;
   bool good = ListFiles(options.proto, ".proto", files, console);
   const std::string from_versions = ProjectLayout::VersionDir(options.proto);
@@ -76,12 +83,19 @@ bool PlanCopies(const Options& options, const ProjectLayout& layout, std::vector
   if (Exists(from_versions)) good &= ListFiles(from_versions, ".json", versions, console);
   if (Exists(to_versions)) good &= ListFiles(to_versions, ".json", own_versions, console);
   has_version = !versions.empty() || !own_versions.empty();
+  for (const FoundFile& own : own_versions) {
+    const bool is_given = std::any_of(versions.begin(), versions.end(),
+                                      [&](const FoundFile& given) { return given.relative == own.relative; });
+    std::string text;
+    if (!is_given && ReadFile(own.path, text, console)) CheckVersion(schema, own.path, text, console);
+  }
   for (FoundFile& file : versions) files.push_back({"version/" + file.relative, file.path});
   for (const FoundFile& file : files) {
     if (IsDirectory(file.path)) continue;
     NewFile copy{layout.ProtoDir() + "/" + file.relative, ""};
     std::string found;
     if (!ReadFile(file.path, copy.text, console)) continue;
+    if (ZO_TUNING::internal::HasSuffix(file.path, ".json")) CheckVersion(schema, file.path, copy.text, console);
     if (!Exists(copy.path)) {
       copies.push_back(std::move(copy));
     } else if (ReadFile(copy.path, found, console) && found != copy.text) {
@@ -100,19 +114,30 @@ class Maker {
   Maker(const Maker&) = delete;
   Maker& operator=(const Maker&) = delete;
   ~Maker() {
-    for (auto file = files_.rbegin(); file != files_.rend(); ++file) unlink(file->c_str());
+    for (auto file = files_.rbegin(); file != files_.rend(); ++file) {
+      if (!(StateOf(file->path) != file->state)) unlink(file->path.c_str());
+    }
     for (auto dir = dirs_.rbegin(); dir != dirs_.rend(); ++dir) rmdir(dir->c_str());
   }
 
   bool Dir(const std::string& dir) { return MakeDirectories(dir, console_, &dirs_); }
 
-  /// Unless the file is there.
+  /// Unless the file is there, or comes to be meanwhile.
   bool File(const NewFile& file) {
-    if (Exists(file.path)) return RefuseSpecialFile(file.path, console_);
-    if (!Dir(file.path.substr(0, file.path.rfind('/')))) return false;
-    if (!ReplaceFile(file.path, file.text, console_)) return false;
-    files_.push_back(file.path);
-    return true;
+    bool exists = false;
+    return Create(file, &exists) || (exists && RefuseSpecialFile(file.path, console_));
+  }
+
+  /// The file that makes the project one. Another run may have finished the project meanwhile; it is theirs then, with
+  /// all that is in it.
+  bool Config(const NewFile& file) {
+    bool exists = false;
+    if (Create(file, &exists)) return true;
+    if (!exists) return false;
+    Keep();
+    console_.Report(Code::kExists, "another run has made this project meanwhile; it is kept", "",
+                    DisplayPath(file.path));
+    return false;
   }
 
   void Keep() {
@@ -121,8 +146,24 @@ class Maker {
   }
 
  private:
+  struct MadeFile {
+    std::string path;
+    FileState state;
+  };
+
+  bool Create(const NewFile& file, bool* exists) {
+    *exists = Exists(file.path);
+    if (*exists || !Dir(file.path.substr(0, file.path.rfind('/'))) ||
+        !CreateFile(file.path, file.text, exists, console_)) {
+      return false;
+    }
+    files_.push_back({file.path, StateOf(file.path)});
+    return true;
+  }
+
   Console& console_;
-  std::vector<std::string> files_, dirs_;
+  std::vector<MadeFile> files_;
+  std::vector<std::string> dirs_;
 };
 
 /// The sensors of the configuration that is there already; none where it cannot be read.
@@ -196,7 +237,7 @@ std::unique_ptr<Project> Make(const Options& options, Schema& schema, const std:
     return nullptr;
   }
   // Last, so that a run that is killed leaves no half project.
-  if (!(existed ? ReplaceFile(config_path, config, console) : maker.File({config_path, config}))) return nullptr;
+  if (!(existed ? ReplaceFile(config_path, config, console) : maker.Config({config_path, config}))) return nullptr;
   auto project = Project::Load(layout.dir(), console);
   std::vector<VersionFile> versions;
   if (project != nullptr && project->ok() && ReadVersionFiles(*project, kDefaultScope, versions, console)) {
@@ -224,7 +265,7 @@ int Run(CommandContext& context, const Options& options) {
   const auto schema = LoadUsableSchema(options, console);
   std::vector<NewFile> copies;
   bool has_version = false;
-  if (schema == nullptr || !PlanCopies(options, layout, copies, has_version, console)) return kFailed;
+  if (schema == nullptr || !PlanCopies(options, *schema, layout, copies, has_version, console)) return kFailed;
   std::vector<std::string> made;
   const auto project = Make(options, *schema, copies, has_version, made, console);
   if (project == nullptr) return kFailed;
