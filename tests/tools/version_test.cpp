@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "support/child.h"
 #include "tools/tool.h"
 
 namespace zotest {
@@ -24,6 +25,44 @@ TEST_F(ToolTest, VersionsAreListedAndSet) {
   Write(At("proto/version/af2.json"), "{\"name\": \"AF2\", }}");
   Fails("version set AF 1", "proto/version/af2.json:1:18: error: nothing may follow the end of the object");
   EXPECT_EQ(Read(At("proto/version/af.json")), file);
+}
+
+TEST_F(ToolTest, SettingAVersionChangesNothingElse) {
+  Edit("proto/project.proto", "string name = 1;",
+       "string name = 1;\n  repeated Change changes = 900;\n  message Change {\n    string who = 1;\n  }");
+  const struct {
+    const char* before;
+    const char* after;
+  } rows[] = {
+      {R"({"name":"T","version":"1","changes":[{"who":"me"}]})", R"({"name":"T","version":"2\"","changes":[{"who":"me"}]})"},
+      {"{\n  name: 'T',\n  \"version\" :\tnull,\n}\n", "{\n  name: 'T',\n  \"version\" :\t\"2\\\"\",\n}\n"},
+      {R"({"version": "0", "name": "T", "version": "1"})", R"({"version": "0", "name": "T", "version": "2\""})"},
+      {"{\n  \"name\": \"T\"\n}", "{\n  \"name\": \"T\",\n  \"version\": \"2\\\"\"\n}"},
+      {R"({"name":"T",})", R"({"name":"T","version": "2\"",})"},
+  };
+  for (const auto& row : rows) {
+    Write(At("proto/version/t.json"), row.before);
+    EXPECT_EQ(Tool("version set T 2\"").code, 0) << row.before;
+    EXPECT_EQ(Read(At("proto/version/t.json")), row.after);
+  }
+}
+
+TEST_F(ToolTest, AFullDiskLeavesEveryFileAsItWas) {
+  ASSERT_EQ(Tool("template AfCommon --force").code, 0);
+  const Rows rows = {
+      {"version header", "src/ZoTuningVersion.h"},
+      {"version set AF 9.9", "proto/version/af.json"},
+      {"template AfCommon --force", "default/AfCommon.json"},
+  };
+  for (const auto& [line, file] : rows) {
+    const std::string before = Read(At(file));
+    const Strings tree = Tree(dir_);
+    const Ran run = Tool(line, {"", "", [] { LimitFileSize(0); }});
+    EXPECT_EQ(run.code, 1) << line;
+    EXPECT_THAT(run.err, HasSubstr("cannot write " + file + ": File too large")) << line;
+    EXPECT_EQ(Read(At(file)), before);
+    EXPECT_EQ(Tree(dir_), tree) << line;
+  }
 }
 
 TEST_F(ToolTest, TheHeaderIsCheckedAndMade) {

@@ -6,6 +6,8 @@
 #include "command_context.h"
 #include "version/version_files.h"
 #include "version/version_text-inl.h"
+#include "workspace/check_setting.h"
+#include "workspace/json_document.h"
 #include "workspace/suggest.h"
 #include "workspace/version_files.h"
 
@@ -42,6 +44,27 @@ int List(CommandContext& context) {
   return kDone;
 }
 
+/// The text of a version file with another version: only that member's value changes, or the member is added at the end.
+std::string TextWithVersion(const std::string& text, const google::protobuf::FieldDescriptor* field,
+                            const std::string& version) {
+  const JsonDocument document(text);
+  const std::string value = EncodeJsonString(version);
+  std::string changed = text;
+  size_t key_begin = 0, last_end = 0;
+  JsonValue old;  // of several the last, which is the one that counts
+  for (const JsonMember member : document.root().members()) {
+    if (member.KeyIs(field->name()) || member.KeyIs(field->json_name())) old = member.value();
+    key_begin = member.key_begin();
+    last_end = member.value().end();
+  }
+  if (old) return changed.replace(old.begin(), old.end() - old.begin(), value);
+  const std::string added = EncodeJsonString(field->name()) + ": " + value;
+  if (last_end == 0) return changed.insert(document.root().begin() + 1, added);
+  // Set apart as the member before it is.
+  const size_t before = text.find_last_not_of(" \t\r\n", key_begin - 1) + 1;
+  return changed.insert(last_end, "," + text.substr(before, key_begin - before) + added);
+}
+
 int Set(CommandContext& context, const std::string& name, const std::string& version) {
   Console& console = context.console;
   int code = kDone;
@@ -75,12 +98,19 @@ int Set(CommandContext& context, const std::string& name, const std::string& ver
     console.Warn(Code::kVersionMisread, "the version header would get this value wrong: " + fault, "",
                  DisplayPath(match->path));
   }
-  std::string text;
-  const auto printed = ZO_TUNING::internal::PrintWithVersion(
-      match->message.get(), version, [](const ZO_TUNING::internal::TemplateFault&) {}, &text);
-  if (printed.status != ZO_TUNING::internal::VersionStatus::kOk) {
+  const auto* field = ZO_TUNING::internal::FindTextField(project->version_type(), "version");
+  if (field == nullptr) {
     console.Report(Code::kSchemaType, "the message type Version has no text field 'version'", "",
                    DisplayPath(project->layout().ProtoDir()));
+    return kFailed;
+  }
+  const std::string text = TextWithVersion(match->text, field, version);
+  // Whatever the file looked like, it is written only when it says what was asked for.
+  const auto message = project->schema().NewMessage(project->version_type());
+  if (!ParseJson(match->path, text, message.get(), console)) return kFailed;
+  if (message->GetReflection()->GetString(*message, field) != version) {
+    console.Report(Code::kUsage, "the version " + Quoted(version) + " cannot be written as JSON", "it has to be UTF-8",
+                   DisplayPath(match->path));
     return kFailed;
   }
   if (!ReplaceFile(match->path, text, console)) return kFailed;
@@ -184,7 +214,8 @@ int Header(CommandContext& context, bool check) {
                    shown);
     return kFailed;
   }
-  if (wanted != found && !ReplaceFile(path, wanted, console)) return kFailed;
+  // Made again even when nothing changes, so that build rules see that it is up to date.
+  if (!ReplaceFile(path, wanted, console)) return kFailed;
   console.result()["current"] = true;
   console.Print(Printable(shown) + (wanted == found ? " is unchanged, " : " is written, ") +
                 Count(files.size(), "version") + "\n");
