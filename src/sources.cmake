@@ -25,6 +25,7 @@ set(ZOTUNING_SOURCES
   bin/bin_reader.cpp
   bin/bin_scanner.cpp
   bin/bin_writer.cpp
+  bin/wire_check.cpp
   api/bin_dump.cpp
   api/bin_generate.cpp
   api/json.cpp

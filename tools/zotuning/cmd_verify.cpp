@@ -117,8 +117,11 @@ int Run(CommandContext& context, const Options& options) {
     Json differences = Json::array();
     SidesComparison comparison;
     const auto add = [&](const EntryComparison& pair) {
-      lines += ComparisonText(pair, form);
-      differences.push_back(ComparisonJson(pair));
+      if (console.json()) {
+        differences.push_back(ComparisonJson(pair));
+      } else {
+        lines += ComparisonText(pair, form);
+      }
     };
     if (!CompareSides(*left, *right, compare, add, comparison, console)) continue;
     console.Print(Printable(bin.scope) + ".bin: " + std::to_string(comparison.same) + " the same, " +
