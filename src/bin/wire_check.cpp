@@ -157,9 +157,7 @@ class Checker {
   }
 
   /// The length of what follows; it lies within the limit.
-  bool Length(uint64_t* length) {
-    return Varint(5, length) && *length <= kMaxLength && *length <= limit_ - offset();
-  }
+  bool Length(uint64_t* length) { return Varint(5, length) && *length <= kMaxLength && *length <= limit_ - offset(); }
 
   bool Varint(size_t max_size, uint64_t* value) {
     *value = 0;

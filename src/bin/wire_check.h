@@ -21,8 +21,8 @@ enum class WireVerdict {
   kNotRead,  ///< the reader ended within the bytes
 };
 
-/// Whether the next `length` bytes of `reader` are a message of `type`: the verdict of protobuf's ParseFromArray. All of
-/// them are read when they are. CanCheckWire has to be true of the type.
+/// Whether the next `length` bytes of `reader` are a message of `type`: the verdict of protobuf's ParseFromArray. All
+/// of them are read when they are. CanCheckWire has to be true of the type.
 WireVerdict CheckWire(RecordReader& reader, int32_t length, const google::protobuf::Descriptor* type);
 
 }  // namespace internal

@@ -28,8 +28,7 @@ constexpr int kReadLevels = 100;
 class PruningCount {
  public:
   bool Fits(const Message& message, const Descriptor* type) {
-    Enter(type);
-    Present(message, type);
+    CountIn(message, type);
     return bytes_ <= kMaxBytes;
   }
 
@@ -39,60 +38,50 @@ class PruningCount {
   // About what a dynamic message and its allocation take.
   static size_t BytesOf(const Descriptor* type) { return 64 + 16 * static_cast<size_t>(type->field_count()); }
 
-  static bool IsEntered(const FieldDescriptor* field) {
+  static bool IsCreated(const FieldDescriptor* field) {
     return !field->is_repeated() && field->type() == FieldDescriptor::TYPE_MESSAGE &&
            !IsStructArrayRule(field->message_type()->name());
   }
 
-  void Enter(const Descriptor* type) { open_[type].push_back(depth_++); }
-  void Leave(const Descriptor* type) {
-    open_[type].pop_back();
-    --depth_;
-  }
-
-  void Present(const Message& message, const Descriptor* type) {
+  /// Counts what would be created in a message that is there. Its type is not open yet.
+  void CountIn(const Message& message, const Descriptor* type) {
+    open_.emplace(type, open_.size());
     for (int i = 0; i < type->field_count() && bytes_ <= kMaxBytes; ++i) {
       const FieldDescriptor* field = type->field(i);
-      if (!IsEntered(field)) continue;
+      if (!IsCreated(field)) continue;
       const Descriptor* below = field->message_type();
       if (!message.GetReflection()->HasField(message, field)) {
-        (void)Absent(below);
-      } else if (!IsDataType(below->name())) {
-        Enter(below);
-        Present(message.GetReflection()->GetMessage(message, field), below);
-        Leave(below);
+        (void)CountAbsent(below);
+      } else if (!IsDataType(below->name()) && open_.count(below) == 0) {
+        CountIn(message.GetReflection()->GetMessage(message, field), below);
       }
     }
+    open_.erase(type);
   }
 
-  /// Counts a message that would be created. The outermost open type that ended the way down, kNone for none.
-  size_t Absent(const Descriptor* type) {
+  /// Counts a message that would be created. The least depth of an open type that it ended at, kNone for none.
+  size_t CountAbsent(const Descriptor* type) {
     const auto known = counted_.find(type);
     if (known != counted_.end()) {
       bytes_ += known->second;
       return kNone;
     }
-    const std::vector<size_t>& around = open_[type];
-    if (!around.empty()) return around.front();
-    const size_t before = bytes_;
-    const size_t own_depth = depth_;
-    size_t outermost = kNone;
+    const size_t before = bytes_, depth = open_.size();
     bytes_ += BytesOf(type);
-    if (!IsDataType(type->name())) {
-      Enter(type);
-      for (int i = 0; i < type->field_count() && bytes_ <= kMaxBytes; ++i) {
-        if (IsEntered(type->field(i))) outermost = std::min(outermost, Absent(type->field(i)->message_type()));
-      }
-      Leave(type);
+    const auto [opened, is_first] = open_.emplace(type, depth);
+    if (!is_first) return opened->second;
+    size_t least = kNone;
+    for (int i = 0; i < type->field_count() && bytes_ <= kMaxBytes && !IsDataType(type->name()); ++i) {
+      if (IsCreated(type->field(i))) least = std::min(least, CountAbsent(type->field(i)->message_type()));
     }
-    if (outermost < own_depth) return outermost;
-    counted_[type] = bytes_ - before;
-    return kNone;
+    open_.erase(type);
+    // A type in a cycle comes to less within the others of the cycle.
+    if (least > depth) counted_[type] = bytes_ - before;
+    return least;
   }
 
   size_t bytes_ = 0;
-  size_t depth_ = 0;
-  std::unordered_map<const Descriptor*, std::vector<size_t>> open_;  ///< at which depths a type is open
+  std::unordered_map<const Descriptor*, size_t> open_;  ///< with the depth of each
   std::unordered_map<const Descriptor*, size_t> counted_;
 };
 

@@ -2,6 +2,7 @@
 
 #include "schema/import_guard.h"
 
+#include <google/protobuf/io/tokenizer.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -31,14 +32,14 @@ std::string ImportGuard::Refusal(const std::string& name) {
     return true;
   };
   const auto weight = [](const File* file) {
-    return !file->has_escapes && StackHolds(file->nesting, kStackPerNesting) ? size_t{1} : kUnheld;
+    return StackHolds(file->nesting, kStackPerNesting) ? size_t{1} : kUnheld;
   };
   const size_t chain = LongestChain(Look(name), chains_, import, weight);
   if (StackHolds(chain, kStackPerImport)) return "";
   if (chain < kUnheld) {
     return "this file begins a chain of " + std::to_string(chain) + " imports, too many for the stack";
   }
-  return "this file, or one that it imports, nests too deep for the stack or has an import with an escape in its name";
+  return "this file, or one that it imports, nests too deep for the stack";
 }
 
 const ImportGuard::File* ImportGuard::Look(const std::string& name) {
@@ -84,14 +85,15 @@ void ImportGuard::Scan(const std::string& path, File& file) {
     }
     if (c == '"' || c == '\'') {
       const int quote = c;
+      std::string literal(1, static_cast<char>(quote));
       for (c = get(); c != EOF && c != quote && c != '\n' && c != '\0'; c = get()) {
-        if (c == '\\') {
-          file.has_escapes |= is_import;
-          c = get();
-          if (c == EOF) break;
-        }
-        if (is_import) import += static_cast<char>(c);
+        if (is_import) literal += static_cast<char>(c);
+        if (c != '\\') continue;
+        c = get();
+        if (c == EOF) break;
+        if (is_import) literal += static_cast<char>(c);
       }
+      if (is_import) google::protobuf::io::Tokenizer::ParseStringAppend(literal, &import);
       if (c != EOF) c = get();
       continue;
     }

@@ -22,7 +22,6 @@ class ImportGuard {
   struct File {
     size_t nesting = 0;  ///< brackets that are open at once
     std::vector<std::string> imports;
-    bool has_escapes = false;  ///< in the name of an import
   };
 
   const File* Look(const std::string& name);

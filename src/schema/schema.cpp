@@ -90,10 +90,9 @@ void Schema::FaultCollector::Deliver(std::vector<SchemaFault>& faults) {
 
 Schema::Schema(const std::string& proto_dir, std::vector<SchemaFault>* faults, RefuseFile refuse)
     : source_tree_(proto_dir, std::move(refuse)), importer_(&source_tree_, faults == nullptr ? nullptr : &collector_) {
-  listing_ = ImportGuarded(proto_dir.c_str(), importer_, &files_,
-                           [this](const std::string& file, const std::string& reason) {
-                             collector_.AddError(file, -1, -1, reason);
-                           });
+  listing_ = ImportGuarded(
+      proto_dir.c_str(), importer_, &files_,
+      [this](const std::string& file, const std::string& reason) { collector_.AddError(file, -1, -1, reason); });
   if (faults != nullptr) collector_.Deliver(*faults);
 }
 

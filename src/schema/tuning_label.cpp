@@ -110,9 +110,8 @@ std::string LabelBytes(const google::protobuf::Message& label) {
     google::protobuf::io::CodedOutputStream out(&stream);
     for (const FieldDescriptor* field : fields) {
       out.WriteTag(static_cast<uint32_t>(field->number()) << 3);
-      out.WriteVarint32SignExtended(field->type() == FieldDescriptor::TYPE_ENUM
-                                        ? reflection->GetEnumValue(label, field)
-                                        : reflection->GetInt32(label, field));
+      out.WriteVarint32SignExtended(field->type() == FieldDescriptor::TYPE_ENUM ? reflection->GetEnumValue(label, field)
+                                                                                : reflection->GetInt32(label, field));
     }
   }
   // Where a closed enum keeps the numbers that it does not define.

@@ -85,11 +85,12 @@ class WireCheckTest : public testing::Test {
 
   /// Fields of any number and wire type, most of them whole.
   std::string Fields(int depth) {
-    static const char* const kTexts[] = {"", "abc", "\xc3\xa9", "\xe2\x82\xac!", "\xf0\x9f\x98\x80", "\xc0\x80", "\xed\xa0\x80",
-                                         "\xff", "\xe2\x82", "\xf4\x90\x80\x80"};
+    static const char* const kTexts[] = {"",         "abc",          "\xc3\xa9", "\xe2\x82\xac!", "\xf0\x9f\x98\x80",
+                                         "\xc0\x80", "\xed\xa0\x80", "\xff",     "\xe2\x82",      "\xf4\x90\x80\x80"};
     std::string bytes;
     for (size_t i = Below(5); i > 0; --i) {
-      const uint64_t number = Below(30) == 0 ? Below(size_t{1} << 30) : 1 + Below(16), type = Below(60) == 0 ? 6 : Below(6);
+      const uint64_t number = Below(30) == 0 ? Below(size_t{1} << 30) : 1 + Below(16),
+                     type = Below(60) == 0 ? 6 : Below(6);
       bytes += Varint(number << 3 | type);
       if (type == 0) bytes += Varint(random_() >> Below(64));
       if (type == 1) bytes.append(8, 'x');

@@ -122,7 +122,7 @@ TEST_F(SchemaImportTest, TypesTooDeepForTheStackAreRefused) {
   for (const std::string type : {"Shallow", "Deep"}) {
     const auto message = schema.NewMessage(schema.FindType(type));
     ZO_TUNING::MSG_PRONE_FOR_BIN(message.get(), message->GetDescriptor());
-    EXPECT_EQ(message->ByteSizeLong() > 0, type == "Deep");  // a type within itself is not created
+    EXPECT_GT(message->ByteSizeLong(), 0U);
   }
   EXPECT_LOG();
   EXPECT_EQ(schema.FindType("T7"), nullptr);

@@ -63,12 +63,18 @@ TEST(StackDepthTest, EveryKindOfDepthIsBoundedByTheStack) {
     int held, refused;
   };
   for (const Row& row : {
-           Row{Kind::kChain, 64, 32, 400},        Row{Kind::kChain, 1024, 500, 5000},
-           Row{Kind::kChain, 8192, 5000, 60000},  Row{Kind::kCycle, 64, 32, 400},
-           Row{Kind::kCycle, 1024, 500, 5000},    Row{Kind::kCycle, 8192, 5000, 60000},
-           Row{Kind::kNesting, 64, 16, 400},      Row{Kind::kNesting, 1024, 30, 5000},
-           Row{Kind::kNesting, 8192, 30, 60000}, Row{Kind::kImports, 64, 8, 60},
-           Row{Kind::kImports, 1024, 100, 1000},  Row{Kind::kImports, 8192, 500, 5000},
+           Row{Kind::kChain, 64, 32, 400},
+           Row{Kind::kChain, 1024, 500, 5000},
+           Row{Kind::kChain, 8192, 5000, 60000},
+           Row{Kind::kCycle, 64, 32, 400},
+           Row{Kind::kCycle, 1024, 500, 5000},
+           Row{Kind::kCycle, 8192, 5000, 60000},
+           Row{Kind::kNesting, 64, 16, 400},
+           Row{Kind::kNesting, 1024, 30, 5000},
+           Row{Kind::kNesting, 8192, 30, 60000},
+           Row{Kind::kImports, 64, 8, 60},
+           Row{Kind::kImports, 1024, 100, 1000},
+           Row{Kind::kImports, 8192, 500, 5000},
        }) {
     for (const bool is_held : {true, false}) {
       const int levels = is_held ? row.held : row.refused;

@@ -1,5 +1,5 @@
-#include "ZoTuningUtils.h"
 #include "schema/tuning_label.h"
+#include "ZoTuningUtils.h"
 #include "support/project.h"
 
 namespace {

@@ -141,8 +141,8 @@ int ShowTable(Project& project, const std::string& path, const Options& options,
   if (file == nullptr) return kFailed;
   LabelTexts texts(project, path);
   Columns columns;
-  const Cells heading = options.offsets ? Cells{"OFFSET", "BYTES", "ITEM"}
-                                        : Cells{"  RECORD", "OFFSET", "BYTES", "LABELS", "SETTING"};
+  const Cells heading =
+      options.offsets ? Cells{"OFFSET", "BYTES", "ITEM"} : Cells{"  RECORD", "OFFSET", "BYTES", "LABELS", "SETTING"};
   std::vector<Cells> rows;
   columns.Measure(heading);
   if (options.offsets) columns.Measure({"0", "4", "version count"});
@@ -154,10 +154,8 @@ int ShowTable(Project& project, const std::string& path, const Options& options,
     for (const Cells& row : rows) columns.Measure(row);
   }
   Json& result = console.result();
-  result = {{"file", DisplayPath(path)},
-            {"bytes", scanner.bytes()},
-            {"versions", Json::array()},
-            {"records", Json::array()}};
+  result = {
+      {"file", DisplayPath(path)}, {"bytes", scanner.bytes()}, {"versions", Json::array()}, {"records", Json::array()}};
   console.Print(Printable(DisplayPath(path)) + ": " + Count(scanner.bytes(), "byte") + ", " +
                 Count(scanner.versions(), "version") + ", " + Count(scanner.records(), "record") + "\n");
   // The second reading, up to where the first one came.

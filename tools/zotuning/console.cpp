@@ -27,8 +27,8 @@ Json ToJson(const Diagnostic& diagnostic) {
           {"message", diagnostic.message}, {"hint", diagnostic.hint}};
 }
 
-/// In lines, those after the first with an indent. File names need not be UTF-8; whatever is not becomes the replacement
-/// character.
+/// In lines, those after the first with an indent. File names need not be UTF-8; whatever is not becomes the
+/// replacement character.
 std::string Dump(const Json& value, size_t indent = 0) {
   std::string text = value.dump(2, ' ', false, Json::error_handler_t::replace);
   for (size_t end = text.find('\n'); indent > 0 && end != text.npos; end = text.find('\n', end + 1)) {

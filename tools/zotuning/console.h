@@ -38,8 +38,8 @@ class Console : public DiagnosticSink {
   using AddElement = std::function<void(const Json&)>;
   /// Members of `result` by name, each with what adds the elements of that list.
   using Streams = std::map<std::string, std::function<void(const AddElement&)>>;
-  /// With --json: prints the object now, and each of these lists as it is made, so that none is in memory whole. What is
-  /// reported after this goes to standard error.
+  /// With --json: prints the object now, and each of these lists as it is made, so that none is in memory whole. What
+  /// is reported after this goes to standard error.
   void StreamResult(const Streams& streams);
 
   bool json() const { return json_; }
@@ -57,7 +57,7 @@ class Console : public DiagnosticSink {
 
   std::string command_;
   bool json_ = false;
-  bool printed_ = false;   ///< whether the JSON object is out
+  bool printed_ = false;  ///< whether the JSON object is out
   int output_error_ = 0;  ///< errno of the first failed write to standard output
   size_t errors_ = 0;
   std::vector<Diagnostic> diagnostics_;
