@@ -6,9 +6,10 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 
-#include "io/unique_file-inl.h"
+#include "io/padded_file.h"
 #include "schema/stack_depth.h"
 
 namespace ZO_TUNING {
@@ -32,29 +33,49 @@ std::string ImportGuard::Refusal(const std::string& name) {
     return true;
   };
   const auto weight = [](const File* file) {
-    return StackHolds(file->nesting, kStackPerNesting) ? size_t{1} : kUnheld;
+    return !file->is_too_large && StackHolds(file->nesting, kStackPerNesting) ? size_t{1} : kUnheld;
   };
   const size_t chain = LongestChain(Look(name), chains_, import, weight);
   if (StackHolds(chain, kStackPerImport)) return "";
   if (chain < kUnheld) {
     return "this file begins a chain of " + std::to_string(chain) + " imports, too many for the stack";
   }
-  return "this file, or one that it imports, nests too deep for the stack";
+  return "this file, or one that it imports, nests too deep for the stack, or has 2 GiB or more";
 }
 
 const ImportGuard::File* ImportGuard::Look(const std::string& name) {
   const auto [found, is_new] = files_.try_emplace(name);
-  if (is_new) Scan(dir_ + "/" + name, found->second);
+  if (is_new && !dir_.empty()) Read(dir_ + "/" + name, found->second);
   return &found->second;  // stays where it is when others are added
 }
 
-// The tokens are those of protobuf: a zero byte or, in a text, the end of the line ends what was begun.
-void ImportGuard::Scan(const std::string& path, File& file) {
+void ImportGuard::Add(const std::string& name, std::string text) {
+  File& file = files_[name];
+  file.text = std::move(text);
+  file.is_read = true;
+  Scan(file);
+}
+
+const std::string* ImportGuard::Text(const std::string& name) {
+  const File* file = Look(name);
+  return file->is_read ? &file->text : nullptr;
+}
+
+void ImportGuard::Read(const std::string& path, File& file) {
   struct stat info;
   if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return;
-  const UniqueFile stream(std::fopen(path.c_str(), "rbe"));
-  if (stream == nullptr) return;
-  const auto get = [&] { return getc_unlocked(stream.get()); };
+  PaddedFile reader;
+  file.is_read = reader.Read(path);
+  file.is_too_large = !file.is_read && errno == EFBIG;
+  if (!file.is_read) return;
+  file.text = reader.text();
+  Scan(file);
+}
+
+// The tokens are those of protobuf: a zero byte or, in a text, the end of the line ends what was begun.
+void ImportGuard::Scan(File& file) {
+  size_t at = 0;
+  const auto get = [&] { return at < file.text.size() ? static_cast<unsigned char>(file.text[at++]) : EOF; };
   size_t braces = 0, brackets = 0, angles = 0;
   size_t deepest_brace = 0, deepest_bracket = 0, deepest_angle = 0;
   std::string word, import;

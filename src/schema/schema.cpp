@@ -2,6 +2,8 @@
 
 #include "schema/schema.h"
 
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+
 #include <algorithm>
 #include <exception>
 #include <tuple>
@@ -24,12 +26,11 @@ const google::protobuf::Descriptor* FindTypeByName(const google::protobuf::Descr
 namespace {
 
 template <typename OnRefused>
-DirectoryResult ImportGuarded(const char* dir, google::protobuf::compiler::Importer& importer,
+DirectoryResult ImportGuarded(const char* dir, ImportGuard& guard, google::protobuf::compiler::Importer& importer,
                               std::vector<SchemaFile>* files, OnRefused on_refused) {
   std::vector<DirectoryEntry> entries;
   const DirectoryResult listing = ReadDirectory(dir, entries);
   if (!listing.is_open) return listing;
-  ImportGuard guard(dir);
   for (DirectoryEntry& entry : entries) {
     // A directory with such a name is tried as well, and fails like a file that does not parse.
     if (!HasSuffix(entry.name, ".proto")) continue;
@@ -45,16 +46,22 @@ DirectoryResult ImportGuarded(const char* dir, google::protobuf::compiler::Impor
 
 DirectoryResult ImportFiles(const char* dir, google::protobuf::compiler::Importer& importer,
                             std::vector<SchemaFile>* files) {
-  return ImportGuarded(dir, importer, files, [](const std::string&, const std::string&) {});
+  ImportGuard guard(dir);
+  return ImportGuarded(dir, guard, importer, files, [](const std::string&, const std::string&) {});
 }
 
-Schema::SourceTree::SourceTree(const std::string& dir, RefuseFile refuse) : dir_(dir), refuse_(std::move(refuse)) {
+Schema::SourceTree::SourceTree(const std::string& dir, RefuseFile refuse)
+    : dir_(dir), guard_(std::make_unique<ImportGuard>(dir)), refuse_(std::move(refuse)) {
   MapPath("", dir);
 }
 
 google::protobuf::io::ZeroCopyInputStream* Schema::SourceTree::Open(const std::string& name) {
   refusal_ = refuse_ ? refuse_(dir_ + "/" + name) : std::string();
-  return refusal_.empty() ? DiskSourceTree::Open(name) : nullptr;
+  if (!refusal_.empty()) return nullptr;
+  const bool is_plain = name.find_first_of("/\\") == name.npos;
+  const std::string* text = guard_ != nullptr && is_plain ? guard_->Text(name) : nullptr;
+  if (text == nullptr) return DiskSourceTree::Open(name);
+  return new google::protobuf::io::ArrayInputStream(text->data(), static_cast<int>(text->size()));
 }
 
 std::string Schema::SourceTree::GetLastErrorMessage() {
@@ -91,8 +98,9 @@ void Schema::FaultCollector::Deliver(std::vector<SchemaFault>& faults) {
 Schema::Schema(const std::string& proto_dir, std::vector<SchemaFault>* faults, RefuseFile refuse)
     : source_tree_(proto_dir, std::move(refuse)), importer_(&source_tree_, faults == nullptr ? nullptr : &collector_) {
   listing_ = ImportGuarded(
-      proto_dir.c_str(), importer_, &files_,
+      proto_dir.c_str(), source_tree_.guard(), importer_, &files_,
       [this](const std::string& file, const std::string& reason) { collector_.AddError(file, -1, -1, reason); });
+  source_tree_.DropGuard();
   if (faults != nullptr) collector_.Deliver(*faults);
 }
 
