@@ -7,12 +7,15 @@ set(ZOTUNING_SOURCES
   io/padded_file.cpp
   io/record_reader.cpp
   schema/field_check.cpp
+  schema/import_guard.cpp
   schema/project_config.cpp
   schema/schema.cpp
+  schema/stack_depth.cpp
   schema/tuning_label.cpp
   schema/type_levels.cpp
   json/default_data.cpp
   json/json_files.cpp
+  json/pruned_size.cpp
   version/version_files.cpp
   transcode/json_lexer.cpp
   transcode/json_transcoder.cpp
@@ -22,6 +25,7 @@ set(ZOTUNING_SOURCES
   bin/bin_reader.cpp
   bin/bin_scanner.cpp
   bin/bin_writer.cpp
+  bin/wire_check.cpp
   api/bin_dump.cpp
   api/bin_generate.cpp
   api/json.cpp

@@ -94,9 +94,11 @@ mode_t NewFileMode() {
   return 0666 & ~mask;
 }
 
-/// Writes a new file beside `path` that takes its place, like `old` where that is given; the errno of a failure, else
-/// 0. `in_place` tells that the folder or the owner does not allow it; nothing was changed then.
-int WriteBeside(const std::string& path, std::string_view text, const struct stat* old, bool* in_place) {
+enum class Then { kReplace, kRemove };
+
+/// Writes a new file beside `path`, like `old` where that is given, that takes its place or is removed again; the errno
+/// of a failure, else 0. `in_place` tells that the folder or the owner does not allow it; nothing was changed then.
+int WriteBeside(const std::string& path, std::string_view text, const struct stat* old, Then then, bool* in_place) {
   const size_t slash = path.rfind('/');
   const size_t name = slash == std::string::npos ? 0 : slash + 1;
   // Its suffix is none of a setting's, whatever becomes of it.
@@ -117,9 +119,28 @@ int WriteBeside(const std::string& path, std::string_view text, const struct sta
   if (error == 0 && fchmod(file.get(), old == nullptr ? NewFileMode() : old->st_mode & 07777) != 0) error = errno;
   if (error == 0) error = WriteAll(file.get(), text);
   if (!file.Close() && error == 0) error = errno;
-  if (error == 0 && rename(beside.c_str(), path.c_str()) != 0) error = errno;
-  if (error != 0) unlink(beside.c_str());
+  if (error == 0 && then == Then::kReplace && rename(beside.c_str(), path.c_str()) != 0) error = errno;
+  if (error != 0 || then == Then::kRemove) unlink(beside.c_str());
   return error;
+}
+
+bool Write(const std::string& path, std::string_view text, Then then, DiagnosticSink& sink) {
+  struct stat info;
+  const bool exists = stat(path.c_str(), &info) == 0;
+  std::string target = path;
+  if (exists) {
+    if (!S_ISREG(info.st_mode)) {
+      return ReportSystemError("write", path, S_ISDIR(info.st_mode) ? EISDIR : EINVAL, sink);
+    }
+    // What a link leads to is replaced, not the link.
+    const std::unique_ptr<char, decltype(&std::free)> resolved(realpath(path.c_str(), nullptr), &std::free);
+    if (resolved != nullptr) target = resolved.get();
+    if (access(target.c_str(), W_OK) != 0) return ReportSystemError("write", path, errno, sink);
+  }
+  bool in_place = exists && info.st_nlink > 1;
+  int error = in_place ? 0 : WriteBeside(target, text, exists ? &info : nullptr, then, &in_place);
+  if (in_place) error = then == Then::kReplace ? WriteInPlace(target, text) : 0;
+  return error == 0 || ReportSystemError("write", path, error, sink);
 }
 
 }  // namespace
@@ -216,22 +237,11 @@ bool ReadStandardInput(std::string& text, DiagnosticSink& sink) {
 }
 
 bool ReplaceFile(const std::string& path, std::string_view text, DiagnosticSink& sink) {
-  struct stat info;
-  const bool exists = stat(path.c_str(), &info) == 0;
-  std::string target = path;
-  if (exists) {
-    if (!S_ISREG(info.st_mode)) {
-      return ReportSystemError("write", path, S_ISDIR(info.st_mode) ? EISDIR : EINVAL, sink);
-    }
-    // What a link leads to is replaced, not the link.
-    const std::unique_ptr<char, decltype(&std::free)> resolved(realpath(path.c_str(), nullptr), &std::free);
-    if (resolved != nullptr) target = resolved.get();
-    if (access(target.c_str(), W_OK) != 0) return ReportSystemError("write", path, errno, sink);
-  }
-  bool in_place = exists && info.st_nlink > 1;
-  int error = in_place ? 0 : WriteBeside(target, text, exists ? &info : nullptr, &in_place);
-  if (in_place) error = WriteInPlace(target, text);
-  return error == 0 || ReportSystemError("write", path, error, sink);
+  return Write(path, text, Then::kReplace, sink);
+}
+
+bool CanReplaceFile(const std::string& path, std::string_view text, DiagnosticSink& sink) {
+  return Write(path, text, Then::kRemove, sink);
 }
 
 bool CreateFile(const std::string& path, std::string_view text, bool* exists, DiagnosticSink& sink) {

@@ -59,6 +59,10 @@ bool ReadStandardInput(std::string& text, DiagnosticSink& sink);
 /// written in place. False after one error that names it; the old file is whole then, unless it was written in place.
 bool ReplaceFile(const std::string& path, std::string_view text, DiagnosticSink& sink);
 
+/// Whether ReplaceFile would make or replace the file; all but its last step is done, and undone. False after the error
+/// that it would report.
+bool CanReplaceFile(const std::string& path, std::string_view text, DiagnosticSink& sink);
+
 /// Makes a file that is not there yet. False, with nothing made, after one error that names it; where there is one by
 /// now, without an error and with `exists` set.
 bool CreateFile(const std::string& path, std::string_view text, bool* exists, DiagnosticSink& sink);

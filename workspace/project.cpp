@@ -88,7 +88,11 @@ std::unique_ptr<Schema> LoadSchema(const std::string& proto_dir, DiagnosticSink&
   // What could not be listed while the schema was loaded is missing without an error.
   for (const FoundFile& file : files) {
     if (!good || file.relative.find('/') != std::string::npos || IsDirectory(file.path)) continue;
-    if (schema->pool().FindFileByName(file.relative) != nullptr) continue;
+    const auto& loaded = schema->files();
+    if (std::any_of(loaded.begin(), loaded.end(),
+                    [&](const auto& entry) { return entry.is_loaded && entry.name == file.relative; })) {
+      continue;
+    }
     sink.Report(Code::kSchema, "this file could not be loaded", "", DisplayPath(file.path));
     good = false;
   }

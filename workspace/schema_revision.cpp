@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "json/json_text-inl.h"
+#include "schema/import_guard.h"
 #include "schema/schema.h"
 #include "schema/type_names-inl.h"
 #include "workspace/git.h"
@@ -38,9 +39,14 @@ SchemaRevision::SchemaRevision(std::map<std::string, std::string> texts)
 std::unique_ptr<SchemaRevision> SchemaRevision::FromTexts(std::map<std::string, std::string> texts,
                                                           const std::string& prefix, DiagnosticSink& sink) {
   std::unique_ptr<SchemaRevision> schema(new SchemaRevision(std::move(texts)));
+  ZO_TUNING::internal::ImportGuard guard("");
+  for (const auto& [name, text] : schema->source_tree_.texts()) guard.Add(name, text);
   for (const auto& [name, text] : schema->source_tree_.texts()) {
     // As in a project, files in folders are there to be imported.
-    if (name.find('/') == name.npos) (void)schema->importer_.Import(name);
+    if (name.find('/') != name.npos) continue;
+    const std::string refusal = guard.Refusal(name);
+    if (!refusal.empty()) schema->faults_.AddError(name, -1, -1, refusal);
+    if (refusal.empty()) (void)schema->importer_.Import(name);
   }
   for (Diagnostic& fault : schema->faults_.found) {
     fault.file.insert(0, prefix);
@@ -77,7 +83,9 @@ std::unique_ptr<SchemaRevision> SchemaRevision::Load(const std::string& proto_di
 }
 
 const google::protobuf::Descriptor* SchemaRevision::FindType(const std::string& short_name) const {
-  return ZO_TUNING::internal::FindTypeByName(*importer_.pool(), ZO_TUNING::internal::QualifiedTypeName(short_name));
+  const auto* type =
+      ZO_TUNING::internal::FindTypeByName(*importer_.pool(), ZO_TUNING::internal::QualifiedTypeName(short_name));
+  return type != nullptr && ZO_TUNING::internal::StackHolds(levels_.Count(type)) ? type : nullptr;
 }
 
 std::string SchemaRevision::Template(const google::protobuf::Descriptor* type) {

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "schema/type_levels.h"
 #include "workspace/diagnostic.h"
 
 namespace zotuning {
@@ -27,7 +28,8 @@ class SchemaRevision {
   static std::unique_ptr<SchemaRevision> FromTexts(std::map<std::string, std::string> texts, const std::string& prefix,
                                                    DiagnosticSink& sink);
 
-  /// The message type that a short name stands for, as in Schema::FindType; null when there is none.
+  /// The message type that a short name stands for, as in Schema::FindType; null when there is none, and when
+  /// it is too deep for this thread's stack.
   const google::protobuf::Descriptor* FindType(const std::string& short_name) const;
 
   /// The template of a type; "" when it cannot be printed.
@@ -52,6 +54,7 @@ class SchemaRevision {
 
   explicit SchemaRevision(std::map<std::string, std::string> texts);
 
+  mutable ZO_TUNING::internal::TypeLevels levels_;
   SourceTree source_tree_;
   Faults faults_;
   google::protobuf::compiler::Importer importer_;

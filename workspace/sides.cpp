@@ -2,6 +2,8 @@
 
 #include "workspace/sides.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <map>
@@ -18,6 +20,7 @@
 #include "workspace/check_setting.h"
 #include "workspace/files.h"
 #include "workspace/git.h"
+#include "workspace/record_index.h"
 #include "workspace/staging_dir.h"
 #include "workspace/suggest.h"
 
@@ -365,54 +368,120 @@ class BinSide : public Side {
 
   /// Adds the bin of a scope. False after an error: what was read before a damage is there.
   bool Add(const std::string& scope, std::string bytes, const std::string& shown, DiagnosticSink& sink) {
+    bins_.push_back({std::make_unique<std::string>(std::move(bytes)), nullptr, scope, shown});
     scopes_.push_back(scope);
-    bins_.push_back(std::make_unique<std::string>(std::move(bytes)));
-    const std::string_view bin = *bins_.back();
-    BinScanner scanner(bin, project_->schema(), project_->labels(), BinScanner::Modules::kSkip);
-    const auto of = [&](const BinItem& item) { return bin.substr(item.offset + 4, static_cast<size_t>(item.length)); };
-    while (scanner.Next()) {
-      const size_t index = places_.size();
-      if (scanner.is_version()) {
-        const BinItem& item = scanner.version();
-        places_.push_back({{}, of(item), item.offset + 4});
-        versions_.push_back(VersionEntry(*project_, scope, TextField(*item.message, "name"), shown, index));
-      } else {
-        const BinRecord& record = scanner.record();
-        places_.push_back({of(record.label), of(record.module), record.module.offset + 4});
-        settings_.push_back({scope, record.module_name, NamesOf(*project_, record.values), shown,
-                             project_->schema().FindType(record.module_name), index});
-      }
-    }
+    BinScanner scanner(*bins_.back().bytes, project_->schema(), project_->labels(), BinScanner::Modules::kSkip);
+    while (scanner.Next()) AddItem(scanner);
     if (scanner.fault() == nullptr) return true;
     ReportBinFault(*scanner.fault(), shown, sink);
     return false;
   }
 
+  /// Becomes the bin of a scope, of which AddItem adds the items. `file` has to outlive this.
+  void Open(const std::string& scope, std::FILE* file, const std::string& shown) {
+    bins_.push_back({nullptr, file, scope, shown});
+    scopes_.push_back(scope);
+  }
+
+  /// Adds what a scanner of the bin added last is at.
+  void AddItem(BinScanner& scanner) {
+    const size_t index = places_.size();
+    const Bin& bin = bins_.back();
+    const bool is_version = scanner.is_version();
+    const BinItem& item = is_version ? scanner.version() : scanner.record().module;
+    places_.push_back({bins_.size() - 1, item.offset + sizeof(item.length), item.length, ""});
+    if (is_version) {
+      versions_.push_back(VersionEntry(*project_, bin.scope, TextField(*item.message, "name"), bin.shown, index));
+      return;
+    }
+    const BinRecord& record = scanner.record();
+    std::string_view label;
+    std::string buffer;
+    const uint64_t label_offset = record.label.offset + sizeof(record.label.length);
+    if (Read(bin, label_offset, record.label.length, buffer, label)) places_.back().label = label;
+    settings_.push_back({bin.scope, record.module_name, NamesOf(*project_, record.values), bin.shown,
+                         project_->schema().FindType(record.module_name), index});
+  }
+
+  size_t entries() const { return places_.size(); }
+
   bool ReadText(const SideEntry&, std::string_view& text, DiagnosticSink&) override {
     text = {};
     return true;
   }
-  bool ReadBytes(const SideEntry& entry, RuleBytes, std::string_view& bytes, DiagnosticSink&) override {
-    bytes = places_[entry.index].message;
-    return true;
+  bool ReadBytes(const SideEntry& entry, RuleBytes, std::string_view& bytes, DiagnosticSink& sink) override {
+    const Place& place = places_[entry.index];
+    if (Read(bins_[place.bin], place.offset, place.length, buffer_, bytes)) return true;
+    sink.Report(Code::kIo, "the bin changed while it was read", "", entry.path);
+    return false;
   }
   std::string_view LabelBytes(const SideEntry& entry) const override { return places_[entry.index].label; }
 
   void ReportBadBytes(const SideEntry& entry, DiagnosticSink& sink) const override {
     const Place& place = places_[entry.index];
     ReportBinFault({place.offset, entry.module, "a message of type " + entry.type->full_name(),
-                    std::to_string(place.message.size()) + " bytes that are none"},
+                    std::to_string(place.length) + " bytes that are none"},
                    entry.path, sink);
   }
 
  private:
-  struct Place {
-    std::string_view label;
-    std::string_view message;
-    uint64_t offset;  ///< of the message
+  struct Bin {
+    std::unique_ptr<std::string> bytes;  ///< null when they are in `file`
+    std::FILE* file;
+    std::string scope, shown;
   };
-  std::vector<std::unique_ptr<std::string>> bins_;
+  struct Place {
+    size_t bin;
+    uint64_t offset;  ///< of the message
+    int32_t length;
+    std::string label;  ///< its bytes
+  };
+
+  static bool Read(const Bin& bin, uint64_t offset, int32_t length, std::string& buffer, std::string_view& bytes) {
+    const size_t size = static_cast<size_t>(length);
+    if (bin.bytes != nullptr) {
+      bytes = std::string_view(*bin.bytes).substr(offset, size);
+      return true;
+    }
+    buffer.resize(size);
+    bytes = buffer;
+    for (size_t done = 0; done < size;) {
+      const ssize_t count = pread(fileno(bin.file), &buffer[done], size - done, static_cast<off_t>(offset + done));
+      if (count <= 0) return false;
+      done += static_cast<size_t>(count);
+    }
+    return true;
+  }
+
+  std::vector<Bin> bins_;
   std::vector<Place> places_;  ///< by the index of an entry
+  std::string buffer_;
+};
+
+/// A bin whose bytes stay in its file. It has the items that are added to it.
+class BinFileSide : public BinSide {
+ public:
+  BinFileSide(std::shared_ptr<Project> project, const BinFile& bin, const std::string& scope,
+              ZO_TUNING::internal::UniqueFile file)
+      : BinSide(std::move(project), SideForm::kScope, bin.name), file_(std::move(file)), shown_(bin.name) {
+    Open(scope, file_.get(), bin.name);
+  }
+
+  /// Calls `use` with a scanner at each item. False after an error.
+  bool Scan(const std::function<void(BinScanner&)>& use, DiagnosticSink& sink) {
+    std::rewind(file_.get());
+    BinScanner scanner(file_.get(), project_->schema(), project_->labels(), BinScanner::Modules::kSkip);
+    while (scanner.Next()) use(scanner);
+    if (scanner.fault() == nullptr) return true;
+    ReportBinFault(*scanner.fault(), shown_, sink);
+    return false;
+  }
+
+  std::FILE* file() const { return file_.get(); }
+
+ private:
+  ZO_TUNING::internal::UniqueFile file_;
+  std::string shown_;
 };
 
 }  // namespace
@@ -491,11 +560,37 @@ class SideOpener::Impl {
     return OpenForm(project, relative, path, sink);
   }
 
-  std::unique_ptr<Side> OpenBinFile(const std::string& path, const std::string& name, const std::string& scope,
-                                    DiagnosticSink& sink) {
-    std::string bytes;
-    if (!RefuseSpecialFile(path, sink) || !ReadFile(path, bytes, sink)) return nullptr;
-    return OpenBinBytes(current_.project, std::move(bytes), name, scope, name, sink);
+  bool OpenBins(const BinFile& left_bin, const BinFile& right_bin, const std::string& scope, BinPair& pair,
+                DiagnosticSink& sink) const {
+    auto left = OpenBinFile(left_bin, scope, sink), right = OpenBinFile(right_bin, scope, sink);
+    if (left == nullptr || right == nullptr) return false;
+    RecordIndex index(right->file());
+    const auto add = [&](BinFileSide& side, BinScanner& scanner) {
+      if (side.entries() < kMaxBinEntries) {
+        side.AddItem(scanner);
+      } else {
+        ++pair.unlisted;
+      }
+    };
+    size_t place = 0;
+    const bool scanned = right->Scan([&](BinScanner& scanner) { index.Add(scanner); }, sink) &&
+                         left->Scan(
+                             [&](BinScanner& scanner) {
+                               if (index.Take(left->file(), scanner)) {
+                                 ++pair.same;
+                               } else {
+                                 add(*left, scanner);
+                               }
+                             },
+                             sink) &&
+                         right->Scan(
+                             [&](BinScanner& scanner) {
+                               if (!index.is_taken(place++)) add(*right, scanner);
+                             },
+                             sink);
+    pair.left = std::move(left);
+    pair.right = std::move(right);
+    return scanned;
   }
 
  private:
@@ -681,6 +776,12 @@ class SideOpener::Impl {
     return side;
   }
 
+  std::unique_ptr<BinFileSide> OpenBinFile(const BinFile& bin, const std::string& scope, DiagnosticSink& sink) const {
+    ZO_TUNING::internal::UniqueFile file = zotuning::OpenBin(bin.path, sink);
+    if (file == nullptr) return nullptr;
+    return std::make_unique<BinFileSide>(current_.project, bin, scope, std::move(file));
+  }
+
   static std::unique_ptr<Side> OpenBinBytes(std::shared_ptr<Project> project, std::string bytes,
                                             const std::string& shown, const std::string& scope, const std::string& name,
                                             DiagnosticSink& sink) {
@@ -784,9 +885,9 @@ std::unique_ptr<Side> SideOpener::OpenBytes(const std::string& path, std::string
   return impl_->OpenBytes(path, std::move(bytes), sink);
 }
 
-std::unique_ptr<Side> SideOpener::OpenBin(const std::string& path, const std::string& name, const std::string& scope,
-                                          DiagnosticSink& sink) {
-  return impl_->OpenBinFile(path, name, scope, sink);
+bool SideOpener::OpenBins(const BinFile& left, const BinFile& right, const std::string& scope, BinPair& pair,
+                          DiagnosticSink& sink) {
+  return impl_->OpenBins(left, right, scope, pair, sink);
 }
 
 // ---- Comparing ----

@@ -83,6 +83,20 @@ class Side {
   LabelNames fixed_labels_;
 };
 
+struct BinFile {
+  std::string path;
+  std::string name;  ///< for people
+};
+
+/// What two bins do not have in common. Entries of either are at most kMaxBinEntries, whatever the bins hold.
+struct BinPair {
+  std::unique_ptr<Side> left;
+  std::unique_ptr<Side> right;
+  size_t same = 0;      ///< versions and records with the same bytes, in whatever order
+  size_t unlisted = 0;  ///< versions and records that are no entries, as there are too many
+};
+constexpr size_t kMaxBinEntries = 10000;
+
 /// Opens sides, and keeps the projects that they share.
 class SideOpener {
  public:
@@ -101,9 +115,10 @@ class SideOpener {
   /// The setting or bin at `path`, with `bytes` as its content, wherever they are from.
   std::unique_ptr<Side> OpenBytes(const std::string& path, std::string bytes, DiagnosticSink& sink);
 
-  /// The bin at `path`, shown as `name`, as that of a scope.
-  std::unique_ptr<Side> OpenBin(const std::string& path, const std::string& name, const std::string& scope,
-                                DiagnosticSink& sink);
+  /// Opens two bins of a scope for CompareSides, each shown under its name, without what they have in common. False
+  /// after errors.
+  bool OpenBins(const BinFile& left, const BinFile& right, const std::string& scope, BinPair& pair,
+                DiagnosticSink& sink);
 
  private:
   class Impl;

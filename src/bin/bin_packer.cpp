@@ -2,11 +2,13 @@
 
 #include "bin/bin_packer.h"
 
+#include <cerrno>
 #include <utility>
 
 #include "io/directory.h"
 #include "io/text_file-inl.h"
 #include "json/json_text-inl.h"
+#include "json/pruned_size.h"
 #include "schema/field_check.h"
 #include "tree/tuning_path-inl.h"
 
@@ -24,6 +26,13 @@ PackResult Failure(PackStatus status) {
 PackResult WriteFailure(const BinWriter& bin) {
   PackResult result = Failure(PackStatus::kNotWritten);
   result.error = bin.error();
+  return result;
+}
+
+PackResult NotConverted(std::string text, std::string reason) {
+  PackResult result = Failure(PackStatus::kNotConverted);
+  result.text = std::move(text);
+  result.reason = std::move(reason);
   return result;
 }
 
@@ -70,6 +79,8 @@ PackResult BinPacker::PackSetting(const std::string& json_path, FieldChecking ch
   PackResult packed;
   if (file_.Read(json_path)) {
     packed = PackModule(file_.text(), module_type, checking, bin);
+  } else if (errno == EFBIG) {
+    packed = NotConverted({}, kTextTooLong);
   } else {
     std::string text;
     if (!ReadTextFile(json_path, text)) listener.OnFileNotRead(json_path);
@@ -104,7 +115,7 @@ PackResult BinPacker::PackLabel(const std::string& json_path, BinWriter& bin, Pa
     result.status = PackStatus::kBadLabel;
     return result;
   }
-  bin.WriteMessage(*label);
+  bin.WriteMessageBytes(LabelBytes(*label));
 
   // A label type without fields names no module.
   result.module = labels_.ModuleName(values);
@@ -133,17 +144,18 @@ PackResult BinPacker::PackBySlowPath(std::string text, const google::protobuf::D
   const std::unique_ptr<google::protobuf::Message> message = schema_.NewMessage(module_type);
   if (message == nullptr) return Failure(PackStatus::kNoMessage);
   JsonResult json = ParseJson(text, message.get());
-  if (!json.ok) {
-    PackResult result = Failure(PackStatus::kNotConverted);
-    result.text = std::move(text);
-    result.reason = std::move(json.reason);
-    return result;
-  }
+  if (!json.ok) return NotConverted(std::move(text), std::move(json.reason));
   if (checking == FieldChecking::kOn) {
     const std::string* missing = FindMissingField(module_type, text);
     if (missing != nullptr) return FieldMissing(*missing);
   }
+  if (!PruningFits(*message, module_type)) {
+    return NotConverted(std::move(text), "With all parts that the text leaves out the message takes 2 GiB or more.");
+  }
   PruneRules(message.get(), module_type);
+  if (!CanBeRead(*message)) {
+    return NotConverted(std::move(text), "The message is more than 100 levels deep, which could not be read again.");
+  }
   bin.WriteMessage(*message);
   return ResultOf(bin);
 }

@@ -32,7 +32,7 @@ enum class PackStatus {
   kBadLabel,      ///< the label type does not take the values of the path; `label` tells why
   kNoModuleType,  ///< see `module` and `type`; the label is in the bin then
   kNoMessage,     ///< no module message could be made; protobuf itself stops rather than say so
-  kNotConverted,  ///< `text` does not fit the module type; `reason` is protobuf's message
+  kNotConverted,  ///< `text` does not fit the module type, or what it comes to no bin; `reason` tells why
   kFieldMissing,  ///< the JSON text does not mention `field`
   kNotWritten,    ///< a byte did not reach the bin; `error` tells why
 };

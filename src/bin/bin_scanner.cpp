@@ -4,14 +4,19 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <utility>
 
+#include "bin/wire_check.h"
 #include "schema/tuning_label.h"
 
 namespace ZO_TUNING {
 namespace internal {
 
 namespace {
+
+/// Of bytes that are passed over, so many are read at once.
+constexpr int32_t kPiece = 1 << 16;
 
 std::string Bytes(uint64_t count) { return std::to_string(count) + (count == 1 ? " byte" : " bytes"); }
 
@@ -63,11 +68,10 @@ bool BinScanner::ReadVersionCount() {
   return true;
 }
 
-/// False at a fault, and where the bin ends in good order before an item that need not follow. Without a type the bytes
-/// are not parsed.
-bool BinScanner::ReadItem(const std::string& name, const google::protobuf::Descriptor* type, bool has_to_follow,
-                          BinItem& item) {
+/// False at a fault, and where the bin ends in good order before an item that need not follow.
+bool BinScanner::ReadLength(const std::string& name, bool has_to_follow, BinItem& item) {
   item.message.reset();
+  item.bytes = {};
   item.offset = reader_.offset();
   const uint64_t left = bytes_ - item.offset;
   const ReadStatus length_status = reader_.ReadInt32(&item.length);
@@ -76,15 +80,45 @@ bool BinScanner::ReadItem(const std::string& name, const google::protobuf::Descr
   if (item.length < 0) {
     return Fail(item.offset, "length of " + name, "a length from 0 on", std::to_string(item.length));
   }
+  const uint64_t data_left = bytes_ - reader_.offset(), length = static_cast<uint64_t>(item.length);
+  return length <= data_left || Fail(reader_.offset(), name, Bytes(length), Rest(data_left));
+}
+
+/// Without a type the bytes are not parsed.
+bool BinScanner::ReadItem(const std::string& name, const google::protobuf::Descriptor* type, bool has_to_follow,
+                          BinItem& item) {
+  if (!ReadLength(name, has_to_follow, item)) return false;
   const uint64_t data_offset = reader_.offset();
-  const uint64_t length = static_cast<uint64_t>(item.length);
   if (reader_.ReadBytes(item.length, &item.bytes) != ReadStatus::kOk) {
-    return Fail(data_offset, name, Bytes(length), Rest(bytes_ - data_offset));
+    return Fail(data_offset, name, Bytes(static_cast<uint64_t>(item.length)), Rest(bytes_ - data_offset));
   }
   if (type == nullptr) return true;
   item.message = schema_.NewMessage(type);
-  if (item.message->ParseFromArray(item.bytes.data(), item.length)) return true;
-  return Fail(data_offset, name, "a message of type " + type->full_name(), Bytes(length) + " that are none");
+  return item.message->ParseFromArray(item.bytes.data(), item.length) || FailMessage(name, type, item);
+}
+
+/// Passes over an item a piece at a time. With a type the bytes have to be a message of it.
+bool BinScanner::PassItem(const std::string& name, const google::protobuf::Descriptor* type, BinItem& item) {
+  if (!ReadLength(name, true, item)) return false;
+  const uint64_t data_offset = reader_.offset();
+  WireVerdict verdict = WireVerdict::kMessage;
+  if (type != nullptr) {
+    verdict = CheckWire(reader_, item.length, type);
+  } else {
+    std::string_view piece;
+    for (int32_t left = item.length; left > 0 && verdict == WireVerdict::kMessage; left -= kPiece) {
+      if (reader_.ReadBytes(std::min(left, kPiece), &piece) != ReadStatus::kOk) verdict = WireVerdict::kNotRead;
+    }
+  }
+  if (verdict == WireVerdict::kNotRead) {
+    return Fail(data_offset, name, Bytes(static_cast<uint64_t>(item.length)), Rest(bytes_ - data_offset));
+  }
+  return verdict == WireVerdict::kMessage || FailMessage(name, type, item);
+}
+
+bool BinScanner::FailMessage(const std::string& name, const google::protobuf::Descriptor* type, const BinItem& item) {
+  return Fail(item.offset + sizeof(item.length), name, "a message of type " + type->full_name(),
+              Bytes(static_cast<uint64_t>(item.length)) + " that are none");
 }
 
 bool BinScanner::NextVersion() {
@@ -113,8 +147,17 @@ bool BinScanner::NextRecord() {
         record_.label.offset, label_name, "a module with a message type",
         record_.module_name.empty() ? "module number " + std::to_string(value) : "'" + record_.module_name + "'");
   }
-  const google::protobuf::Descriptor* parsed = modules_ == Modules::kParse ? module_type : nullptr;
-  if (!ReadItem(record_.module_name + " of record " + number, parsed, true, record_.module)) return false;
+  const std::string name = record_.module_name + " of record " + number;
+  bool checks = modules_ == Modules::kCheck;
+  if (checks) {
+    const auto [known, is_new] = can_check_.try_emplace(module_type);
+    if (is_new) known->second = CanCheckWire(module_type);
+    checks = known->second;
+  }
+  const bool read = checks || modules_ == Modules::kSkip
+                        ? PassItem(name, checks ? module_type : nullptr, record_.module)
+                        : ReadItem(name, module_type, true, record_.module);
+  if (!read) return false;
   record_.label.bytes = {};  // the buffer holds the module now
   ++records_;
   return true;

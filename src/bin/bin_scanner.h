@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -31,7 +32,7 @@ struct BinFault {
 struct BinItem {
   uint64_t offset = 0;  ///< of the length; the bytes start four later
   int32_t length = 0;
-  std::string_view bytes;                              ///< valid until the next step of the scanner
+  std::string_view bytes;                              ///< where it is parsed; valid until the scanner's next step
   std::unique_ptr<google::protobuf::Message> message;  ///< null where it is not parsed
 };
 
@@ -54,10 +55,14 @@ struct BinRecord {
 /// \endcode
 class BinScanner {
  public:
-  enum class Modules { kParse, kSkip };
+  enum class Modules {
+    kParse,
+    kCheck,  ///< the same faults without making messages: memory does not grow with the size of a module
+    kSkip,   ///< any bytes will do for a module
+  };
 
   /// `file` is a regular file, open for binary reading at its start; it, the schema and the labels stay the caller's
-  /// and have to outlive the scanner. With kSkip module messages are not parsed, so that any bytes will do for one.
+  /// and have to outlive the scanner.
   BinScanner(std::FILE* file, Schema& schema, const Labels& labels, Modules modules = Modules::kParse);
   /// A bin in memory.
   BinScanner(std::string_view bytes, Schema& schema, const Labels& labels, Modules modules = Modules::kParse);
@@ -83,7 +88,10 @@ class BinScanner {
  private:
   bool Fail(uint64_t offset, std::string item, std::string expected, std::string found);
   bool ReadVersionCount();
+  bool ReadLength(const std::string& name, bool has_to_follow, BinItem& item);
   bool ReadItem(const std::string& name, const google::protobuf::Descriptor* type, bool has_to_follow, BinItem& item);
+  bool PassItem(const std::string& name, const google::protobuf::Descriptor* type, BinItem& item);
+  bool FailMessage(const std::string& name, const google::protobuf::Descriptor* type, const BinItem& item);
   bool NextVersion();
   bool NextRecord();
 
@@ -102,6 +110,7 @@ class BinScanner {
   BinItem version_;
   BinRecord record_;
   std::unique_ptr<BinFault> fault_;
+  std::map<const google::protobuf::Descriptor*, bool> can_check_;  ///< of the module types met so far
 };
 
 /// Reads the record whose label's length is at `offset` of a bin, which has to be one that BinScanner reported. False

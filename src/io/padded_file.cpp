@@ -8,7 +8,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 #include "io/unique_fd.h"
@@ -20,6 +22,14 @@ namespace {
 
 constexpr size_t kFirstCapacity = size_t{64} << 10;
 
+// Protobuf counts the bytes of a text in an int, and reads a longer one cut.
+constexpr size_t kMaxSize = std::numeric_limits<int32_t>::max();
+
+bool TooLarge() {
+  errno = EFBIG;
+  return false;
+}
+
 }  // namespace
 
 bool PaddedFile::Read(const std::string& path) {
@@ -28,6 +38,7 @@ bool PaddedFile::Read(const std::string& path) {
   if (file.get() < 0) return false;
   struct stat info;
   if (fstat(file.get(), &info) != 0) return false;
+  if (S_ISREG(info.st_mode) && static_cast<uint64_t>(info.st_size) > kMaxSize) return TooLarge();
   // One byte more, so that the end of the file is met without growing.
   const size_t expected = S_ISREG(info.st_mode) ? static_cast<size_t>(info.st_size) + 1 : 0;
   if (capacity_ < expected + kTextPadding) Grow(std::max(expected + kTextPadding, kFirstCapacity));
@@ -38,6 +49,7 @@ bool PaddedFile::Read(const std::string& path) {
     if (got < 0) return false;
     if (got == 0) break;
     size_ += static_cast<size_t>(got);
+    if (size_ > kMaxSize) return TooLarge();
   }
   std::memset(buffer_.get() + size_, 0, kTextPadding);
   return true;

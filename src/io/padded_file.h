@@ -16,7 +16,8 @@ constexpr size_t kTextPadding = 64;
 /// The text of the file read last, with kTextPadding zero bytes after it.
 class PaddedFile {
  public:
-  /// Replaces the text. False, with errno set, when the file cannot be opened or read to its end.
+  /// Replaces the text. False, with errno set, when the file cannot be opened or read to its end;
+  /// EFBIG for one of 2 GiB and more.
   [[nodiscard]] bool Read(const std::string& path);
 
   /// Valid until the next Read.

@@ -17,17 +17,35 @@ constexpr size_t kMaxFolderPath = 1023;
 }  // namespace
 
 DirectoryResult FindJsonFiles(const char* dir, std::vector<std::string>& files, FileListener& listener) {
-  std::vector<DirectoryEntry> entries;
-  const DirectoryResult result = ReadDirectory(dir, entries);
-  for (const DirectoryEntry& entry : entries) {
-    std::string path = JoinPath(dir, entry.name);
+  struct Folder {
+    std::string path;
+    std::vector<DirectoryEntry> entries;
+    size_t next;
+  };
+  Folder root{dir == nullptr ? "" : dir, {}, 0};
+  const DirectoryResult result = ReadDirectory(dir, root.entries);
+  std::vector<Folder> open;  // not calls within calls: folders can be deeper than a stack
+  open.push_back(std::move(root));
+  while (!open.empty()) {
+    Folder& folder = open.back();
+    if (folder.next == folder.entries.size()) {
+      open.pop_back();
+      continue;
+    }
+    const DirectoryEntry& entry = folder.entries[folder.next++];
+    std::string path = JoinPath(folder.path, entry.name);
     if (entry.kind != EntryKind::kDirectory) {
       if (HasSuffix(entry.name, kJsonSuffix)) files.push_back(std::move(path));
     } else if (entry.name != kVersionFolder) {
       const bool is_cut = path.size() > kMaxFolderPath;
       // A cut path may exist elsewhere, even lead back here; it is never entered.
       if (is_cut) path.resize(kMaxFolderPath);
-      if (is_cut || !FindJsonFiles(path.c_str(), files, listener).is_open) listener.OnFolderPassedOver(path);
+      Folder below{path, {}, 0};
+      if (is_cut || !ReadDirectory(path.c_str(), below.entries).is_open) {
+        listener.OnFolderPassedOver(path);
+      } else {
+        open.push_back(std::move(below));
+      }
     }
   }
   return result;

@@ -9,6 +9,8 @@
 #include <google/protobuf/util/type_resolver.h>
 #include <google/protobuf/util/type_resolver_util.h>
 
+#include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 
@@ -22,8 +24,12 @@ struct [[nodiscard]] JsonResult {
   std::string reason;  ///< protobuf's message of a failure
 };
 
+inline constexpr const char* kTextTooLong = "The text has 2 GiB or more.";
+
 /// Parses `json` into `message`; unknown keys are refused. After a failure `message` is in no particular state.
 inline JsonResult ParseJson(const std::string& json, google::protobuf::Message* message) {
+  // Protobuf counts in an int, and would read the rest of a longer text, or nothing.
+  if (json.size() > static_cast<size_t>(std::numeric_limits<int32_t>::max())) return {false, kTextTooLong};
   google::protobuf::util::JsonParseOptions options;
   options.ignore_unknown_fields = false;
   options.case_insensitive_enum_parsing = false;

@@ -205,12 +205,15 @@ class RulePruner {
  public:
   explicit RulePruner(const google::protobuf::Descriptor* root) : open_(root) {}
 
-  void Prune(google::protobuf::Message* msg, const google::protobuf::Descriptor* desc) {
+  /// Within itself a type is entered where it is present, since no rule may reach a bin; but nothing is created in it
+  /// (`creates` is false then), which would have no end.
+  void Prune(google::protobuf::Message* msg, const google::protobuf::Descriptor* desc, bool creates = true) {
     using google::protobuf::FieldDescriptor;
     const google::protobuf::Reflection* reflection = msg->GetReflection();
     for (int i = 0; i < desc->field_count(); ++i) {
       const FieldDescriptor* field = desc->field(i);
       if (field->is_repeated() || field->type() != FieldDescriptor::TYPE_MESSAGE) continue;
+      if (!creates && !reflection->HasField(*msg, field)) continue;
       const google::protobuf::Descriptor* type = field->message_type();
       google::protobuf::Message* sub = reflection->MutableMessage(msg, field);
       if (IsStructArrayRule(type->name())) {
@@ -218,9 +221,10 @@ class RulePruner {
       } else if (IsDataType(type->name())) {
         const FieldDescriptor* rule = type->FindFieldByName("rule");
         if (rule != nullptr) sub->GetReflection()->ClearField(sub, rule);
-      } else if (!open_.Contains(type)) {
+      } else {
+        const bool is_first = !open_.Contains(type);
         open_.Enter(type);
-        Prune(sub, type);
+        Prune(sub, type, creates && is_first);
         open_.Leave();
       }
     }

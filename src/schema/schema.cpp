@@ -2,11 +2,14 @@
 
 #include "schema/schema.h"
 
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+
 #include <algorithm>
 #include <exception>
 #include <tuple>
 #include <utility>
 
+#include "schema/import_guard.h"
 #include "schema/type_names-inl.h"
 
 namespace ZO_TUNING {
@@ -20,26 +23,45 @@ const google::protobuf::Descriptor* FindTypeByName(const google::protobuf::Descr
   return pool.FindMessageTypeByName(name.substr(0, link_key + sizeof(kLinkKey) - 1));
 }
 
-DirectoryResult ImportFiles(const char* dir, google::protobuf::compiler::Importer& importer,
-                            std::vector<SchemaFile>* files) {
+namespace {
+
+template <typename OnRefused>
+DirectoryResult ImportGuarded(const char* dir, ImportGuard& guard, google::protobuf::compiler::Importer& importer,
+                              std::vector<SchemaFile>* files, OnRefused on_refused) {
   std::vector<DirectoryEntry> entries;
   const DirectoryResult listing = ReadDirectory(dir, entries);
+  if (!listing.is_open) return listing;
   for (DirectoryEntry& entry : entries) {
     // A directory with such a name is tried as well, and fails like a file that does not parse.
     if (!HasSuffix(entry.name, ".proto")) continue;
-    const bool is_loaded = importer.Import(entry.name) != nullptr;
+    const std::string refusal = guard.Refusal(entry.name);
+    if (!refusal.empty()) on_refused(entry.name, refusal);
+    const bool is_loaded = refusal.empty() && importer.Import(entry.name) != nullptr;
     if (files != nullptr) files->push_back({std::move(entry.name), entry.kind, is_loaded});
   }
   return listing;
 }
 
-Schema::SourceTree::SourceTree(const std::string& dir, RefuseFile refuse) : dir_(dir), refuse_(std::move(refuse)) {
+}  // namespace
+
+DirectoryResult ImportFiles(const char* dir, google::protobuf::compiler::Importer& importer,
+                            std::vector<SchemaFile>* files) {
+  ImportGuard guard(dir);
+  return ImportGuarded(dir, guard, importer, files, [](const std::string&, const std::string&) {});
+}
+
+Schema::SourceTree::SourceTree(const std::string& dir, RefuseFile refuse)
+    : dir_(dir), guard_(std::make_unique<ImportGuard>(dir)), refuse_(std::move(refuse)) {
   MapPath("", dir);
 }
 
 google::protobuf::io::ZeroCopyInputStream* Schema::SourceTree::Open(const std::string& name) {
   refusal_ = refuse_ ? refuse_(dir_ + "/" + name) : std::string();
-  return refusal_.empty() ? DiskSourceTree::Open(name) : nullptr;
+  if (!refusal_.empty()) return nullptr;
+  const bool is_plain = name.find_first_of("/\\") == name.npos;
+  const std::string* text = guard_ != nullptr && is_plain ? guard_->Text(name) : nullptr;
+  if (text == nullptr) return DiskSourceTree::Open(name);
+  return new google::protobuf::io::ArrayInputStream(text->data(), static_cast<int>(text->size()));
 }
 
 std::string Schema::SourceTree::GetLastErrorMessage() {
@@ -75,7 +97,10 @@ void Schema::FaultCollector::Deliver(std::vector<SchemaFault>& faults) {
 
 Schema::Schema(const std::string& proto_dir, std::vector<SchemaFault>* faults, RefuseFile refuse)
     : source_tree_(proto_dir, std::move(refuse)), importer_(&source_tree_, faults == nullptr ? nullptr : &collector_) {
-  listing_ = ImportFiles(proto_dir.c_str(), importer_, &files_);
+  listing_ = ImportGuarded(
+      proto_dir.c_str(), source_tree_.guard(), importer_, &files_,
+      [this](const std::string& file, const std::string& reason) { collector_.AddError(file, -1, -1, reason); });
+  source_tree_.DropGuard();
   if (faults != nullptr) collector_.Deliver(*faults);
 }
 

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "io/directory.h"
+#include "schema/import_guard.h"
 #include "schema/type_levels.h"
 
 namespace ZO_TUNING {
@@ -101,12 +102,16 @@ class Schema {
   class SourceTree : public google::protobuf::compiler::DiskSourceTree {
    public:
     SourceTree(const std::string& dir, RefuseFile refuse);
+    /// Files of the folder itself are read once, and given to protobuf as they were looked at.
     google::protobuf::io::ZeroCopyInputStream* Open(const std::string& name) override;
     std::string GetLastErrorMessage() override;
     const std::string& dir() const { return dir_; }
+    ImportGuard& guard() { return *guard_; }
+    void DropGuard() { guard_.reset(); }
 
    private:
     std::string dir_;
+    std::unique_ptr<ImportGuard> guard_;  ///< until everything is imported
     RefuseFile refuse_;
     std::string refusal_;  ///< of the file asked for last
   };

@@ -2,6 +2,10 @@
 
 #include "schema/tuning_label.h"
 
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+#include <google/protobuf/unknown_field_set.h>
+
 namespace ZO_TUNING {
 namespace internal {
 
@@ -94,6 +98,26 @@ LabelResult GetLabelValues(const google::protobuf::Message& label, const google:
     }
   }
   return {};
+}
+
+std::string LabelBytes(const google::protobuf::Message& label) {
+  const google::protobuf::Reflection* reflection = label.GetReflection();
+  std::vector<const FieldDescriptor*> fields;
+  reflection->ListFields(label, &fields);  // by field number, as they are on the wire
+  std::string bytes;
+  {
+    google::protobuf::io::StringOutputStream stream(&bytes);
+    google::protobuf::io::CodedOutputStream out(&stream);
+    for (const FieldDescriptor* field : fields) {
+      out.WriteTag(static_cast<uint32_t>(field->number()) << 3);
+      out.WriteVarint32SignExtended(field->type() == FieldDescriptor::TYPE_ENUM ? reflection->GetEnumValue(label, field)
+                                                                                : reflection->GetInt32(label, field));
+    }
+  }
+  // Where a closed enum keeps the numbers that it does not define.
+  std::string unknown;
+  (void)reflection->GetUnknownFields(label).SerializeToString(&unknown);
+  return bytes + unknown;
 }
 
 }  // namespace internal

@@ -48,5 +48,9 @@ LabelResult SetLabelValues(google::protobuf::Message* label, const google::proto
 LabelResult GetLabelValues(const google::protobuf::Message& label, const google::protobuf::Descriptor* type,
                            const std::vector<std::string>& names, std::vector<int>& values);
 
+/// The wire bytes of a label that SetLabelValues filled. Protobuf's own writer makes a descriptor for each number that
+/// an enum does not define, kLabelNotSet among them, and never frees it.
+std::string LabelBytes(const google::protobuf::Message& label);
+
 }  // namespace internal
 }  // namespace ZO_TUNING

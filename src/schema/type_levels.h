@@ -14,7 +14,8 @@ namespace internal {
 /// Counts the levels of types and remembers them.
 class TypeLevels {
  public:
-  /// The levels of message types from `type` down, itself among them; a type within itself counts once. Takes no stack.
+  /// The levels of message types from `type` down, itself among them; those of a cycle count together, each once. Takes
+  /// no stack.
   size_t Count(const google::protobuf::Descriptor* type);
 
  private:

@@ -20,6 +20,9 @@ using google::protobuf::FieldDescriptor;
 // Objects and arrays together stay well below the hundred levels at which protobuf's parsers stop.
 constexpr size_t kMaxLevels = 40;
 
+// Of absent parts, in all tables of a module: types that hold others twice double them with each level.
+constexpr size_t kMaxDefaultBytes = size_t{64} << 20;
+
 ValueKind KindOf(const FieldDescriptor* field) {
   switch (field->type()) {
     case FieldDescriptor::TYPE_BOOL:
@@ -183,7 +186,12 @@ bool ModuleTable::FillField(const FieldDescriptor* field, Pruning pruning, Field
     }
     table->message = MakeMessage(type, below);
     if (table->message == nullptr) return false;
-    if (table->materialized) table->default_bytes = DefaultBytes(*table);
+    if (table->materialized) {
+      // Once in the field, and once more in the message that holds it.
+      default_bytes_ += 2 * (table->tag_size + kMaxVarintSize + table->message->default_content.size());
+      if (default_bytes_ > kMaxDefaultBytes) return false;
+      table->default_bytes = DefaultBytes(*table);
+    }
   }
   return true;
 }

@@ -91,7 +91,8 @@ class ModuleTable {
   ModuleTable& operator=(const ModuleTable&) = delete;
 
   /// Null when the type holds what the fast path has no table for: required fields, oneofs, maps, groups, well-known
-  /// types, types that contain themselves, or too many levels. Every text of it falls back then.
+  /// types, types that contain themselves, too many levels, or absent
+  /// parts of too many bytes. Every text of it falls back then.
   const MessageTable* root() const { return root_; }
 
   /// The names that the field check looks for, in its order; their ids are their positions plus one.
@@ -115,6 +116,7 @@ class ModuleTable {
   std::vector<std::string_view> required_names_;
   std::unordered_map<std::string_view, uint32_t> name_ids_;
   std::vector<const google::protobuf::Descriptor*> open_;
+  size_t default_bytes_ = 0;  ///< in all tables
   std::map<std::pair<const google::protobuf::Descriptor*, Pruning>, std::unique_ptr<MessageTable>> messages_;
   std::map<const google::protobuf::EnumDescriptor*, std::unique_ptr<EnumTable>> enums_;
 };

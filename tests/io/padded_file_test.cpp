@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <fstream>
 #include <thread>
@@ -51,6 +52,17 @@ TEST(TextFileTest, ReadsWhatHasNoSizeThroughSignals) {
   EXPECT_TRUE(file.Read(temp / "pipe.json"));
   writer.join();
   ExpectText(file, text);
+}
+
+TEST(TextFileTest, RefusesWhatProtobufWouldCut) {
+  const zotest::TempDir temp;
+  for (const off_t size : {off_t{1} << 31, (off_t{1} << 32) + 3}) {
+    zotest::Write(temp / "a.json", "{}");
+    ASSERT_EQ(truncate((temp / "a.json").c_str(), size), 0);  // sparse
+    ZO_TUNING::internal::PaddedFile file;
+    EXPECT_FALSE(file.Read(temp / "a.json"));
+    EXPECT_EQ(errno, EFBIG);
+  }
 }
 
 }  // namespace

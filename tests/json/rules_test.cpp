@@ -1,4 +1,5 @@
 #include "ZoTuningUtils.h"
+#include "json/pruned_size.h"
 #include "support/project.h"
 
 namespace {
@@ -125,7 +126,7 @@ TEST_F(RulesTest, WalksEndAtTypesThatContainThemselves) {
   EXPECT_EQ(Prune("Self", "many { data { rule { } } } data { value: true rule { } more { rule { } } }"),
             "self { } many { data { rule { } } } data { value: true more { rule { } } }");
   EXPECT_EQ(Prune("Left", "right { left { right { } data { rule { } } } }"),
-            "right { left { right { } data { rule { } } } } data { }");
+            "right { left { right { } data { } } } data { }");
   EXPECT_LOG();
 }
 
@@ -149,6 +150,49 @@ TEST_F(RulesTest, PruningKeepsAllButRulesOfSingularFields) {
             " steps { data { rule { } } rule { } } bare { value: true } text: \"x\" listed { value: 1 }"}}) {
     EXPECT_EQ(Prune("M", before), after);
     EXPECT_EQ(Prune("M", before, 2), after);
+  }
+}
+
+TEST_F(RulesTest, ATypeWithinItselfIsEnteredAndNothingIsCreatedInIt) {
+  Load(R"(syntax = "proto3"; message StructArrayRule { string len = 1; } message Leaf {}
+    message Node { StructArrayRule r = 1; Node n = 2; Leaf leaf = 3; })");
+  EXPECT_EQ(Prune("Node", ""), "n { } leaf { }");
+  for (const int times : {1, 2}) {
+    EXPECT_EQ(Prune("Node", "r { len: '1' } n { r { len: '2' } n { r { len: '3' } } }", times), "n { n { } } leaf { }");
+  }
+}
+
+TEST_F(RulesTest, WhatPruningComesToIsKnownBeforehand) {
+  std::string text = "syntax = \"proto3\"; message C { repeated C c = 1; }";
+  for (int i = 0; i < 60; ++i) {
+    const std::string at = std::to_string(i), next = std::to_string(i + 1);
+    text += "message D" + at + " { D" + next + " a = 1; D" + next + " b = 2; }";
+    text += "message K" + at + " { K" + next + " a = 1; repeated K" + next + " b = 2; }";
+  }
+  // Twelve types that all hold one another are created on 12! ways.
+  for (int i = 0; i < 12; ++i) {
+    text += "message A" + std::to_string(i) + " { ";
+    for (int k = 0; k < 12; ++k)
+      text += "A" + std::to_string(k) + " f" + std::to_string(k) + " = " + std::to_string(k + 1) + "; ";
+    text += "}";
+  }
+  Load(text + "message D60 {} message K60 {}");
+  struct Row {
+    std::string type;
+    bool fits;
+  };
+  for (const Row& row : {Row{"D50", true}, Row{"D0", false}, Row{"K0", true}, Row{"A0", false}, Row{"C", true}}) {
+    const MessagePtr message = schema_->New(row.type);
+    EXPECT_EQ(ZO_TUNING::internal::PruningFits(*message, message->GetDescriptor()), row.fits) << row.type;
+  }
+  for (const int below : {100, 101}) {
+    const MessagePtr root = schema_->New("C");
+    Message* message = root.get();
+    const auto* field = message->GetDescriptor()->field(0);
+    for (int i = 0; i < below; ++i) message = message->GetReflection()->AddMessage(message, field);
+    const MessagePtr copy(root->New());
+    EXPECT_EQ(ZO_TUNING::internal::CanBeRead(*root), below == 100);
+    EXPECT_EQ(copy->ParseFromString(root->SerializeAsString()), below == 100);
   }
 }
 

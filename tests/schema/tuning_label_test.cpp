@@ -1,3 +1,4 @@
+#include "schema/tuning_label.h"
 #include "ZoTuningUtils.h"
 #include "support/project.h"
 
@@ -81,6 +82,7 @@ TEST_F(TuningLabelTest, FillsAndReadsMessages) {
     EXPECT_EQ(ZoTuningUtils::InitTuningLabelMsg(message_.get(), type_, names, row.values), row.line.empty());
     EXPECT_EQ(TakeLog(), row.line.empty() ? Strings() : Strings{E("InitTuningLabelMsg", row.line)});
     EXPECT_EQ(Text(*message_), row.filled);
+    EXPECT_EQ(ZO_TUNING::internal::LabelBytes(*message_), message_->SerializePartialAsString()) << row.filled;
     std::vector<int> read = {1, 2, 3, 4, 5};
     EXPECT_EQ(ZoTuningUtils::ParseTuningLabelMsg(message_.get(), type_, names, read), row.line.empty());
     EXPECT_EQ(TakeLog(), row.line.empty() ? Strings() : Strings{E("ParseTuningLabelMsg", row.line)});

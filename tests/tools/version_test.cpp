@@ -48,6 +48,27 @@ TEST_F(ToolTest, SettingAVersionChangesNothingElse) {
   }
 }
 
+TEST_F(ToolTest, AFullDiskLeavesEveryFileAsItWas) {
+  ASSERT_EQ(Tool("template AfCommon --force").code, 0);
+  const Rows rows = {
+      {"version header", "src/ZoTuningVersion.h"},  // also when it would be the same
+      {"version set AF 9.9", "proto/version/af.json"},
+      {"template AfCommon --force", "default/AfCommon.json"},
+      {"new --sensor front module=AfCommon mode=1 --force", "front/mode_1/AfCommon.json"},
+      {"init tuning_project --into .. --proto proto --sensor third --force", "ProjConf.bin"},
+  };
+  for (const auto& [line, file] : rows) {
+    const std::string before = Read(At(file));
+    const Ran run = Tool(line, {"", "", [] { LimitFileSize(0); }});
+    EXPECT_EQ(run.code, 1) << line;
+    EXPECT_EQ(Read(At(file)), before) << line;
+    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(At(file)).parent_path())) {
+      EXPECT_EQ(entry.path().filename().string().rfind("." + std::filesystem::path(file).filename().string(), 0),
+                std::string::npos);
+    }
+  }
+}
+
 TEST_F(ToolTest, TheHeaderIsCheckedAndMade) {
   const std::string header = At("src/ZoTuningVersion.h");
   EXPECT_EQ(Tool("version header --check").out, "src/ZoTuningVersion.h is up to date\n");
@@ -60,6 +81,9 @@ TEST_F(ToolTest, TheHeaderIsCheckedAndMade) {
   EXPECT_EQ(Tool("version header").code, 0);
   EXPECT_THAT(Read(header), HasSubstr("_VAL \"2.2.0\"\n"));
   EXPECT_EQ(Tool("version header --check").code, 0);
+  const auto written = std::filesystem::last_write_time(header);
+  EXPECT_THAT(Tool("version header").out, HasSubstr("is unchanged"));
+  EXPECT_EQ(std::filesystem::last_write_time(header), written);
 
   // The order of the pairs is that of the file system, and no fault.
   const std::string text = Read(header);

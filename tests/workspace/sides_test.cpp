@@ -6,6 +6,7 @@
 
 #include "bin/bin_folder.h"
 #include "support/project.h"
+#include "support/wire.h"
 #include "workspace/git.h"
 #include "workspace/pack.h"
 
@@ -237,6 +238,51 @@ TEST_F(SidesTest, EveryByteCountsWhereAsked) {
   changed[bin.find(GainBytes(2.5)) + 1] = '\x7f';
   Write(dir_ + "/other/tele.bin", changed);
   EXPECT_THAT(Compare("other/tele.bin", "tele").back(), HasSubstr("the bin is damaged at byte"));
+}
+
+TEST_F(SidesTest, TwoBinsAreComparedWithoutWhatTheyHaveInCommon) {
+  Open();
+  // Larger than what is read at once, and different in the last byte.
+  const std::string large = GainBytes(1) + Len(99, std::string(100000, 'x')),
+                    other = GainBytes(1) + Len(99, std::string(99999, 'x') + 'y');
+  const auto record = [](int mode, const std::string& module) {
+    return Item(LabelBytes({kAWGain, mode})) + Item(module);
+  };
+  std::string many;
+  for (size_t i = 0; i < zotuning::kMaxBinEntries + 5; ++i) many += record(9, "");
+  const std::string version = Item(VersionBytes("a", "1"));
+  const struct {
+    std::string left, right;
+    size_t same, unlisted, different;
+  } rows[] = {
+      {I32(1) + version + record(1, large) + record(2, "") + record(3, ""),
+       I32(1) + version + record(3, "") + record(1, large) + record(2, ""), 4, 0, 0},
+      {I32(0) + record(1, large) + record(2, "") + record(2, ""), I32(0) + record(2, "") + record(1, other), 1, 0, 2},
+      {I32(1) + version, I32(0) + record(1, ""), 0, 0, 2},
+      {I32(0) + many, I32(0) + record(9, "") + record(1, ""), 1, 4, zotuning::kMaxBinEntries + 1},
+  };
+  for (const auto& row : rows) {
+    Write(dir_ + "/left.bin", row.left);
+    Write(dir_ + "/right.bin", row.right);
+    CollectingSink sink;
+    zotuning::BinPair pair;
+    ASSERT_TRUE(opener_->OpenBins({dir_ + "/left.bin", "l"}, {dir_ + "/right.bin", "r"}, "tele", pair, sink));
+    EXPECT_EQ(pair.same, row.same);
+    EXPECT_EQ(pair.unlisted, row.unlisted);
+    CompareSidesOptions options;
+    options.bytes = true;
+    SidesComparison comparison;
+    EXPECT_TRUE(CompareSides(
+        *pair.left, *pair.right, options, [](const EntryComparison&) {}, comparison, sink));
+    EXPECT_EQ(comparison.different, row.different);
+    EXPECT_EQ(comparison.same, 0u);
+  }
+  Write(dir_ + "/left.bin", I32(0) + "x");
+  CollectingSink sink;
+  zotuning::BinPair pair;
+  EXPECT_FALSE(opener_->OpenBins({dir_ + "/left.bin", "l"}, {dir_ + "/right.bin", "r"}, "tele", pair, sink));
+  ASSERT_EQ(sink.errors(), 1u);
+  EXPECT_EQ(sink.diagnostics()[0].file, "l");
 }
 
 }  // namespace

@@ -1,11 +1,15 @@
 // zotuning show: what is in a tuning bin.
 
 #include <algorithm>
+#include <cstdio>
+#include <map>
 #include <memory>
+#include <utility>
 
 #include "bin/bin_folder.h"
 #include "command_context.h"
 #include "io/directory.h"
+#include "transcode/wire_format.h"
 #include "workspace/bins.h"
 #include "workspace/message_text.h"
 
@@ -33,57 +37,92 @@ std::string SettingOf(const Project& project, const std::string& scope, const st
   return project.LabelsOf("/" + path) == values ? DisplayPath(project.dir() + "/" + path) : "";
 }
 
-struct Listing {
-  std::vector<std::vector<std::string>> records;
-  std::vector<std::vector<std::string>> items;
-  std::string versions;
-  Json json_versions = Json::array();
-  Json json_records = Json::array();
+/// What the lines of a record say of its labels. Bins repeat few labels, and a path takes long to make and read back.
+class LabelTexts {
+ public:
+  struct Texts {
+    std::string labels;
+    std::string setting;  ///< "" when the labels do not give exactly one
+  };
+
+  LabelTexts(const Project& project, const std::string& path) : project_(project), scope_(ScopeOf(path)) {}
+
+  const Texts& Of(const std::vector<int>& values) {
+    // What a damaged bin holds may not fill the memory.
+    if (known_.size() >= 10000) known_.clear();
+    const auto [known, is_new] = known_.try_emplace(values);
+    if (is_new) known->second = {project_.LabelText(values), SettingOf(project_, scope_, values)};
+    return known->second;
+  }
+
+ private:
+  const Project& project_;
+  const std::string scope_;
+  std::map<std::vector<int>, Texts> known_;
 };
 
-void AddItem(Listing& listing, const BinItem& item, const std::string& name) {
-  listing.items.push_back({std::to_string(item.offset), "4", "length of " + name + ": " + std::to_string(item.length)});
-  listing.items.push_back({std::to_string(item.offset + 4), std::to_string(item.length), name});
+void AddItem(const BinItem& item, const std::string& name, std::vector<Cells>& rows) {
+  rows.push_back({std::to_string(item.offset), "4", "length of " + name + ": " + std::to_string(item.length)});
+  rows.push_back({std::to_string(item.offset + 4), std::to_string(item.length), name});
 }
 
-void AddVersion(Listing& listing, const BinItem& item) {
+/// The lines of the version or record that the scanner stands at; those of versions have no columns without --offsets.
+void AddRows(BinScanner& scanner, bool offsets, LabelTexts& texts, std::vector<Cells>& rows) {
+  if (scanner.is_version()) {
+    if (offsets) AddItem(scanner.version(), "version " + std::to_string(scanner.versions() - 1), rows);
+    return;
+  }
+  const BinRecord& record = scanner.record();
+  const std::string number = std::to_string(record.index);
+  if (offsets) {
+    AddItem(record.label, "label of record " + number, rows);
+    AddItem(record.module, record.module_name + " of record " + number, rows);
+    return;
+  }
+  const auto& [labels, setting] = texts.Of(record.values);
+  const uint64_t end = record.module.offset + 4 + static_cast<uint64_t>(record.module.length);
+  rows.push_back({"  " + number, std::to_string(record.label.offset), std::to_string(end - record.label.offset), labels,
+                  setting.empty() ? "-" : setting});
+}
+
+std::string VersionLine(const google::protobuf::Message& message) {
   std::string line;
-  const google::protobuf::Message& message = *item.message;
   for (const char* name : {"name", "version"}) {
     const auto* field = message.GetDescriptor()->FindFieldByName(name);
     const bool text =
         field != nullptr && field->type() == google::protobuf::FieldDescriptor::TYPE_STRING && !field->is_repeated();
     line += (line.empty() ? "  " : " ") + (text ? message.GetReflection()->GetString(message, field) : "?");
   }
-  AddItem(listing, item, "version " + std::to_string(listing.json_versions.size()));
-  listing.versions += Printable(line) + "\n";
+  return Printable(line) + "\n";
+}
+
+Json VersionJson(const BinItem& item) {
   Json fields = Json::object();
   CollectingSink ignored;
   std::string json;
-  if (MessageJson(message, json, ignored)) fields = Json::parse(json, nullptr, false);
-  listing.json_versions.push_back({{"offset", item.offset}, {"length", item.length}, {"message", fields}});
+  if (MessageJson(*item.message, json, ignored)) fields = Json::parse(json, nullptr, false);
+  return {{"offset", item.offset}, {"length", item.length}, {"message", fields}};
 }
 
-void AddRecord(Listing& listing, const Project& project, const std::string& scope, const BinRecord& record) {
-  const std::string number = std::to_string(record.index);
-  const std::string setting = SettingOf(project, scope, record.values);
+Json RecordJson(const Project& project, const BinRecord& record, LabelTexts& texts) {
+  const std::string& setting = texts.Of(record.values).setting;
   const uint64_t end = record.module.offset + 4 + static_cast<uint64_t>(record.module.length);
-  listing.records.push_back({"  " + number, std::to_string(record.label.offset),
-                             std::to_string(end - record.label.offset), project.LabelText(record.values),
-                             setting.empty() ? "-" : setting});
-  AddItem(listing, record.label, "label of record " + number);
-  AddItem(listing, record.module, record.module_name + " of record " + number);
-  listing.json_records.push_back({{"record", record.index},
-                                  {"offset", record.label.offset},
-                                  {"length", end - record.label.offset},
-                                  {"label_offset", record.label.offset + 4},
-                                  {"label_length", record.label.length},
-                                  {"module_offset", record.module.offset + 4},
-                                  {"module_length", record.module.length},
-                                  {"module", record.module_name},
-                                  {"labels", LabelJson(project, record.values)},
-                                  {"values", record.values},
-                                  {"setting", setting.empty() ? Json(nullptr) : Json(setting)}});
+  return {{"record", record.index},
+          {"offset", record.label.offset},
+          {"length", end - record.label.offset},
+          {"label_offset", record.label.offset + 4},
+          {"label_length", record.label.length},
+          {"module_offset", record.module.offset + 4},
+          {"module_length", record.module.length},
+          {"module", record.module_name},
+          {"labels", LabelJson(project, record.values)},
+          {"values", record.values},
+          {"setting", setting.empty() ? Json(nullptr) : Json(setting)}};
+}
+
+int ReportChanged(const std::string& path, Console& console) {
+  console.Report(Code::kIo, "the bin changed while it was read", "", DisplayPath(path));
+  return kFailed;
 }
 
 /// Reports the fault of a bin, if any, and adds it to `object`.
@@ -96,60 +135,132 @@ void AddFault(const BinScanner& scanner, const std::string& path, Json& object, 
   ReportBinFault(*fault, path, console);
 }
 
+/// Reads the bin twice, first for faults and the widths of columns, so that no more than a record is in memory.
 int ShowTable(Project& project, const std::string& path, const Options& options, Console& console) {
   const auto file = OpenBin(path, console);
   if (file == nullptr) return kFailed;
-  Listing listing;
-  const std::string scope = ScopeOf(path);
-  listing.items = {{"OFFSET", "BYTES", "ITEM"}, {"0", "4", "version count"}};
-  listing.records = {{"  RECORD", "OFFSET", "BYTES", "LABELS", "SETTING"}};
-  BinScanner scanner(file.get(), project.schema(), project.labels());
+  LabelTexts texts(project, path);
+  Columns columns;
+  const Cells heading =
+      options.offsets ? Cells{"OFFSET", "BYTES", "ITEM"} : Cells{"  RECORD", "OFFSET", "BYTES", "LABELS", "SETTING"};
+  std::vector<Cells> rows;
+  columns.Measure(heading);
+  if (options.offsets) columns.Measure({"0", "4", "version count"});
+  BinScanner scanner(file.get(), project.schema(), project.labels(), BinScanner::Modules::kCheck);
   while (scanner.Next()) {
-    if (scanner.is_version()) {
-      AddVersion(listing, scanner.version());
-    } else {
-      AddRecord(listing, project, scope, scanner.record());
-    }
-  }
-  console.Print(Printable(DisplayPath(path)) + ": " + Count(scanner.bytes(), "byte") + ", " +
-                Count(scanner.versions(), "version") + ", " + Count(scanner.records(), "record") + "\n");
-  if (options.offsets) {
-    console.Print(Table(listing.items));
-  } else {
-    console.Print((listing.versions.empty() ? "" : "versions\n") + listing.versions);
-    if (scanner.records() > 0) console.Print("records\n" + Table(listing.records));
+    if (console.json()) continue;
+    rows.clear();
+    AddRows(scanner, options.offsets, texts, rows);
+    for (const Cells& row : rows) columns.Measure(row);
   }
   Json& result = console.result();
-  result = {{"file", DisplayPath(path)},
-            {"bytes", scanner.bytes()},
-            {"versions", std::move(listing.json_versions)},
-            {"records", std::move(listing.json_records)}};
+  result = {
+      {"file", DisplayPath(path)}, {"bytes", scanner.bytes()}, {"versions", Json::array()}, {"records", Json::array()}};
+  console.Print(Printable(DisplayPath(path)) + ": " + Count(scanner.bytes(), "byte") + ", " +
+                Count(scanner.versions(), "version") + ", " + Count(scanner.records(), "record") + "\n");
+  // The second reading, up to where the first one came.
+  const auto read_again = [&](bool versions, const auto& use) {
+    std::rewind(file.get());
+    BinScanner again(file.get(), project.schema(), project.labels(), BinScanner::Modules::kSkip);
+    const size_t end = versions ? scanner.versions() : scanner.versions() + scanner.records();
+    while (again.records() + again.versions() < end) {
+      if (!again.Next()) {
+        ReportChanged(path, console);
+        return;
+      }
+      use(again);
+    }
+  };
+  if (console.json()) {
+    AddFault(scanner, path, result, console);
+    const auto stream = [&](bool versions) {
+      return [&, versions](const Console::AddElement& add) {
+        read_again(versions, [&](BinScanner& again) {
+          if (again.is_version() != versions) return;
+          add(versions ? VersionJson(again.version()) : RecordJson(project, again.record(), texts));
+        });
+      };
+    };
+    console.StreamResult({{"versions", stream(true)}, {"records", stream(false)}});
+    return kDone;
+  }
+  if (options.offsets) {
+    console.Print(columns.Line(heading) + columns.Line({"0", "4", "version count"}));
+  } else if (scanner.versions() > 0) {
+    console.Print("versions\n");
+  }
+  read_again(false, [&](BinScanner& again) {
+    if (!options.offsets) {
+      if (again.is_version()) console.Print(VersionLine(*again.version().message));
+      if (!again.is_version() && again.record().index == 0) console.Print("records\n" + columns.Line(heading));
+    }
+    rows.clear();
+    AddRows(again, options.offsets, texts, rows);
+    for (const Cells& row : rows) console.Print(columns.Line(row));
+  });
   AddFault(scanner, path, result, console);
   return kDone;
 }
+
+/// Rising offsets, as what each adds to the one before it: a byte or two where there are many.
+class Offsets {
+ public:
+  void Add(uint64_t offset) {
+    char bytes[ZO_TUNING::internal::kMaxVarintSize];
+    bytes_.append(bytes, ZO_TUNING::internal::WriteVarint(offset - last_, bytes));
+    last_ = offset;
+  }
+
+  class Reader {
+   public:
+    explicit Reader(const Offsets& offsets) : bytes_(offsets.bytes_) {}
+    /// To the next one; false after the last.
+    bool Go() {
+      if (at_ == bytes_.size()) return false;
+      uint64_t step = 0;
+      for (int shift = 0;; shift += 7) {
+        const auto byte = static_cast<unsigned char>(bytes_[at_++]);
+        step |= static_cast<uint64_t>(byte & 0x7F) << shift;
+        if (byte < 0x80) break;
+      }
+      offset_ += step;
+      return true;
+    }
+    uint64_t offset() const { return offset_; }
+
+   private:
+    const std::string& bytes_;
+    size_t at_ = 0;
+    uint64_t offset_ = 0;
+  };
+
+ private:
+  std::string bytes_;
+  uint64_t last_ = 0;
+};
 
 /// The whole bin in protobuf's text form, records by their labels: listing order says nothing, and would hide in a
 /// comparison what does.
 int ShowText(Project& project, const std::string& path, Console& console) {
   const auto file = OpenBin(path, console);
   if (file == nullptr) return kFailed;
-  std::vector<std::pair<std::vector<int>, uint64_t>> places;
-  BinScanner scanner(file.get(), project.schema(), project.labels());
+  std::map<std::vector<int>, Offsets> places;
+  BinScanner scanner(file.get(), project.schema(), project.labels(), BinScanner::Modules::kCheck);
   while (scanner.Next()) {
     if (scanner.is_version()) {
       console.Print("# version\n" + MessageText(*scanner.version().message) + "\n");
     } else {
-      places.emplace_back(scanner.record().values, scanner.record().label.offset);
+      places[scanner.record().values].Add(scanner.record().label.offset);
     }
   }
-  std::sort(places.begin(), places.end());
-  for (const auto& [values, offset] : places) {
-    BinRecord record;
-    if (!ZO_TUNING::internal::ReadRecordAt(file.get(), offset, project.schema(), project.labels(), record)) {
-      console.Report(Code::kIo, "the bin changed while it was read", "", DisplayPath(path));
-      return kFailed;
+  for (const auto& [values, offsets] : places) {
+    for (Offsets::Reader next(offsets); next.Go();) {
+      BinRecord record;
+      if (!ZO_TUNING::internal::ReadRecordAt(file.get(), next.offset(), project.schema(), project.labels(), record)) {
+        return ReportChanged(path, console);
+      }
+      console.Print("# " + Printable(project.LabelText(values)) + "\n" + MessageText(*record.module.message) + "\n");
     }
-    console.Print("# " + Printable(project.LabelText(values)) + "\n" + MessageText(*record.module.message) + "\n");
   }
   AddFault(scanner, path, console.result(), console);
   return kDone;
@@ -158,28 +269,32 @@ int ShowText(Project& project, const std::string& path, Console& console) {
 int ShowRecord(Project& project, const std::string& path, const Options& options, Console& console) {
   const auto file = OpenBin(path, console);
   if (file == nullptr) return kFailed;
-  bool found = false;
-  std::string text;
-  Listing listing;
-  BinScanner scanner(file.get(), project.schema(), project.labels());
+  BinRecord found;
+  bool is_found = false;
+  BinScanner scanner(file.get(), project.schema(), project.labels(), BinScanner::Modules::kCheck);
   while (scanner.Next()) {
     if (scanner.is_version() || scanner.record().index != static_cast<size_t>(options.record)) continue;
-    found = true;
-    const google::protobuf::Message& message = *scanner.record().module.message;
-    AddRecord(listing, project, ScopeOf(path), scanner.record());
-    if (options.text) {
-      text = MessageText(message);
-    } else {
-      MessageJson(message, text, console);
-    }
+    is_found = true;
+    found = std::move(scanner.record());
   }
-  if (found) {
+  if (is_found) {
+    BinRecord read;
+    if (!ZO_TUNING::internal::ReadRecordAt(file.get(), found.label.offset, project.schema(), project.labels(), read)) {
+      return ReportChanged(path, console);
+    }
+    std::string text;
+    if (options.text) {
+      text = MessageText(*read.module.message);
+    } else {
+      MessageJson(*read.module.message, text, console);
+    }
     console.Print(text);
-    console.result() = std::move(listing.json_records[0]);
+    LabelTexts texts(project, path);
+    console.result() = RecordJson(project, found, texts);
     console.result()["message"] = options.text ? Json(text) : Json::parse(text, nullptr, false);
   }
   AddFault(scanner, path, console.result(), console);
-  if (found) return kDone;
+  if (is_found) return kDone;
   console.Report(Code::kNoRecord,
                  "the bin has no record " + std::to_string(options.record) + "; it has " +
                      Count(scanner.records(), "record") + ", counted from 0",
@@ -198,7 +313,7 @@ int ShowFolder(Project& project, const std::string& dir, Console& console) {
     if (!ZO_TUNING::internal::HasSuffix(name, ZO_TUNING::internal::kBinSuffix) || IsDirectory(path)) continue;
     const auto file = OpenBin(path, console);
     if (file == nullptr) continue;
-    BinScanner scanner(file.get(), project.schema(), project.labels());
+    BinScanner scanner(file.get(), project.schema(), project.labels(), BinScanner::Modules::kCheck);
     while (scanner.Next()) {
     }
     rows.push_back({name, std::to_string(scanner.bytes()), std::to_string(scanner.versions()),

@@ -109,22 +109,28 @@ int Run(CommandContext& context, const Options& options) {
       console.Report(Code::kMissingBin, "the bin of " + Quoted(bin.scope) + " is missing", "", DisplayPath(bin.path));
       continue;
     }
-    const auto left = opener.OpenBin(bin.path, DisplayPath(bin.path), bin.scope, console);
-    const auto right = opener.OpenBin(BinPath(staging->path(), bin.scope), "the tree", bin.scope, console);
-    if (left == nullptr || right == nullptr) continue;
+    BinPair pair;
+    const BinFile packed{BinPath(staging->path(), bin.scope), "the tree"};
+    if (!opener.OpenBins({bin.path, DisplayPath(bin.path)}, packed, bin.scope, pair, console)) continue;
     std::string lines;
     Json differences = Json::array();
     SidesComparison comparison;
-    const auto add = [&](const EntryComparison& pair) {
-      lines += ComparisonText(pair, form);
-      differences.push_back(ComparisonJson(pair));
+    const auto add = [&](const EntryComparison& entry) {
+      if (console.json()) {
+        differences.push_back(ComparisonJson(entry));
+      } else {
+        lines += ComparisonText(entry, form);
+      }
     };
-    if (!CompareSides(*left, *right, compare, add, comparison, console)) continue;
-    console.Print(Printable(bin.scope) + ".bin: " + std::to_string(comparison.same) + " the same, " +
-                  Count(comparison.different, "difference") + "\n");
-    if (comparison.different > 0) console.Print(HeadText(DisplayPath(bin.path), "the tree", form.colour) + lines);
-    different += comparison.different;
-    results.push_back({{"name", bin.scope}, {"same", comparison.same}, {"differences", std::move(differences)}});
+    if (!CompareSides(*pair.left, *pair.right, compare, add, comparison, console)) continue;
+    const size_t same = pair.same + comparison.same, found = comparison.different + pair.unlisted;
+    if (pair.unlisted > 0) lines += "and " + std::to_string(pair.unlisted) + " more\n";
+    console.Print(Printable(bin.scope) + ".bin: " + std::to_string(same) + " the same, " + Count(found, "difference") +
+                  "\n");
+    if (found > 0) console.Print(HeadText(DisplayPath(bin.path), packed.name, form.colour) + lines);
+    different += found;
+    results.push_back(
+        {{"name", bin.scope}, {"same", same}, {"different", found}, {"differences", std::move(differences)}});
   }
   console.result()["bins"] = std::move(results);
   if (different > 0) {

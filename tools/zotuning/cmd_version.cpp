@@ -182,8 +182,9 @@ int Header(CommandContext& context, bool check) {
                    shown);
     return kFailed;
   }
-  // Made again even when nothing changes, so that build rules see that it is up to date.
-  if (!ReplaceFile(path, wanted, console)) return kFailed;
+  // What does not change is not touched, so that nothing is compiled again; a full disk is told all the same.
+  const bool written = wanted == found ? CanReplaceFile(path, wanted, console) : ReplaceFile(path, wanted, console);
+  if (!written) return kFailed;
   console.result()["current"] = true;
   console.Print(Printable(shown) + (wanted == found ? " is unchanged, " : " is written, ") +
                 Count(files.size(), "version") + "\n");

@@ -27,6 +27,16 @@ Json ToJson(const Diagnostic& diagnostic) {
           {"message", diagnostic.message}, {"hint", diagnostic.hint}};
 }
 
+/// In lines, those after the first with an indent. File names need not be UTF-8; whatever is not becomes the
+/// replacement character.
+std::string Dump(const Json& value, size_t indent = 0) {
+  std::string text = value.dump(2, ' ', false, Json::error_handler_t::replace);
+  for (size_t end = text.find('\n'); indent > 0 && end != text.npos; end = text.find('\n', end + 1)) {
+    text.insert(end + 1, indent, ' ');
+  }
+  return text;
+}
+
 std::string ToText(const Diagnostic& diagnostic) {
   static const bool colour = MayColour(STDERR_FILENO);
   const bool error = diagnostic.severity == Severity::kError;
@@ -130,22 +140,27 @@ bool MayColour(int descriptor) {
   return isatty(descriptor) == 1;
 }
 
-std::string Table(const std::vector<std::vector<std::string>>& rows) {
-  std::vector<size_t> widths;
-  for (const auto& row : rows) {
-    if (row.size() > widths.size()) widths.resize(row.size());
-    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], Width(row[i]));
+void Columns::Measure(const Cells& row) {
+  widths_.resize(std::max(widths_.size(), row.size()));
+  for (size_t i = 0; i < row.size(); ++i) widths_[i] = std::max(widths_[i], Width(row[i]));
+}
+
+std::string Columns::Line(const Cells& row) const {
+  std::string line;
+  for (size_t i = 0; i < row.size(); ++i) {
+    line += Printable(row[i]);
+    // A row that was not measured as it stands now makes its line longer.
+    if (i + 1 < row.size()) line.append(widths_[i] - std::min(widths_[i], Width(row[i])) + 2, ' ');
   }
+  line.erase(line.find_last_not_of(' ') + 1);
+  return line + "\n";
+}
+
+std::string Table(const std::vector<Cells>& rows) {
+  Columns columns;
+  for (const Cells& row : rows) columns.Measure(row);
   std::string text;
-  for (const auto& row : rows) {
-    std::string line;
-    for (size_t i = 0; i < row.size(); ++i) {
-      line += Printable(row[i]);
-      if (i + 1 < row.size()) line.append(widths[i] - Width(row[i]) + 2, ' ');
-    }
-    line.erase(line.find_last_not_of(' ') + 1);
-    text += line + "\n";
-  }
+  for (const Cells& row : rows) text += columns.Line(row);
   return text;
 }
 
@@ -156,7 +171,7 @@ void Console::Begin(std::string command, bool json) {
 
 void Console::Add(Diagnostic diagnostic) {
   if (diagnostic.severity == Severity::kError) ++errors_;
-  if (!json_) {
+  if (!json_ || printed_) {
     WriteOut("");  // so that results and messages stand in order where both go to one place
     const std::string text = ToText(diagnostic);
     (void)std::fwrite(text.data(), 1, text.size(), stderr);
@@ -175,17 +190,49 @@ void Console::WriteOut(std::string_view text) {
   if (!written && output_error_ == 0) output_error_ = errno == 0 ? EIO : errno;
 }
 
+void Console::StreamResult(const Streams& streams) {
+  if (json_) PrintObject(ok(), streams);
+}
+
+void Console::PrintObject(bool done, const Streams& streams) {
+  printed_ = true;
+  Json diagnostics = Json::array();
+  for (const Diagnostic& diagnostic : diagnostics_) diagnostics.push_back(ToJson(diagnostic));
+  std::string text = Dump({{"tool", "zotuning"},
+                           {"version", ZOTUNING_VERSION},
+                           {"command", command_},
+                           {"ok", done},
+                           {"diagnostics", std::move(diagnostics)}});
+  text.resize(text.size() - 2);  // the end of the object
+  text += ",\n  \"result\": ";
+  if (streams.empty()) {
+    WriteOut(text + Dump(result_, 2) + "\n}\n");
+    return;
+  }
+  text += "{";
+  const char* before = "\n    ";
+  for (const auto& [key, value] : result_.items()) {
+    text += before + Json(key).dump() + ": ";
+    before = ",\n    ";
+    const auto stream = streams.find(key);
+    if (stream == streams.end()) {
+      text += Dump(value, 4);
+      continue;
+    }
+    WriteOut(text + "[");
+    bool empty = true;
+    stream->second([&](const Json& element) {
+      WriteOut((empty ? "\n      " : ",\n      ") + Dump(element, 6));
+      empty = false;
+    });
+    text = empty ? "]" : "\n    ]";
+  }
+  WriteOut(text + "\n  }\n}\n");
+}
+
 int Console::Finish(int code) {
   if (code == kDone && !ok()) code = kFailed;
-  if (json_) {
-    Json diagnostics = Json::array();
-    for (const Diagnostic& diagnostic : diagnostics_) diagnostics.push_back(ToJson(diagnostic));
-    const Json object = {{"tool", "zotuning"},  {"version", ZOTUNING_VERSION}, {"command", command_},
-                         {"ok", code == kDone}, {"diagnostics", diagnostics},  {"result", result_}};
-    // File names need not be UTF-8; whatever is not becomes the replacement character.
-    const std::string text = object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
-    WriteOut(text);
-  }
+  if (json_ && !printed_) PrintObject(code == kDone, {});
   WriteOut("");
   // A reader that went away has what it wanted.
   if (output_error_ != 0 && output_error_ != EPIPE) {

@@ -4,6 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,6 +34,14 @@ class Console : public DiagnosticSink {
   void Print(std::string_view text);
   Json& result() { return result_; }
 
+  /// Receives the elements of a list one by one.
+  using AddElement = std::function<void(const Json&)>;
+  /// Members of `result` by name, each with what adds the elements of that list.
+  using Streams = std::map<std::string, std::function<void(const AddElement&)>>;
+  /// With --json: prints the object now, and each of these lists as it is made, so that none is in memory whole. What
+  /// is reported after this goes to standard error.
+  void StreamResult(const Streams& streams);
+
   bool json() const { return json_; }
   /// Whether no error has been reported.
   bool ok() const { return errors_ == 0; }
@@ -43,9 +53,11 @@ class Console : public DiagnosticSink {
  private:
   /// Writes to standard output; an empty text flushes it.
   void WriteOut(std::string_view text);
+  void PrintObject(bool done, const Streams& streams);
 
   std::string command_;
   bool json_ = false;
+  bool printed_ = false;  ///< whether the JSON object is out
   int output_error_ = 0;  ///< errno of the first failed write to standard output
   size_t errors_ = 0;
   std::vector<Diagnostic> diagnostics_;
@@ -59,7 +71,19 @@ std::string Printable(std::string_view text, bool keep_lines = false);
 /// Whether `descriptor` is a terminal that may be coloured (NO_COLOR and TERM=dumb forbid it).
 bool MayColour(int descriptor);
 
-/// Rows as columns of equal width, two spaces between them, the first row being the heading.
-std::string Table(const std::vector<std::vector<std::string>>& rows);
+using Cells = std::vector<std::string>;
+
+/// Columns of equal width, two spaces between them, for rows that are made twice: for Measure, and for Line.
+class Columns {
+ public:
+  void Measure(const Cells& row);
+  std::string Line(const Cells& row) const;
+
+ private:
+  std::vector<size_t> widths_;
+};
+
+/// Rows in columns, the first row being the heading.
+std::string Table(const std::vector<Cells>& rows);
 
 }  // namespace zotuning::tool
