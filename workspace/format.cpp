@@ -3,11 +3,11 @@
 #include "workspace/format.h"
 
 #include <algorithm>
-#include <charconv>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "workspace/rule_text.h"
 #include "workspace/type_table.h"
 
 namespace zotuning {
@@ -256,9 +256,8 @@ std::string OneLine(const JsonValue& value) {
 size_t TableColumns(const JsonValue& parameter) {
   const JsonValue col = parameter.Find("rule").Find("col");
   const std::string text = col.is_number() ? std::string(col.raw()) : col.String();
-  size_t columns = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), columns);
-  return error == std::errc() && end == text.data() + text.size() ? columns : 0;
+  bool unclear = false;
+  return ReadSize(text, &unclear).value_or(0);
 }
 
 std::optional<std::string> FormatJson(const JsonDocument& document, const google::protobuf::Descriptor* type) {

@@ -7,32 +7,13 @@
 #include <string_view>
 
 #include "transcode/json_lexer.h"
+#include "workspace/rule_text.h"
 
 namespace zotuning {
 namespace {
 
 // Of one parameter; the others are counted.
 constexpr size_t kMaxOutside = 10;
-
-std::string_view Trimmed(std::string_view text) {
-  while (!text.empty() && text.front() == ' ') text.remove_prefix(1);
-  while (!text.empty() && text.back() == ' ') text.remove_suffix(1);
-  return text;
-}
-
-std::optional<double> ToNumber(std::string_view text) {
-  text = Trimmed(text);
-  double number = 0;
-  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
-  const bool whole = result.ec == std::errc() && result.ptr == text.data() + text.size() && std::isfinite(number);
-  return whole && !text.empty() ? std::optional<double>(number) : std::nullopt;
-}
-
-struct Range {
-  double low;
-  double high;
-  std::string text;
-};
 
 std::string Amount(size_t count, const std::string& noun) {
   return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
@@ -53,7 +34,7 @@ class RuleCheck {
 
   void CheckValue(const JsonValue& value, const PathFrame& at) {
     if (options_.values) {
-      const std::optional<Range> range = ReadRange();
+      const std::optional<ValueRange> range = ReadRecommended();
       outside_ = 0;
       CheckNumbers(value, at, range ? &*range : nullptr, 0);
       if (outside_ > kMaxOutside) {
@@ -70,7 +51,7 @@ class RuleCheck {
   void CheckList(const JsonValue& list, const PathFrame& at) {
     if (options_.values) {
       CheckLength(list, at, "element");
-      const std::optional<Range> range = ReadRange();
+      const std::optional<ValueRange> range = ReadRecommended();
       const size_t size = list.size();
       const double count = static_cast<double>(size);
       if (range && list.is_array() && list.complete() && (count < range->low || count > range->high)) {
@@ -89,38 +70,33 @@ class RuleCheck {
                   Quoted(path) + " cannot be understood: " + Excerpt(value.raw(), 60), hint);
   }
 
-  /// "LOW..HIGH"; other texts are for people.
-  std::optional<Range> ReadRange() {
+  /// Other texts than ranges are for people.
+  std::optional<ValueRange> ReadRecommended() {
     if (!recommend_.is_string()) return std::nullopt;
-    const std::string text(Trimmed(recommend_.String()));
-    const size_t dots = text.find("..");
-    if (dots == std::string::npos) return std::nullopt;
-    const std::optional<double> low = ToNumber(text.substr(0, dots));
-    const std::optional<double> high = ToNumber(text.substr(dots + 2));
-    if (low && high && *low <= *high) return Range{*low, *high, text};
-    if (low && high) {
+    RangeFault fault;
+    std::optional<ValueRange> range = ReadRange(recommend_.String(), &fault);
+    if (fault == RangeFault::kOrder) {
       AddUnclear("recommend", recommend_, "the first number is larger than the second");
-    } else if (low || high) {
+    } else if (fault == RangeFault::kForm) {
       AddUnclear("recommend", recommend_, "LOW..HIGH is expected, for example 0..1");
     }
-    return std::nullopt;
+    return range;
   }
 
   /// A size, nothing where none is fixed.
-  std::optional<size_t> ReadSize(const char* part, const JsonValue& value) {
+  std::optional<size_t> ReadPart(const char* part, const JsonValue& value) {
     if (!value.is_string() && !value.is_number()) return std::nullopt;
-    const std::string text(Trimmed(value.is_string() ? value.String() : std::string(value.raw())));
-    long long size = 0;
-    const auto result = std::from_chars(text.data(), text.data() + text.size(), size);
-    if (text.empty() || text == "None" || (result.ec == std::errc() && size == -1)) return std::nullopt;
-    if (result.ec == std::errc() && result.ptr == text.data() + text.size() && size >= 0) {
-      return static_cast<size_t>(size);
-    }
-    AddUnclear(part, value, "a whole number is expected, or -1 for \"not fixed yet\"");
-    return std::nullopt;
+    bool unclear = false;
+    const std::optional<size_t> size =
+        ReadSize(value.is_string() ? value.String() : std::string(value.raw()), &unclear);
+    if (unclear) AddUnclear(part, value, "a whole number is expected, or -1 for \"not fixed yet\"");
+    return size;
   }
 
-  void CheckNumbers(const JsonValue& value, const PathFrame& at, const Range* range, int depth) {
+  /// Sizes that the recommendation names, as in "0..511, 9 elements".
+  Sizes RecommendedSizes() const { return recommend_.is_string() ? ReadSizes(recommend_.String()) : Sizes(); }
+
+  void CheckNumbers(const JsonValue& value, const PathFrame& at, const ValueRange* range, int depth) {
     constexpr int kMaxDepth = 8;
     switch (value.kind()) {
       case JsonKind::kNumber:
@@ -157,12 +133,12 @@ class RuleCheck {
     return number;
   }
 
-  static bool IsInside(const JsonValue& value, const Range& range) {
+  static bool IsInside(const JsonValue& value, const ValueRange& range) {
     const double number = NumberOf(value);
     return number >= range.low && number <= range.high;
   }
 
-  void CheckNumber(const JsonValue& value, const PathFrame& at, const Range* range) {
+  void CheckNumber(const JsonValue& value, const PathFrame& at, const ValueRange* range) {
     double number = 0;
     if (value.is_number()) {
       number = NumberOf(value);
@@ -174,9 +150,11 @@ class RuleCheck {
                       Quoted(at.Text()) + " is " + std::string(text));
         return;
       }
-      const std::optional<double> read = ToNumber(text);
-      if (!read || range == nullptr) return;
-      number = *read;
+      const char* end = text.data() + text.size();
+      if (range == nullptr || text.empty() || std::from_chars(text.data(), end, number).ptr != end ||
+          !std::isfinite(number)) {
+        return;
+      }
     }
     if (number >= range->low && number <= range->high) return;
     if (++outside_ > kMaxOutside) return;
@@ -186,7 +164,8 @@ class RuleCheck {
   }
 
   void CheckLength(const JsonValue& list, const PathFrame& at, const char* noun) {
-    const std::optional<size_t> wanted = ReadSize("len", len_);
+    std::optional<size_t> wanted = ReadPart("len", len_);
+    if (!wanted) wanted = RecommendedSizes().length;
     if (!wanted || !list.is_array() || !list.complete() || list.size() == *wanted) return;
     findings_.Add(
         Code::kRuleLength, list.begin(), list.begin() + 1, at.Text(),
@@ -204,8 +183,11 @@ class RuleCheck {
   }
 
   void CheckTable(const JsonValue& table, const PathFrame& at) {
-    const std::optional<size_t> rows = ReadSize("row", row_);
-    const std::optional<size_t> columns = ReadSize("col", col_);
+    std::optional<size_t> rows = ReadPart("row", row_), columns = ReadPart("col", col_);
+    if (!rows && !columns) {
+      rows = RecommendedSizes().rows;
+      columns = RecommendedSizes().columns;
+    }
     if (!table.is_array() || !table.complete() || (!row_ && !col_)) return;
     const size_t count = table.size();
     const bool flat = count > 0 && !RowList(*table.elements().begin());

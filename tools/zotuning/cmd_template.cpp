@@ -6,6 +6,7 @@
 #include "command_context.h"
 #include "json/default_data.h"
 #include "workspace/check_setting.h"
+#include "workspace/comment_rules.h"
 #include "workspace/suggest.h"
 
 namespace zotuning::tool {
@@ -15,6 +16,7 @@ struct Options {
   std::vector<std::string> modules;
   bool all = false;
   bool force = false;
+  bool rules_from_comments = false;
 };
 
 using google::protobuf::FieldDescriptor;
@@ -53,10 +55,12 @@ std::string TemplateText(Project& project, const std::string& module, Console& c
 }
 
 /// Makes the default data of one module. `state` becomes what was done: "made", "replaced", "unchanged" or "kept".
-bool MakeTemplate(Project& project, const std::string& module, bool force, std::string& state, Console& console) {
+bool MakeTemplate(Project& project, const std::string& module, const Options& options, std::string& state,
+                  Console& console) {
   const std::string path = project.layout().DefaultPath(module);
-  const std::string wanted = TemplateText(project, module, console);
+  std::string wanted = TemplateText(project, module, console);
   if (wanted.empty()) return false;
+  if (options.rules_from_comments) wanted = WithCommentRules(wanted, project.schema().FindType(module));
   state = "made";
   if (Exists(path)) {
     std::string found;
@@ -65,7 +69,7 @@ bool MakeTemplate(Project& project, const std::string& module, bool force, std::
       state = "unchanged";
       return true;
     }
-    if (!force) {
+    if (!options.force) {
       state = "kept";
       console.Report(Code::kEditedDefault, "the default of " + Quoted(module) + " has been edited; it is kept",
                      "--force replaces it with the template", DisplayPath(path));
@@ -111,7 +115,7 @@ int Run(CommandContext& context, const Options& options) {
   Json templates = Json::array();
   for (const std::string& module : modules) {
     std::string state = "failed";
-    if (!MakeTemplate(*project, module, options.force, state, console) && state != "kept") state = "failed";
+    if (!MakeTemplate(*project, module, options, state, console) && state != "kept") state = "failed";
     const std::string path = DisplayPath(project->layout().DefaultPath(module));
     rows.push_back({path, state});
     templates.push_back({{"module", module}, {"file", path}, {"state", state}});
@@ -132,11 +136,14 @@ void AddTemplate(CLI::App& app, CommandContext& context) {
                  "\n"
                  "Examples:\n"
                  "  zotuning template --all\n"
-                 "  zotuning template AfCommon AWGain\n"
+                 "  zotuning template --all --rules-from-comments\n"
+                 "  zotuning template AfCommon LensShading\n"
                  "  zotuning template AfCommon --force",
                  [&context, options] { return Run(context, *options); });
   command->add_option("MODULE", options->modules, "Modules, as 'zotuning modules' lists them");
   command->add_flag("--all", options->all, "All modules");
+  command->add_flag("--rules-from-comments", options->rules_from_comments,
+                    "Rules say what the comments of the .proto files say: 'Range: 0..511', '9 elements', '17x13'");
   command->add_flag("--force", options->force, "Replace edited defaults");
 }
 

@@ -1,0 +1,69 @@
+/// \file
+/// What rules, and comments of the schema, say of a parameter in words: "0..511", "9 elements", "3 rows of 6", "17x13".
+#pragma once
+
+#include <google/protobuf/descriptor.h>
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace zotuning {
+
+struct ValueRange {
+  double low;
+  double high;
+  std::string text;  ///< "0..511"
+};
+
+enum class RangeFault {
+  kNone,
+  kOrder,  ///< the first number is the larger one
+  kForm,   ///< one of the two is no number
+};
+
+/// The range that a text begins with, after "Range:" or not; what follows a space or comma is for people. Nothing where
+/// there is none; `fault` tells whether one was meant.
+std::optional<ValueRange> ReadRange(std::string_view text, RangeFault* fault);
+
+/// A number of elements, rows or columns: "9" or "9 elements". Nothing for "", "None" and -1, which fix none, and,
+/// with `unclear` set, for other texts.
+std::optional<size_t> ReadSize(std::string_view text, bool* unclear);
+
+/// Sizes within a text.
+struct Sizes {
+  std::optional<size_t> length;  ///< of "9 elements"
+  std::optional<size_t> rows;    ///< of "3 rows of 6" and "3x6"
+  std::optional<size_t> columns;
+};
+Sizes ReadSizes(std::string_view text);
+
+/// What the comment at a field says in the form "Unit: code. Range: 0..511, 9 elements."
+struct CommentRule {
+  std::optional<ValueRange> range;
+  Sizes sizes;
+  std::string unit;
+};
+CommentRule ReadCommentRule(const std::string& comment);
+
+/// The comments before and after a declaration, in one line of text; "" where there are none.
+template <typename Declaration>
+std::string CommentOf(const Declaration* declaration) {
+  google::protobuf::SourceLocation location;
+  if (!declaration->GetSourceLocation(&location)) return "";
+  const std::string text = location.leading_comments + " " + location.trailing_comments;
+  std::string line;
+  for (const char c : text) {
+    const bool blank = c == ' ' || c == '\n' || c == '\t' || c == '\r';
+    if (!blank) {
+      line += c;
+    } else if (!line.empty() && line.back() != ' ') {
+      line += ' ';
+    }
+  }
+  while (!line.empty() && line.back() == ' ') line.pop_back();
+  return line;
+}
+
+}  // namespace zotuning
