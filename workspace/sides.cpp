@@ -560,8 +560,8 @@ class SideOpener::Impl {
     return OpenForm(project, relative, path, sink);
   }
 
-  bool OpenBins(const BinFile& left_bin, const BinFile& right_bin, const std::string& scope, BinPair& pair,
-                DiagnosticSink& sink) const {
+  bool OpenBinPair(const BinFile& left_bin, const BinFile& right_bin, const std::string& scope, BinPair& pair,
+                   DiagnosticSink& sink) const {
     auto left = OpenBinFile(left_bin, scope, sink), right = OpenBinFile(right_bin, scope, sink);
     if (left == nullptr || right == nullptr) return false;
     RecordIndex index(right->file());
@@ -885,9 +885,9 @@ std::unique_ptr<Side> SideOpener::OpenBytes(const std::string& path, std::string
   return impl_->OpenBytes(path, std::move(bytes), sink);
 }
 
-bool SideOpener::OpenBins(const BinFile& left, const BinFile& right, const std::string& scope, BinPair& pair,
-                          DiagnosticSink& sink) {
-  return impl_->OpenBins(left, right, scope, pair, sink);
+bool SideOpener::OpenBinPair(const BinFile& left, const BinFile& right, const std::string& scope, BinPair& pair,
+                             DiagnosticSink& sink) {
+  return impl_->OpenBinPair(left, right, scope, pair, sink);
 }
 
 // ---- Comparing ----

@@ -117,8 +117,8 @@ class SideOpener {
 
   /// Opens two bins of a scope for CompareSides, each shown under its name, without what they have in common. False
   /// after errors.
-  bool OpenBins(const BinFile& left, const BinFile& right, const std::string& scope, BinPair& pair,
-                DiagnosticSink& sink);
+  bool OpenBinPair(const BinFile& left, const BinFile& right, const std::string& scope, BinPair& pair,
+                   DiagnosticSink& sink);
 
  private:
   class Impl;

@@ -266,7 +266,7 @@ TEST_F(SidesTest, TwoBinsAreComparedWithoutWhatTheyHaveInCommon) {
     Write(dir_ + "/right.bin", row.right);
     CollectingSink sink;
     zotuning::BinPair pair;
-    ASSERT_TRUE(opener_->OpenBins({dir_ + "/left.bin", "l"}, {dir_ + "/right.bin", "r"}, "tele", pair, sink));
+    ASSERT_TRUE(opener_->OpenBinPair({dir_ + "/left.bin", "l"}, {dir_ + "/right.bin", "r"}, "tele", pair, sink));
     EXPECT_EQ(pair.same, row.same);
     EXPECT_EQ(pair.unlisted, row.unlisted);
     CompareSidesOptions options;
@@ -280,7 +280,7 @@ TEST_F(SidesTest, TwoBinsAreComparedWithoutWhatTheyHaveInCommon) {
   Write(dir_ + "/left.bin", I32(0) + "x");
   CollectingSink sink;
   zotuning::BinPair pair;
-  EXPECT_FALSE(opener_->OpenBins({dir_ + "/left.bin", "l"}, {dir_ + "/right.bin", "r"}, "tele", pair, sink));
+  EXPECT_FALSE(opener_->OpenBinPair({dir_ + "/left.bin", "l"}, {dir_ + "/right.bin", "r"}, "tele", pair, sink));
   ASSERT_EQ(sink.errors(), 1u);
   EXPECT_EQ(sink.diagnostics()[0].file, "l");
 }

@@ -111,7 +111,7 @@ int Run(CommandContext& context, const Options& options) {
     }
     BinPair pair;
     const BinFile packed{BinPath(staging->path(), bin.scope), "the tree"};
-    if (!opener.OpenBins({bin.path, DisplayPath(bin.path)}, packed, bin.scope, pair, console)) continue;
+    if (!opener.OpenBinPair({bin.path, DisplayPath(bin.path)}, packed, bin.scope, pair, console)) continue;
     std::string lines;
     Json differences = Json::array();
     SidesComparison comparison;
