@@ -28,9 +28,7 @@ std::optional<double> ToNumber(std::string_view text) {
   return whole && !text.empty() ? std::optional<double>(number) : std::nullopt;
 }
 
-struct Range {
-  double low;
-  double high;
+struct Range : RuleRange {
   std::string text;
 };
 
@@ -93,31 +91,20 @@ class RuleCheck {
   std::optional<Range> ReadRange() {
     if (!recommend_.is_string()) return std::nullopt;
     const std::string text(Trimmed(recommend_.String()));
-    const size_t dots = text.find("..");
-    if (dots == std::string::npos) return std::nullopt;
-    const std::optional<double> low = ToNumber(text.substr(0, dots));
-    const std::optional<double> high = ToNumber(text.substr(dots + 2));
-    if (low && high && *low <= *high) return Range{*low, *high, text};
-    if (low && high) {
-      AddUnclear("recommend", recommend_, "the first number is larger than the second");
-    } else if (low || high) {
-      AddUnclear("recommend", recommend_, "LOW..HIGH is expected, for example 0..1");
-    }
-    return std::nullopt;
+    const char* fault = nullptr;
+    const std::optional<RuleRange> range = ReadRuleRange(text, &fault);
+    if (fault != nullptr) AddUnclear("recommend", recommend_, fault);
+    return range ? std::optional<Range>({*range, text}) : std::nullopt;
   }
 
   /// A size, nothing where none is fixed.
   std::optional<size_t> ReadSize(const char* part, const JsonValue& value) {
     if (!value.is_string() && !value.is_number()) return std::nullopt;
-    const std::string text(Trimmed(value.is_string() ? value.String() : std::string(value.raw())));
-    long long size = 0;
-    const auto result = std::from_chars(text.data(), text.data() + text.size(), size);
-    if (text.empty() || text == "None" || (result.ec == std::errc() && size == -1)) return std::nullopt;
-    if (result.ec == std::errc() && result.ptr == text.data() + text.size() && size >= 0) {
-      return static_cast<size_t>(size);
-    }
-    AddUnclear(part, value, "a whole number is expected, or -1 for \"not fixed yet\"");
-    return std::nullopt;
+    const char* fault = nullptr;
+    const std::optional<size_t> size =
+        ReadRuleSize(value.is_string() ? value.String() : std::string(value.raw()), &fault);
+    if (fault != nullptr) AddUnclear(part, value, fault);
+    return size;
   }
 
   void CheckNumbers(const JsonValue& value, const PathFrame& at, const Range* range, int depth) {
@@ -279,6 +266,31 @@ class RuleCheck {
 };
 
 }  // namespace
+
+std::optional<RuleRange> ReadRuleRange(std::string_view text, const char** fault) {
+  text = Trimmed(text);
+  const size_t dots = text.find("..");
+  if (dots == text.npos) return std::nullopt;
+  const std::optional<double> low = ToNumber(text.substr(0, dots));
+  const std::optional<double> high = ToNumber(text.substr(dots + 2));
+  if (low && high && *low <= *high) return RuleRange{*low, *high};
+  if (fault != nullptr && (low || high)) {
+    *fault = low && high ? "the first number is larger than the second" : "LOW..HIGH is expected, for example 0..1";
+  }
+  return std::nullopt;
+}
+
+std::optional<size_t> ReadRuleSize(std::string_view text, const char** fault) {
+  text = Trimmed(text);
+  long long size = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), size);
+  if (text.empty() || text == "None" || (result.ec == std::errc() && size == -1)) return std::nullopt;
+  if (result.ec == std::errc() && result.ptr == text.data() + text.size() && size >= 0) {
+    return static_cast<size_t>(size);
+  }
+  if (fault != nullptr) *fault = "a whole number is expected, or -1 for \"not fixed yet\"";
+  return std::nullopt;
+}
 
 void CheckParameter(const JsonValue& value, const JsonValue& rule, const PathFrame& at, RuleOptions options,
                     Findings& findings) {
