@@ -49,7 +49,7 @@ export function drawCurves(holder, { lines, xName, band, height = HEIGHT, small 
           stroke: seriesColour(line.place ?? i),
           width: 2,
           dash: line.dashed ? [6, 4] : undefined,
-          points: { show: line.x.length <= 40, size: 5 },
+          points: { show: !small && line.x.length <= 40, size: 5 },
           spanGaps: true,
           value: (_, value) => short(value),
         })),

@@ -99,6 +99,12 @@ export class ColumnReader {
   texts(length) {
     const sizes = Array.from({ length }, () => this.uint32());
     const decoder = new TextDecoder();
-    return new Column(9, 0, null, null, sizes.map((size) => decoder.decode(this.take(size))));
+    return new Column(
+      9,
+      0,
+      null,
+      null,
+      sizes.map((size) => decoder.decode(this.take(size))),
+    );
   }
 }

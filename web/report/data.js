@@ -1,6 +1,6 @@
 // The data of the page: block 0 at once, the values of a setting when they are asked for.
 
-import { ColumnReader, bytesOf } from "./columns.js";
+import { bytesOf, ColumnReader } from "./columns.js";
 
 export const GROUP = 0;
 export const LIST = 1;
@@ -72,7 +72,8 @@ export class Data {
       setting.link = [setting.s, ...setting.levels, setting.moduleName].map(encodeURIComponent).join("/");
       setting.link = setting.link.replaceAll("%3D", "=");
       setting.title = [setting.s, ...setting.levels, setting.moduleName].join(" / ");
-      setting.count = setting.d ?? (setting.k === "added" || setting.k === "removed" || setting.k === "changed" ? 1 : 0);
+      setting.count =
+        setting.d ?? (setting.k === "added" || setting.k === "removed" || setting.k === "changed" ? 1 : 0);
       if (setting.k !== "other" && !this.byLink.has(setting.link)) this.byLink.set(setting.link, setting);
     });
     /** Those that are of the page itself, not of what it is compared with. */

@@ -1,11 +1,11 @@
 // Elements are made here alone, and texts become text nodes: nothing from a file is ever read as markup.
 
-/** Characters that steer or hide: controls but line feed and tab, and those that change the direction of text. */
-const HIDDEN = /[\u0000-\u0008\u000b-\u001f\u007f-\u009f\u061c\u200b-\u200f\u2028-\u202e\u2060-\u206f\ufeff\ufff9-\ufffb]/g;
+/** Characters that steer or hide: controls but line feed and tab, and those that format text, such as its direction. */
+const HIDDEN = /(?![\n\t])[\p{Cc}\p{Cf}\u2028\u2029]/gu;
 
 /** The text with its hidden characters shown as \u{NNNN}. */
 export const printable = (text) =>
-  String(text).replace(HIDDEN, (c) => `\\u{${c.charCodeAt(0).toString(16).padStart(4, "0")}}`);
+  String(text).replace(HIDDEN, (c) => `\\u{${c.codePointAt(0).toString(16).padStart(4, "0")}}`);
 
 /** The text, cut when it is longer than `max` characters. */
 export const cut = (text, max = 300) => (text.length > max ? `${text.slice(0, max)}…` : text);
@@ -82,10 +82,9 @@ export function whenSeen(element, draw) {
 
 /** Draws what is still to be drawn, for a printer. */
 export function drawAll() {
-  for (const element of [...pending.keys()]) {
-    if (element.isConnected) drawNow(element);
-    else pending.delete(element);
-  }
+  forgetUnseen();
+  // What is drawn may hold more that is to be drawn.
+  while (pending.size > 0) for (const element of [...pending.keys()]) drawNow(element);
 }
 
 /** Forgets what has left the page. */

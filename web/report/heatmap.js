@@ -1,11 +1,23 @@
 // Tables as maps of colours, with the numbers of the cell that is looked at and the profiles through it.
 
 import { drawCurves } from "./chart.js";
-import { count, colour, h, replace, whenSeen } from "./dom.js";
 import { isOutside } from "./data.js";
+import { colour, count, h, replace, whenSeen } from "./dom.js";
 
-const RISING = [[68, 1, 84], [59, 82, 139], [33, 145, 140], [94, 201, 98], [253, 231, 37]];
-const DIVERGING = [[33, 102, 172], [103, 169, 207], [240, 240, 240], [239, 138, 98], [178, 24, 43]];
+const RISING = [
+  [68, 1, 84],
+  [59, 82, 139],
+  [33, 145, 140],
+  [94, 201, 98],
+  [253, 231, 37],
+];
+const DIVERGING = [
+  [33, 102, 172],
+  [103, 169, 207],
+  [240, 240, 240],
+  [239, 138, 98],
+  [178, 24, 43],
+];
 
 /** A colour of a scale, `part` from 0 to 1. */
 function shade(scale, part) {
@@ -83,7 +95,8 @@ export function heatmap({ node, table, other, against, textAt }) {
     for (let row = 0; row < rows; ++row) {
       for (let place = 0; place < columns; ++place) {
         const number = valueNow(row, place);
-        if (!Number.isFinite(number)) continue;
+        // What is outside of the rule is outlined, and must not take the colours from the others.
+        if (!Number.isFinite(number) || (mode !== "difference" && isOutside(node.rule, number))) continue;
         least = Math.min(least, number);
         most = Math.max(most, number);
       }
@@ -161,7 +174,7 @@ export function heatmap({ node, table, other, against, textAt }) {
     const parts = [`row ${row}, column ${place}: ${i < 0 ? "no value" : textAt(table.column, i)}`];
     if (other && i >= 0) {
       const difference = value(table, row, place) - value(other, row, place);
-      parts.push(`${against}: ${textAt(other.column, other.at(row, place))}`);
+      parts.push(`${against} has ${textAt(other.column, other.at(row, place))}`);
       parts.push(difference === 0 ? "the same" : `difference ${difference > 0 ? "+" : ""}${short(difference)}`);
     }
     if (i >= 0 && isOutside(node.rule, table.column.numbers[i])) parts.push("outside of the rule");
@@ -170,9 +183,9 @@ export function heatmap({ node, table, other, against, textAt }) {
     replace(columnTitle, `Column ${place}`);
     const lines = (length, numberAt) => {
       const x = Array.from({ length }, (_, k) => k);
-      const line = { name: "this", x, y: x.map((k) => numberAt(table, k)) };
+      const line = { name: "this setting", x, y: x.map((k) => numberAt(table, k)), place: 0 };
       if (!other) return [line];
-      return [line, { name: "other", x, y: x.map((k) => numberAt(other, k)), dashed: true }];
+      return [{ name: against, x, y: x.map((k) => numberAt(other, k)), dashed: true, place: 1 }, line];
     };
     const options = { band: null, height: 130, small: true };
     drawCurves(rowChart, { ...options, lines: lines(columns, (of, k) => value(of, row, k)), xName: "column" });

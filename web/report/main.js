@@ -60,10 +60,24 @@ class Page {
     );
     replace(
       app,
-      h("header", null, menu, h("h1", null, h("a", { href: "#" }, data.project || "Tuning project")),
-        data.against !== null && h("span", { class: "against" }, `compared with ${data.against}`)),
+      h(
+        "header",
+        null,
+        menu,
+        h("h1", null, h("a", { href: "#" }, data.project || "Tuning project")),
+        data.against !== null && h("span", { class: "against" }, `compared with ${data.against}`),
+      ),
       h("div", { class: "columns" }, this.nav, this.main),
-      h("footer", null, h("details", null, h("summary", null, "Made by zotuning report. Charts by uPlot: its licence"), h("pre", null, licence))),
+      h(
+        "footer",
+        null,
+        h(
+          "details",
+          null,
+          h("summary", null, "Made by zotuning report. Charts by uPlot: its licence"),
+          h("pre", null, licence),
+        ),
+      ),
     );
     window.addEventListener("hashchange", () => this.show());
     window.addEventListener("resize", () => this.redraw());
@@ -123,7 +137,8 @@ class Page {
     }
     this.view = null;
     showOverview(data, this.main);
-    if (location.hash.length > 1) this.main.prepend(h("p", { class: "flag" }, `This report has nothing at ${parts.join("/")}.`));
+    if (location.hash.length > 1)
+      this.main.prepend(h("p", { class: "flag" }, `This report has nothing at ${parts.join("/")}.`));
   }
 
   onKey(event) {

@@ -1,6 +1,6 @@
 // The scalars of all settings of a module, side by side.
 
-import { SCALAR, isOutside, valueText } from "./data.js";
+import { isOutside, SCALAR, valueText } from "./data.js";
 import { count, cut, h, longText, replace } from "./dom.js";
 import { comment, pathLink } from "./setting.js";
 
@@ -58,8 +58,12 @@ export async function showModule(data, name, main, isWanted) {
     return h(
       "th",
       { scope: "col", "aria-sort": is ? (order.down ? "descending" : "ascending") : null },
-      h("button", { type: "button", "data-path": path, title: nodes.get(path)?.field.d, on: { click: turn } },
-        title, is ? (order.down ? " ↓" : " ↑") : ""),
+      h(
+        "button",
+        { type: "button", "data-path": path, title: nodes.get(path)?.field.d, on: { click: turn } },
+        title,
+        is ? (order.down ? " ↓" : " ↑") : "",
+      ),
     );
   }
 
@@ -76,20 +80,48 @@ export async function showModule(data, name, main, isWanted) {
         h(
           "table",
           { class: "matrix" },
-          h("thead", null, h("tr", null, header("", "Setting"), shownPaths.map((path) => header(path, path)))),
-          h("tbody", null, shownRows.map(({ setting, cells }) =>
-            h("tr", null,
-              h("th", { scope: "row" }, h("a", { href: `#${setting.link}` }, [setting.s, ...setting.levels].join(" / "))),
-              shownPaths.map((path) => {
-                const cell = cells.get(path);
-                if (!cell) return h("td", { class: "none" }, "–");
-                return h("td", { class: cell.outside ? "outside" : null },
-                  cell.text.length > 60 ? longText(cell.text, 60) : h("a", { class: "plain", href: pathLink(setting, path) }, cell.text));
-              })))),
+          h(
+            "thead",
+            null,
+            h(
+              "tr",
+              null,
+              header("", "Setting"),
+              shownPaths.map((path) => header(path, path)),
+            ),
+          ),
+          h(
+            "tbody",
+            null,
+            shownRows.map(({ setting, cells }) =>
+              h(
+                "tr",
+                null,
+                h(
+                  "th",
+                  { scope: "row" },
+                  h("a", { href: `#${setting.link}` }, [setting.s, ...setting.levels].join(" / ")),
+                ),
+                shownPaths.map((path) => {
+                  const cell = cells.get(path);
+                  if (!cell) return h("td", { class: "none" }, "–");
+                  return h(
+                    "td",
+                    { class: cell.outside ? "outside" : null },
+                    cell.text.length > 60
+                      ? longText(cell.text, 60)
+                      : h("a", { class: "plain", href: pathLink(setting, path) }, cell.text),
+                  );
+                }),
+              ),
+            ),
+          ),
         ),
       ),
-      shownPaths.length < paths.length && h("p", { class: "note" }, `${shownPaths.length} of ${count(paths.length, "column")} are shown`),
-      shownRows.length < rows.length && h("p", { class: "note" }, `${shownRows.length} of ${count(rows.length, "row")} are shown; sort to see others`),
+      shownPaths.length < paths.length &&
+        h("p", { class: "note" }, `${shownPaths.length} of ${count(paths.length, "column")} are shown`),
+      shownRows.length < rows.length &&
+        h("p", { class: "note" }, `${shownRows.length} of ${count(rows.length, "row")} are shown; sort to see others`),
     );
   }
 
@@ -98,10 +130,27 @@ export async function showModule(data, name, main, isWanted) {
     main,
     h("h2", { tabindex: "-1" }, cut(name)),
     comment(module?.d ?? ""),
-    h("p", null, `${count(rows.length, "setting")}, ${count(nodes.size, "scalar")}, ${differing.length} of them not the same everywhere.`),
-    differing.length > 0 && differing.length < nodes.size &&
-      h("label", null, h("input", { type: "checkbox", on: { change: (event) => { all = event.target.checked; render(); } } }),
-        " Also those that are the same everywhere"),
+    h(
+      "p",
+      null,
+      `${count(rows.length, "setting")}, ${count(nodes.size, "scalar")}, ${differing.length} of them not the same everywhere.`,
+    ),
+    differing.length > 0 &&
+      differing.length < nodes.size &&
+      h(
+        "label",
+        null,
+        h("input", {
+          type: "checkbox",
+          on: {
+            change: (event) => {
+              all = event.target.checked;
+              render();
+            },
+          },
+        }),
+        " Also those that are the same everywhere",
+      ),
     body,
   );
   if (rows.length > 0 && nodes.size > 0) render();

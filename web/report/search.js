@@ -45,13 +45,23 @@ export class Search {
       found.push(path);
       if (found.length > MAX_RESULTS) return;
       values.append(
-        h("li", null, h("a", { href: pathLink(setting, path) }, h("b", null, cut(value, 80)), ` ${path} `,
-          h("small", null, setting.title))),
+        h(
+          "li",
+          null,
+          h(
+            "a",
+            { href: pathLink(setting, path) },
+            h("b", null, cut(value, 80)),
+            ` ${path} `,
+            h("small", null, setting.title),
+          ),
+        ),
       );
     };
     const tell = (searched) => {
       const total = this.data.shown.length;
-      const head = found.length > MAX_RESULTS ? `${MAX_RESULTS} of ${count(found.length, "value")}` : count(found.length, "value");
+      const head =
+        found.length > MAX_RESULTS ? `${MAX_RESULTS} of ${count(found.length, "value")}` : count(found.length, "value");
       replace(status, searched < total ? `${head}; ${searched} of ${count(total, "setting")} searched` : head);
     };
     await this.scalars(query, add, () => turn === this.turn);
@@ -94,12 +104,26 @@ export class Search {
       for (const node of layout.nodes) {
         const path = node.path.replace(/\[\d+\]/g, "");
         const key = `${setting.moduleName} ${path}`;
-        if (!found.has(key) && hasAll(`${key} ${node.field.d}`.toLowerCase(), words)) found.set(key, { setting, node, path });
+        if (!found.has(key) && hasAll(`${key} ${node.field.d}`.toLowerCase(), words))
+          found.set(key, { setting, node, path });
       }
     }
     return [...found.values()].map(({ setting, node, path }) =>
-      h("li", null, h("a", { href: pathLink(setting, node.path) }, h("b", null, path), " ",
-        h("small", null, `${setting.moduleName}, in ${count(this.data.ofModule(setting.moduleName).length, "setting")}`))),
+      h(
+        "li",
+        null,
+        h(
+          "a",
+          { href: pathLink(setting, node.path) },
+          h("b", null, path),
+          " ",
+          h(
+            "small",
+            null,
+            `${setting.moduleName}, in ${count(this.data.ofModule(setting.moduleName).length, "setting")}`,
+          ),
+        ),
+      ),
     );
   }
 

@@ -1,9 +1,7 @@
 // The parameters of one setting.
 
 import { drawCurves, seriesColour } from "./chart.js";
-import {
-  ARRAY, ELEMENT, GROUP, LIST, SCALAR, TABLE, isOutside, outsideOf, sizeFault, valueText,
-} from "./data.js";
+import { ARRAY, ELEMENT, GROUP, isOutside, LIST, outsideOf, SCALAR, sizeFault, TABLE, valueText } from "./data.js";
 import { count, cut, forgetUnseen, grouped, h, longText, replace, whenSeen } from "./dom.js";
 import { grid, heatmap } from "./heatmap.js";
 
@@ -82,8 +80,13 @@ class SettingView {
       this.main,
       h("p", { class: "crumbs" }, [setting.s, ...setting.levels].join(" / ")),
       h("h2", { tabindex: "-1" }, setting.moduleName),
-      h("p", { class: "file" }, h("code", null, cut(setting.p)), removed && ` only in ${data.against}`,
-        setting.k === "added" && ` not in ${data.against}`),
+      h(
+        "p",
+        { class: "file" },
+        h("code", null, cut(setting.p)),
+        removed && ` only in ${data.against}`,
+        setting.k === "added" && ` not in ${data.against}`,
+      ),
       comment(module.d),
       this.differenceNotes(),
       this.bar(),
@@ -165,7 +168,8 @@ class SettingView {
             ),
           ),
         ),
-        found.length > 100 && h("li", { class: "note" }, `${count(found.length - 100, "more setting")}: narrow the search`),
+        found.length > 100 &&
+          h("li", { class: "note" }, `${count(found.length - 100, "more setting")}: narrow the search`),
       );
     };
     fill("");
@@ -183,14 +187,25 @@ class SettingView {
   differenceNotes() {
     const { values } = this;
     const lost = values.differences.filter(
-      ({ path }) => !values.layout.nodes.some((node) => node.kind >= SCALAR && (path === node.path ||
-        path.startsWith(`${node.path}.`) || path.startsWith(`${node.path}[`))),
+      ({ path }) =>
+        values.layout.byPath.get(path)?.kind !== LIST &&
+        !values.layout.nodes.some(
+          (node) =>
+            node.kind >= SCALAR &&
+            (path === node.path || path.startsWith(`${node.path}.`) || path.startsWith(`${node.path}[`)),
+        ),
     );
     if (lost.length === 0) return null;
     return h(
       "ul",
       { class: "lost" },
-      lost.slice(0, 50).map((difference) => h("li", null, difference.lines.map((line) => h("div", null, line)))),
+      lost.slice(0, 50).map((difference) =>
+        h(
+          "li",
+          null,
+          difference.lines.map((line) => h("div", null, line)),
+        ),
+      ),
       lost.length > 50 && h("li", null, count(lost.length - 50, "more difference")),
     );
   }
@@ -275,7 +290,15 @@ class SettingView {
     return h(
       "table",
       { class: "scalars" },
-      h("thead", null, h("tr", null, ["Name", "Value", "Recommended", "Meaning"].map((text) => h("th", { scope: "col" }, text)))),
+      h(
+        "thead",
+        null,
+        h(
+          "tr",
+          null,
+          ["Name", "Value", "Recommended", "Meaning"].map((text) => h("th", { scope: "col" }, text)),
+        ),
+      ),
       h("tbody", null, rows),
     );
   }
@@ -350,8 +373,14 @@ class SettingView {
             h(
               "thead",
               null,
-              h("tr", null, h("th", { scope: "col" }, "Element"), [...names].map(([name, child]) =>
-                h("th", { scope: "col", title: child.field.d }, name, h("small", null, ruleText(child.rule))))),
+              h(
+                "tr",
+                null,
+                h("th", { scope: "col" }, "Element"),
+                [...names].map(([name, child]) =>
+                  h("th", { scope: "col", title: child.field.d }, name, h("small", null, ruleText(child.rule))),
+                ),
+              ),
             ),
             h("tbody", null, rows),
           ),
@@ -376,7 +405,11 @@ class SettingView {
       comment(node.field.d),
       ruleText(node.rule) !== "" && h("p", { class: "rule" }, `Recommended: ${ruleText(node.rule)}`),
       (outside > 0 || fault !== "") &&
-        h("p", { class: "flag" }, [outside > 0 && `${count(outside, "value")} outside of the rule`, fault].filter(Boolean).join("; ")),
+        h(
+          "p",
+          { class: "flag" },
+          [outside > 0 && `${count(outside, "value")} outside of the rule`, fault].filter(Boolean).join("; "),
+        ),
       lines.slice(0, 12).map((line) => h("p", { class: "difference" }, line)),
       lines.length > 12 && h("p", { class: "difference" }, count(lines.length - 12, "more line")),
       node.kind === TABLE && column.numbers && column.length > 0 && this.map(node, column),
@@ -394,8 +427,13 @@ class SettingView {
 
   map(node, column) {
     const other = this.otherList(node);
-    const same = other?.node.kind === TABLE && other.node.rows === node.rows && other.node.columns === node.columns &&
-      !other.node.sizes && !node.sizes && other.column.numbers;
+    const same =
+      other?.node.kind === TABLE &&
+      other.node.rows === node.rows &&
+      other.node.columns === node.columns &&
+      !other.node.sizes &&
+      !node.sizes &&
+      other.column.numbers;
     return heatmap({
       node,
       table: grid(node, column),
@@ -419,16 +457,18 @@ class SettingView {
       return { name, x, y: Array.from(column.numbers), ...extra };
     };
     const draw = () => {
-      const lines = [linesOf(this.values, node, this.setting.k === "removed" ? this.data.against : "this setting", { place: 0 })];
+      const lines = [];
       const other = this.otherList(node);
       if (other?.column.numbers && other.column.length > 0) {
         lines.push(linesOf(this.other, other.node, this.data.against, { dashed: true, place: 1 }));
       }
+      const name = this.setting.k === "removed" ? this.data.against : "this setting";
+      lines.push(linesOf(this.values, node, name, { place: 0 }));
       this.overlays.forEach((values, i) => {
         const found = values.layout.byPath.get(node.path);
         if (found?.kind !== ARRAY || !values.list(found).numbers || found.length === 0) return;
-        const name = cut([values.setting.s, ...values.setting.levels].join(" / "), 80);
-        lines.push(linesOf(values, found, name, { place: i + 2 }));
+        const label = cut([values.setting.s, ...values.setting.levels].join(" / "), 80);
+        lines.push(linesOf(values, found, label, { place: i + 2 }));
       });
       const band = node.rule?.lo === undefined ? null : node.rule;
       drawCurves(holder, { lines, xName: axis === "" ? "index" : axis, band });
@@ -459,31 +499,60 @@ class SettingView {
       const text = valueText(node, column, i);
       const differs = other && other.column.length === column.length && other.column.text(i) !== column.text(i);
       const names = [outside.has(i) && "outside", differs && "differs"].filter(Boolean).join(" ");
-      return h("td", { class: names || null, title: differs ? `${this.data.against}: ${cut(other.column.text(i), 80)}` : null },
-        longText(text, 80));
+      return h(
+        "td",
+        { class: names || null, title: differs ? `${this.data.against}: ${cut(other.column.text(i), 80)}` : null },
+        longText(text, 80),
+      );
     };
     const fill = () => {
-      const { rows, columns, at } = node.kind === TABLE ? grid(node, column) : {
-        rows: Math.ceil(column.length / 16),
-        columns: Math.min(column.length, 16),
-        at: (row, place) => (row * 16 + place < column.length ? row * 16 + place : -1),
-      };
+      const { rows, columns, at } =
+        node.kind === TABLE
+          ? grid(node, column)
+          : {
+              rows: Math.ceil(column.length / 16),
+              columns: Math.min(column.length, 16),
+              at: (row, place) => (row * 16 + place < column.length ? row * 16 + place : -1),
+            };
+      const oneRow = node.kind === ARRAY && rows === 1;
       const first = (row) => (node.kind === TABLE ? row : row * 16);
       const shown = Math.min(rows, Math.max(1, Math.floor(20000 / columns)));
       return [
         h(
           "table",
           { class: "numbers" },
-          h("thead", null, h("tr", null, h("th", { scope: "col" }, node.kind === TABLE ? "row" : "from"),
-            Array.from({ length: columns }, (_, place) => h("th", { scope: "col" }, String(place))))),
-          h("tbody", null, Array.from({ length: shown }, (_, row) =>
-            h("tr", null, h("th", { scope: "row" }, String(first(row))),
-              Array.from({ length: columns }, (_, place) => (at(row, place) < 0 ? h("td") : cellOf(at(row, place))))))),
+          h(
+            "thead",
+            null,
+            h(
+              "tr",
+              null,
+              !oneRow && h("th", { scope: "col" }, node.kind === TABLE ? "row" : "from"),
+              Array.from({ length: columns }, (_, place) => h("th", { scope: "col" }, String(place))),
+            ),
+          ),
+          h(
+            "tbody",
+            null,
+            Array.from({ length: shown }, (_, row) =>
+              h(
+                "tr",
+                null,
+                !oneRow && h("th", { scope: "row" }, String(first(row))),
+                Array.from({ length: columns }, (_, place) => (at(row, place) < 0 ? h("td") : cellOf(at(row, place)))),
+              ),
+            ),
+          ),
         ),
         shown < rows && h("p", { class: "note" }, count(rows - shown, "more row")),
       ];
     };
-    const region = h("div", { class: "scroll", tabindex: "0", role: "region", "aria-label": `Numbers of ${node.path}` });
+    const region = h("div", {
+      class: "scroll",
+      tabindex: "0",
+      role: "region",
+      "aria-label": `Numbers of ${node.path}`,
+    });
     if (open) {
       whenSeen(region, () => replace(region, fill()));
       return region;

@@ -37,7 +37,10 @@ export class Tree {
       const item = event.target.closest("[role=treeitem]");
       if (item) this.choose(item);
     });
-    replace(this.element, [...this.root.children.values()].map((node) => this.item(node)));
+    replace(
+      this.element,
+      [...this.root.children.values()].map((node) => this.item(node)),
+    );
     this.element.querySelector("[role=treeitem]")?.setAttribute("tabindex", "0");
     this.bySetting = new Map();
     const look = (node) => {
@@ -49,7 +52,8 @@ export class Tree {
 
   item(node) {
     const badge = (number, name, title) =>
-      number > 0 && h("span", { class: `badge ${name}`, title }, grouped(number), h("span", { class: "unseen" }, ` ${title}`));
+      number > 0 &&
+      h("span", { class: `badge ${name}`, title }, grouped(number), h("span", { class: "unseen" }, ` ${title}`));
     const mark = { added: "+", removed: "−" }[node.setting?.k];
     const item = h(
       "li",
@@ -71,7 +75,13 @@ export class Tree {
     const { node } = item;
     if (node.setting) return;
     if (open && !item.querySelector("ul")) {
-      item.append(h("ul", { role: "group" }, [...node.children.values()].map((each) => this.item(each))));
+      item.append(
+        h(
+          "ul",
+          { role: "group" },
+          [...node.children.values()].map((each) => this.item(each)),
+        ),
+      );
     }
     item.setAttribute("aria-expanded", String(open));
   }
