@@ -17,7 +17,7 @@ namespace {
 using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
 
-constexpr uint8_t kFloatKind = 5, kDoubleKind = 6, kInt64Kind = 7, kUint64Kind = 8, kTextKind = 9;
+constexpr uint8_t kFloatKind = 5, kDoubleKind = 6, kInt64Kind = 7, kUint64Kind = 8, kTextKind = 9, kPackedKind = 0x80;
 
 /// Powers of ten up to this one are exact as doubles, so that a division by them rounds once.
 constexpr int kMaxScale = 22;
@@ -28,15 +28,61 @@ void WriteHead(uint8_t kind, int scale, size_t count, std::string& bytes) {
   AppendUint32(count, bytes);
 }
 
-/// The lowest `width` bytes of each number, byte by byte.
-template <typename BitsAt>
-void WritePlanes(size_t count, size_t width, const BitsAt& bits_at, std::string& bytes) {
-  const size_t begin = bytes.size();
-  bytes.resize(begin + count * width);
-  for (size_t i = 0; i < count; ++i) {
-    const uint64_t bits = bits_at(i);
-    for (size_t k = 0; k < width; ++k) bytes[begin + k * count + i] = static_cast<char>(bits >> (8 * k) & 0xFF);
+std::vector<Bytef> Deflated(std::string_view bytes, int level) {
+  uLongf size = compressBound(static_cast<uLong>(bytes.size()));
+  std::vector<Bytef> compressed(size);
+  // Memory is all that it can lack.
+  if (compress2(compressed.data(), &size, reinterpret_cast<const Bytef*>(bytes.data()),
+                static_cast<uLong>(bytes.size()), level) != Z_OK) {
+    throw std::bad_alloc();
   }
+  compressed.resize(size);
+  return compressed;
+}
+
+/// The lowest bits of numbers, one after the other.
+std::string PackedBits(const std::vector<uint64_t>& numbers, uint64_t low, int width) {
+  std::string bytes((numbers.size() * static_cast<size_t>(width) + 7) / 8, '\0');
+  size_t at = 0;
+  for (const uint64_t number : numbers) {
+    for (int done = 0; done < width;) {
+      const int count = std::min(width - done, 8 - static_cast<int>(at % 8));
+      const auto part = static_cast<unsigned>((number - low) >> done & ((1u << count) - 1));
+      bytes[at / 8] = static_cast<char>(static_cast<unsigned char>(bytes[at / 8]) | part << (at % 8));
+      at += static_cast<size_t>(count);
+      done += count;
+    }
+  }
+  return bytes;
+}
+
+/// Numbers of `width` bytes each, in the form that takes fewer bytes in the end. Signed ones are extended to 64 bits.
+void WriteNumbers(uint8_t kind, int scale, size_t width, const std::vector<uint64_t>& numbers, bool is_signed,
+                  std::string& bytes) {
+  const size_t count = numbers.size();
+  std::string planes(count * width, '\0');
+  for (size_t i = 0; i < count; ++i) {
+    for (size_t k = 0; k < width; ++k) planes[k * count + i] = static_cast<char>(numbers[i] >> (8 * k) & 0xFF);
+  }
+  constexpr size_t kFewNumbers = 8;
+  if (count > kFewNumbers) {
+    const auto [low, high] = std::minmax_element(numbers.begin(), numbers.end(), [&](uint64_t a, uint64_t b) {
+      return is_signed ? static_cast<int64_t>(a) < static_cast<int64_t>(b) : a < b;
+    });
+    int bits = 0;
+    while (bits < 64 && (*high - *low) >> bits != 0) ++bits;
+    // What has no order is not compressed any further.
+    if ((count * static_cast<size_t>(bits) + 7) / 8 + 9 < Deflated(planes, Z_BEST_SPEED).size()) {
+      WriteHead(kind | kPackedKind, scale, count, bytes);
+      AppendUint32(*low & 0xFFFFFFFF, bytes);
+      AppendUint32(*low >> 32, bytes);
+      bytes += static_cast<char>(bits);
+      bytes += PackedBits(numbers, *low, bits);
+      return;
+    }
+  }
+  WriteHead(kind, scale, count, bytes);
+  bytes += planes;
 }
 
 /// Whole numbers with a scale, in as many bytes as the largest needs. False where it needs more than four.
@@ -49,9 +95,7 @@ bool WriteScaled(const std::vector<int64_t>& numbers, int scale, std::string& by
   uint8_t width = 1;
   while (width <= 4 && (low < -(int64_t{1} << (8 * width - 1)) || high >= int64_t{1} << (8 * width - 1))) width *= 2;
   if (width > 4) return false;
-  WriteHead(width, scale, numbers.size(), bytes);
-  WritePlanes(
-      numbers.size(), width, [&](size_t i) { return static_cast<uint64_t>(numbers[i]); }, bytes);
+  WriteNumbers(width, scale, width, std::vector<uint64_t>(numbers.begin(), numbers.end()), true, bytes);
   return true;
 }
 
@@ -165,6 +209,8 @@ bool ReportColumn::WriteDecimals(std::string& bytes) const {
       if (std::abs(number) > std::numeric_limits<int32_t>::max()) return false;
       number *= 10;
     }
+    // More digits than a float has bits: its own bits are fewer.
+    if (type_ == Type::kFloat && std::abs(number) > 1 << 24) return false;
     scaled.push_back(number);
   }
   return WriteScaled(scaled, scale, bytes);
@@ -179,29 +225,24 @@ void ReportColumn::Write(std::string& bytes) const {
       const bool has_large =
           is_unsigned && std::any_of(numbers_.begin(), numbers_.end(), [](int64_t n) { return n < 0; });
       if (!has_large && WriteScaled(numbers_, 0, bytes)) return;
-      WriteHead(is_unsigned ? kUint64Kind : kInt64Kind, 0, numbers_.size(), bytes);
-      WritePlanes(
-          numbers_.size(), 8, [&](size_t i) { return static_cast<uint64_t>(numbers_[i]); }, bytes);
+      WriteNumbers(is_unsigned ? kUint64Kind : kInt64Kind, 0, 8,
+                   std::vector<uint64_t>(numbers_.begin(), numbers_.end()), !is_unsigned, bytes);
       return;
     }
     case Type::kFloat:
     case Type::kDouble: {
       if (WriteDecimals(bytes)) return;
       const bool is_float = type_ == Type::kFloat;
-      WriteHead(is_float ? kFloatKind : kDoubleKind, 0, reals_.size(), bytes);
-      const auto bits_at = [&](size_t i) {
-        uint64_t bits = 0;
+      std::vector<uint64_t> bits(reals_.size());
+      for (size_t i = 0; i < reals_.size(); ++i) {
+        const float real = static_cast<float>(reals_[i]);
         if (is_float) {
-          const float real = static_cast<float>(reals_[i]);
-          uint32_t word;
-          std::memcpy(&word, &real, sizeof(word));
-          bits = word;
+          std::memcpy(&bits[i], &real, sizeof(real));
         } else {
-          std::memcpy(&bits, &reals_[i], sizeof(bits));
+          std::memcpy(&bits[i], &reals_[i], sizeof(reals_[i]));
         }
-        return bits;
-      };
-      WritePlanes(reals_.size(), is_float ? 4 : 8, bits_at, bytes);
+      }
+      WriteNumbers(is_float ? kFloatKind : kDoubleKind, 0, is_float ? 4 : 8, bits, false, bytes);
       return;
     }
     case Type::kText:
@@ -213,15 +254,9 @@ void ReportColumn::Write(std::string& bytes) const {
 }
 
 std::string PackedText(std::string_view bytes) {
-  uLongf size = compressBound(static_cast<uLong>(bytes.size()));
-  std::vector<Bytef> compressed(size);
-  // Memory is all that it can lack.
-  if (compress2(compressed.data(), &size, reinterpret_cast<const Bytef*>(bytes.data()),
-                static_cast<uLong>(bytes.size()), Z_BEST_COMPRESSION) != Z_OK) {
-    throw std::bad_alloc();
-  }
+  const std::vector<Bytef> compressed = Deflated(bytes, Z_BEST_COMPRESSION);
   std::string text;
-  text.reserve(size * 16 / 13 + 2);
+  text.reserve(compressed.size() * 16 / 13 + 2);
   const auto digit = [](uint32_t number) {
     // '&' is the 6th of the visible characters, '<' the 28th, '>' the 30th.
     const uint32_t skipped = number < 5 ? 0 : number < 26 ? 1 : number < 27 ? 2 : 3;
@@ -233,8 +268,8 @@ std::string PackedText(std::string_view bytes) {
     text += digit(number % 91);
     if (two) text += digit(number / 91);
   };
-  for (uLongf i = 0; i < size; ++i) {
-    bits |= static_cast<uint32_t>(compressed[i]) << count;
+  for (const Bytef byte : compressed) {
+    bits |= static_cast<uint32_t>(byte) << count;
     count += 8;
     if (count < 13) continue;
     write(bits & 0x1FFF, true);

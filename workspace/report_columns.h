@@ -6,7 +6,11 @@
 ///   kind 5, 6      float, double
 ///   kind 7, 8      int64, uint64
 ///   kind 9         texts: the bytes of each as u32, then the texts
-/// Everything is little-endian. Numbers of several bytes stand apart: the lowest byte of each, then the next of each.
+///   kind + 128     numbers of few bits: the lowest number as u64, the bits of each as u8, then what each is above the
+///                  lowest, one after the other from the lowest bit of the first byte on. Of float and double this is
+///                  about their bits.
+/// Everything is little-endian. Other numbers of several bytes stand apart: the lowest byte of each, then the next of
+/// each, which compresses better.
 #pragma once
 
 #include <google/protobuf/message.h>

@@ -11,6 +11,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "workspace/files.h"
 #include "workspace/json_document.h"
 #include "workspace/report_columns.h"
 #include "workspace/rule_check.h"
@@ -433,6 +434,12 @@ class ReportMaker {
     }
   }
 
+  /// The path in the project: where that stands on this machine is nobody's concern.
+  static std::string ShownPath(const Row& row) {
+    const std::string dir = DisplayPath(row.side->project().dir()) + "/";
+    return row.entry->path.compare(0, dir.size(), dir) == 0 ? row.entry->path.substr(dir.size()) : row.entry->path;
+  }
+
   std::string SettingJson(const Row& row) {
     const SideEntry& entry = *row.entry;
     const auto& names = row.side->project().labels().names();
@@ -445,7 +452,7 @@ class ReportMaker {
         modules_.Of("{\"n\":" + EncodeJsonString(entry.module) + ",\"t\":" + EncodeJsonString(entry.type->name()) +
                     ",\"d\":" + Comment(entry.type) + "}");
     std::string json = "{\"s\":" + EncodeJsonString(row.scope) + ",\"m\":" + std::to_string(module) + ",\"l\":[" +
-                       labels + "],\"p\":" + EncodeJsonString(entry.path);
+                       labels + "],\"p\":" + EncodeJsonString(ShownPath(row));
     if (*row.kind != '\0') json += ",\"k\":\"" + std::string(row.kind) + "\"";
     if (row.differences > 0) json += ",\"d\":" + std::to_string(row.differences);
     if (row.other >= 0) json += ",\"o\":" + std::to_string(row.other);

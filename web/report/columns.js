@@ -74,18 +74,14 @@ export class ColumnReader {
   }
 
   column() {
-    const kind = this.bytes[this.at];
+    const packed = this.bytes[this.at] >= 128;
+    const kind = this.bytes[this.at] & 127;
     const scale = this.bytes[this.at + 1];
     this.at += 2;
     const length = this.uint32();
     if (kind === 9) return this.texts(length);
     const width = kind <= 4 ? kind : kind === 5 ? 4 : 8;
-    const planes = this.take(length * width);
-    const joined = new Uint8Array(length * width);
-    for (let k = 0; k < width; ++k) {
-      for (let i = 0; i < length; ++i) joined[i * width + k] = planes[k * length + i];
-    }
-    const { buffer } = joined;
+    const { buffer } = packed ? this.packed(length, width) : this.planes(length, width);
     const Array64 = { 1: Int8Array, 2: Int16Array, 4: Int32Array, 5: Float32Array, 6: Float64Array }[kind];
     if (Array64) {
       const numbers = Float64Array.from(new Array64(buffer));
@@ -94,6 +90,51 @@ export class ColumnReader {
     }
     const exact = kind === 7 ? new BigInt64Array(buffer) : new BigUint64Array(buffer);
     return new Column(kind, 0, Float64Array.from(exact, Number), exact, null);
+  }
+
+  /** Numbers whose bytes stand apart, joined. */
+  planes(length, width) {
+    const planes = this.take(length * width);
+    const joined = new Uint8Array(length * width);
+    for (let k = 0; k < width; ++k) {
+      for (let i = 0; i < length; ++i) joined[i * width + k] = planes[k * length + i];
+    }
+    return joined;
+  }
+
+  /** Numbers of some bits above the lowest, as numbers of `width` bytes. */
+  packed(length, width) {
+    const low = this.view.getBigUint64(this.at, true);
+    const bits = this.bytes[this.at + 8];
+    this.at += 9;
+    const bytes = this.take(Math.ceil((length * bits) / 8));
+    const numbers = new DataView(new ArrayBuffer(length * width));
+    let at = 0;
+    const next = (count) => {
+      let number = 0;
+      for (let done = 0; done < count; ) {
+        const part = Math.min(count - done, 8 - (at & 7));
+        number += ((bytes[at >> 3] >> (at & 7)) & ((1 << part) - 1)) * 2 ** done;
+        at += part;
+        done += part;
+      }
+      return number;
+    };
+    const low32 = Number(low & 0xffffffffn);
+    for (let i = 0; i < length; ++i) {
+      const number = next(Math.min(bits, 32));
+      if (width === 8) {
+        const high = bits > 32 ? next(bits - 32) : 0;
+        numbers.setBigUint64(i * 8, low + BigInt(number) + (BigInt(high) << 32n), true);
+      } else if (width === 4) {
+        numbers.setUint32(i * 4, low32 + number, true);
+      } else if (width === 2) {
+        numbers.setUint16(i * 2, low32 + number, true);
+      } else {
+        numbers.setUint8(i, low32 + number);
+      }
+    }
+    return numbers;
   }
 
   texts(length) {

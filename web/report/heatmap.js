@@ -88,24 +88,36 @@ export function heatmap({ node, table, other, against, textAt }) {
   let height = 0;
   let scaleLow = 0;
   let scaleHigh = 1;
+  let isCut = false;
 
+  /** The ends of the scale; that of differences is even, and a few large ones do not take the colours from the rest. */
   function measure() {
+    if (mode === "difference") {
+      const sizes = [];
+      for (let row = 0; row < rows; ++row) {
+        for (let place = 0; place < columns; ++place) sizes.push(Math.abs(valueNow(row, place)));
+      }
+      const sorted = sizes.filter(Number.isFinite).sort((a, b) => a - b);
+      const usual = sorted[Math.floor(sorted.length * 0.98)] ?? 0;
+      const largest = sorted.at(-1) ?? 0;
+      isCut = usual > 0 && largest > 3 * usual;
+      scaleHigh = isCut ? usual : largest;
+      scaleLow = -scaleHigh;
+      return;
+    }
+    isCut = false;
     let least = Infinity;
     let most = -Infinity;
     for (let row = 0; row < rows; ++row) {
       for (let place = 0; place < columns; ++place) {
         const number = valueNow(row, place);
         // What is outside of the rule is outlined, and must not take the colours from the others.
-        if (!Number.isFinite(number) || (mode !== "difference" && isOutside(node.rule, number))) continue;
+        if (!Number.isFinite(number) || isOutside(node.rule, number)) continue;
         least = Math.min(least, number);
         most = Math.max(most, number);
       }
     }
     if (least > most) least = most = 0;
-    if (mode === "difference") {
-      most = Math.max(Math.abs(least), Math.abs(most));
-      least = -most;
-    }
     scaleLow = least;
     scaleHigh = most;
   }
@@ -158,8 +170,8 @@ export function heatmap({ node, table, other, against, textAt }) {
     to.strokeStyle = colour("--text");
     to.lineWidth = 2;
     to.strokeRect(cell[1] * width + 1, cell[0] * height + 1, width - 2, height - 2);
-    replace(low, short(scaleLow));
-    replace(high, short(scaleHigh));
+    replace(low, isCut && "≤ ", short(scaleLow));
+    replace(high, isCut && "≥ ", short(scaleHigh));
     replace(marked, outside > 0 && `${count(outside, "value")} outside of the rule, outlined in red`);
     const legend = strip.getContext("2d");
     for (let x = 0; x < strip.width; ++x) {

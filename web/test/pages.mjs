@@ -10,7 +10,7 @@ export const require = createRequire(`${root}/out/web/package.json`);
 const { chromium } = require("playwright-core");
 
 const tool = process.env.ZOTUNING ?? `${root}/out/release/zotuning`;
-const makeProject = process.env.MAKE_PROJECT ?? `${root}/out/bench/bench/make_project`;
+const makeProject = process.env.MAKE_PROJECT;
 
 const run = (program, words, options) => execFileSync(program, words, { encoding: "utf8", stdio: "pipe", ...options });
 

@@ -171,15 +171,11 @@ test("a table is a map with numbers, profiles, marks, and a map of the differenc
   assert.match(await card.locator(".readout").innerText(), /^row 5, column 7: /);
   await card.getByRole("button", { name: "Difference" }).click();
   const [low, high] = await texts(card, ".legend > span:not(.marked)");
-  assert.equal(Number(low), -Number(high));
-  // Nearly all cells have not moved far, and are of the neutral colour of the scale.
-  const neutral = Object.keys(await colours(map)).filter((key) =>
-    key
-      .split(",")
-      .slice(0, 3)
-      .every((c) => c > 225),
-  );
-  assert.ok(neutral.length > 0);
+  // One cell moved by 8, the others by less than 0.1: they have the scale for themselves.
+  assert.match(low, /^≤ -0\.0\d+$/);
+  assert.equal(high, low.replace("≤ -", "≥ "));
+  const moved = Object.keys(await colours(map)).map((key) => key.split(",").map(Number));
+  assert.ok(moved.some(([r, , b]) => r > b + 60) && moved.some(([r, , b]) => b > r + 60), "up and down");
   await card.getByText(/^Numbers/).click();
   assert.equal(await card.locator(".numbers tbody tr:nth-child(6) td:nth-child(8)").innerText(), "9.5");
   await page.end();
@@ -317,23 +313,37 @@ test("1,505 files of 37 MB: size, first screen, moves between settings, search",
   context.diagnostic(`first screen: ${first.toFixed(2)} s of processor time`);
   assert.ok(first < 2, `${first} s`);
 
-  const times = await page.evaluate(async () => {
-    const frame = () => new Promise((done) => requestAnimationFrame(() => setTimeout(done)));
-    const measured = [];
-    for (let i = 0; i < 60; ++i) {
-      const title = document.querySelector(".crumbs + h2, h2");
+  // Until the screen shows the next setting: by the clock, and by the processor time of the page's own thread, which
+  // does not depend on what else runs on this machine.
+  const thread = await page.context().newCDPSession(page);
+  await thread.send("Performance.enable", { timeDomain: "threadTicks" });
+  const busy = async () => {
+    const { metrics } = await thread.send("Performance.getMetrics");
+    return metrics.find(({ name }) => name === "TaskDuration").value * 1000;
+  };
+  const move = () =>
+    page.evaluate(async () => {
+      const frame = () => new Promise((done) => requestAnimationFrame(() => setTimeout(done)));
+      const title = document.querySelector("h2");
       const from = performance.now();
       document.body.dispatchEvent(new KeyboardEvent("keydown", { key: "j", bubbles: true }));
-      while (document.querySelector(".crumbs + h2, h2") === title) await frame();
+      while (document.querySelector("h2") === title) await frame();
       await frame();
-      measured.push(performance.now() - from);
-    }
-    return measured;
-  });
-  times.sort((a, b) => a - b);
-  context.diagnostic(`moves: median ${times[30].toFixed(0)} ms, slowest ${times.at(-1).toFixed(0)} ms`);
-  assert.ok(times[30] < 200, `${times[30]} ms`);
-  assert.ok(times[54] < 200, `nine of ten: ${times[54]} ms`);
+      return performance.now() - from;
+    });
+  const moves = [];
+  for (let i = 0; i < 80; ++i) {
+    const before = await busy();
+    const clock = await move();
+    moves.push({ clock, busy: (await busy()) - before });
+  }
+  const part = (name, place) => Math.round(moves.map((each) => each[name]).sort((a, b) => a - b)[place]);
+  context.diagnostic(
+    `moves: median ${part("clock", 40)} ms by the clock, ${part("busy", 40)} ms of processor time; ` +
+      `slowest ${part("clock", 79)} ms, ${part("busy", 79)} ms`,
+  );
+  assert.ok(part("clock", 40) < 200, "median by the clock");
+  assert.ok(part("busy", 79) < 200, "slowest");
 
   const started = Date.now();
   await page.getByRole("searchbox").fill("macro_code");
