@@ -40,7 +40,7 @@ _zotuning() {
       else
         case ${command[*]} in
           template) words=$("${tool[@]}" modules 2>/dev/null | sed '1d; s/ .*//') ;;
-          tree) words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//') ;;
+          tree | which | report) words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//') ;;
           'version set') words=$("${tool[@]}" version list 2>/dev/null | sed '1d; s/ .*//') ;;
           new)
             # LABEL=VALUE is three words here, since "=" parts words.

@@ -52,7 +52,7 @@ function __zotuning_words
     switch "$command"
         case template
             __zotuning_first_column modules
-        case tree
+        case tree which report
             __zotuning_first_column sensors
         case 'version set'
             __zotuning_first_column version list

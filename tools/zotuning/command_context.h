@@ -56,6 +56,7 @@ void AddSet(CLI::App& app, CommandContext& context);
 void AddShow(CLI::App& app, CommandContext& context);
 void AddDiff(CLI::App& app, CommandContext& context);
 void AddWhich(CLI::App& app, CommandContext& context);
+void AddReport(CLI::App& app, CommandContext& context);
 void AddVerify(CLI::App& app, CommandContext& context);
 void AddMigrate(CLI::App& app, CommandContext& context);
 void AddSchema(CLI::App& app, CommandContext& context);

@@ -131,6 +131,7 @@ int Main(int argument_count, char** arguments) {
   AddShow(app, context);
   AddDiff(app, context);
   AddWhich(app, context);
+  AddReport(app, context);
   AddVerify(app, context);
   AddMigrate(app, context);
   AddSchema(app, context);

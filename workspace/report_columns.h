@@ -1,0 +1,59 @@
+/// \file
+/// Values of a report as columns of bytes, small before they are compressed. web/report/columns.js reads them.
+///
+/// column := kind:u8 scale:u8 count:u32 data
+///   kind 1, 2, 4   signed whole numbers of so many bytes, to be divided by 10 to the power of `scale`
+///   kind 5, 6      float, double
+///   kind 7, 8      int64, uint64
+///   kind 9         texts: the bytes of each as u32, then the texts
+///   kind + 128     numbers of few bits: the lowest number as u64, the bits of each as u8, then what each is above the
+///                  lowest, one after the other from the lowest bit of the first byte on. Of float and double this is
+///                  about their bits.
+/// Everything is little-endian. Other numbers of several bytes stand apart: the lowest byte of each, then the next of
+/// each, which compresses better.
+#pragma once
+
+#include <google/protobuf/message.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zotuning {
+
+/// Values of one field: those of a scalar over many settings, or the elements of a list.
+class ReportColumn {
+ public:
+  /// Appends the value of a field that holds no messages, or one of its elements. Every call is for a field of one
+  /// type.
+  void Append(const google::protobuf::Message& message, const google::protobuf::FieldDescriptor* field);
+  void AppendElement(const google::protobuf::Message& message, const google::protobuf::FieldDescriptor* field,
+                     int index);
+
+  size_t size() const { return texts_.size() + numbers_.size() + reals_.size(); }
+  /// Of those from `begin` on, how many numbers are not within the range, infinities and NaN among them.
+  size_t CountOutside(size_t begin, double low, double high) const;
+
+  /// Appends the bytes of the column.
+  void Write(std::string& bytes) const;
+
+ private:
+  enum class Type { kSigned, kUnsigned, kFloat, kDouble, kText };
+  bool WriteDecimals(std::string& bytes) const;
+
+  Type type_ = Type::kSigned;
+  std::vector<int64_t> numbers_;  ///< of kUnsigned with the same bits
+  std::vector<double> reals_;
+  std::vector<std::string> texts_;
+};
+
+/// Appends a number of four bytes.
+void AppendUint32(size_t number, std::string& bytes);
+
+/// The bytes in zlib's format, as text: 13 bits, the lowest first, are two characters, a number to the base of 91; up
+/// to 6 bits at the end are one. A digit is a visible ASCII character, in their order and without '&', '<' and '>', so
+/// that HTML takes the text as it is. A thirteenth less than base64 takes.
+std::string PackedText(std::string_view bytes);
+
+}  // namespace zotuning
