@@ -18,8 +18,6 @@ using google::protobuf::FieldDescriptor;
 // Values are followed so deep.
 constexpr size_t kMaxDepth = 200;
 
-bool IsScalar(const JsonValue& value) { return !value.is_object() && !value.is_array(); }
-
 /// More levels of brackets than anything is followed. Those within strings count as well.
 bool IsTooDeep(std::string_view json) {
   size_t depth = 0;
@@ -65,7 +63,7 @@ std::string ListOf(const std::vector<JsonValue>& values, size_t begin, size_t en
 std::optional<std::string> ToForm(const JsonValue& input, const Match& match, std::string* why) {
   const std::string path = Quoted(match.path.ToString());
   if (!match.is_list) {
-    if (match.field->message == nullptr && !IsScalar(input)) {
+    if (match.field->message == nullptr && !input.is_scalar()) {
       *why = path + " takes one value, not " + (input.is_array() ? "a list" : "an object");
       return std::nullopt;
     }
@@ -100,7 +98,7 @@ std::optional<std::string> ToForm(const JsonValue& input, const Match& match, st
   std::string text = "[";
   const auto add = [&](const std::string& row) { text += (text.size() == 1 ? "" : ", ") + row; };
   bool is_flat = !input.empty();
-  for (const JsonValue element : input.elements()) is_flat = is_flat && IsScalar(element);
+  for (const JsonValue element : input.elements()) is_flat = is_flat && element.is_scalar();
   if (is_flat) {
     Flatten(input, scalars);
     if (match.columns == 0 || scalars.size() % match.columns != 0) {
@@ -122,7 +120,7 @@ std::optional<std::string> ToForm(const JsonValue& input, const Match& match, st
 
 /// Makes `value` mean what `wanted` means, with as few changes as that takes.
 bool Merge(const JsonValue& value, const JsonValue& wanted, const FieldEntry* field, size_t columns, JsonEdit& edit) {
-  if (IsScalar(value) && IsScalar(wanted)) {
+  if (value.is_scalar() && wanted.is_scalar()) {
     if (value.kind() != JsonKind::kNull && IsSameScalar(value, wanted, field->descriptor)) return true;
     std::string text = OneLine(wanted);
     // 64-bit integers are printed in quotes, so that other programs keep their digits.

@@ -877,6 +877,7 @@ class MessageComparer::Walk {
     size_t row_count = 0;
     size_t columns = 0;
     bool rows_are_messages = false;
+    std::string row_field;  ///< the list in a row that is a message
 
     const Scalars& RowOf(size_t row) const { return rows_are_messages ? rows[row] : rows[0]; }
     size_t PlaceOf(size_t row, size_t column) const { return rows_are_messages ? column : row * columns + column; }
@@ -908,6 +909,7 @@ class MessageComparer::Walk {
     const FieldDescriptor* values = RowValues(field);
     if (values == nullptr) return false;
     cells.rows_are_messages = true;
+    cells.row_field = values->name();
     cells.row_count = static_cast<size_t>(reflection.FieldSize(message, field));
     for (size_t i = 0; i < cells.row_count; ++i) {
       cells.rows.emplace_back(reflection.GetRepeatedMessage(message, field, static_cast<int>(i)), values);
@@ -925,12 +927,12 @@ class MessageComparer::Walk {
     return true;
   }
 
-  /// Of a table without a shape of its own, as in a bin, the other's where it fits. One without cells has its columns.
+  /// Of a table without a shape of its own, as in a bin, the columns of the other, where they fit.
   static void BorrowShape(Cells& cells, const Cells& other) {
-    if (cells.columns != 0) return;
+    if (cells.columns != 0 || other.columns == 0) return;
     const size_t size = cells.rows_are_messages ? cells.row_count : cells.rows[0].size();
-    if (size != 0 && (cells.rows_are_messages || size != other.row_count * other.columns)) return;
-    cells.row_count = size == 0 ? 0 : other.row_count;
+    if (size != 0 && (cells.rows_are_messages || size % other.columns != 0)) return;
+    cells.row_count = size / other.columns;
     cells.columns = other.columns;
   }
 
@@ -947,7 +949,7 @@ class MessageComparer::Walk {
     const Tolerance tolerance = ToleranceHere();
     auto list = std::make_unique<ListChange>();
     list->is_table = true;
-    list->rows_are_messages = to.rows_are_messages;
+    list->row_field = to.row_field;
     list->left_rows = from.row_count;
     list->left_columns = from.columns;
     list->right_rows = to.row_count;
@@ -1144,8 +1146,8 @@ std::string ChangeText(const std::string& path, const FieldValue& left, const Fi
 
 std::string ElementPath(const Difference& difference, size_t right_index) {
   const ListChange& list = *difference.list;
-  if (!list.rows_are_messages) return difference.path + "[" + std::to_string(right_index) + "]";
-  return difference.path + "[" + std::to_string(right_index / list.right_columns) + "].value[" +
+  if (list.row_field.empty()) return difference.path + "[" + std::to_string(right_index) + "]";
+  return difference.path + "[" + std::to_string(right_index / list.right_columns) + "]." + list.row_field + "[" +
          std::to_string(right_index % list.right_columns) + "]";
 }
 

@@ -80,8 +80,8 @@ struct ListChange {
   size_t left_size = 0;
   size_t right_size = 0;
   bool is_table = false;
-  bool rows_are_messages =
-      false;  ///< of a table: each row is a message with a list "value", else rows follow one another
+  /// Of a table whose rows are messages: the list in each. Empty where rows follow one another.
+  std::string row_field;
   /// Of a table, on either side; 0 where neither its values nor its rule tell.
   size_t left_rows = 0, left_columns = 0;
   size_t right_rows = 0, right_columns = 0;

@@ -67,11 +67,9 @@ void AppendScalar(const JsonValue& value, std::string* out) {
   }
 }
 
-bool IsScalar(const JsonValue& value) { return !value.is_object() && !value.is_array(); }
-
 bool HasScalarsOnly(const JsonValue& list) {
   for (const JsonValue element : list.elements()) {
-    if (!IsScalar(element)) return false;
+    if (!element.is_scalar()) return false;
   }
   return true;
 }
@@ -80,7 +78,7 @@ bool HasScalarsOnly(const JsonValue& list) {
 bool IsRow(const JsonValue& message) {
   for (const JsonMember member : message.members()) {
     const JsonValue value = member.value();
-    if (!IsScalar(value) && (!value.is_array() || value.empty() || !HasScalarsOnly(value))) return false;
+    if (!value.is_scalar() && (!value.is_array() || value.empty() || !HasScalarsOnly(value))) return false;
   }
   return true;
 }
@@ -204,7 +202,7 @@ class Formatter {
     out_ += '[';
     for (const JsonValue element : list.elements()) {
       Line(depth + 1);
-      if (IsScalar(element)) {
+      if (element.is_scalar()) {
         AppendScalar(element, &out_);
       } else if (element.is_array() ? HasScalarsOnly(element) : type != nullptr && type->is_row() && IsRow(element)) {
         AppendRow(element, 0, &out_);

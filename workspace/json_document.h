@@ -44,6 +44,7 @@ class JsonValue {
   bool is_array() const { return kind() == JsonKind::kArray; }
   bool is_string() const { return kind() == JsonKind::kString; }
   bool is_number() const { return kind() == JsonKind::kNumber; }
+  bool is_scalar() const { return !is_object() && !is_array(); }
   explicit operator bool() const { return document_ != nullptr; }
 
   /// Of its first character.

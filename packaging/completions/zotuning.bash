@@ -40,9 +40,10 @@ _zotuning() {
       else
         case ${command[*]} in
           template) words=$("${tool[@]}" modules 2>/dev/null | sed '1d; s/ .*//') ;;
-          tree | which | report) words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//') ;;
+          tree | report) words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//') ;;
+          diff) words="default $("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//')" ;;  # or files, by default
           'version set') words=$("${tool[@]}" version list 2>/dev/null | sed '1d; s/ .*//') ;;
-          new)
+          new | which)
             # LABEL=VALUE is three words here, since "=" parts words.
             if [[ $current == = || $previous == = ]]; then
               local label=$previous
@@ -50,6 +51,8 @@ _zotuning() {
               words=$("${tool[@]}" labels 2>/dev/null |
                 awk -v label="$label:" '/^[^ ]/ { inside = $1 == label; next } inside { print $1 }')
               current=${current#=}
+            elif [[ $previous == which ]]; then
+              words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//')
             else
               words=$("${tool[@]}" labels 2>/dev/null | sed -n 's/^\([^ ]*\):.*/\1=/p')
               compopt -o nospace

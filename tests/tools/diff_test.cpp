@@ -105,10 +105,12 @@ TEST_F(DiffTest, GitShowsDifferencesByMeaning) {
   Write(At("main_wide/LensShading.json"), "{\"red\": }\n");
   Write(At("notes.json"), "{\"a\": 2}\n");
   fs::copy_file(At("out/zo_tuning/main_wide.bin"), At("front.bin"), fs::copy_options::overwrite_existing);
+  fs::permissions(At("default/AfCommon.json"), fs::perms::owner_all);
   const std::string changed = Git("diff").out;
   EXPECT_THAT(changed, HasSubstr("main_wide/LensShading.json: a value is expected\n"));
   EXPECT_THAT(changed, HasSubstr("+{\"red\": }\n"));
   EXPECT_THAT(changed, HasSubstr("+{\"a\": 2}\n"));
+  EXPECT_THAT(changed, HasSubstr("+++ b/default/AfCommon.json\n  mode 100644 → 100755\n---"));
   EXPECT_THAT(changed, Not(HasSubstr("+++ b//")));  // no names of git's temporary files
   EXPECT_THAT(changed, HasSubstr("+++ b/front.bin\n"));
 }

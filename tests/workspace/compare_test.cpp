@@ -25,7 +25,7 @@ const char* const kTypes = R"(syntax = "proto3"; package ZO_TUNING;
   message Int32ArrayData { Int32ArrayRule rule = 1; repeated int32 value = 2; }
   message FloatArrayRule_2D { string row = 1; string col = 2; }
   message FloatArrayData_2D { FloatArrayRule_2D rule = 1; repeated float value = 2; }
-  message DoubleRow { repeated double value = 1; }
+  message DoubleRow { repeated double col = 1; }
   message DoubleArrayRule_2D { string row = 1; string col = 2; }
   message DoubleArrayData_2D { DoubleArrayRule_2D rule = 1; repeated DoubleRow value = 2; }
   message StructArrayRule { string len = 1; }
@@ -201,8 +201,8 @@ TEST_F(CompareTest, LongListsAreAlignedByTheirEndsAlone) {
 TEST_F(CompareTest, TablesAreOneLine) {
   const std::string flat = "flat { rule { row: '2' col: '3' } value: [1, 2, 3, 4, 5, 6] }";
   const std::string bare = "flat { value: [1, 2, 3, 4, 5, 7] }";  // as a bin has it
-  const std::string rows = "rows { rule { row: '-1' col: '-1' } value { value: [1, 2] } value { value: [3, 4] } }";
-  const std::string more = "rows { value { value: [1, 2] } value { value: [8, 9] } value { value: [3, 5] } }";
+  const std::string rows = "rows { rule { row: '-1' col: '-1' } value { col: [1, 2] } value { col: [3, 4] } }";
+  const std::string more = "rows { value { col: [1, 2] } value { col: [8, 9] } value { col: [3, 5] } }";
   const struct {
     std::string left, right;
     Strings lines;
@@ -213,16 +213,17 @@ TEST_F(CompareTest, TablesAreOneLine) {
       {flat, "flat { rule { row: '3' col: '2' } value: [1, 2, 3, 4, 5, 6] }", {}},  // only the rule says so
       {flat, "flat { rule { row: '3' col: '2' } value: [1, 2, 3, 4, 5, 7] }", {"flat 2x3 → 3x2"}},
       {rows,
-       "rows { value { value: [1, 2] } value { value: [3, 4.5] } }",
+       "rows { value { col: [1, 2] } value { col: [3, 4.5] } }",
        {"rows 2x2: 1 changed, mean +12.5 %, largest +0.5 at [1][1]"}},
+      {flat, "flat { value: [1, 2, 3] }", {"flat 2x3 → 1x3: rows removed at [1]"}},
+      {flat, "", {"flat 2x3 → 0x3: rows removed at [0] to [1]"}},
+      {flat, "flat { value: [1, 2, 3, 4] }", {"flat.value: length 6 → 4, removed at [4] to [5]"}},
       {rows, more, {"rows 2x2 → 3x2: rows inserted at [1], 1 changed, mean +25.0 %, largest +1 at [2][1]"}},
-      {rows,
-       "rows { value { value: [1] } value { value: [3, 4] } }",
-       {"rows.value[0].value: length 2 → 1, removed at [1]"}},
+      {rows, "rows { value { col: [1] } value { col: [3, 4] } }", {"rows.value[0].col: length 2 → 1, removed at [1]"}},
   };
   for (const auto& row : kRows) EXPECT_EQ(LinesOf(row.left, row.right), row.lines) << row.left << " | " << row.right;
   EXPECT_THAT(Lines(Compare(rows, more), true),
-              ElementsAre(kRows[6].lines[0], "rows.value[2].value[1]: 4 → 5 (+25.0 %)"));
+              ElementsAre(kRows[9].lines[0], "rows.value[2].col[1]: 4 → 5 (+25.0 %)"));
   std::string left = "flat { rule { row: '32' col: '32' }", right = left;
   for (int i = 0; i < 1024; ++i) {
     left += " value: 2";

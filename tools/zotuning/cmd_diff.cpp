@@ -183,6 +183,7 @@ int RunForGit(CommandContext& context, const Options& options) {
   std::string lines;
   Json settings = Json::array();
   bool compared = ReadGitFile(old_file, old_text, faults) && ReadGitFile(new_file, new_text, faults);
+  const bool same_bytes = compared && old_text == new_text;
   std::unique_ptr<SideOpener> opener;
   if (compared) {
     // Null is well: the project is the one that the path is in.
@@ -203,7 +204,7 @@ int RunForGit(CommandContext& context, const Options& options) {
     SidesComparison comparison;
     if (compared && left != nullptr && right != nullptr) {
       compared = CompareSides(*left, *right, compare, add, comparison, faults);
-      if (compared && comparison.different == 0) lines = "  the same values, in other words\n";
+      if (compared && comparison.different == 0) lines = same_bytes ? "" : "  the same values, in other words\n";
     } else if (compared) {
       for (const auto* entries : {&any->versions(), &any->settings()}) {
         for (const SideEntry& entry : *entries) {
@@ -220,6 +221,10 @@ int RunForGit(CommandContext& context, const Options& options) {
       if (lines.find(line) == lines.npos) lines += line;  // of both versions of the file
     }
     lines += LinesText(old_file, new_file, form.colour);
+  }
+  const std::string &old_mode = options.sides[3], &new_mode = options.sides[6];
+  if (old_text && new_text && old_mode != new_mode) {
+    lines = "  mode " + Printable(old_mode) + " → " + Printable(new_mode) + "\n" + lines;
   }
   console.Print(HeadText(old_text ? "a/" + path : "/dev/null", new_text ? "b/" + new_path : "/dev/null", form.colour) +
                 lines);
