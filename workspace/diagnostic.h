@@ -22,8 +22,8 @@ enum class Code {
 /// A row of the table of codes. Texts are plain sentences, for people.
 struct CodeInfo {
   Code code;
-  const char* name;   ///< stable and short, for example "json-syntax"
   Severity severity;  ///< unless the caller or the user's settings say otherwise
+  const char* name;   ///< stable and short, for example "json-syntax"
   const char* summary;
   const char* why;      ///< what goes wrong otherwise
   const char* example;  ///< what the fault looks like; may have several lines
@@ -32,7 +32,7 @@ struct CodeInfo {
 
 /// All codes, each at the place of its enumerator.
 inline constexpr CodeInfo kCodes[] = {
-#define ZOTUNING_CODE(enumerator, name, severity, ...) {Code::enumerator, name, Severity::severity, __VA_ARGS__},
+#define ZOTUNING_CODE(enumerator, name, severity, ...) {Code::enumerator, Severity::severity, name, __VA_ARGS__},
 #include "workspace/diagnostic_codes.inc"
 #undef ZOTUNING_CODE
 };

@@ -55,7 +55,7 @@ bool BinScanner::Next() {
 }
 
 bool BinScanner::Fail(uint64_t offset, std::string item, std::string expected, std::string found) {
-  fault_.reset(new BinFault{offset, std::move(item), std::move(expected), std::move(found)});
+  fault_ = std::make_unique<BinFault>(BinFault{offset, std::move(item), std::move(expected), std::move(found)});
   return false;
 }
 
