@@ -41,9 +41,8 @@ _zotuning() {
         case ${command[*]} in
           template) words=$("${tool[@]}" modules 2>/dev/null | sed '1d; s/ .*//') ;;
           tree) words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//') ;;
-          diff) words="default $("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//')" ;;  # or files, by default
           'version set') words=$("${tool[@]}" version list 2>/dev/null | sed '1d; s/ .*//') ;;
-          new | which)
+          new)
             # LABEL=VALUE is three words here, since "=" parts words.
             if [[ $current == = || $previous == = ]]; then
               local label=$previous
@@ -51,8 +50,6 @@ _zotuning() {
               words=$("${tool[@]}" labels 2>/dev/null |
                 awk -v label="$label:" '/^[^ ]/ { inside = $1 == label; next } inside { print $1 }')
               current=${current#=}
-            elif [[ $previous == which ]]; then
-              words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//')
             else
               words=$("${tool[@]}" labels 2>/dev/null | sed -n 's/^\([^ ]*\):.*/\1=/p')
               compopt -o nospace
