@@ -183,11 +183,38 @@ bool Within(const FieldValue& left, const FieldValue& right, const Tolerance& to
   return Within(a, b, DistanceOf(left, right), std::max(RoundingOf(left), RoundingOf(right)), tolerance);
 }
 
+bool IsRule(const FieldDescriptor* field) {
+  if (field->message_type() == nullptr) return false;
+  if (ZO_TUNING::internal::FindRuleKind(field->message_type()->name()) != nullptr) return true;
+  return field->name() == "rule" && ZO_TUNING::internal::IsDataType(field->containing_type()->name());
+}
+
+void ClearRules(Message& message) {
+  const Reflection& reflection = *message.GetReflection();
+  std::vector<const FieldDescriptor*> fields;
+  reflection.ListFields(message, &fields);
+  for (const FieldDescriptor* field : fields) {
+    if (IsRule(field)) {
+      reflection.ClearField(&message, field);
+    } else if (field->message_type() != nullptr && !field->is_repeated()) {
+      ClearRules(*reflection.MutableMessage(&message, field));
+    } else if (field->message_type() != nullptr) {
+      for (int i = 0; i < reflection.FieldSize(message, field); ++i) {
+        ClearRules(*reflection.MutableRepeatedMessage(&message, field, i));
+      }
+    }
+  }
+}
+
+/// Without rules, which would take the place of what is shown of it.
 FieldValue Summary(const Message& message) {
+  const std::unique_ptr<Message> copy(message.New());
+  copy->CopyFrom(message);
+  ClearRules(*copy);
   google::protobuf::TextFormat::Printer printer;
   printer.SetSingleLineMode(true);
   std::string text;
-  printer.PrintToString(message, &text);
+  printer.PrintToString(*copy, &text);
   if (!text.empty() && text.back() == ' ') text.pop_back();
   return MessageSummary{Cut(std::move(text))};
 }
@@ -361,12 +388,6 @@ class Scalars {
 
 // ---- Types ----
 
-bool IsRule(const FieldDescriptor* field) {
-  if (field->message_type() == nullptr) return false;
-  if (ZO_TUNING::internal::FindRuleKind(field->message_type()->name()) != nullptr) return true;
-  return field->name() == "rule" && ZO_TUNING::internal::IsDataType(field->containing_type()->name());
-}
-
 /// The rule beside a field of a data type that tells rows and columns; null where there is none.
 const FieldDescriptor* TableRule(const FieldDescriptor* field) {
   if (!field->is_repeated() || field->name() != "value") return nullptr;
@@ -534,24 +555,27 @@ class MessageComparer::Walk {
     return options_.tolerance;
   }
 
-  /// A field that the other schema lacks, or has as something else.
+  /// A field that the other schema lacks, or has as something else: its values.
   void OnlyIn(const Message& message, const FieldDescriptor* field, DifferenceKind kind) {
     if (IsRule(field) && !options_.rules) return;
     const Reflection& reflection = *message.GetReflection();
-    const bool here = field->is_repeated()    ? reflection.FieldSize(message, field) > 0
-                      : field->has_presence() ? reflection.HasField(message, field)
-                                              : true;
-    if (!here) return;
     const Step step(*this, field->name());
+    if (field->is_repeated()) {
+      const int size = reflection.FieldSize(message, field);
+      if (size > 0) AddInOneSchema(MessageSummary{std::to_string(size) + " elements"}, kind);
+      return;
+    }
+    if (!reflection.HasField(message, field)) return;
+    if (field->message_type() == nullptr) return AddInOneSchema(SingularValue(message, field), kind);
+    const Message& below = reflection.GetMessage(message, field);
+    for (int i = 0; i < below.GetDescriptor()->field_count(); ++i) OnlyIn(below, below.GetDescriptor()->field(i), kind);
+  }
+
+  void AddInOneSchema(FieldValue value, DifferenceKind kind) {
     Difference* difference = Add(kind, 1);
     if (difference == nullptr) return;
     difference->in_one_schema = true;
-    FieldValue& value = kind == DifferenceKind::kAdded ? difference->right : difference->left;
-    if (field->is_repeated()) {
-      value = MessageSummary{std::to_string(reflection.FieldSize(message, field)) + " elements"};
-    } else {
-      value = SingularValue(message, field);
-    }
+    (kind == DifferenceKind::kAdded ? difference->right : difference->left) = std::move(value);
   }
 
   void Field(const Message& left, const Message& right, FieldPair& field, bool made_present) {
