@@ -37,8 +37,9 @@ constexpr size_t kFewChanges = 3;
 /// and half-equal ones broken up where that lets two others be equal.
 constexpr float kAlone = 0.75F;
 
-/// What looking for insertions may cost for one list, in comparisons of values.
-constexpr size_t kMaxAlignmentWork = 4'000'000;
+/// What looking for insertions may cost for one list: pairs of elements, and comparisons of values.
+constexpr size_t kMaxAlignmentPairs = 4'000'000;
+constexpr size_t kMaxAlignmentWork = 100'000'000;
 
 // ---- Values as text ----
 
@@ -182,11 +183,38 @@ bool Within(const FieldValue& left, const FieldValue& right, const Tolerance& to
   return Within(a, b, DistanceOf(left, right), std::max(RoundingOf(left), RoundingOf(right)), tolerance);
 }
 
+bool IsRule(const FieldDescriptor* field) {
+  if (field->message_type() == nullptr) return false;
+  if (ZO_TUNING::internal::FindRuleKind(field->message_type()->name()) != nullptr) return true;
+  return field->name() == "rule" && ZO_TUNING::internal::IsDataType(field->containing_type()->name());
+}
+
+void ClearRules(Message& message) {
+  const Reflection& reflection = *message.GetReflection();
+  std::vector<const FieldDescriptor*> fields;
+  reflection.ListFields(message, &fields);
+  for (const FieldDescriptor* field : fields) {
+    if (IsRule(field)) {
+      reflection.ClearField(&message, field);
+    } else if (field->message_type() != nullptr && !field->is_repeated()) {
+      ClearRules(*reflection.MutableMessage(&message, field));
+    } else if (field->message_type() != nullptr) {
+      for (int i = 0; i < reflection.FieldSize(message, field); ++i) {
+        ClearRules(*reflection.MutableRepeatedMessage(&message, field, i));
+      }
+    }
+  }
+}
+
+/// Without rules, which would take the place of what is shown of it.
 FieldValue Summary(const Message& message) {
+  const std::unique_ptr<Message> copy(message.New());
+  copy->CopyFrom(message);
+  ClearRules(*copy);
   google::protobuf::TextFormat::Printer printer;
   printer.SetSingleLineMode(true);
   std::string text;
-  printer.PrintToString(message, &text);
+  printer.PrintToString(*copy, &text);
   if (!text.empty() && text.back() == ' ') text.pop_back();
   return MessageSummary{Cut(std::move(text))};
 }
@@ -227,10 +255,11 @@ FieldValue SingularValue(const Message& message, const FieldDescriptor* field) {
 class Scalars {
  public:
   Scalars() = default;
-  Scalars(const Message& message, const FieldDescriptor* field) : message_(&message), field_(field) {
+  Scalars(const Message& message, const FieldDescriptor* field)
+      : message_(&message), field_(field), type_(field->cpp_type()) {
     const Reflection& reflection = *message.GetReflection();
     size_ = static_cast<size_t>(reflection.FieldSize(message, field));
-    switch (field->cpp_type()) {
+    switch (type_) {
       case FieldDescriptor::CPPTYPE_BOOL:
         Take<bool>(reflection);
         break;
@@ -262,7 +291,7 @@ class Scalars {
   size_t size() const { return size_; }
 
   FieldValue At(size_t i) const {
-    switch (field_->cpp_type()) {
+    switch (type_) {
       case FieldDescriptor::CPPTYPE_BOOL:
         return Number<bool>(i);
       case FieldDescriptor::CPPTYPE_INT32:
@@ -288,7 +317,7 @@ class Scalars {
 
   /// The element as a double; false where it is no number.
   bool NumberAt(size_t i, double* number) const {
-    switch (field_->cpp_type()) {
+    switch (type_) {
       case FieldDescriptor::CPPTYPE_INT32:
         *number = Number<int32_t>(i);
         return true;
@@ -313,22 +342,22 @@ class Scalars {
   }
 
   double rounding() const {
-    if (field_->cpp_type() == FieldDescriptor::CPPTYPE_FLOAT) return RoundingOf(0.0F);
-    return field_->cpp_type() == FieldDescriptor::CPPTYPE_DOUBLE ? RoundingOf(0.0) : 0;
+    if (type_ == FieldDescriptor::CPPTYPE_FLOAT) return RoundingOf(0.0F);
+    return type_ == FieldDescriptor::CPPTYPE_DOUBLE ? RoundingOf(0.0) : 0;
   }
 
-  bool SameType(const Scalars& other) const { return field_->cpp_type() == other.field_->cpp_type(); }
+  bool SameType(const Scalars& other) const { return type_ == other.type_; }
 
   /// Whether all bytes of both are equal; false says nothing.
   bool SameBytes(const Scalars& other) const {
     return size_ == other.size_ && data_ != nullptr && other.data_ != nullptr && width_ == other.width_ &&
-           field_->cpp_type() == other.field_->cpp_type() && field_->cpp_type() != FieldDescriptor::CPPTYPE_ENUM &&
+           type_ == other.type_ && type_ != FieldDescriptor::CPPTYPE_ENUM &&
            std::memcmp(data_, other.data_, size_ * width_) == 0;
   }
   /// The same of one element of each.
   bool SameBytes(size_t i, const Scalars& other, size_t j) const {
-    return data_ != nullptr && other.data_ != nullptr && width_ == other.width_ &&
-           field_->cpp_type() == other.field_->cpp_type() && field_->cpp_type() != FieldDescriptor::CPPTYPE_ENUM &&
+    return data_ != nullptr && other.data_ != nullptr && width_ == other.width_ && type_ == other.type_ &&
+           type_ != FieldDescriptor::CPPTYPE_ENUM &&
            std::memcmp(data_ + i * width_, other.data_ + j * width_, width_) == 0;
   }
 
@@ -351,18 +380,13 @@ class Scalars {
 
   const Message* message_ = nullptr;
   const FieldDescriptor* field_ = nullptr;
+  FieldDescriptor::CppType type_ = FieldDescriptor::CPPTYPE_MESSAGE;
   size_t size_ = 0;
   size_t width_ = 0;
   const char* data_ = nullptr;  ///< of the elements, null for texts
 };
 
 // ---- Types ----
-
-bool IsRule(const FieldDescriptor* field) {
-  if (field->message_type() == nullptr) return false;
-  if (ZO_TUNING::internal::FindRuleKind(field->message_type()->name()) != nullptr) return true;
-  return field->name() == "rule" && ZO_TUNING::internal::IsDataType(field->containing_type()->name());
-}
 
 /// The rule beside a field of a data type that tells rows and columns; null where there is none.
 const FieldDescriptor* TableRule(const FieldDescriptor* field) {
@@ -531,24 +555,27 @@ class MessageComparer::Walk {
     return options_.tolerance;
   }
 
-  /// A field that the other schema lacks, or has as something else.
+  /// A field that the other schema lacks, or has as something else: its values.
   void OnlyIn(const Message& message, const FieldDescriptor* field, DifferenceKind kind) {
     if (IsRule(field) && !options_.rules) return;
     const Reflection& reflection = *message.GetReflection();
-    const bool here = field->is_repeated()    ? reflection.FieldSize(message, field) > 0
-                      : field->has_presence() ? reflection.HasField(message, field)
-                                              : true;
-    if (!here) return;
     const Step step(*this, field->name());
+    if (field->is_repeated()) {
+      const int size = reflection.FieldSize(message, field);
+      if (size > 0) AddInOneSchema(MessageSummary{std::to_string(size) + " elements"}, kind);
+      return;
+    }
+    if (!reflection.HasField(message, field)) return;
+    if (field->message_type() == nullptr) return AddInOneSchema(SingularValue(message, field), kind);
+    const Message& below = reflection.GetMessage(message, field);
+    for (int i = 0; i < below.GetDescriptor()->field_count(); ++i) OnlyIn(below, below.GetDescriptor()->field(i), kind);
+  }
+
+  void AddInOneSchema(FieldValue value, DifferenceKind kind) {
     Difference* difference = Add(kind, 1);
     if (difference == nullptr) return;
     difference->in_one_schema = true;
-    FieldValue& value = kind == DifferenceKind::kAdded ? difference->right : difference->left;
-    if (field->is_repeated()) {
-      value = MessageSummary{std::to_string(reflection.FieldSize(message, field)) + " elements"};
-    } else {
-      value = SingularValue(message, field);
-    }
+    (kind == DifferenceKind::kAdded ? difference->right : difference->left) = std::move(value);
   }
 
   void Field(const Message& left, const Message& right, FieldPair& field, bool made_present) {
@@ -632,11 +659,9 @@ class MessageComparer::Walk {
     } else {
       // Numbers that are near each other are rather the same element than distant ones.
       const auto cost = [&](size_t i, size_t j) {
-        if (from.SameBytes(i, to, j)) return 0.0F;
-        const FieldValue a = from.At(i), b = to.At(j);
-        if (SameValue(a, b) || Within(a, b, tolerance)) return 0.0F;
+        if (SameElement(from, i, to, j, tolerance)) return 0.0F;
         double x = 0, y = 0;
-        if (!NumberOf(a, &x) || !NumberOf(b, &y) || !std::isfinite(x) || !std::isfinite(y)) return 1.0F;
+        if (!from.NumberAt(i, &x) || !to.NumberAt(j, &y) || !std::isfinite(x) || !std::isfinite(y)) return 1.0F;
         if (x == y) return 0.01F;  // zeros of two signs, and numbers that a double cannot tell apart
         const double distance = std::fabs(x - y) / std::max(std::fabs(x), std::fabs(y));
         return static_cast<float>(std::clamp(distance, 0.01, 1.0));
@@ -653,18 +678,25 @@ class MessageComparer::Walk {
     double largest = -1;  ///< distance of two elements so far
   };
 
-  void CompareElement(const Scalars& from, size_t i, const Scalars& to, size_t j, size_t left_index, size_t right_index,
-                      Changes& changes) {
-    if (from.SameBytes(i, to, j)) return;
+  /// From here on doubles are not exact for whole numbers.
+  static bool IsLarge(double number) { return std::fabs(number) >= 0x1p53; }
+
+  static bool SameElement(const Scalars& from, size_t i, const Scalars& to, size_t j, const Tolerance& tolerance) {
+    if (from.SameBytes(i, to, j)) return true;
     double x = 0, y = 0;
     const bool numbers = from.NumberAt(i, &x) && to.NumberAt(j, &y);
-    if (!numbers || !from.SameType(to) || (std::isnan(x) && std::isnan(y))) {
-      if (SameValue(from.At(i), to.At(j))) return;
+    if (!numbers || !from.SameType(to) || IsLarge(x) || IsLarge(y) || (std::isnan(x) && std::isnan(y))) {
+      const FieldValue a = from.At(i), b = to.At(j);
+      return SameValue(a, b) || Within(a, b, tolerance);
     }
-    // From here on doubles are not exact for whole numbers.
-    const bool large = std::fabs(x) >= 0x1p53 || std::fabs(y) >= 0x1p53;
-    const double distance = numbers && large ? DistanceOf(from.At(i), to.At(j)) : y - x;
-    if (numbers && Within(x, y, distance, std::max(from.rounding(), to.rounding()), changes.tolerance)) return;
+    return Within(x, y, y - x, std::max(from.rounding(), to.rounding()), tolerance);
+  }
+
+  void CompareElement(const Scalars& from, size_t i, const Scalars& to, size_t j, size_t left_index, size_t right_index,
+                      Changes& changes) {
+    if (SameElement(from, i, to, j, changes.tolerance)) return;
+    double x = 0, y = 0;
+    const bool numbers = from.NumberAt(i, &x) && to.NumberAt(j, &y);
     ListChange& list = changes.list;
     ++list.changed;
     const bool finite = numbers && std::isfinite(x) && std::isfinite(y);
@@ -674,6 +706,7 @@ class MessageComparer::Walk {
       // Sums until the list is complete.
       list.left_mean += x;
       list.right_mean += y;
+      const double distance = IsLarge(x) || IsLarge(y) ? DistanceOf(from.At(i), to.At(j)) : y - x;
       if (std::fabs(distance) > changes.largest) {
         changes.largest = std::fabs(distance);
         list.largest = right_index;
@@ -721,7 +754,8 @@ class MessageComparer::Walk {
     while (left_end > begin && right_end > begin && cost(left_end - 1, right_end - 1) == 0) --left_end, --right_end;
     for (size_t i = 0; i < begin; ++i) pair(i, i);
     const size_t rows = left_end - begin, columns = right_end - begin;
-    if (rows > 0 && columns > 0 && columns <= kMaxAlignmentWork / std::max<size_t>(weight, 1) / rows) {
+    const size_t most_pairs = std::min(kMaxAlignmentPairs, kMaxAlignmentWork / std::max<size_t>(weight, 1));
+    if (rows > 0 && columns > 0 && columns <= most_pairs / rows) {
       AlignMiddle(begin, rows, columns, cost, pair, list);
     } else {
       const size_t both = std::min(rows, columns);
@@ -969,9 +1003,9 @@ class MessageComparer::Walk {
       const auto cost = [&](size_t i, size_t j) {
         size_t other = 0;
         for (size_t column = 0; column < to.columns; ++column) {
-          if (from.RowOf(i).SameBytes(from.PlaceOf(i, column), to.RowOf(j), to.PlaceOf(j, column))) continue;
-          const FieldValue a = from.RowOf(i).At(from.PlaceOf(i, column)), b = to.RowOf(j).At(to.PlaceOf(j, column));
-          other += SameValue(a, b) || Within(a, b, tolerance) ? 0 : 1;
+          const bool same =
+              SameElement(from.RowOf(i), from.PlaceOf(i, column), to.RowOf(j), to.PlaceOf(j, column), tolerance);
+          other += same ? 0 : 1;
         }
         return static_cast<float>(other) / static_cast<float>(to.columns);
       };

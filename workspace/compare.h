@@ -20,7 +20,7 @@ struct EnumName {
   std::string name;
   friend bool operator==(const EnumName& a, const EnumName& b) { return a.name == b.name; }
 };
-/// A whole message, in protobuf's text form on one line, cut after some bytes.
+/// A whole message without its rules, in protobuf's text form on one line, cut after some bytes.
 struct MessageSummary {
   std::string text;
   friend bool operator==(const MessageSummary& a, const MessageSummary& b) { return a.text == b.text; }

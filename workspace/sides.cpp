@@ -23,7 +23,6 @@
 #include "workspace/record_index.h"
 #include "workspace/staging_dir.h"
 #include "workspace/suggest.h"
-#include "workspace/version_files.h"
 
 namespace zotuning {
 namespace {
@@ -211,6 +210,13 @@ LabelNames NamesOf(const Project& project, const std::vector<int>& values) {
     labels.emplace_back(project.labels().names()[i], name.empty() ? std::to_string(values[i]) : name);
   }
   return labels;
+}
+
+std::string TextField(const Message& message, const char* name) {
+  const auto* field = message.GetDescriptor()->FindFieldByName(name);
+  const bool is_text =
+      field != nullptr && field->type() == google::protobuf::FieldDescriptor::TYPE_STRING && !field->is_repeated();
+  return is_text ? message.GetReflection()->GetString(message, field) : "";
 }
 
 SideEntry VersionEntry(const Project& project, const std::string& scope, const std::string& name,

@@ -14,6 +14,14 @@ namespace {
 
 using ZO_TUNING::internal::kVersionBufferSize;
 
+std::string TextField(const google::protobuf::Message& message, const char* name) {
+  const auto* field = message.GetDescriptor()->FindFieldByName(name);
+  if (field == nullptr || field->type() != google::protobuf::FieldDescriptor::TYPE_STRING || field->is_repeated()) {
+    return "";
+  }
+  return message.GetReflection()->GetString(message, field);
+}
+
 /// Why the scan misses or misreads the value of one key.
 std::string KeyFault(const VersionFile& file, const JsonDocument& document, const std::string& key,
                      const std::string& value) {
@@ -54,14 +62,6 @@ Lines Unnumbered(const Lines& lines, size_t kept) {
 }
 
 }  // namespace
-
-std::string TextField(const google::protobuf::Message& message, const char* name) {
-  const auto* field = message.GetDescriptor()->FindFieldByName(name);
-  if (field == nullptr || field->type() != google::protobuf::FieldDescriptor::TYPE_STRING || field->is_repeated()) {
-    return "";
-  }
-  return message.GetReflection()->GetString(message, field);
-}
 
 bool ReadVersionFiles(Project& project, const std::string& scope, std::vector<VersionFile>& files,
                       DiagnosticSink& sink) {

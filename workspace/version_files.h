@@ -28,9 +28,6 @@ struct VersionFile {
 bool ReadVersionFiles(Project& project, const std::string& scope, std::vector<VersionFile>& files,
                       DiagnosticSink& sink);
 
-/// The text of a field of a version's message; "" where it has no such field of texts.
-std::string TextField(const google::protobuf::Message& message, const char* name);
-
 /// Why the scan reads other texts from the file than its fields hold, "" when it reads them right.
 std::string ScanFault(const VersionFile& file);
 

@@ -56,12 +56,7 @@ function __zotuning_words
             __zotuning_first_column sensors
         case 'version set'
             __zotuning_first_column version list
-        case diff
-            echo default
-            __zotuning_first_column sensors
-            __fish_complete_path $current
-        case new which
-            test $previous = which; and __zotuning_first_column sensors
+        case new
             zotuning (__zotuning_project) labels 2>/dev/null |
                 awk '/^[^ ]/ { label = $1; sub(/:$/, "=", label); next } { print label $1 }'
         case '*'

@@ -97,7 +97,9 @@ TEST_F(CompareTest, ValuesCountAsTheirFieldsHoldThem) {
        "names { key: 'd' value: 4 } names { key: 'b c' value: 3 }",
        {"names.a: { key: \"a\" value: 1 } → none", "names[\"b c\"].value: 2 → 3 (+50.0 %)",
         "names.d: none → { key: \"d\" value: 4 }"}},
-      {"first {}", "second { gain { value: 1 } }", {"first: {} → none", "second: none → { gain { value: 1 } }"}},
+      {"first {}",
+       "second { gain { rule { recommend: 'a' } value: 1 } }",
+       {"first: {} → none", "second: none → { gain { value: 1 } }"}},
       {"zones {}", "zones { weight {} }", {"zones[0].weight: none → {}"}},  // pruning does not enter lists
       {"zones { weight { value: 1 rule { recommend: 'a' } } }",
        "zones { weight { value: 2 } }",
@@ -266,24 +268,27 @@ TEST_F(CompareTest, OtherSchemasArePairedByNames) {
            {"repeated int32 value = 2", "repeated float value = 3"},
            {"MODE_ON = 1", "MODE_ON = 5"},
            {"string text = 9", "int32 text = 9"},
-           {"int32 left = 3", "int32 begin = 3"}}) {
+           {"int32 left = 3", "int32 begin = 3"},
+           {"Inner inner = 2;", "Inner outer = 2; int32 zero = 20;"}}) {
     changed.replace(changed.find(from), std::string(from).size(), to);
   }
   Write(dir / "a.proto", changed);
   Schema other(dir.str());
   const MessagePtr right =
       other.New("ZO_TUNING.Noise",
-                "gain { value: 0.1 } curve { value: [1, 3] } mode: MODE_ON text: 4 zones { begin: 1 } on: true");
+                "gain { value: 0.1 } curve { value: [1, 3] } mode: MODE_ON text: 4 zones { begin: 1 } on: true "
+                "outer { gain { rule { recommend: 'a' } value: 3 } }");
   MessageComparer comparer;
   EXPECT_FALSE(comparer.SameTypes(left->GetDescriptor(), right->GetDescriptor()));
-  EXPECT_THAT(Lines(comparer.Compare(*left, *right, "Noise")),
-              ElementsAre("curve.value[1]: 2 → 3 (+50.0 %)", "zones[0].left: 1 → none (not in the other schema)",
-                          "zones[0].begin: none → 1 (not in the other schema)",
-                          "text: \"a\" → none (not in the other schema)", "text: none → 4 (not in the other schema)"));
+  EXPECT_THAT(
+      Lines(comparer.Compare(*left, *right, "Noise")),
+      ElementsAre("curve.value[1]: 2 → 3 (+50.0 %)", "zones[0].left: 1 → none (not in the other schema)",
+                  "zones[0].begin: none → 1 (not in the other schema)", "text: \"a\" → none (not in the other schema)",
+                  "outer.gain.value: none → 3 (not in the other schema)", "text: none → 4 (not in the other schema)"));
   Strings only_left, only_right;
   comparer.CompareTypes(left->GetDescriptor(), right->GetDescriptor(), only_left, only_right);
-  EXPECT_THAT(only_left, testing::UnorderedElementsAre("Noise.text", "Zone.left"));
-  EXPECT_THAT(only_right, testing::UnorderedElementsAre("Noise.text", "Zone.begin"));
+  EXPECT_THAT(only_left, testing::UnorderedElementsAre("Noise.text", "Zone.left", "Noise.inner"));
+  EXPECT_THAT(only_right, testing::UnorderedElementsAre("Noise.text", "Zone.begin", "Noise.outer", "Noise.zero"));
 }
 
 }  // namespace

@@ -144,7 +144,9 @@ int RunSides(CommandContext& context, const Options& options) {
                       {"only_left_schema", comparison.only_left_schema},
                       {"only_right_schema", comparison.only_right_schema},
                       {"settings", std::move(settings)}};
-  return options.exit_code && comparison.different > 0 ? kFailed : kDone;
+  const bool same =
+      comparison.different == 0 && comparison.only_left_schema.empty() && comparison.only_right_schema.empty();
+  return options.exit_code && !same ? kFailed : kDone;
 }
 
 // ---- For git ----
