@@ -9,7 +9,7 @@ export const seriesColour = (i) => colour(`--series-${i % 8}`);
 
 const charts = new Map();
 
-/** Lays out the charts of the page anew: after a change of its width or its colours. */
+/** Lays out the charts of the page again: after a change of its width or its colours. */
 export function redrawCharts() {
   for (const [holder, make] of charts) {
     if (!holder.isConnected) charts.delete(holder);

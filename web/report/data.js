@@ -74,7 +74,10 @@ export class Data {
       setting.title = [setting.s, ...setting.levels, setting.moduleName].join(" / ");
       setting.count =
         setting.d ?? (setting.k === "added" || setting.k === "removed" || setting.k === "changed" ? 1 : 0);
-      if (setting.k !== "other" && !this.byLink.has(setting.link)) this.byLink.set(setting.link, setting);
+      if (setting.k === "other") return;
+      // Two files may have the same labels.
+      while (this.byLink.has(setting.link)) setting.link += "~";
+      this.byLink.set(setting.link, setting);
     });
     /** Those that are of the page itself, not of what it is compared with. */
     this.shown = this.settings.filter((setting) => setting.k !== "other");

@@ -162,13 +162,14 @@ test("a table is a map with numbers, profiles, marks, and a map of the differenc
   assert.ok(seen["255,45,45,255"] > 4, "a cell is outlined");
   const box = await map.boundingBox();
   await page.mouse.move(box.x + (6.5 * box.width) / 33, box.y + (5.5 * box.height) / 33);
+  await card.locator(".readout", { hasText: "row 5, column 6" }).waitFor();
   const readout = await card.locator(".readout").innerText();
   assert.match(readout, /^row 5, column 6: 9\.5 · HEAD: has 1\.\d+ · difference \+\d.* · outside of the rule$/);
   assert.deepEqual(await texts(card, "h5"), ["Row 5", "Column 6"]);
   assert.equal(await card.locator(".profile canvas").count(), 2);
   await map.focus();
   await page.keyboard.press("ArrowRight");
-  assert.match(await card.locator(".readout").innerText(), /^row 5, column 7: /);
+  await card.locator(".readout", { hasText: "row 5, column 7: " }).waitFor();
   await card.getByRole("button", { name: "Difference" }).click();
   const [low, high] = await texts(card, ".legend > span:not(.marked)");
   // One cell moved by 8, the others by less than 0.1: they have the scale for themselves.
