@@ -5,6 +5,9 @@ import { colour, whenSeen } from "./dom.js";
 
 const HEIGHT = 230;
 
+/** What fits a sheet of paper. */
+const PRINTED_WIDTH = 620;
+
 export const seriesColour = (i) => colour(`--series-${i % 8}`);
 
 const charts = new Map();
@@ -26,7 +29,8 @@ const short = (number) => (number === null || number === undefined ? "–" : Str
 export function drawCurves(holder, { lines, xName, band, height = HEIGHT, small = false }) {
   const make = () => {
     holder.chart?.destroy();
-    const width = Math.max(160, holder.clientWidth);
+    const most = document.documentElement.dataset.print === undefined ? Infinity : PRINTED_WIDTH;
+    const width = Math.min(Math.max(160, holder.clientWidth), most);
     const axis = {
       stroke: colour("--quiet"),
       grid: { stroke: colour("--line"), width: 1 },

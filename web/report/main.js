@@ -81,7 +81,14 @@ class Page {
     window.addEventListener("hashchange", () => this.show());
     window.addEventListener("resize", () => this.redraw());
     window.addEventListener("beforeprint", () => {
+      document.documentElement.dataset.print = "";
       drawAll();
+      redrawCharts();
+      redrawMaps();
+    });
+    window.addEventListener("afterprint", () => {
+      delete document.documentElement.dataset.print;
+      this.redraw();
     });
     matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => this.redraw());
     document.addEventListener("keydown", (event) => this.onKey(event));

@@ -358,7 +358,7 @@ class SettingView {
     return h(
       "section",
       { class: "group" },
-      this.heading(node, tag, ` ${count(node.length, "element")}`),
+      this.heading(node, tag, h("small", null, ` ${count(node.length, "element")}`)),
       comment(node.field.d),
       ruleText(node.rule) !== "" && h("p", { class: "rule" }, `Recommended: ${ruleText(node.rule)}`),
       fault !== "" && h("p", { class: "flag" }, fault),

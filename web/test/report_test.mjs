@@ -239,6 +239,7 @@ test("has no serious finding of axe-core, light and dark, wide and narrow, and f
     for (const [width, dark] of [[1280, false], ...sizes.map((size) => [size, true])]) {
       const page = await open(changed.file, hash, { width, dark });
       await page.evaluate(() => dispatchEvent(new Event("beforeprint")));
+      await page.evaluate(() => dispatchEvent(new Event("afterprint")));
       await axe(page, `${hash} ${width} ${dark ? "dark" : "light"}`);
       assert.equal(await page.evaluate(() => document.documentElement.scrollWidth), width, `${hash} at ${width}`);
       await page.end();
@@ -260,8 +261,18 @@ test("dark is dark, charts too, and follows the system", async () => {
   await page.end();
 });
 
-test("prints what is not on the screen yet", async () => {
-  const page = await open(changed.file, "#main_wide/LensShading");
+test("prints what is not on the screen yet, in light colours", async () => {
+  const page = await open(changed.file, "#main_wide/LensShading", { dark: true });
+  const dark = await variable(page, "--series-0");
+  await page.evaluate(() => {
+    window.addEventListener("afterprint", () => {
+      const canvas = document.querySelector(".profile canvas");
+      const { data } = canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height);
+      window.printed = new Set(
+        Array.from({ length: data.length / 4 }, (_, i) => data.slice(i * 4, i * 4 + 4).join(",")),
+      );
+    });
+  });
   const pdf = (await page.pdf({ format: "A4" })).toString("latin1");
   assert.ok(pdf.startsWith("%PDF"));
   const pages = Number(pdf.match(/\/Count (\d+)/)[1]);
@@ -269,6 +280,7 @@ test("prints what is not on the screen yet", async () => {
   for (const map of await page.locator("canvas.map").all()) {
     assert.ok(Object.keys(await colours(map)).length > 50, "drawn for the printer");
   }
+  assert.ok(await page.evaluate((colour) => window.printed.size > 2 && !window.printed.has(colour), dark));
   await page.end();
 });
 
