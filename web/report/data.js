@@ -115,7 +115,9 @@ export class Data {
     const reader = new ColumnReader(bytes);
     const size = reader.uint32();
     const differences = size === 0 ? [] : JSON.parse(new TextDecoder().decode(reader.take(size)));
-    const lists = layout.nodes.filter((node) => node.kind >= ARRAY).map(() => reader.column());
+    const own = layout.nodes.filter((node) => node.kind >= ARRAY).map(() => reader.column());
+    const shared = own.some((list) => list.place !== undefined) ? await this.values(this.settings[setting.w]) : null;
+    const lists = own.map((list) => (list.place === undefined ? list : shared.lists[list.place]));
     return new Values(setting, layout, scalars, lists, differences);
   }
 

@@ -378,7 +378,7 @@ class SettingView {
                 null,
                 h("th", { scope: "col" }, "Element"),
                 [...names].map(([name, child]) =>
-                  h("th", { scope: "col", title: child.field.d }, name, h("small", null, ruleText(child.rule))),
+                  h("th", { scope: "col", title: cut(child.field.d) }, name, h("small", null, ruleText(child.rule))),
                 ),
               ),
             ),

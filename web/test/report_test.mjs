@@ -82,7 +82,7 @@ test("opens with what differs, and the tree has the number of differences at eac
   const page = await open(changed.file);
   assert.match(await page.innerText("main"), /39 settings of 13 modules in 3 scopes\. 4 settings differ from HEAD:/);
   const list = (await texts(page, "ul.settings"))[0];
-  for (const line of ["main_wide / mode=0 / AfCommon 5 differences", "ToneCurve added", "front / PdCalib removed"]) {
+  for (const line of ["main_wide / mode=0 / AfCommon 6 differences", "ToneCurve added", "front / PdCalib removed"]) {
     assert.ok(list.includes(line), list);
   }
   const badges = await texts(page, "[role=tree] > li:has-text('main_wide') .badge.differs");
@@ -92,7 +92,7 @@ test("opens with what differs, and the tree has the number of differences at eac
     .locator("xpath=..")
     .innerText();
   const count = Number(shading.match(/([\d,]+) difference/)[1].replaceAll(",", ""));
-  assert.equal(badges[0].split("\n")[0].split(" ")[0].replaceAll(",", ""), String(count + 5 + 1));
+  assert.equal(badges[0].split("\n")[0].split(" ")[0].replaceAll(",", ""), String(count + 6 + 1));
   await page.end();
 });
 
@@ -139,6 +139,7 @@ test("a list is a curve over its index or another list, with the other side and 
   for (const name of ["--series-0", "--series-1"]) {
     assert.ok(drawn[await variable(page, name)] > 50, `${name} is drawn`);
   }
+  assert.ok(drawn[await variable(page, "--outside")] > 5, "a value outside of the rule is ringed");
   assert.deepEqual(await texts(card, ".u-legend .u-label"), ["index", "HEAD:", "this setting"]);
   assert.match(await card.innerText(), /focus_codes\.value\[3\]: 268 → 290/);
   await card.locator("select").selectOption("focus_distance_m");
