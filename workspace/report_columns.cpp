@@ -17,7 +17,8 @@ namespace {
 using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
 
-constexpr uint8_t kFloatKind = 5, kDoubleKind = 6, kInt64Kind = 7, kUint64Kind = 8, kTextKind = 9, kPackedKind = 0x80;
+constexpr uint8_t kFloatKind = 5, kDoubleKind = 6, kInt64Kind = 7, kUint64Kind = 8, kTextKind = 9, kReferenceKind = 10,
+                  kPackedKind = 0x80;
 
 /// Powers of ten up to this one are exact as doubles, so that a division by them rounds once.
 constexpr int kMaxScale = 22;
@@ -130,6 +131,8 @@ bool ToDecimal(Real real, Decimal& decimal) {
 }
 
 }  // namespace
+
+void AppendReference(size_t place, std::string& bytes) { WriteHead(kReferenceKind, 0, place, bytes); }
 
 void AppendUint32(size_t number, std::string& bytes) {
   for (int k = 0; k < 4; ++k) bytes += static_cast<char>(number >> (8 * k) & 0xFF);

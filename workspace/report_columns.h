@@ -6,6 +6,7 @@
 ///   kind 5, 6      float, double
 ///   kind 7, 8      int64, uint64
 ///   kind 9         texts: the bytes of each as u32, then the texts
+///   kind 10        no data: the list at the place `count` of the setting that this one is compared with
 ///   kind + 128     numbers of few bits: the lowest number as u64, the bits of each as u8, then what each is above the
 ///                  lowest, one after the other from the lowest bit of the first byte on. Of float and double this is
 ///                  about their bits.
@@ -47,6 +48,9 @@ class ReportColumn {
   std::vector<double> reals_;
   std::vector<std::string> texts_;
 };
+
+/// Appends a column that stands for the one at a place of another setting.
+void AppendReference(size_t place, std::string& bytes);
 
 /// Appends a number of four bytes.
 void AppendUint32(size_t number, std::string& bytes);

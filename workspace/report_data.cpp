@@ -94,7 +94,7 @@ struct Shape {
   };
   std::string nodes;  ///< JSON
   std::vector<Scalar> scalars;
-  std::string lists;  ///< the columns of lists and tables
+  std::vector<std::string> lists;  ///< the columns of lists and tables
   size_t outside = 0;
 };
 
@@ -317,7 +317,7 @@ class Walk {
   }
 
   void AddColumn(const ReportColumn& column, const Rule& rule) {
-    column.Write(shape_.lists);
+    column.Write(shape_.lists.emplace_back());
     if (rule.range) shape_.outside += column.CountOutside(0, rule.range->low, rule.range->high);
   }
 
@@ -341,6 +341,7 @@ struct Row {
   size_t differences = 0;
   std::string difference_json = {};
   int other = -1;  ///< the row that it is compared with
+  int owner = -1;  ///< of "other": the first row that is compared with it, and has the lists that are the same
 };
 
 std::string DifferenceJson(const MessageComparison& comparison) {
@@ -377,7 +378,7 @@ class ReportMaker {
     AddOthers();
     data_.blocks.assign(1, "");
     std::string settings;
-    for (const Row& row : rows_) AppendItem(SettingJson(row), settings);
+    for (size_t i = 0; i < rows_.size(); ++i) AppendItem(SettingJson(static_cast<int>(i)), settings);
     std::string layouts;
     for (const Layout& layout : layouts_) {
       std::string columns;
@@ -402,8 +403,8 @@ class ReportMaker {
   bool Compare(Side& side) {
     SidesComparison result;
     const auto add = [&](const EntryComparison& pair) {
-      const SideEntry& entry = pair.right != nullptr ? *pair.right : *pair.left;
-      const char* kind = pair.left == nullptr ? "added" : pair.right == nullptr ? "removed" : "changed";
+      const SideEntry& entry = *(pair.right != nullptr ? pair.right : pair.left);
+      const char* kind = pair.right == nullptr ? "removed" : pair.left == nullptr ? "added" : "changed";
       ++data_.different;
       if (entry.module.empty()) {
         AppendItem("{\"s\":" + EncodeJsonString(entry.scope) + ",\"n\":" + EncodeJsonString(entry.labels[0].second) +
@@ -433,6 +434,7 @@ class ReportMaker {
       const auto [place, fresh] = added.try_emplace(left, static_cast<int>(rows_.size()));
       if (fresh) rows_.push_back({against_, left, left->scope, "other"});
       rows_[index].other = place->second;
+      if (fresh) rows_.back().owner = static_cast<int>(index);
     }
   }
 
@@ -442,7 +444,8 @@ class ReportMaker {
     return row.entry->path.compare(0, dir.size(), dir) == 0 ? row.entry->path.substr(dir.size()) : row.entry->path;
   }
 
-  std::string SettingJson(const Row& row) {
+  std::string SettingJson(int index) {
+    const Row& row = rows_[static_cast<size_t>(index)];
     const SideEntry& entry = *row.entry;
     const auto& names = row.side->project().labels().names();
     std::string labels;
@@ -458,6 +461,7 @@ class ReportMaker {
     if (*row.kind != '\0') json += ",\"k\":\"" + std::string(row.kind) + "\"";
     if (row.differences > 0) json += ",\"d\":" + std::to_string(row.differences);
     if (row.other >= 0) json += ",\"o\":" + std::to_string(row.other);
+    if (row.owner >= 0) json += ",\"w\":" + std::to_string(row.owner);
 
     std::string_view bytes;
     if (!row.side->ReadBytes(entry, RuleBytes::kKept, bytes, sink_)) {
@@ -490,8 +494,24 @@ class ReportMaker {
     }
     std::string block;
     AppendUint32(row.difference_json.size(), block);
-    block += row.difference_json + shape.lists;
+    block += row.difference_json;
+    for (const std::string& list : shape.lists) block += SharedList(row, list);
+    if (row.other >= 0 && rows_[static_cast<size_t>(row.other)].owner == index) {
+      auto& places = lists_[index];
+      for (size_t i = 0; i < shape.lists.size(); ++i) places.try_emplace(std::move(shape.lists[i]), i);
+    }
     return json + ",\"b\":" + std::to_string(AddBlock(block)) + "}";
+  }
+
+  /// The column of a list; where the setting that this one is compared with has the same, only its place there.
+  std::string SharedList(const Row& row, const std::string& list) {
+    const auto places = row.owner < 0 ? lists_.end() : lists_.find(row.owner);
+    if (places == lists_.end()) return list;
+    const auto same = places->second.find(list);
+    if (same == places->second.end()) return list;
+    std::string reference;
+    AppendReference(same->second, reference);
+    return reference.size() < list.size() ? reference : list;
   }
 
   /// Blocks of the same bytes are one.
@@ -514,6 +534,7 @@ class ReportMaker {
   std::vector<std::pair<size_t, const SideEntry*>> lefts_;  ///< by the row that is compared with them
   std::vector<Layout> layouts_;
   std::unordered_map<std::string, size_t> by_json_, by_text_;
+  std::unordered_map<int, std::unordered_map<std::string, size_t>> lists_;  ///< places by column, of each owner
   std::string versions_;
 };
 

@@ -255,10 +255,12 @@ TEST_F(ReportTest, HasEveryNodeWithItsRuleAndTheValuesByLayout) {
 }
 
 TEST_F(ReportTest, ShowsWhatDiffersAndLeavesOutWhatCannotBeRead) {
-  project_.Add("default", {{"AWGain.json", GainJson("1.5"), {kAWGain}, ""}});
-  project_.Add("tele", {{"AWGain.json", GainJson("2.5"), {kAWGain}, ""},
-                        {"mode_1/AWGain.json", "{\"gain\": 3", {kAWGain, 1}, ""},
-                        {"AfCommon.json", kAfJson, {kAfCommon}, ""}});
+  std::string other = kAfJson;
+  other.replace(other.find("0.5"), 3, "0.7");
+  project_.Add("default", {{"AfCommon.json", other, {kAfCommon}, ""}});
+  project_.Add("tele", {{"AfCommon.json", kAfJson, {kAfCommon}, ""},
+                        {"AWGain.json", GainJson("2.5"), {kAWGain}, ""},
+                        {"mode_1/AWGain.json", "{\"gain\": 3", {kAWGain, 1}, ""}});
   const Json page = Make("tele", "default");
   EXPECT_FALSE(complete_);
   EXPECT_THAT(errors_, testing::Contains(HasSubstr("mode_1/AWGain.json")));
@@ -268,12 +270,18 @@ TEST_F(ReportTest, ShowsWhatDiffersAndLeavesOutWhatCannotBeRead) {
     found.push_back(setting["s"].get<std::string>() + " " + setting.value("k", "same") + " " +
                     (setting["y"].get<int>() < 0 ? "unread" : std::to_string(setting.value("d", 0))));
   }
-  EXPECT_THAT(found, ElementsAre("tele changed 1", "tele added 0", "tele same unread", "default other 0"));
-  EXPECT_EQ(page["settings"][0]["o"], 3);
-  ColumnBytes block(Unpacked(data_.blocks.at(page["settings"][0]["b"].get<size_t>())));
+  EXPECT_THAT(found, ElementsAre("tele added 0", "tele changed 1", "tele added unread", "default other 0"));
+  EXPECT_EQ(page["settings"][1]["o"], 3);
+  EXPECT_EQ(page["settings"][3]["w"], 1);
+  ColumnBytes block(Unpacked(data_.blocks.at(page["settings"][1]["b"].get<size_t>())));
   const size_t size = block.Number(4);
   EXPECT_EQ(Json::parse(block.Take(size)),
-            Json::parse(R"json([["gain.value", "", "c", ["gain.value: 1.5 → 2.5 (+66.7 %)"]]])json"));
+            Json::parse(R"json([["limits.near.value", "", "c", ["limits.near.value: 0.7 → 0.5 (-28.6 %)"]]])json"));
+  EXPECT_EQ(block.Column(), "2/0: 1 -2 300");
+  // The other side has the same list: only its place is there.
+  ColumnBytes shared(Unpacked(data_.blocks.at(page["settings"][3]["b"].get<size_t>())));
+  EXPECT_EQ(shared.Number(4), 0u);
+  EXPECT_EQ(shared.Take(6), std::string("\x0A\0\0\0\0\0", 6));
 }
 
 TEST_F(ReportTest, ThePageRunsWhatWasBuiltInAndNothingElse) {

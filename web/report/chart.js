@@ -5,11 +5,14 @@ import { colour, whenSeen } from "./dom.js";
 
 const HEIGHT = 230;
 
+/** What fits a sheet of paper. */
+const PRINTED_WIDTH = 620;
+
 export const seriesColour = (i) => colour(`--series-${i % 8}`);
 
 const charts = new Map();
 
-/** Lays out the charts of the page anew: after a change of its width or its colours. */
+/** Lays out the charts of the page again: after a change of its width or its colours. */
 export function redrawCharts() {
   for (const [holder, make] of charts) {
     if (!holder.isConnected) charts.delete(holder);
@@ -21,12 +24,13 @@ const short = (number) => (number === null || number === undefined ? "–" : Str
 
 /**
  * Draws lines over one another into `holder` when it is seen. Each of `lines` has a name, `x` and `y`, and may be
- * dashed; they need not have the same x. `band` is a range to be shown, or null.
+ * dashed; they need not have the same x. `band` is a range to be shown, or null, and what is outside of it is marked.
  */
 export function drawCurves(holder, { lines, xName, band, height = HEIGHT, small = false }) {
   const make = () => {
     holder.chart?.destroy();
-    const width = Math.max(160, holder.clientWidth);
+    const most = document.documentElement.dataset.print === undefined ? Infinity : PRINTED_WIDTH;
+    const width = Math.min(Math.max(160, holder.clientWidth), most);
     const axis = {
       stroke: colour("--quiet"),
       grid: { stroke: colour("--line"), width: 1 },
@@ -54,7 +58,10 @@ export function drawCurves(holder, { lines, xName, band, height = HEIGHT, small 
           value: (_, value) => short(value),
         })),
       ],
-      hooks: { drawClear: band ? [(chart) => drawBand(chart, band)] : [] },
+      hooks: band && {
+        drawClear: [(chart) => drawBand(chart, band)],
+        draw: lines.map((line) => (chart) => ringOutside(chart, band, line)),
+      },
     };
     const tables = lines.map((line) => {
       const order = Array.from(line.x.keys()).sort((a, b) => line.x[a] - line.x[b]);
@@ -65,6 +72,21 @@ export function drawCurves(holder, { lines, xName, band, height = HEIGHT, small 
   charts.set(holder, make);
   if (holder.chart) make();
   else whenSeen(holder, make);
+}
+
+/** Rings around what is outside of the range. */
+function ringOutside(chart, { lo, hi }, { x, y }) {
+  const { ctx } = chart;
+  ctx.save();
+  ctx.strokeStyle = colour("--outside");
+  ctx.lineWidth = 2 * (window.devicePixelRatio || 1);
+  x.forEach((at, i) => {
+    if (!Number.isFinite(y[i]) || (y[i] >= lo && y[i] <= hi)) return;
+    ctx.beginPath();
+    ctx.arc(chart.valToPos(at, "x", true), chart.valToPos(y[i], "y", true), 3 * ctx.lineWidth, 0, 2 * Math.PI);
+    ctx.stroke();
+  });
+  ctx.restore();
 }
 
 /** What the rule recommends, as a band behind the curves. */

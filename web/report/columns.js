@@ -73,6 +73,7 @@ export class ColumnReader {
     return this.bytes.subarray(this.at - size, this.at);
   }
 
+  /** A column, or the place of one in another setting. */
   column() {
     const packed = this.bytes[this.at] >= 128;
     const kind = this.bytes[this.at] & 127;
@@ -80,6 +81,7 @@ export class ColumnReader {
     this.at += 2;
     const length = this.uint32();
     if (kind === 9) return this.texts(length);
+    if (kind === 10) return { place: length };
     const width = kind <= 4 ? kind : kind === 5 ? 4 : 8;
     const { buffer } = packed ? this.packed(length, width) : this.planes(length, width);
     const Array64 = { 1: Int8Array, 2: Int16Array, 4: Int32Array, 5: Float32Array, 6: Float64Array }[kind];

@@ -74,7 +74,10 @@ export class Data {
       setting.title = [setting.s, ...setting.levels, setting.moduleName].join(" / ");
       setting.count =
         setting.d ?? (setting.k === "added" || setting.k === "removed" || setting.k === "changed" ? 1 : 0);
-      if (setting.k !== "other" && !this.byLink.has(setting.link)) this.byLink.set(setting.link, setting);
+      if (setting.k === "other") return;
+      // Two files may have the same labels.
+      while (this.byLink.has(setting.link)) setting.link += "~";
+      this.byLink.set(setting.link, setting);
     });
     /** Those that are of the page itself, not of what it is compared with. */
     this.shown = this.settings.filter((setting) => setting.k !== "other");
@@ -112,7 +115,9 @@ export class Data {
     const reader = new ColumnReader(bytes);
     const size = reader.uint32();
     const differences = size === 0 ? [] : JSON.parse(new TextDecoder().decode(reader.take(size)));
-    const lists = layout.nodes.filter((node) => node.kind >= ARRAY).map(() => reader.column());
+    const own = layout.nodes.filter((node) => node.kind >= ARRAY).map(() => reader.column());
+    const shared = own.some((list) => list.place !== undefined) ? await this.values(this.settings[setting.w]) : null;
+    const lists = own.map((list) => (list.place === undefined ? list : shared.lists[list.place]));
     return new Values(setting, layout, scalars, lists, differences);
   }
 

@@ -2,7 +2,7 @@
 
 import { drawCurves } from "./chart.js";
 import { isOutside } from "./data.js";
-import { colour, count, h, replace, whenSeen } from "./dom.js";
+import { count, h, replace, whenSeen } from "./dom.js";
 
 const RISING = [
   [68, 1, 84],
@@ -31,7 +31,7 @@ const isDark = ([red, green, blue]) => red * 0.299 + green * 0.587 + blue * 0.11
 
 const maps = new Map();
 
-/** Draws the maps of the page anew: after a change of its width or its colours. */
+/** Draws the maps of the page again: after a change of its width or its colours. */
 export function redrawMaps() {
   for (const [canvas, draw] of maps) {
     if (!canvas.isConnected) maps.delete(canvas);
@@ -84,11 +84,13 @@ export function heatmap({ node, table, other, against, textAt }) {
   const columnChart = h("div", { class: "profile" });
   const rowTitle = h("h5");
   const columnTitle = h("h5");
+  const base = document.createElement("canvas");
   let width = 0;
   let height = 0;
   let scaleLow = 0;
   let scaleHigh = 1;
   let isCut = false;
+  let frame = null;
 
   /** The ends of the scale; that of differences is even, and a few large ones do not take the colours from the rest. */
   function measure() {
@@ -136,12 +138,12 @@ export function heatmap({ node, table, other, against, textAt }) {
     height = Math.max(3, Math.min(28, width, 460 / rows));
     if (rows * height < 40) height = Math.min(28, 40 / rows);
     const pixels = window.devicePixelRatio || 1;
-    canvas.width = Math.round(width * columns * pixels);
-    canvas.height = Math.round(height * rows * pixels);
+    base.width = canvas.width = Math.round(width * columns * pixels);
+    base.height = canvas.height = Math.round(height * rows * pixels);
     canvas.style.width = `${width * columns}px`;
     canvas.style.height = `${height * rows}px`;
     canvas.dataset.drawn = mode;
-    const to = canvas.getContext("2d");
+    const to = base.getContext("2d");
     to.scale(pixels, pixels);
     to.font = "11px system-ui, sans-serif";
     to.textAlign = "center";
@@ -167,9 +169,7 @@ export function heatmap({ node, table, other, against, textAt }) {
         }
       }
     }
-    to.strokeStyle = colour("--text");
-    to.lineWidth = 2;
-    to.strokeRect(cell[1] * width + 1, cell[0] * height + 1, width - 2, height - 2);
+    markCell();
     replace(low, isCut && "≤ ", short(scaleLow));
     replace(high, isCut && "≥ ", short(scaleHigh));
     replace(marked, outside > 0 && `${count(outside, "value")} outside of the rule, outlined in red`);
@@ -177,6 +177,25 @@ export function heatmap({ node, table, other, against, textAt }) {
     for (let x = 0; x < strip.width; ++x) {
       legend.fillStyle = css(shade(mode === "difference" ? DIVERGING : RISING, x / (strip.width - 1)));
       legend.fillRect(x, 0, 1, strip.height);
+    }
+  }
+
+  /** The map with the cell that is looked at. */
+  function markCell() {
+    const pixels = window.devicePixelRatio || 1;
+    const to = canvas.getContext("2d");
+    to.setTransform(1, 0, 0, 1, 0, 0);
+    to.clearRect(0, 0, canvas.width, canvas.height);
+    to.drawImage(base, 0, 0);
+    to.scale(pixels, pixels);
+    const [x, y] = [cell[1] * width, cell[0] * height];
+    for (const [name, line] of [
+      ["#fff", 4],
+      ["#000", 2],
+    ]) {
+      to.strokeStyle = name;
+      to.lineWidth = line;
+      to.strokeRect(x, y, width, height);
     }
   }
 
@@ -208,8 +227,13 @@ export function heatmap({ node, table, other, against, textAt }) {
     const next = [Math.min(Math.max(row, 0), rows - 1), Math.min(Math.max(place, 0), columns - 1)];
     if (next[0] === cell[0] && next[1] === cell[1]) return;
     cell = next;
-    draw();
-    tell();
+    markCell();
+    // Pointers move more often than the screen is drawn.
+    if (frame !== null) return;
+    frame = requestAnimationFrame(() => {
+      frame = null;
+      tell();
+    });
   }
 
   canvas.addEventListener("pointermove", (event) => {

@@ -45,7 +45,6 @@ class Page {
 
   start() {
     const { data } = this;
-    document.title = `${data.project || "Tuning project"}: tuning report`;
     const menu = h(
       "button",
       {
@@ -82,7 +81,14 @@ class Page {
     window.addEventListener("hashchange", () => this.show());
     window.addEventListener("resize", () => this.redraw());
     window.addEventListener("beforeprint", () => {
+      document.documentElement.dataset.print = "";
       drawAll();
+      redrawCharts();
+      redrawMaps();
+    });
+    window.addEventListener("afterprint", () => {
+      delete document.documentElement.dataset.print;
+      this.redraw();
     });
     matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => this.redraw());
     document.addEventListener("keydown", (event) => this.onKey(event));
@@ -107,6 +113,17 @@ class Page {
 
   /** Shows what the address names. */
   async show() {
+    try {
+      await this.showAddress();
+    } catch (error) {
+      replace(this.main, h("p", { class: "flag" }, `This cannot be shown: ${error.message}`));
+      throw error;
+    }
+    const name = this.data.project || "Tuning project";
+    document.title = this.view ? `${this.view.setting.title}: ${name}` : `${name}: tuning report`;
+  }
+
+  async showAddress() {
     const turn = ++this.turn;
     const isWanted = () => turn === this.turn;
     const parts = location.hash.slice(1).split("/").map(decoded);

@@ -60,7 +60,7 @@ export async function showModule(data, name, main, isWanted) {
       { scope: "col", "aria-sort": is ? (order.down ? "descending" : "ascending") : null },
       h(
         "button",
-        { type: "button", "data-path": path, title: nodes.get(path)?.field.d, on: { click: turn } },
+        { type: "button", "data-path": path, title: cut(nodes.get(path)?.field.d ?? ""), on: { click: turn } },
         title,
         is ? (order.down ? " ↓" : " ↑") : "",
       ),

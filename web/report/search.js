@@ -9,9 +9,10 @@ const MAX_RESULTS = 60;
 /** Whether every word is in the text. */
 const hasAll = (text, words) => words.every((word) => text.includes(word));
 
-/** Whether a value is what is looked for: a number by its whole text, other texts by a part. */
+/** Whether a value is what is looked for: a number by its value, other texts by a part. */
 function isMatch(text, query) {
-  if (/^[-+.\d]/.test(query)) return text === query;
+  const number = Number(query);
+  if (!Number.isNaN(number)) return text !== "" && Number(text) === number;
   return query.length > 1 && text.toLowerCase().includes(query);
 }
 

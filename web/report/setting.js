@@ -358,7 +358,7 @@ class SettingView {
     return h(
       "section",
       { class: "group" },
-      this.heading(node, tag, ` ${count(node.length, "element")}`),
+      this.heading(node, tag, h("small", null, ` ${count(node.length, "element")}`)),
       comment(node.field.d),
       ruleText(node.rule) !== "" && h("p", { class: "rule" }, `Recommended: ${ruleText(node.rule)}`),
       fault !== "" && h("p", { class: "flag" }, fault),
@@ -378,7 +378,7 @@ class SettingView {
                 null,
                 h("th", { scope: "col" }, "Element"),
                 [...names].map(([name, child]) =>
-                  h("th", { scope: "col", title: child.field.d }, name, h("small", null, ruleText(child.rule))),
+                  h("th", { scope: "col", title: cut(child.field.d) }, name, h("small", null, ruleText(child.rule))),
                 ),
               ),
             ),

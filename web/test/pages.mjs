@@ -48,6 +48,7 @@ export function changedPage(dir) {
     json.focus_codes.value[3] = 290;
     json.zones.splice(1, 0, structuredClone(json.zones[0]));
     json.zones[3].weight.value = 0.25;
+    json.focus_codes.value[8] = 1200;
   });
   edit(`${project}/main_wide/LensShading.json`, (json) => {
     json.red.gain.value.forEach((row, r) => {

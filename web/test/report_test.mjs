@@ -82,7 +82,7 @@ test("opens with what differs, and the tree has the number of differences at eac
   const page = await open(changed.file);
   assert.match(await page.innerText("main"), /39 settings of 13 modules in 3 scopes\. 4 settings differ from HEAD:/);
   const list = (await texts(page, "ul.settings"))[0];
-  for (const line of ["main_wide / mode=0 / AfCommon 5 differences", "ToneCurve added", "front / PdCalib removed"]) {
+  for (const line of ["main_wide / mode=0 / AfCommon 6 differences", "ToneCurve added", "front / PdCalib removed"]) {
     assert.ok(list.includes(line), list);
   }
   const badges = await texts(page, "[role=tree] > li:has-text('main_wide') .badge.differs");
@@ -92,7 +92,7 @@ test("opens with what differs, and the tree has the number of differences at eac
     .locator("xpath=..")
     .innerText();
   const count = Number(shading.match(/([\d,]+) difference/)[1].replaceAll(",", ""));
-  assert.equal(badges[0].split("\n")[0].split(" ")[0].replaceAll(",", ""), String(count + 5 + 1));
+  assert.equal(badges[0].split("\n")[0].split(" ")[0].replaceAll(",", ""), String(count + 6 + 1));
   await page.end();
 });
 
@@ -139,6 +139,7 @@ test("a list is a curve over its index or another list, with the other side and 
   for (const name of ["--series-0", "--series-1"]) {
     assert.ok(drawn[await variable(page, name)] > 50, `${name} is drawn`);
   }
+  assert.ok(drawn[await variable(page, "--outside")] > 5, "a value outside of the rule is ringed");
   assert.deepEqual(await texts(card, ".u-legend .u-label"), ["index", "HEAD:", "this setting"]);
   assert.match(await card.innerText(), /focus_codes\.value\[3\]: 268 → 290/);
   await card.locator("select").selectOption("focus_distance_m");
@@ -162,13 +163,14 @@ test("a table is a map with numbers, profiles, marks, and a map of the differenc
   assert.ok(seen["255,45,45,255"] > 4, "a cell is outlined");
   const box = await map.boundingBox();
   await page.mouse.move(box.x + (6.5 * box.width) / 33, box.y + (5.5 * box.height) / 33);
+  await card.locator(".readout", { hasText: "row 5, column 6" }).waitFor();
   const readout = await card.locator(".readout").innerText();
   assert.match(readout, /^row 5, column 6: 9\.5 · HEAD: has 1\.\d+ · difference \+\d.* · outside of the rule$/);
   assert.deepEqual(await texts(card, "h5"), ["Row 5", "Column 6"]);
   assert.equal(await card.locator(".profile canvas").count(), 2);
   await map.focus();
   await page.keyboard.press("ArrowRight");
-  assert.match(await card.locator(".readout").innerText(), /^row 5, column 7: /);
+  await card.locator(".readout", { hasText: "row 5, column 7: " }).waitFor();
   await card.getByRole("button", { name: "Difference" }).click();
   const [low, high] = await texts(card, ".legend > span:not(.marked)");
   // One cell moved by 8, the others by less than 0.1: they have the scale for themselves.
@@ -238,6 +240,7 @@ test("has no serious finding of axe-core, light and dark, wide and narrow, and f
     for (const [width, dark] of [[1280, false], ...sizes.map((size) => [size, true])]) {
       const page = await open(changed.file, hash, { width, dark });
       await page.evaluate(() => dispatchEvent(new Event("beforeprint")));
+      await page.evaluate(() => dispatchEvent(new Event("afterprint")));
       await axe(page, `${hash} ${width} ${dark ? "dark" : "light"}`);
       assert.equal(await page.evaluate(() => document.documentElement.scrollWidth), width, `${hash} at ${width}`);
       await page.end();
@@ -259,8 +262,18 @@ test("dark is dark, charts too, and follows the system", async () => {
   await page.end();
 });
 
-test("prints what is not on the screen yet", async () => {
-  const page = await open(changed.file, "#main_wide/LensShading");
+test("prints what is not on the screen yet, in light colours", async () => {
+  const page = await open(changed.file, "#main_wide/LensShading", { dark: true });
+  const dark = await variable(page, "--series-0");
+  await page.evaluate(() => {
+    window.addEventListener("afterprint", () => {
+      const canvas = document.querySelector(".profile canvas");
+      const { data } = canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height);
+      window.printed = new Set(
+        Array.from({ length: data.length / 4 }, (_, i) => data.slice(i * 4, i * 4 + 4).join(",")),
+      );
+    });
+  });
   const pdf = (await page.pdf({ format: "A4" })).toString("latin1");
   assert.ok(pdf.startsWith("%PDF"));
   const pages = Number(pdf.match(/\/Count (\d+)/)[1]);
@@ -268,6 +281,7 @@ test("prints what is not on the screen yet", async () => {
   for (const map of await page.locator("canvas.map").all()) {
     assert.ok(Object.keys(await colours(map)).length > 50, "drawn for the printer");
   }
+  assert.ok(await page.evaluate((colour) => window.printed.size > 2 && !window.printed.has(colour), dark));
   await page.end();
 });
 
