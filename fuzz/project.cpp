@@ -89,12 +89,12 @@ void zofuzz::Run(const uint8_t* data, size_t size) {
 }
 
 void zofuzz::Seeds(const std::string& dir) {
-  for (const char* module : {"AfContrast", "PdCommon", "AfLinkKey", "AWBCommon"}) {
+  for (const char* module : {"AfCommon", "AWBCommon", "PdCalib"}) {
     const std::string project = ScratchDir() + "/seed-" + module;
-    MakeSmallProject(project, {module});
+    MakeSmallProject(project, {"AfCommon", module});
     std::string archive = Archive(project);
-    // The same goes all ways.
-    for (int i = 0; i < 4; ++i) Write(dir + "/" + module + std::to_string(i), archive += "\n");
+    // The same, by other ways.
+    for (int i = 0; i < 6; ++i) Write(dir + "/" + module + std::to_string(i), archive += "\n");
     std::filesystem::remove_all(project);
   }
 }

@@ -26,25 +26,25 @@ const char* const kLines[] = {
     "labels module",
     "sensors",
     "check --json",
-    "check default front/mode_1/AfContrast.json --strict",
-    "template AfContrast --force",
-    "template --all",
-    "new --sensor front module=PdCommon mode=9 scenario=Video --json",
-    "new --sensor front,main_wide module=AfContrast mode=1..3 --from default --force",
-    "get filter --where module=AfContrast sensor=front,default --json",
-    "set enable=true --where module=PdCommon --dry-run",
-    "set filter.taps[0]*=2 --round 3",
-    "set enable=false --create --where sensor=front module=PdCommon mode=7",
+    "check front/mode_1/AfCommon.json --strict",
+    "template AfCommon --force",
+    "template --all --force",
+    "new --sensor front module=AWBCommon mode=9 scenario=Video --json",
+    "new --sensor front module=AfCommon mode=1,2 --from sensor=main_wide mode=0 --force",
+    "get lens --where module=AfCommon sensor=front,default --json",
+    "set lens.macro_code+=1 --where module=AfCommon --dry-run",
+    "set lens.macro_code*=1.01 --round\nfmt --check",
+    "set lens.macro_code=700 --create --where sensor=front module=AfCommon mode=7",
     "fmt",
-    "fmt --check default",
+    "fmt --check default/AWBCommon.json",
     "pack -o out\nverify out\nshow out\nshow out/zo_tuning/front.bin --record 0 --json",
     "pack -o out --sensor front\nshow out/zo_tuning/front.bin --text\nverify out/zo_tuning/front.bin --json",
     "pack -o out\npack -o out --force\nshow out/zo_tuning/default.bin --offsets",
     "pack -o out\ndiff out/zo_tuning/front.bin front --all\ndiff main_wide front --json --stat",
-    "diff default front/mode_1 --exit-code --tolerance 0.1",
-    "which front module=AfContrast mode=1 scenario=Video --value filter.taps",
-    "migrate --dry-run\nmigrate --rename AfContrast.filter=kernel",
-    "schema compare --since HEAD",
+    "diff default front/mode_1 --exit-code --rel 0.1",
+    "which front module=AfCommon mode=1 scenario=Video --value lens.macro_code",
+    "migrate --dry-run\nmigrate --rename AfCommon.lens=optics",
+    "schema compare HEAD",
     "version list --json",
     "version set AF 9.9\nversion header --check\nversion header\nversion list",
     "init demo --proto proto --sensor a --sensor b\n-C demo template --all\n-C demo check",
@@ -64,7 +64,7 @@ bool StaysInside(const std::string& word) {
 class Target {
  public:
   Target() {
-    zofuzz::MakeSmallProject(kept_, {"AfContrast", "PdCommon"});
+    zofuzz::MakeSmallProject(kept_, {"AfCommon", "AWBCommon"});
     fs::copy(kept_, project_, fs::copy_options::recursive);
     state_ = zofuzz::Archive(project_);
   }

@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "caught_output.h"
 #include "support.h"
@@ -16,6 +18,24 @@ namespace fs = std::filesystem;
 int ToolMain(int argument_count, char** arguments);  // the tool's main, under this name here
 
 namespace zofuzz {
+namespace {
+
+/// Leaves the label no modules but these: the schema has no types for the others.
+void KeepModules(const std::string& label_proto, const std::vector<std::string>& modules) {
+  std::istringstream text(Read(label_proto));
+  std::string kept;
+  for (std::string line; std::getline(text, line);) {
+    constexpr const char* kPrefix = "_Module_";
+    const size_t begin = line.find(kPrefix), end = line.find(" =");
+    const std::string name = begin == line.npos || end == line.npos
+                                 ? ""
+                                 : line.substr(begin + std::strlen(kPrefix), end - begin - std::strlen(kPrefix));
+    if (name.empty() || std::find(modules.begin(), modules.end(), name) != modules.end()) kept += line + "\n";
+  }
+  Write(label_proto, kept);
+}
+
+}  // namespace
 
 ToolRun RunTool(const std::vector<std::string>& words) {
   std::vector<std::string> kept = {"zotuning"};
@@ -54,11 +74,13 @@ void MakeSmallProject(const std::string& dir, const std::vector<std::string>& mo
   fs::create_directories(dir + "/src");
   for (const auto& entry : fs::recursive_directory_iterator(example, fs::directory_options::follow_directory_symlink)) {
     if (!entry.is_regular_file()) continue;
-    const fs::path relative = fs::relative(entry.path(), example);
+    const fs::path relative = entry.path().lexically_relative(example);
     const bool is_module = std::find(modules.begin(), modules.end(), relative.stem()) != modules.end();
     const bool is_setting = relative.extension() == ".json" && relative.parent_path().filename() != "version";
     if (!is_setting || is_module) Write(dir + "/" + relative.string(), Read(entry.path()));
   }
+  KeepModules(dir + "/proto/label.proto", modules);
+  Write(dir + "/proto/version/af.json", R"({"name": "AF", "version": "1.0"})");
   Write(dir + "/src/ZoTuningVersion.h", "#pragma once\n// [3AProto]\n");
   fs::remove_all(example);  // the links in it lead to the example itself
 }
