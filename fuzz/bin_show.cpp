@@ -1,9 +1,6 @@
 // A tuning bin through "zotuning show" in its forms, with the example project. The tool has to find the first fault
 // where the format has it.
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <filesystem>
@@ -15,6 +12,7 @@
 #include <vector>
 
 #include "bin_format.h"
+#include "caught_output.h"
 #include "schema/project_config.h"
 #include "schema/schema.h"
 #include "support.h"
@@ -22,33 +20,9 @@
 
 namespace {
 
+using zofuzz::CaughtOutput;
 using zofuzz::Reading;
 using zofuzz::Require;
-
-/// Catches what is written to a standard descriptor while it lives.
-class CaughtOutput {
- public:
-  explicit CaughtOutput(int descriptor)
-      : descriptor_(descriptor), kept_(dup(descriptor)), file_(memfd_create("output", 0)) {
-    dup2(file_, descriptor_);
-  }
-  ~CaughtOutput() {
-    dup2(kept_, descriptor_);
-    close(kept_);
-    close(file_);
-  }
-  CaughtOutput(const CaughtOutput&) = delete;
-  CaughtOutput& operator=(const CaughtOutput&) = delete;
-
-  std::string Text() const {
-    std::string text(static_cast<size_t>(lseek(file_, 0, SEEK_END)), '\0');
-    if (pread(file_, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) zofuzz::Fail("lost output");
-    return text;
-  }
-
- private:
-  int descriptor_, kept_, file_;
-};
 
 class Target {
  public:

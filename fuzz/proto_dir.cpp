@@ -13,6 +13,7 @@
 #include <cctype>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -274,6 +275,17 @@ class Target {
   const std::string proto_dir_ = project_ + "/proto";
 };
 
+#ifdef ZOTUNING_BY_GRAMMAR
+// What makes a project of it.
+constexpr const char* kGrammarFrame = R"(
+//// b.proto
+syntax = "proto3"; package ZO_TUNING;
+message TuningProjConfig { string proj_name = 1; repeated string sensor_names = 2; }
+message Version { string name = 1; string version = 2; }
+enum M { M_None = 0; M_Module = 1; M_Part = 2; }
+message TuningDataLabel { M module = 1; int32 mode = 2; })";
+#endif
+
 // What the example's schema has none of.
 constexpr const char* kUnsupportedSchemas[] = {
     R"(//// a.proto
@@ -301,7 +313,16 @@ service S { rpc Call(Aa) returns (stream Bb); })",
 
 void zofuzz::Run(const uint8_t* data, size_t size) {
   static Target target;
-  target.Run(std::string_view(reinterpret_cast<const char*>(data), size));
+  const std::string_view input(reinterpret_cast<const char*>(data), size);
+#ifdef ZOTUNING_BY_GRAMMAR
+  zotest::Random random(std::hash<std::string_view>()(input));
+  std::string text = zotest::SchemaMaker(random).Text();
+  const size_t line_end = text.find('\n') + 1;
+  text.insert(line_end, "package ZO_TUNING;\n");
+  target.Run("//// a.proto\n" + text + kGrammarFrame);
+#else
+  target.Run(input);
+#endif
 }
 
 // The example project's schema with one of its modules at a time.

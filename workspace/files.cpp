@@ -210,6 +210,8 @@ bool ReadFile(const std::string& path, std::string& text, DiagnosticSink& sink) 
   if (!S_ISREG(info.st_mode)) {
     return ReportSystemError("read", path, S_ISDIR(info.st_mode) ? EISDIR : EINVAL, sink);
   }
+  // More than protobuf reads, and than any text or bin of a project has.
+  if (info.st_size > INT_MAX) return ReportSystemError("read", path, EFBIG, sink);
   // One byte more, so that the end of the file is met without growing.
   text.resize(static_cast<size_t>(info.st_size) + 1);
   for (size_t size = 0;;) {
@@ -227,7 +229,7 @@ bool ReadFile(const std::string& path, std::string& text, DiagnosticSink& sink) 
 
 bool ReadStandardInput(std::string& text, DiagnosticSink& sink) {
   text.clear();
-  for (char buffer[1 << 16];;) {
+  for (char buffer[1 << 13];;) {
     const ssize_t count = read(STDIN_FILENO, buffer, sizeof(buffer));
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return ReportSystemError("read", "standard input", errno, sink);

@@ -48,7 +48,7 @@ std::string BinFolderAt(const std::string& dir);
 /// Reports that `what` ("read", "write") failed for `path`, with the reason of `error`, an errno. Returns false.
 bool ReportSystemError(const std::string& what, const std::string& path, int error, DiagnosticSink& sink);
 
-/// Reads a regular file whole. False after one error that names it.
+/// Reads a regular file whole. False after one error that names it, also for one of 2 GiB and more.
 bool ReadFile(const std::string& path, std::string& text, DiagnosticSink& sink);
 
 /// Reads standard input to its end. False after one error.

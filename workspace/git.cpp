@@ -100,7 +100,7 @@ int RunProgram(const std::vector<std::string>& arguments, std::string& out, std:
     return -1;
   }
   (void)pipe.write.Close();
-  char buffer[1 << 16];
+  char buffer[1 << 13];
   for (;;) {
     const ssize_t count = read(pipe.read.get(), buffer, sizeof(buffer));
     if (count < 0 && errno == EINTR) continue;
@@ -196,7 +196,7 @@ bool GitRepository::Read(const std::string& object, std::string& text, Diagnosti
     text.clear();
     // Memory grows with what arrives.
     for (size_t left = size + 1; good && left > 0;) {
-      char buffer[1 << 16];
+      char buffer[1 << 13];
       const size_t count = std::fread(buffer, 1, std::min(left, sizeof(buffer)), from_reader_);
       good = count > 0;
       text.append(buffer, count);

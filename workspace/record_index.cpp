@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <string_view>
 
@@ -15,10 +14,11 @@ namespace {
 using ZO_TUNING::internal::BinItem;
 using ZO_TUNING::internal::BinScanner;
 
-using Chunk = std::array<char, 1 << 16>;
+constexpr size_t kChunk = size_t{64} << 10;
 
 /// The next bytes of an item; none at its end, and where the file has become shorter.
-std::string_view ReadChunk(std::FILE* file, uint64_t offset, uint64_t size, Chunk& chunk) {
+std::string_view ReadChunk(std::FILE* file, uint64_t offset, uint64_t size, std::vector<char>& chunk) {
+  chunk.resize(kChunk);
   const size_t wanted = static_cast<size_t>(std::min<uint64_t>(size, chunk.size()));
   size_t got = 0;
   while (got < wanted) {
@@ -39,10 +39,9 @@ RecordIndex::Item RecordIndex::ItemAt(BinScanner& scanner) {
 }
 
 size_t RecordIndex::Hash(std::FILE* file, const Item& item) {
-  Chunk chunk;
   size_t hash = item.is_version ? 1 : 0;
   for (uint64_t done = 0; done < item.size;) {
-    const std::string_view bytes = ReadChunk(file, item.offset + done, item.size - done, chunk);
+    const std::string_view bytes = ReadChunk(file, item.offset + done, item.size - done, ours_);
     if (bytes.empty()) break;
     hash = hash * 31 + std::hash<std::string_view>()(bytes);
     done += bytes.size();
@@ -61,11 +60,10 @@ bool RecordIndex::Take(std::FILE* other, BinScanner& scanner) {
   for (auto candidate = begin; candidate != end; ++candidate) {
     Item& ours = items_[candidate->second];
     if (ours.size != theirs.size || ours.is_version != theirs.is_version) continue;
-    Chunk our_chunk, their_chunk;
     uint64_t done = 0;
     while (done < ours.size) {
-      const std::string_view bytes = ReadChunk(file_, ours.offset + done, ours.size - done, our_chunk);
-      if (bytes.empty() || bytes != ReadChunk(other, theirs.offset + done, theirs.size - done, their_chunk)) break;
+      const std::string_view bytes = ReadChunk(file_, ours.offset + done, ours.size - done, ours_);
+      if (bytes.empty() || bytes != ReadChunk(other, theirs.offset + done, theirs.size - done, theirs_)) break;
       done += bytes.size();
     }
     if (done < ours.size) continue;

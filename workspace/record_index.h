@@ -38,10 +38,11 @@ class RecordIndex {
     bool is_taken;
   };
   static Item ItemAt(ZO_TUNING::internal::BinScanner& scanner);
-  static size_t Hash(std::FILE* file, const Item& item);
+  size_t Hash(std::FILE* file, const Item& item);
 
   std::FILE* file_;
   std::vector<Item> items_;
+  std::vector<char> ours_, theirs_;                  ///< bytes of an item, a piece at a time
   std::unordered_multimap<size_t, size_t> by_hash_;  ///< places in items_ of those that are not taken
 };
 

@@ -117,6 +117,21 @@ TEST_F(GenerateSpecificTest, EitherIsTrueOnlyWhenEveryByteReachedTheFile) {
   }
 }
 
+TEST_F(GenerateTest, PacksTextsOfSizesAroundEveryBuffer) {
+  for (const size_t around : {size_t{4096}, size_t{8192}, size_t{65536} - 64, size_t{65536}}) {
+    for (const size_t size : {around - 1, around, around + 1}) {
+      std::string json = GainJson("1.5");
+      json.insert(1, size - json.size(), ' ');
+      Project project;
+      project.Add("default", {{"AWGain.json", json, {kAWGain}, GainBytes(1.5)}});
+      MakeDirs(project.dir + "/tele/version");
+      EXPECT_TRUE(ZoTuningUtils::GenerateProjTuningBins(project.dir.c_str(), project.out.c_str())) << size;
+      EXPECT_EQ(Read(project.out + "/zo_tuning/default.bin"), project.Bin("default")) << size;
+    }
+  }
+  (void)TakeLog();
+}
+
 TEST_F(GenerateSpecificTest, PacksDefaultAndTheSensorChosen) {
   MakeDirs(dir_ + "/wide%s/version");
   Write(dir_ + "/ProjConf.bin", Item(ConfigBytes("proj", {"missing", "tele", "gone", "wide%s"})));

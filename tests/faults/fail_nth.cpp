@@ -25,6 +25,10 @@ char g_call[16];
 std::atomic<long> g_nth{0}, g_calls{0};
 const char* g_fired_file;
 
+bool g_unknown_kinds, g_no_flags, g_no_rename, g_has_fixed;
+struct stat g_fixed;           // the directory that cannot be renamed
+std::atomic<long> g_room{-1};  // bytes until the disk is full; below 0 without end
+
 // Counts a call of `name` and says whether it is the one that fails.
 bool Hit(const char* name, int error) {
   if (std::strcmp(g_call, name) != 0 || ++g_calls != g_nth) return false;
@@ -38,6 +42,22 @@ bool Hit(const char* name, int error) {
 size_t Broken(FILE* file) {
   file->_flags |= _IO_ERR_SEEN;
   return 0;
+}
+
+bool Unrenamable(const char* path) {
+  struct stat info;
+  if (g_no_rename) return true;
+  return g_has_fixed && stat(path, &info) == 0 && info.st_ino == g_fixed.st_ino && info.st_dev == g_fixed.st_dev;
+}
+
+// How many of `wanted` bytes still go to a file; -1, with errno set, for none.
+ssize_t Room(size_t wanted) {
+  if (g_room < 0 || wanted == 0) return static_cast<ssize_t>(wanted);
+  const long room = std::min(g_room.load(), static_cast<long>(wanted));
+  g_room -= room;
+  if (room > 0) return room;
+  errno = ENOSPC;
+  return -1;
 }
 
 // Whether libprotobuf is at work. The caller alone does not tell: templates of the standard library that libprotobuf
@@ -70,6 +90,13 @@ __attribute__((constructor)) void ArmByEnvironment() {
   const char* nth = std::getenv("FAIL_NTH");
   g_fired_file = std::getenv("FAIL_FIRED");
   if (call != nullptr && nth != nullptr) fail_nth::Arm(call, std::atol(nth));
+  if (const char* fixed = std::getenv("FAIL_EXDEV")) g_has_fixed = stat(fixed, &g_fixed) == 0;
+  if (const char* bytes = std::getenv("FAIL_BYTES")) g_room = std::atol(bytes);
+  if (const char* disk = std::getenv("FAIL_DISK")) {
+    g_unknown_kinds = std::strstr(disk, "unknown") != nullptr;
+    g_no_flags = std::strstr(disk, "noexchange") != nullptr;
+    g_no_rename = std::strstr(disk, "exdev") != nullptr;
+  }
 }
 
 }  // namespace
@@ -119,26 +146,77 @@ FAILING("read", -1, EIO, ssize_t, __read_chk, (int file, void* to, size_t n, siz
 FAILING("fread", Broken(f), EIO, size_t, fread, (void* to, size_t k, size_t n, FILE* f), to, k, n, f)
 FAILING("fread", Broken(f), EIO, size_t, fread_unlocked, (void* to, size_t k, size_t n, FILE* f), to, k, n, f)
 FAILING("fread", Broken(f), EIO, size_t, __fread_chk, (void* to, size_t r, size_t k, size_t n, FILE* f), to, r, k, n, f)
-FAILING("write", -1, ENOSPC, ssize_t, write, (int file, const void* from, size_t n), file, from, n)
-FAILING("writev", -1, ENOSPC, ssize_t, writev, (int file, const iovec* from, int n), file, from, n)
-FAILING("fwrite", Broken(f), ENOSPC, size_t, fwrite, (const void* from, size_t k, size_t n, FILE* f), from, k, n, f)
-FAILING("fwrite", Broken(f), ENOSPC, size_t, fwrite_unlocked, (const void* p, size_t k, size_t n, FILE* f), p, k, n, f)
 FAILING("fflush", (f == nullptr || Broken(f) == 0) ? EOF : 0, ENOSPC, int, fflush, (FILE* f), f)
 FAILING("fclose", (real(f), errno = EIO, EOF), EIO, int, fclose, (FILE* f), f)
 FAILING("mkdir", -1, ENOSPC, int, mkdir, (const char* path, mode_t mode), path, mode)
 FAILING("opendir", nullptr, EMFILE, DIR*, opendir, (const char* path), path)
 FAILING("opendir", nullptr, ENOMEM, DIR*, fdopendir, (int dir), dir)
-FAILING("readdir", nullptr, EIO, dirent*, readdir, (DIR* dir), dir)
-FAILING("readdir", nullptr, EIO, dirent64*, readdir64, (DIR* dir), dir)
 FAILING("stat", -1, EIO, int, stat, (const char* path, struct stat* to), path, to)
 FAILING("stat", -1, EIO, int, stat64, (const char* path, struct stat64* to), path, to)
 FAILING("fstat", -1, EIO, int, fstat, (int file, struct stat* to), file, to)
 FAILING("fstat", -1, EIO, int, fstat64, (int file, struct stat64* to), file, to)
 FAILING("lstat", -1, EIO, int, lstat, (const char* path, struct stat* to), path, to)
 FAILING("lstat", -1, EIO, int, lstat64, (const char* path, struct stat64* to), path, to)
-FAILING("rename", -1, EIO, int, rename, (const char* from, const char* to), from, to)
-FAILING("rename", -1, EIO, int, renameat2, (int d, const char* p, int e, const char* q, unsigned x), d, p, e, q, x)
 // clang-format on
+
+#define REAL(name) static const auto real = reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name))
+
+extern "C" ssize_t write(int file, const void* from, size_t n) {
+  REAL(write);
+  if (Hit("write", ENOSPC)) return -1;
+  const ssize_t room = file <= STDERR_FILENO ? static_cast<ssize_t>(n) : Room(n);
+  return room < 0 ? -1 : real(file, from, static_cast<size_t>(room));
+}
+extern "C" ssize_t writev(int file, const iovec* from, int n) {
+  REAL(writev);
+  if (Hit("writev", ENOSPC)) return -1;
+  if (g_room < 0 || file <= STDERR_FILENO) return real(file, from, n);
+  ssize_t all = 0;
+  for (int i = 0; i < n; ++i) {
+    const ssize_t count = write(file, from[i].iov_base, from[i].iov_len);
+    if (count < 0) return all > 0 ? all : -1;
+    all += count;
+    if (static_cast<size_t>(count) < from[i].iov_len) break;
+  }
+  return all;
+}
+#define FAILING_FWRITE(name)                                              \
+  extern "C" size_t name(const void* from, size_t k, size_t n, FILE* f) { \
+    REAL(name);                                                           \
+    if (Hit("fwrite", ENOSPC)) return Broken(f);                          \
+    if (f == stdout || f == stderr) return real(from, k, n, f);           \
+    const ssize_t room = Room(k * n);                                     \
+    if (room == static_cast<ssize_t>(k * n)) return real(from, k, n, f);  \
+    if (room > 0) (void)real(from, 1, static_cast<size_t>(room), f);      \
+    errno = ENOSPC;                                                       \
+    return Broken(f);                                                     \
+  }
+FAILING_FWRITE(fwrite)
+FAILING_FWRITE(fwrite_unlocked)
+
+#define FAILING_READDIR(name, entry)                                     \
+  extern "C" entry* name(DIR* dir) {                                     \
+    REAL(name);                                                          \
+    if (Hit("readdir", EIO)) return nullptr;                             \
+    entry* found = real(dir);                                            \
+    if (found != nullptr && g_unknown_kinds) found->d_type = DT_UNKNOWN; \
+    return found;                                                        \
+  }
+FAILING_READDIR(readdir, dirent)
+FAILING_READDIR(readdir64, dirent64)
+
+extern "C" int rename(const char* from, const char* to) {
+  REAL(rename);
+  if (Hit("rename", EIO)) return -1;
+  return Unrenamable(from) ? (errno = EXDEV, -1) : real(from, to);
+}
+extern "C" int renameat2(int d, const char* from, int e, const char* to, unsigned flags) {
+  REAL(renameat2);
+  if (Hit("rename", EIO)) return -1;
+  if (flags != 0 && g_no_flags) return errno = EINVAL, -1;
+  if (Unrenamable(from) || ((flags & RENAME_EXCHANGE) != 0 && Unrenamable(to))) return errno = EXDEV, -1;
+  return real(d, from, e, to, flags);
+}
 
 // All forms of new and delete, so that what one takes another can give back.
 void* operator new(size_t size) { return AllocateOrThrow(size, CALLER); }

@@ -2,6 +2,11 @@
 /// Faults of the system, made on purpose: the n-th call of one function fails as the system would fail it. Linked into
 /// a test program, or preloaded into any program and told by the environment: FAIL_CALL what fails, FAIL_NTH which
 /// call, FAIL_FIRED a file that is made at the moment of the fault.
+///
+/// And disks that answer differently, by the environment alone: FAIL_DISK holds any of the words "unknown" (directories
+/// do not tell the kinds of their entries), "noexchange" (renameat2 knows no flags) and "exdev" (nothing is renamed);
+/// FAIL_EXDEV names a directory that cannot be renamed, as one from a lower layer of an overlay; FAIL_BYTES is how many
+/// bytes files take until the disk is full.
 #pragma once
 
 #include <string_view>

@@ -98,4 +98,28 @@ TEST(StackDepthTest, EveryKindOfDepthIsBoundedByTheStack) {
   }
 }
 
+TEST(StackDepthTest, FoldersTakeNoStack) {
+  const TempDir dir;
+  std::string path = dir.str();
+  for (int i = 0; i < 400; ++i) path += "/d";
+  Write(path + "/a.json", "{}");
+  OnStack(64, [&] {
+    Strings files;
+    EXPECT_TRUE(ZoTuningUtils::FindAllJsonFiles(dir.str().c_str(), files));
+    EXPECT_THAT(files, ElementsAre(path + "/a.json"));
+  });
+}
+
+// What a file names is followed as protobuf does it: escapes, pieces, comments.
+TEST(StackDepthTest, ImportsAreSeenHoweverTheyAreWritten) {
+  for (const std::string import : {"import \"i1.proto\";", "import 'i' \"1.proto\";",
+                                   "import public \"\\1511.prot\\x6f\";", "import /* ; */ weak // \"\n\"i1.proto\";"}) {
+    const TempDir dir;
+    WriteLevels(Kind::kImports, 60, dir.str());
+    Write(dir / "a.proto", "syntax = \"proto3\"; package ZO_TUNING; " + import + " message T0 {}");
+    OnStack(64, [&] { EXPECT_EQ(ZO_TUNING::internal::Schema(dir.str()).FindType("T0"), nullptr) << import; });
+    OnStack(8192, [&] { EXPECT_NE(ZO_TUNING::internal::Schema(dir.str()).FindType("T0"), nullptr) << import; });
+  }
+}
+
 }  // namespace

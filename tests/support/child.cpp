@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -45,6 +47,13 @@ void LimitFileSize(size_t bytes) {
   signal(SIGXFSZ, SIG_IGN);
   const rlimit limit = {bytes, bytes};
   if (setrlimit(RLIMIT_FSIZE, &limit) != 0) CannotRunHere();
+}
+
+void MountSmallDisk(const std::string& dir, size_t bytes) {
+  if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      mount("none", dir.c_str(), "tmpfs", 0, ("size=" + std::to_string(bytes)).c_str()) != 0) {
+    CannotRunHere();
+  }
 }
 
 void BecomeNobody() {

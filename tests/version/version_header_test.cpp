@@ -43,6 +43,21 @@ TEST_F(VersionHeaderTest, RewritesEverythingAfterTheMarker) {
   }
 }
 
+TEST_F(VersionHeaderTest, KeepsHeadersOfSizesAroundEveryBuffer) {
+  Write(versions_ + "/a.json", VersionJson("A", "1"));
+  const std::string block = "#define VERSION1_NAME \"A\"\n#define VERSION1_VAL \"1\"\n#define VERSION_NUM 1\n";
+  const std::string marker = "\n// [3AProto]\n";
+  for (const size_t around : {4096, 8192, 65536}) {
+    for (const size_t size : {around - 1, around, around + 1}) {
+      const std::string kept = std::string(size - marker.size(), '/') + marker;
+      Write(header_, kept + "#define OLD 1\n");
+      EXPECT_TRUE(Generate());
+      EXPECT_TRUE(Read(header_) == kept + block) << size;
+    }
+  }
+  (void)TakeLog();
+}
+
 TEST_F(VersionHeaderTest, LeavesTheHeaderAloneWithoutWhatItNeeds) {
   const auto fails = [&](const Strings& lines) {
     EXPECT_FALSE(Generate());

@@ -1,0 +1,155 @@
+// The commands that write, on disks that answer differently and on full ones: what a command replaces is old or new,
+// and whole, and the exit code tells which.
+
+#include <sys/resource.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+#include "support/child.h"
+#include "tools/tool.h"
+
+namespace zotest {
+namespace {
+
+namespace fs = std::filesystem;
+
+// What they write differs from what is there.
+const char* const kWriting[] = {
+    "pack -o new/place",
+    "pack -o out --force",
+    "version set AF 9.9",
+    "version header",
+    "template AfCommon --force",
+    "new --sensor front module=PdCommon mode=9 scenario=Video",
+    "new --sensor front module=AfCommon mode=1 --force",
+    "set lens.macro_code=700",
+    "fmt",
+    "init tuning_project --into .. --proto proto --sensor third --force",
+};
+
+class DisksTest : public PackedTest {
+ protected:
+  using Files = std::map<std::string, std::string>;
+
+  void SetUp() override {
+    PackedTest::SetUp();
+    Write(At("out/zo_tuning/front.bin"), "changed");
+    Write(At("src/ZoTuningVersion.h"), Read(At("src/ZoTuningVersion.h")) + "#define VERSION_NUM 0\n");
+    Edit("default/AfCommon.json", "{", "  {");
+  }
+
+  Files Snapshot() const {
+    Files files;
+    for (const std::string& path : Tree(dir_)) files[path] = path.back() == '/' ? "" : Read(At(path));
+    return files;
+  }
+
+  /// Runs every command as it is, and with each of these environments; counts the runs that failed.
+  void Sweep(const std::vector<std::map<std::string, std::string>>& environments) {
+    const std::string kept = temp_ / "kept";
+    fs::remove_all(kept);
+    fs::copy(dir_, kept, fs::copy_options::recursive);
+    const auto restore = [&] {
+      fs::remove_all(dir_);
+      fs::copy(kept, dir_, fs::copy_options::recursive);
+    };
+    const Files before = Snapshot();
+    for (const char* line : kWriting) {
+      const Ran clean = Tool(line);
+      ASSERT_EQ(clean.code, 0) << line << "\n" << clean.err;
+      const Files after = Snapshot();
+      for (const auto& environment : environments) {
+        restore();
+        SCOPED_TRACE(line + (" with " + environment.begin()->first + "=" + environment.begin()->second));
+        const Ran run = Tool(line, {"", "", [&] {
+                                      setenv("LD_PRELOAD", ZOTUNING_FAIL_LIBRARY, 1);
+                                      for (const auto& [name, value] : environment)
+                                        setenv(name.c_str(), value.c_str(), 1);
+                                    }});
+        if (run.code != 0) {
+          ++failed_;
+          EXPECT_EQ(run.code, 1);
+          EXPECT_NE(run.err, "");
+        }
+        // Of several files each is old or new, where the disk has no room to put the old ones back.
+        const bool several = line == std::string("fmt") || line == std::string("set lens.macro_code=700");
+        ExpectFiles(run.code == 0 ? after : before, several ? after : before);
+      }
+      restore();
+    }
+  }
+
+  void ExpectFiles(const Files& wanted, const Files& or_else) const {
+    const Files found = Snapshot();
+    for (const auto& [path, content] : wanted) {
+      const auto file = found.find(path);
+      EXPECT_TRUE(file != found.end() && (file->second == content || file->second == or_else.at(path)))
+          << path << " is " << (file == found.end() ? "gone" : "other");
+    }
+    for (const auto& [path, content] : found) EXPECT_TRUE(wanted.count(path) > 0) << path << " is left";
+  }
+
+  size_t failed_ = 0;
+};
+
+TEST_F(DisksTest, KindsOfEntriesAndWaysToRenameThatAreMissing) {
+  Sweep({{{"FAIL_DISK", "unknown"}}, {{"FAIL_DISK", "noexchange"}}, {{"FAIL_EXDEV", At("out/zo_tuning")}}});
+  EXPECT_EQ(failed_, 0u);
+  Sweep({{{"FAIL_DISK", "exdev"}}});
+  EXPECT_GE(failed_, 9u);
+}
+
+TEST_F(DisksTest, FullAtAnyByte) {
+  std::vector<std::map<std::string, std::string>> environments;
+  for (const int bytes : {0, 30, 4096, 30000})
+    environments.push_back({{"FAIL_BYTES", std::to_string(bytes)}});
+  Sweep(environments);
+  EXPECT_GE(failed_, 20u);
+}
+
+TEST_F(DisksTest, ASmallDisk) {
+  const std::string disk = temp_ / "disk", example = dir_;
+  MakeDirs(disk);
+  const bool ran = InChild([&] {
+    MountSmallDisk(disk, 4 << 20);
+    dir_ = disk + "/tuning_project";
+    fs::copy(example, dir_, fs::copy_options::recursive);
+    const std::string fill = disk + "/fill";
+    std::ofstream(fill) << std::string(4 << 20, 'x') << std::flush;
+    const uintmax_t full = fs::file_size(fill);
+    size_t failed = 0;
+    for (const uintmax_t spare : {0, 1, 3, 12}) {
+      fs::resize_file(fill, full - 4096 * spare);
+      for (const char* line : kWriting) {
+        SCOPED_TRACE(line + (" with " + std::to_string(spare) + " pages"));
+        const Files before = Snapshot();
+        const Ran run = Tool(line);
+        failed += run.code == 1 ? 1 : 0;
+        EXPECT_LE(run.code, 1) << run.err;
+        if (run.code == 1) ExpectFiles(before, before);
+      }
+    }
+    EXPECT_GE(failed, 9u);
+  });
+  if (!ran) GTEST_SKIP() << "this process may not mount a file system";
+}
+
+TEST_F(DisksTest, SmallStacks) {
+  Write(At("default/Deep.json"), std::string(90, '[') + std::string(90, ']'));
+  for (const char* line : {"check", "pack -o new", "verify out", "show out/zo_tuning/default.bin --json",
+                           "diff default front", "migrate --dry-run", "fmt --check", "get lens"}) {
+    for (const rlim_t kilobytes : {64, 1024, 8192}) {
+      const Ran run = Tool(line, {"", "", [&] {
+                                    const rlimit limit = {kilobytes << 10, kilobytes << 10};
+                                    if (setrlimit(RLIMIT_STACK, &limit) != 0) _exit(1);
+                                  }});
+      EXPECT_LE(run.code, 1) << line << " with a stack of " << kilobytes << " kB";
+    }
+  }
+}
+
+}  // namespace
+}  // namespace zotest
