@@ -53,9 +53,11 @@ void WalkUnread(const std::string& dir, bool in_version, bool top, DiagnosticSin
       sink.Error(Code::kNotRead, "this is a link to a folder; packing does not follow it",
                  "put the folder itself there", DisplayPath(path));
     } else if (IsDirectory(path)) {
-      // The version files of the scope itself belong there.
-      if (top && name == "version") continue;
-      WalkUnread(path, in_version || name == "version", false, sink);
+      if (ZO_TUNING::internal::HasSuffix(name, ".json")) {
+        sink.Report(Code::kNotRead, "this is a folder; its name makes it look like a file of settings",
+                    "rename or remove it", DisplayPath(path));
+      }
+      WalkUnread(path, in_version || (name == "version" && !top), false, sink);
     } else if (!ZO_TUNING::internal::HasSuffix(name, ".json")) {
       if (!LooksLikeJson(name)) continue;
       sink.Report(Code::kNotRead, "this file is not read: its name does not end in '.json'",
@@ -110,33 +112,40 @@ void CheckPlaces(const Project& project, const std::vector<Setting>& settings, D
     const auto [place, fresh] = seen.emplace(setting.values, &setting);
     if (fresh) continue;
     sink.Report(Code::kSameLabels,
-                "this setting has the labels of " + Quoted(place->second->relative) + " (" +
+                "this setting has the labels of " + DisplayPath(place->second->path) + " (" +
                     project.LabelText(setting.values) + ")",
                 "both would be packed; remove one", shown);
   }
 }
 
-void CheckUnread(const Project& project, const std::string& scope, DiagnosticSink& sink) {
-  WalkUnread(project.layout().ScopeDir(scope), false, true, sink);
+void CheckUnread(const Project& project, const std::string& scope, const std::string& relative, DiagnosticSink& sink) {
+  const std::string scope_dir = project.layout().ScopeDir(scope);
+  const std::string dir = relative.empty() ? scope_dir : scope_dir + "/" + relative;
+  // The version files of a sensor stand in its folder, those of the project beside the schema.
+  const bool is_default = scope == kDefaultScope;
+  bool in_version = false;
+  for (size_t begin = 0; begin < relative.size();) {
+    const size_t end = std::min(relative.find('/', begin), relative.size());
+    in_version = in_version || (relative.compare(begin, end - begin, "version") == 0 && (is_default || begin > 0));
+    begin = end + 1;
+  }
+  WalkUnread(dir, in_version, relative.empty() && !is_default, sink);
+  if (is_default && relative.empty()) WalkUnread(project.layout().ScopeVersionDir(scope), false, false, sink);
 }
 
 void CheckSensorFolders(const Project& project, DiagnosticSink& sink) {
-  std::vector<std::string> names, unlisted;
+  std::vector<std::string> names;
   ListNames(project.dir(), names, sink);
   for (const std::string& name : names) {
-    const std::string path = project.dir() + "/" + name;
-    const bool known = std::find(project.sensors().begin(), project.sensors().end(), name) != project.sensors().end();
-    if (known || name[0] == '.' || !NameFault(name).empty() || !IsDirectory(path)) continue;
-    std::vector<FoundFile> files;
-    CollectingSink ignored;
-    ListFiles(path, ".json", files, ignored);
-    const bool settings = std::any_of(files.begin(), files.end(), [&](const FoundFile& file) {
-      return !project.ModuleName(project.LabelsOf("/" + file.relative)).empty();
-    });
-    if (!settings && !IsDirectory(path + "/version")) continue;
-    unlisted.push_back(name);
+    if (!ZO_TUNING::internal::HasSuffix(name, ".json")) continue;
+    if (project.ModuleName(project.LabelsOf("/" + name)).empty()) continue;
+    sink.Report(Code::kNotRead, "this file is not read: it is in no sensor's folder",
+                "move it to the folder of a sensor, or remove it", DisplayPath(project.dir() + "/" + name));
+  }
+  const std::vector<std::string> unlisted = project.UnlistedFolders();
+  for (const std::string& name : unlisted) {
     sink.Report(Code::kNotRead, "this folder holds settings, but it is not a sensor of the project",
-                "'zotuning sensors' lists them; 'zotuning init --force' adds one", DisplayPath(path));
+                "'zotuning sensors add " + name + "' lists it", DisplayPath(project.dir() + "/" + name));
   }
   for (const std::string& sensor : project.sensors()) {
     if (Exists(project.layout().ScopeDir(sensor))) continue;

@@ -18,6 +18,14 @@ const CodeInfo* RequireCode(const std::string& name, const std::string& file, Di
   return nullptr;
 }
 
+/// The mend of the code's row as a hint: "Remove the comma." becomes "remove the comma".
+std::string UsualHint(Code code) {
+  std::string hint = Info(code).mend;
+  if (hint.size() > 1 && hint[0] >= 'A' && hint[0] <= 'Z' && hint[1] >= 'a') hint[0] = static_cast<char>(hint[0] + 32);
+  if (!hint.empty() && hint.back() == '.') hint.pop_back();
+  return hint;
+}
+
 }  // namespace
 
 bool SeverityFilter::SetSeverities(const std::map<std::string, std::string>& severities, const std::string& file) {
@@ -56,6 +64,7 @@ void SeverityFilter::Add(Diagnostic diagnostic) {
   } else if (strict_) {
     diagnostic.severity = Severity::kError;
   }
+  if (diagnostic.hint.empty()) diagnostic.hint = UsualHint(code);
   ++(diagnostic.severity == Severity::kError ? errors_ : warnings_);
   if (!diagnostic.file.empty()) files_.insert(diagnostic.file);
   sink_.Add(std::move(diagnostic));

@@ -111,7 +111,7 @@ TEST_F(ToolTest, WhatWouldBePackedAsSomethingElseIsRefused) {
   EXPECT_THAT(allowed.err, HasSubstr("front/modde_3: warning: "));
   std::filesystem::remove_all(At("front/modde_3"));
   Edit("front/mode_1/AfCommon.json", "settle_time_ns", "settleTimeNs");
-  Fails("pack -o out", "front/mode_1/AfCommon.json: error: the name 'settle_time_ns' does not occur in the text");
+  EXPECT_EQ(Tool("pack -o camel").code, 0);  // as good as the name
   Write(At("front/Unknown.json"), "{}");
   Fails("pack -o out", "front/Unknown.json: error: no module 'Unknown'");
 }

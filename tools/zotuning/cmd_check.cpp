@@ -1,5 +1,6 @@
 // zotuning check: everything that is wrong with a project, in one run.
 
+#include <filesystem>
 #include <memory>
 
 #include "command_context.h"
@@ -37,11 +38,22 @@ int Explain(const std::string& name, Console& console) {
   return kDone;
 }
 
+/// The project that a path is in, "" for none: for editors, which run anywhere.
+std::string NearestTo(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  const std::string folder = IsDirectory(path) ? path : slash == path.npos ? "." : path.substr(0, slash + 1);
+  const std::string dir = Project::FindNearest(folder);
+  std::error_code error;
+  const std::filesystem::path canonical = std::filesystem::canonical(dir.empty() ? "." : dir, error);
+  return dir.empty() || error ? "" : canonical.string();
+}
+
 int Run(CommandContext& context, const Options& options) {
   Console& console = context.console;
   if (!options.explain.empty()) return Explain(options.explain, console);
   std::string dir = context.project_dir;
   if (dir.empty()) dir = Project::FindNearest();
+  if (dir.empty() && !options.paths.empty()) dir = NearestTo(options.paths[0]);
   if (dir.empty()) {
     console.Report(Code::kNoProject, "there is no project here: no directory from here up holds ProjConf.bin",
                    "choose one with -C DIR, or make one with 'zotuning init'");
@@ -58,7 +70,7 @@ int Run(CommandContext& context, const Options& options) {
     return kMisuse;
   }
   CheckOptions check;
-  check.fit.template_rules = options.template_rules;
+  check.fit.template_rules = check.fit.complete_rules = options.template_rules;
   const bool checked = CheckProject(dir, options.paths, check, filter);
   const std::vector<Diagnostic>& diagnostics = found.diagnostics();
   if (options.format == "sarif") {
@@ -102,7 +114,8 @@ void AddCheck(CLI::App& app, CommandContext& context) {
   command->add_flag("--strict", options->strict, "Take warnings for errors");
   command->add_option("--select", options->select, "Only these codes")->type_name("CODE")->delimiter(',');
   command->add_option("--ignore", options->ignore, "Not these codes")->type_name("CODE")->delimiter(',');
-  command->add_flag("--template-rules", options->template_rules, "Name rules that are still those of the template");
+  command->add_flag("--template-rules", options->template_rules,
+                    "Name rules that are missing, or still those of the template");
   command->add_option("--format", options->format, "How faults are printed")
       ->type_name("FORMAT")
       ->check(CLI::IsMember({"text", "json", "sarif", "github"}));

@@ -32,11 +32,7 @@ int List(CommandContext& context) {
       rows.push_back({file.name, file.version, of, DisplayPath(file.path)});
       versions.push_back(
           {{"name", file.name}, {"version", file.version}, {"of", of}, {"file", DisplayPath(file.path)}});
-      const std::string fault = scope == kDefaultScope ? ScanFault(file) : "";
-      if (!fault.empty()) {
-        console.Warn(Code::kVersionMisread, "the version header would get this file wrong: " + fault, "",
-                     DisplayPath(file.path));
-      }
+      if (scope == kDefaultScope) ReportScanFault(file, Severity::kWarning, console);
     }
   }
   console.Print(Table(rows));
@@ -128,12 +124,7 @@ bool CheckHeader(Project& project, const std::string& path, std::vector<VersionF
     console.Report(Code::kNoVersions, "there is no version file to make the header from", "",
                    DisplayPath(project.layout().ScopeVersionDir(kDefaultScope)));
   }
-  for (const VersionFile& file : files) {
-    const std::string fault = ScanFault(file);
-    if (fault.empty()) continue;
-    console.Error(Code::kVersionMisread, "the version header would get this file wrong: " + fault, "",
-                  DisplayPath(file.path));
-  }
+  for (const VersionFile& file : files) ReportScanFault(file, Severity::kError, console);
   if (!Exists(path)) {
     console.Report(Code::kNoHeader, "the project has no version header", "make it with a line that holds [3AProto]",
                    DisplayPath(path));
