@@ -221,18 +221,9 @@ class Check {
     for (const Project::Module& module : project_.Modules()) {
       if (module.type != nullptr) {
         CheckForms(module.type, seen);
-      } else if (project_.ok()) {
-        const std::string hint = OtherPackageHint(project_.schema(), module.name);
-        Diagnostic diagnostic(Code::kSchemaType,
-                              "the label names a module " + Quoted(module.name) +
-                                  ", but the schema has no message type " +
-                                  Quoted(project_.schema().Find(module.name).qualified_name),
-                              hint.empty() ? "declare it, or take the value out of the enum" : hint);
-        SetSchemaPlace(project_.schema(),
-                       *project_.label_type()->field(0)->enum_type()->FindValueByNumber(module.number), &diagnostic);
-        sink_.Add(std::move(diagnostic));
       }
     }
+    CheckModuleTypes(project_, sink_);
   }
 
   void CheckForms(const Descriptor* type, std::set<const Descriptor*>& seen) {
@@ -327,6 +318,10 @@ class Check {
     if (project_.has_labels()) scopes = project_.Scopes();
     for (const std::string& scope : scopes) {
       const std::string dir = project_.layout().ScopeVersionDir(scope);
+      if (!Exists(dir) && wanted_(dir) && IsDirectory(project_.layout().ScopeDir(scope))) {
+        sink_.Report(Code::kMissingFolder, "the folder of the versions of " + Quoted(scope) + " is missing",
+                     "make it; it may be empty", DisplayPath(dir));
+      }
       if (!IsDirectory(dir) || !wanted_.Touches(dir)) continue;
       std::vector<FoundFile> files;
       ListFiles(dir, ".json", files, sink_);
@@ -401,7 +396,32 @@ class Check {
   std::set<std::string> missing_defaults_;
 };
 
+/// Whether a file of the schema that could not be loaded seems to declare the type.
+bool MayBeHidden(const Project& project, const std::string& type) {
+  const auto& files = project.schema().files();
+  return std::any_of(files.begin(), files.end(), [&](const ZO_TUNING::internal::SchemaFile& file) {
+    std::string text;
+    CollectingSink ignored;  // told as a fault of the schema
+    return !file.is_loaded && ReadFile(project.layout().ProtoDir() + "/" + file.name, text, ignored) &&
+           text.find("message " + type) != std::string::npos;
+  });
+}
+
 }  // namespace
+
+void CheckModuleTypes(Project& project, DiagnosticSink& sink) {
+  for (const Project::Module& module : project.Modules()) {
+    if (module.type != nullptr || MayBeHidden(project, module.name)) continue;
+    const std::string hint = OtherPackageHint(project.schema(), module.name);
+    Diagnostic diagnostic(Code::kSchemaType,
+                          "the label names a module " + Quoted(module.name) + ", but the schema has no message type " +
+                              Quoted(project.schema().Find(module.name).qualified_name),
+                          hint.empty() ? "declare it, or take the value out of the enum" : hint);
+    SetSchemaPlace(project.schema(), *project.label_type()->field(0)->enum_type()->FindValueByNumber(module.number),
+                   &diagnostic);
+    sink.Add(std::move(diagnostic));
+  }
+}
 
 bool CheckProject(const std::string& dir, const std::vector<std::string>& paths, const CheckOptions& options,
                   DiagnosticSink& sink) {

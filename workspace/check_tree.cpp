@@ -16,6 +16,8 @@
 namespace zotuning {
 namespace {
 
+using ZO_TUNING::internal::EntryKind;
+
 bool EndsWith(const std::string& text, const std::string& end) {
   return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
@@ -35,24 +37,27 @@ bool LooksLikeJson(const std::string& name) {
   return false;
 }
 
-bool IsLinkToFolder(const std::string& path) {
-  struct stat link;
-  return lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode) && IsDirectory(path);
-}
-
 /// Walks what packing does not read. `in_version` is below a folder that packing does not enter.
 void WalkUnread(const std::string& dir, bool in_version, bool top, DiagnosticSink& sink) {
-  std::vector<std::string> names;
-  CollectingSink ignored;  // what cannot be listed is told where the settings are
-  ListNames(dir, names, ignored);
-  for (const std::string& name : names) {
+  std::vector<ZO_TUNING::internal::DirectoryEntry> entries;
+  // What cannot be listed is told where the settings are.
+  (void)ZO_TUNING::internal::ReadDirectory(dir.c_str(), entries);
+  std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
+  for (const auto& [name, listed_kind] : entries) {
     const std::string path = dir + "/" + name;
-    if (IsLinkToFolder(path)) {
+    EntryKind kind = listed_kind;
+    struct stat info;
+    if (kind == EntryKind::kUnknown && lstat(path.c_str(), &info) == 0) {
+      kind = S_ISDIR(info.st_mode)   ? EntryKind::kDirectory
+             : S_ISLNK(info.st_mode) ? EntryKind::kLink
+                                     : EntryKind::kFile;
+    }
+    if (kind == EntryKind::kLink && IsDirectory(path)) {
       if (name[0] == '.') continue;
       // Whoever put it there takes the settings behind it for packed.
       sink.Error(Code::kNotRead, "this is a link to a folder; packing does not follow it",
                  "put the folder itself there", DisplayPath(path));
-    } else if (IsDirectory(path)) {
+    } else if (kind == EntryKind::kDirectory) {
       if (ZO_TUNING::internal::HasSuffix(name, ".json")) {
         sink.Report(Code::kNotRead, "this is a folder; its name makes it look like a file of settings",
                     "rename or remove it", DisplayPath(path));
@@ -71,6 +76,7 @@ void WalkUnread(const std::string& dir, bool in_version, bool top, DiagnosticSin
 
 /// Reports each folder that the labels do not know once. Whether all of them are levels.
 bool CheckFolders(const Project& project, const Setting& setting, std::set<std::string>& told, DiagnosticSink& sink) {
+  if (setting.faults.empty()) return true;
   bool good = true;
   const std::string scope_dir = project.layout().ScopeDir(setting.scope) + "/";
   size_t begin = 0;

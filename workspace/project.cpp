@@ -406,7 +406,7 @@ std::string Project::FolderFault(const std::string& folder) const {
   if (labels().ValuesOf(level).empty()) {
     int number = -1;
     const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
-    if (error != std::errc() || end != value.data() + value.size() || number < 0) {
+    if (error != std::errc() || end != value.data() + value.size() || number == -1) {
       return Quoted(value) + " is not a number for " + Quoted(label);
     }
   } else if (const auto known = ValueNames(level); std::find(known.begin(), known.end(), value) == known.end()) {

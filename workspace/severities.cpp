@@ -2,6 +2,7 @@
 
 #include "workspace/severities.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "workspace/suggest.h"
@@ -51,6 +52,12 @@ bool SeverityFilter::AddCodes(const std::vector<std::string>& names, std::set<Co
     if (info != nullptr) codes.insert(info->code);
   }
   return good;
+}
+
+bool SeverityFilter::makes_errors() const {
+  return std::any_of(severities_.begin(), severities_.end(), [](const auto& each) {
+    return each.second == Severity::kError && Info(each.first).severity == Severity::kWarning;
+  });
 }
 
 void SeverityFilter::Add(Diagnostic diagnostic) {

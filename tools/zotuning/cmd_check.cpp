@@ -22,7 +22,37 @@ struct Options {
   std::string explain;
 };
 
+Json ExplanationJson(const CodeInfo& info) {
+  return {{"code", info.name},       {"severity", info.severity == Severity::kError ? "error" : "warning"},
+          {"summary", info.summary}, {"why", info.why},
+          {"example", info.example}, {"mend", info.mend}};
+}
+
+/// All codes, as the page docs/diagnostics.md.
+int ExplainAll(Console& console) {
+  std::string page =
+      "# Diagnostics\n\nEvery message has a code, which stays the same. `zotuning check --explain CODE` prints what is\n"
+      "below, `--select` and `--ignore` choose by codes, and `zotuning.json` in a project's folder sets severities for all "
+      "who\nwork on it; comments are allowed in it:\n\n```\n{\n  \"severities\": {\n    \"rule-range\": \"error\",  // "
+      "agreed on in May\n    \"not-read\": \"off\"\n  }\n}\n```\n\nMade by `zotuning check --explain all`.\n\n| Code | "
+      "Severity | Means |\n|---|---|---|\n";
+  std::string details;
+  Json codes = Json::array();
+  for (const CodeInfo& info : kCodes) {
+    const Json code = ExplanationJson(info);
+    const std::string name = info.name, severity = code["severity"];
+    page += "| [`" + name + "`](#" + name + ") | " + severity + " | " + info.summary + " |\n";
+    details += "\n## " + name + "\n\n" + severity + ": " + info.summary + ". " + info.why + "\n\n```\n" + info.example +
+               "\n```\n\n" + info.mend + "\n";
+    codes.push_back(code);
+  }
+  console.Print(page + details);
+  console.result() = {{"codes", std::move(codes)}};
+  return kDone;
+}
+
 int Explain(const std::string& name, Console& console) {
+  if (name == "all") return ExplainAll(console);
   const CodeInfo* info = FindCode(name);
   if (info == nullptr) {
     std::vector<std::string> names;
@@ -33,8 +63,7 @@ int Explain(const std::string& name, Console& console) {
   const std::string severity = info->severity == Severity::kError ? "error" : "warning";
   console.Print(std::string(info->name) + " (" + severity + "): " + info->summary + "\n\n" + info->why +
                 "\n\nExample:\n  " + info->example + "\n\nTo mend it:\n  " + info->mend + "\n");
-  console.result() = {{"code", info->name}, {"severity", severity},     {"summary", info->summary},
-                      {"why", info->why},   {"example", info->example}, {"mend", info->mend}};
+  console.result() = ExplanationJson(*info);
   return kDone;
 }
 
@@ -119,7 +148,8 @@ void AddCheck(CLI::App& app, CommandContext& context) {
   command->add_option("--format", options->format, "How faults are printed")
       ->type_name("FORMAT")
       ->check(CLI::IsMember({"text", "json", "sarif", "github"}));
-  command->add_option("--explain", options->explain, "What a code means, with an example and the mend")
+  command
+      ->add_option("--explain", options->explain, "What a code means, with an example and the mend; 'all' for a page")
       ->type_name("CODE");
 }
 

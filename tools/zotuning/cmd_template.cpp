@@ -52,8 +52,10 @@ std::string TemplateText(Project& project, const std::string& module, Console& c
   return printed.ok && faults.empty() ? text : "";
 }
 
-/// Makes the default data of one module. `state` becomes what was done: "made", "replaced", "unchanged" or "kept".
-bool MakeTemplate(Project& project, const std::string& module, bool force, std::string& state, Console& console) {
+/// Makes the default data of one module; with `all` one that has been edited is no error. `state` becomes what was
+/// done: "made", "replaced", "unchanged" or "kept".
+bool MakeTemplate(Project& project, const std::string& module, bool force, bool all, std::string& state,
+                  Console& console) {
   const std::string path = project.layout().DefaultPath(module);
   const std::string wanted = TemplateText(project, module, console);
   if (wanted.empty()) return false;
@@ -67,6 +69,7 @@ bool MakeTemplate(Project& project, const std::string& module, bool force, std::
     }
     if (!force) {
       state = "kept";
+      if (all) return true;
       console.Report(Code::kEditedDefault, "the default of " + Quoted(module) + " has been edited; it is kept",
                      "--force replaces it with the template", DisplayPath(path));
       return false;
@@ -111,7 +114,8 @@ int Run(CommandContext& context, const Options& options) {
   Json templates = Json::array();
   for (const std::string& module : modules) {
     std::string state = "failed";
-    if (!MakeTemplate(*project, module, options.force, state, console) && state != "kept") state = "failed";
+    if (!MakeTemplate(*project, module, options.force, options.all, state, console) && state != "kept")
+      state = "failed";
     const std::string path = DisplayPath(project->layout().DefaultPath(module));
     rows.push_back({path, state});
     templates.push_back({{"module", module}, {"file", path}, {"state", state}});
@@ -128,11 +132,11 @@ void AddTemplate(CLI::App& app, CommandContext& context) {
   CLI::App* command =
       AddCommand(app, context, "template", "Write the default data of modules from the schema",
                  "The template holds every parameter of the module at its default, with its rule. A default that has\n"
-                 "been edited is kept, and named, unless --force is given.\n"
+                 "been edited is kept, and named, unless --force is given; with --all that is no error.\n"
                  "\n"
                  "Examples:\n"
                  "  zotuning template --all\n"
-                 "  zotuning template AfCommon AWGain\n"
+                 "  zotuning template AfCommon AWBCommon\n"
                  "  zotuning template AfCommon --force",
                  [&context, options] { return Run(context, *options); });
   command->add_option("MODULE", options->modules, "Modules, as 'zotuning modules' lists them");
