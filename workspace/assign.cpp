@@ -34,10 +34,7 @@ bool IsTooDeep(std::string_view json) {
 /// The type of the rows that a list is made of; null where they are no rows.
 const TypeTable* RowType(const FieldEntry& field) {
   const TypeTable* type = field.message;
-  return type != nullptr && type->fields.size() == 1 && type->value == 0 && type->fields[0].repeated &&
-                 type->fields[0].message == nullptr
-             ? type
-             : nullptr;
+  return type != nullptr && type->is_row() && type->value == 0 ? type : nullptr;
 }
 
 JsonValue First(const JsonValue& list) { return *list.elements().begin(); }
@@ -192,9 +189,9 @@ class Assigner {
            Fail(match, "the value is nested too deeply");
   }
 
-  bool Calculate(const Match& match, Operation operation, const std::string& operand) {
+  bool Calculate(const Match& match, const Assignment& assignment) {
     if (!match.value) return Fail(match, "there is no " + Quoted(match.path.ToString()) + " to calculate with");
-    return Calculate(match, match.value, match.field, operation, operand, 0);
+    return Calculate(match, match.value, match.field, assignment, 0);
   }
 
   std::string Text() const { return edit_.Apply(); }
@@ -212,10 +209,10 @@ class Assigner {
     return true;
   }
 
-  bool Calculate(const Match& match, const JsonValue& value, const FieldEntry* field, Operation operation,
-                 const std::string& operand, size_t depth) {
+  bool Calculate(const Match& match, const JsonValue& value, const FieldEntry* field, const Assignment& assignment,
+                 size_t depth) {
     const auto go_on = [&](const JsonValue& inner, const FieldEntry* of) {
-      return Calculate(match, inner, of, operation, operand, depth + 1);
+      return Calculate(match, inner, of, assignment, depth + 1);
     };
     if (depth > kMaxDepth) return Fail(match, "the value is nested too deeply");
     if (value.is_array()) {
@@ -228,7 +225,9 @@ class Assigner {
       return go_on(RowValues(value, *row), &row->fields[0]);
     }
     std::string why;
-    const std::optional<std::string> text = zotuning::Calculate(value, operation, operand, field->descriptor, &why);
+    const Operation operation = assignment.kind == Assignment::Kind::kAdd ? Operation::kAdd : Operation::kMultiply;
+    const std::optional<std::string> text =
+        zotuning::Calculate(value, operation, assignment.value, assignment.round, field->descriptor, &why);
     if (!text) {
       Match place = match;
       place.value = value;
@@ -262,11 +261,39 @@ size_t EndOfLine(const std::vector<Match>& matches, size_t begin) {
   return end;
 }
 
+/// The lines that a list has in a table.
+size_t LinesOf(const Match& match) {
+  if (RowType(*match.field) != nullptr) return match.value.size();
+  return match.columns == 0 ? 1 : (match.value.size() + match.columns - 1) / match.columns;
+}
+
+/// The lines of several tables, one below the other, as a list of tables; "" when there are not as many.
+std::string SplitTables(const std::vector<Match>& matches, const JsonValue& lines) {
+  std::vector<JsonValue> rows;
+  for (const JsonValue row : lines.elements()) rows.push_back(row);
+  std::string tables = "[";
+  size_t begin = 0;
+  for (const Match& match : matches) {
+    const size_t end = begin + LinesOf(match);
+    if (end > rows.size()) return "";
+    tables += (begin == 0 ? "" : ", ") + ListOf(rows, begin, end);
+    begin = end;
+  }
+  return begin == rows.size() ? tables + "]" : "";
+}
+
+std::string_view Trimmed(std::string_view text) {
+  while (!text.empty() && text.front() == ' ') text.remove_prefix(1);
+  while (!text.empty() && text.back() == ' ') text.remove_suffix(1);
+  return text;
+}
+
 /// A cell as JSON for a field that is no message; "" where it cannot be one.
-std::string CellJson(const std::string& cell, const FieldDescriptor* field) {
+std::string CellJson(const std::string& text, const FieldDescriptor* field) {
+  const std::string cell(Trimmed(text));
   switch (field->cpp_type()) {
     case FieldDescriptor::CPPTYPE_STRING:
-      return EncodeJsonString(cell);
+      return EncodeJsonString(text);
     case FieldDescriptor::CPPTYPE_ENUM:
       return IsNumber(cell) ? cell : cell.empty() ? "" : EncodeJsonString(cell);
     case FieldDescriptor::CPPTYPE_BOOL:
@@ -343,11 +370,8 @@ bool Assign(const TypedPath& path, const Assignment& assignment, const std::stri
   const JsonDocument value(json);
   Assigner assigner(document, file, sink);
   for (const Match& match : matches) {
-    if (assignment.kind == Assignment::Kind::kSet
-            ? !assigner.Set(match, First(value.root()))
-            : !assigner.Calculate(match,
-                                  assignment.kind == Assignment::Kind::kAdd ? Operation::kAdd : Operation::kMultiply,
-                                  assignment.value)) {
+    if (assignment.kind == Assignment::Kind::kSet ? !assigner.Set(match, First(value.root()))
+                                                  : !assigner.Calculate(match, assignment)) {
       return false;
     }
   }
@@ -400,11 +424,13 @@ bool TableData::ToJson(const FieldEntry& field, std::string* json, DiagnosticSin
     for (const Cell& cell : row) {
       const std::string value = CellJson(cell.text, leaf);
       if (value.empty()) {
-        Diagnostic fault(Code::kBadTable,
-                         cell.text.empty()
-                             ? "this cell is empty"
-                             : Quoted(Excerpt(cell.text, 40)) + " is not a value for " + leaf->type_name(),
-                         "cell " + std::to_string(cell.column) + " of the line", file_);
+        Diagnostic fault(
+            Code::kBadTable,
+            cell.text.empty() ? "this cell is empty"
+                              : Quoted(Excerpt(cell.text, 40)) + " is not a value for " + leaf->type_name(),
+            cell.text.find(';') == std::string::npos ? "cell " + std::to_string(cell.column) + " of the line"
+                                                     : "cells are separated by commas, and numbers have points",
+            file_);
         fault.line = cell.line;
         fault.column = cell.column;
         sink.Add(std::move(fault));
@@ -438,6 +464,11 @@ bool TableData::Assign(const TypedPath& path, const std::string& file, std::stri
 
   size_t lines = 0;
   for (size_t i = 0; i < matches.size(); i = EndOfLine(matches, i)) ++lines;
+  JsonDocument tables;
+  if (form_ != Form::kJson && lines == matches.size() && matches[0].is_list && input.size() != lines) {
+    tables = JsonDocument(SplitTables(matches, input));
+    if (tables.root()) input = tables.root();
+  }
   // One line may stand without the list around it.
   std::vector<JsonValue> rows;
   const bool one = lines == 1 && input.is_array() && !(input.size() == 1 && First(input).is_array());

@@ -20,6 +20,7 @@ struct Assignment {
   PathPattern path;
   Kind kind;
   std::string value;
+  bool round = false;  ///< results for integers become the nearest ones
 };
 
 /// Nothing where the text is none; `why` says so then.

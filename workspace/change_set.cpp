@@ -7,11 +7,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
+#include <filesystem>
 #include <map>
 #include <set>
+#include <system_error>
 #include <unordered_map>
 
 #include "workspace/files.h"
+#include "workspace/git.h"
 #include "workspace/text.h"
 
 namespace zotuning {
@@ -133,21 +137,59 @@ std::string Heading(const char* sign, const std::string& path) {
 
 bool IsBinary(const std::optional<std::string>& text) { return text && text->find('\0') != std::string::npos; }
 
-std::string RelativeTo(const std::string& base, const std::string& path) {
-  if (path.compare(0, base.size() + 1, base + "/") == 0) return path.substr(base.size() + 1);
-  return DisplayPath(path);
+/// The directory that holds `path`.
+std::string FolderOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
 }
+
+/// A path, which need not exist, without links and dots in its folders; "" where the system cannot tell.
+std::string CanonicalPath(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::path folder = std::filesystem::weakly_canonical(FolderOf(path), error);
+  return error ? "" : (folder / path.substr(path.rfind('/') + 1)).string();
+}
+
+/// Paths within `base` as git wants them, which takes them from the root of its repository.
+class DiffPaths {
+ public:
+  explicit DiffPaths(const std::string& base) : base_(CanonicalPath(base + "/")) {
+    CollectingSink none;  // a diff is of use without a repository, too
+    if (const auto repository = GitRepository::Open(base, none)) prefix_ = repository->prefix();
+  }
+
+  std::string Of(const std::string& path) const {
+    const std::string whole = CanonicalPath(path);
+    const bool inside = !base_.empty() && whole.compare(0, base_.size(), base_) == 0;
+    return inside ? prefix_ + whole.substr(base_.size()) : DisplayPath(path);
+  }
+
+ private:
+  std::string base_;  ///< ends with a slash
+  std::string prefix_;
+};
 
 mode_t ModeOf(const std::string& path) {
   struct stat info;
   return stat(path.c_str(), &info) == 0 ? info.st_mode & 07777 : 0644;
 }
 
-/// The directory that holds `path`.
-std::string FolderOf(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
-}
+/// Holds back the signals of a user who stops the program until this goes, so that a change is not stopped half way.
+class HoldSignals {
+ public:
+  HoldSignals() {
+    sigset_t stop;
+    sigemptyset(&stop);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stop, number);
+    (void)pthread_sigmask(SIG_BLOCK, &stop, &before_);
+  }
+  ~HoldSignals() { (void)pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  HoldSignals(const HoldSignals&) = delete;
+  HoldSignals& operator=(const HoldSignals&) = delete;
+
+ private:
+  sigset_t before_;
+};
 
 }  // namespace
 
@@ -218,17 +260,18 @@ void ChangeSet::Rename(std::string old_path, std::string new_path, std::string o
 }
 
 std::string ChangeSet::Diff(const std::string& base) const {
+  const DiffPaths paths(base);
   std::string text;
   for (const FileChange& change : changes_) {
-    const std::string old_path = DiffPath("a/", RelativeTo(base, change.old_path));
-    const std::string new_path = DiffPath("b/", RelativeTo(base, change.path));
+    const std::string old_path = DiffPath("a/", paths.Of(change.old_path));
+    const std::string new_path = DiffPath("b/", paths.Of(change.path));
     text += "diff --git " + old_path + " " + new_path + "\n";
     const char* mode = change.old_text && (ModeOf(change.old_path) & 0100) != 0 ? "100755\n" : "100644\n";
     if (!change.old_text) text += std::string("new file mode ") + mode;
     if (!change.new_text) text += std::string("deleted file mode ") + mode;
     if (change.path != change.old_path) {
-      text += "rename from " + DiffPath("", RelativeTo(base, change.old_path)) + "\n";
-      text += "rename to " + DiffPath("", RelativeTo(base, change.path)) + "\n";
+      text += "rename from " + DiffPath("", paths.Of(change.old_path)) + "\n";
+      text += "rename to " + DiffPath("", paths.Of(change.path)) + "\n";
     }
     if (change.old_text == change.new_text) continue;
     if (IsBinary(change.old_text) || IsBinary(change.new_text)) {
@@ -269,6 +312,7 @@ bool ChangeSet::Check(DiagnosticSink& sink) const {
 }
 
 bool ChangeSet::Apply(DiagnosticSink& sink) const {
+  const HoldSignals hold;
   if (!Check(sink)) return false;
   // Which text each path has before and after; none for no file.
   struct State {

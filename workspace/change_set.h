@@ -38,14 +38,16 @@ class ChangeSet {
   /// In the order in which they were named.
   const std::vector<FileChange>& changes() const { return changes_; }
 
-  /// All changes as a unified diff for `git apply`, with paths relative to the directory `base` where they begin with
-  /// it. A file that is no text (holds a zero byte) is named, but its bytes are not in it.
+  /// All changes as a unified diff for `git apply`. Paths are those from the root of the git repository that the
+  /// directory `base` is in, as git takes them in any of its folders; without a repository those from `base`. A file
+  /// that is no text (holds a zero byte) is named, but its bytes are not in it.
   std::string Diff(const std::string& base) const;
 
   /// Makes all changes. First each file has to be what was read and each new path has to be free; otherwise nothing is
   /// written. A file is replaced whole, by one written beside it; missing directories are made. When one fails, the
   /// files written so far are put back. False after errors that tell what could not be written, whether everything is
   /// as it was, and, if not, each file that is not.
+  /// SIGINT, SIGTERM and SIGHUP wait meanwhile.
   bool Apply(DiagnosticSink& sink) const;
 
  private:

@@ -76,11 +76,6 @@ bool HasScalarsOnly(const JsonValue& list) {
   return true;
 }
 
-/// A message that is a row of a table: a list of values and nothing else.
-bool IsRowType(const TypeTable* type) {
-  return type != nullptr && type->fields.size() == 1 && type->fields[0].repeated && type->fields[0].message == nullptr;
-}
-
 /// Whether a message that is a row stands in one line. One without values is as the library prints it.
 bool IsRow(const JsonValue& message) {
   for (const JsonMember member : message.members()) {
@@ -211,7 +206,7 @@ class Formatter {
       Line(depth + 1);
       if (IsScalar(element)) {
         AppendScalar(element, &out_);
-      } else if (element.is_array() ? HasScalarsOnly(element) : IsRowType(type) && IsRow(element)) {
+      } else if (element.is_array() ? HasScalarsOnly(element) : type != nullptr && type->is_row() && IsRow(element)) {
         AppendRow(element, 0, &out_);
       } else if (element.is_array() ? !List(element, type, 0, depth + 1) : !Object(element, type, depth + 1)) {
         return false;

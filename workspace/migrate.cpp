@@ -397,7 +397,7 @@ class TextMigration {
       } else {
         old_name = OldNameOf(type.fields[field_of[index]], place);
       }
-      Field(member.value(), type.fields[field_of[index]], old_name, place, here);
+      Field(object, member.value(), type.fields[field_of[index]], old_name, place, here);
     }
     AddMissing(object, place, field_of, present, at);
   }
@@ -454,9 +454,9 @@ class TextMigration {
     return below;
   }
 
-  void Field(const JsonValue& value, const FieldEntry& field, const std::string& old_name, const Place& place,
-             const PathFrame& at) {
-    if (value.kind() == JsonKind::kNull) return;
+  void Field(const JsonValue& object, const JsonValue& value, const FieldEntry& field, const std::string& old_name,
+             const Place& place, const PathFrame& at) {
+    if (value.kind() == JsonKind::kNull || Reshape(object, value, field, old_name, place, at)) return;
     if (field.message == nullptr) {
       if (field.name() != "value" || !place.type->is_parameter()) Unwrap(value, field, at);
       return;
@@ -519,6 +519,58 @@ class TextMigration {
     wrapped.Replace(slot, inner.repeated && !value.is_array() ? "[" + *json + "]" : *json);
     edit_.Replace(value, wrapped.Apply());
     file_.moved.push_back(at.Text());
+  }
+
+  /// Values that the field takes in another form now: alone or in a list, in one list or in rows. False where the form
+  /// is the right one, or a value would be lost.
+  bool Reshape(const JsonValue& object, const JsonValue& value, const FieldEntry& field, const std::string& old_name,
+               const Place& place, const PathFrame& at) {
+    const FieldDescriptor* old = place.old_type == nullptr ? nullptr : place.old_type->FindFieldByName(old_name);
+    const size_t columns = TableColumns(object);
+    std::vector<JsonValue> values;
+    std::string json;
+    if (field.message == nullptr && value.is_array() != field.repeated) {
+      // One value is taken for a list, too; it stays as it is where it always was one.
+      if (value.is_object() || value.size() > 1 || old == nullptr || old->is_repeated() == field.repeated) return false;
+      if (value.is_array() && !AppendScalars(value, values)) return false;
+      if (!field.repeated && values.empty()) return false;
+      json = field.repeated ? "[" + OneLine(value) + "]" : OneLine(values[0]);
+    } else if (field.message == nullptr && field.repeated) {
+      for (const JsonValue row : value.elements()) {
+        const JsonValue list = row.is_object() && row.size() == 1 ? (*row.members().begin()).value() : row;
+        if (!list.is_array() || !AppendScalars(list, values)) return false;
+      }
+      json = ListText(values, 0, values.size());
+    } else if (field.repeated && field.message->is_row()) {
+      if (columns == 0 || !AppendScalars(value, values) || values.size() % columns != 0) return false;
+      const std::string key = "{" + EncodeJsonString(field.message->fields[0].name()) + ": ";
+      for (size_t i = 0; i < values.size(); i += columns) {
+        json += (i == 0 ? "[" : ", ") + key + ListText(values, i, i + columns) + "}";
+      }
+      json += "]";
+    }
+    if (json.empty() || (values.empty() && value.is_array())) return false;
+    const JsonDocument reshaped("[" + json + "]");
+    const std::optional<std::string> text = FormatValue(*reshaped.root().elements().begin(), field.descriptor, columns);
+    if (!text) return false;
+    edit_.Replace(value, *text);
+    file_.moved.push_back(at.Text());
+    return true;
+  }
+
+  /// False where an element is no scalar.
+  static bool AppendScalars(const JsonValue& list, std::vector<JsonValue>& values) {
+    for (const JsonValue element : list.elements()) {
+      if (element.is_object() || element.is_array()) return false;
+      values.push_back(element);
+    }
+    return true;
+  }
+
+  static std::string ListText(const std::vector<JsonValue>& values, size_t begin, size_t end) {
+    std::string text = "[";
+    for (size_t i = begin; i < end; ++i) text += (i == begin ? "" : ", ") + OneLine(values[i]);
+    return text + "]";
   }
 
   /// The other way round: a data type whose value alone is expected now. The rest of it goes to the report.
@@ -766,6 +818,8 @@ class Migrator {
       for (size_t label = 1; label < labels.size(); ++label) {
         if (folder.compare(0, labels[label].size() + 1, labels[label] + "_") != 0) continue;
         const std::string value = folder.substr(labels[label].size() + 1);
+        const std::vector<std::string> names = project_.ValueNames(label);
+        migration_.left |= !names.empty() && !Contains(names, value);
         const std::string successor = names_.Successor(label, value);
         if (successor.empty() || !warned_.insert(folder).second) continue;
         sink_.Report(Code::kMigrationLeft, "the label " + Quoted(labels[label]) + " has no value " + Quoted(value),
@@ -775,6 +829,7 @@ class Migrator {
   }
 
   void ReportLeft() {
+    migration_.left |= !left_.empty();
     for (const auto& [module, left] : left_) {
       const std::string successor = names_.Successor(0, module);
       sink_.Report(Code::kMigrationLeft,

@@ -41,6 +41,7 @@ struct MigratedFile {
 struct Migration {
   std::vector<MigratedFile> files;  ///< those that change
   ChangeSet changes;
+  bool left = false;        ///< whether there are files that no module or label of the schema fits
   std::string report_path;  ///< the file with what is dropped; "" when nothing is
   bool misuse = false;      ///< options that mean nothing; set with an error
 };

@@ -101,6 +101,18 @@ std::optional<Decimal> Add(Decimal a, Decimal b) {
   return Normal(a);
 }
 
+/// The nearest whole number, away from zero at a half.
+Decimal Rounded(Decimal number) {
+  Uint128 last = 0;
+  for (; number.exponent < 0 && (number.mantissa != 0 || last != 0); ++number.exponent) {
+    last = number.mantissa % 10;
+    number.mantissa /= 10;
+  }
+  if (last >= 5) ++number.mantissa;
+  if (number.exponent < 0) number.exponent = 0;
+  return Normal(number);
+}
+
 std::string ToText(const Decimal& number) {
   std::string digits;
   Uint128 rest = number.mantissa;
@@ -184,7 +196,7 @@ std::optional<std::string> RealText(double number, const FieldDescriptor* field,
 
 bool IsNumber(std::string_view text) { return ToDecimal(text).has_value(); }
 
-std::optional<std::string> Calculate(const JsonValue& number, Operation operation, std::string_view operand,
+std::optional<std::string> Calculate(const JsonValue& number, Operation operation, std::string_view operand, bool round,
                                      const FieldDescriptor* field, std::string* why) {
   const std::optional<Limits> limits = LimitsOf(field);
   const std::string_view text = Unquoted(number);
@@ -198,11 +210,12 @@ std::optional<std::string> Calculate(const JsonValue& number, Operation operatio
   if (result) result = operation == Operation::kMultiply ? Multiply(*result, *right) : Add(*result, *right);
 
   std::optional<std::string> changed;
+  if (limits && result && round) result = Rounded(*result);
   if (limits) {
     Uint128 mantissa = result ? result->mantissa : 0;
     if (result && result->exponent < 0) {
       *why = "the result " + Shortest(ToDouble(ToText(*result))) + " is no whole number, and the field is " +
-             field->cpp_type_name();
+             field->cpp_type_name() + "; --round takes the nearest one";
       return std::nullopt;
     }
     if (!result || result->exponent > 40 || !Scale(&mantissa, result->exponent) ||

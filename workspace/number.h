@@ -19,8 +19,8 @@ bool IsNumber(std::string_view text);
 
 /// The number of a field after an operation, in the shortest form that reads back as the nearest value of the field's
 /// type; as it is written where it does not change. Nothing where it is no number, or the type cannot hold the result:
-/// `why` says so then.
-std::optional<std::string> Calculate(const JsonValue& number, Operation operation, std::string_view operand,
+/// `why` says so then. With `round` an integer becomes the nearest one, away from zero at a half.
+std::optional<std::string> Calculate(const JsonValue& number, Operation operation, std::string_view operand, bool round,
                                      const google::protobuf::FieldDescriptor* field, std::string* why);
 
 /// Whether two scalars read as the same value of the field's type.

@@ -49,6 +49,8 @@ struct TypeTable {
   std::vector<ListRule> list_rules;
 
   bool is_parameter() const { return value != kNone && rule != kNone; }
+  /// A row of a table: a list of values and nothing else.
+  bool is_row() const { return fields.size() == 1 && fields[0].repeated && fields[0].message == nullptr; }
 };
 
 /// The tables of the types met so far.

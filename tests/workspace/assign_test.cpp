@@ -73,7 +73,7 @@ class AssignTest : public testing::Test {
     message Gain { float value = 1; Rule rule = 2; }
     message Zone { Gain weight = 1; string name = 2; repeated int32 knots = 3; }
     message Module { Gain gain = 1; Flat flat = 2; Rows rows = 3; repeated Zone zones = 4; int64 wide = 5; Kind kind = 6;
-      repeated bool flags = 7; repeated string names = 8; repeated int64 wides = 9; }
+      repeated bool flags = 7; repeated string names = 8; repeated int64 wides = 9; repeated Flat tables = 10; }
   )"};
   zotuning::TypeTables tables_;
 };
@@ -202,6 +202,12 @@ TEST_F(AssignTest, ReadsWhatSpreadsheetsWriteAndSaysWhatItCannot) {
     const bool value = row.result[0] == '[';
     EXPECT_THAT(result, HasSubstr(value ? "\"value\":" + row.result + ",\"rule\"" : row.result)) << row.table;
   }
+  const std::string two =
+      "{\"tables\":[{\"value\":[1,2,3,4],\"rule\":{\"col\":\"2\"}},{\"value\":[5,6],\"rule\":{\"col\":2}}]}";
+  EXPECT_EQ(Table(two, "tables[*]", TableData::Form::kCsv), "1,2\n3,4\n5,6\n");
+  EXPECT_THAT(FromTable(two, "tables[*]", "1,2\n3,4\n5, 7\n", TableData::Form::kCsv), HasSubstr("\"value\":[5,7]"));
+  EXPECT_EQ(FromTable(two, "tables[*]", "1,2\n3,4\n5,6\n7,8\n", TableData::Form::kCsv),
+            "1:21: the path names values in 2 lines, and table has 4 lines");
   EXPECT_THAT(FromTable(text, "flags", "FALSE\n", TableData::Form::kCsv), HasSubstr("\"flags\":[false]"));
   EXPECT_THAT(FromTable(text, "flat", "[[5, 6], [7, 8]]", TableData::Form::kJson), HasSubstr("[5,6,7,8]"));
   EXPECT_EQ(zotuning::FormOf("-", " [1]"), TableData::Form::kJson);

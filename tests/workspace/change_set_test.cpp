@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <string>
 
@@ -128,6 +130,19 @@ TEST(ChangeSet, GitTakesTheDiffOfAnyTwoTexts) {
   EXPECT_EQ(Contents(by_us), Contents(by_git));
 }
 
+TEST(ChangeSet, TheDiffOfAProjectInsideARepositoryFitsThere) {
+  const TempDir temp;
+  const std::string project = temp / "repository/tuning project";
+  MakeDirs(project);
+  ASSERT_EQ(std::system(("git init -q '" + (temp / "repository") + "'").c_str()), 0);
+  Write(project + "/front/a.json", "1\n");
+  ChangeSet changes;
+  changes.Replace(project + "/./front/../front/a.json", "1\n", "2\n");
+  changes.Create(project + "/front/mode_1/b.json", "3\n");
+  GitApply(changes, project, temp / "patch");
+  EXPECT_EQ(Read(project + "/front/a.json") + Read(project + "/front/mode_1/b.json"), "2\n3\n");
+}
+
 TEST(ChangeSet, HunksAreSmall) {
   EXPECT_EQ(zotuning::DiffLines("1\n2\n3\n4\n5\n6\n7\n8\n9\n", "1\n2\n3\n4\nx\n6\n7\n8\n9\n"),
             "@@ -2,7 +2,7 @@\n 2\n 3\n 4\n-5\n+x\n 6\n 7\n 8\n");
@@ -189,7 +204,7 @@ TEST(ChangeSet, AFailurePutsBackWhatWasWritten) {
   EXPECT_EQ(Contents(temp.str()), before);
   EXPECT_EQ(Mode(temp / "gone"), 0640u);
   ASSERT_EQ(sink.diagnostics().size(), 2u);
-  EXPECT_THAT(sink.diagnostics()[0].message, HasSubstr("Not a directory"));
+  EXPECT_THAT(sink.diagnostics()[0].message, HasSubstr(std::strerror(ENOTDIR)));
   EXPECT_EQ(sink.diagnostics()[1].message, "nothing was changed: 3 files written before it were put back");
 }
 

@@ -165,6 +165,25 @@ TEST_F(MigrateTest, TextsFitTheNewSchemaAndTheRestStays) {
   }
 }
 
+TEST_F(MigrateTest, TablesTakeTheFormOfTheirType) {
+  const std::string head = "FloatArrayRule rule = 2; } message Row { repeated float value = 1; }",
+                    list = "repeated float list";
+  const Edits flat = {{"FloatArrayRule rule = 2; }", head}, {list, "FloatArrayData list"}},
+              rows = {
+                  {"FloatArrayRule rule = 2; }",
+                   head + " message Table { repeated Row value = 1; Rule rule = 2; } message Rule { string col = 1; }"},
+                  {list, "Table list"}};
+  const std::string rule =
+      ", \"rule\": {\"description\": \"\", \"recommend\": \"\", \"order\": 0, \"len\": \"4\", \"col\": \"2\"}}";
+  const Edits setting = {{"[1, 2.0]", "{\"value\": [1, 2.0, 3.50, 4]" + rule}};
+  Put(Edited(kDefault, {{"[]", "{\"value\": []" + rule}}), Edited(kSetting, setting));
+  ASSERT_TRUE(Migrate(rows)) << errors_;
+  EXPECT_THAT(Setting(),
+              HasSubstr("{\"value\": [\n    {\"value\": [1, 2.0]},\n    {\"value\": [3.50, 4]}\n  ], \"rule\""));
+  ASSERT_TRUE(Migrate(flat)) << errors_;
+  EXPECT_THAT(Setting(), HasSubstr("{\"value\": [\n    1, 2.0,\n    3.50, 4\n  ], \"rule\""));
+}
+
 TEST_F(MigrateTest, WhatIsDroppedIsKeptInTheReport) {
   ASSERT_TRUE(Migrate({{"float plain = 3;", ""}})) << errors_;
   const std::string report = dir_ + "/migrate.rej.json";

@@ -1,5 +1,8 @@
 // zotuning fmt: the canonical form of JSON files.
 
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+
 #include <memory>
 #include <optional>
 #include <utility>
@@ -35,12 +38,22 @@ const Descriptor* TypeOf(const Project& project, const std::string& module, cons
   return nullptr;
 }
 
+std::string BytesOf(const google::protobuf::Message& message) {
+  std::string bytes;
+  google::protobuf::io::StringOutputStream stream(&bytes);
+  google::protobuf::io::CodedOutputStream out(&stream);
+  out.SetSerializationDeterministic(true);  // maps have another order in each message
+  message.SerializePartialToCodedStream(&out);
+  out.Trim();
+  return bytes;
+}
+
 /// Whether two texts pack the same, or neither does.
 bool PackTheSame(Project& project, const Descriptor* type, const std::string& left, const std::string& right) {
   const auto left_message = project.schema().NewMessage(type), right_message = project.schema().NewMessage(type);
   const bool good = ZO_TUNING::internal::ParseJson(left, left_message.get()).ok;
   if (good != ZO_TUNING::internal::ParseJson(right, right_message.get()).ok) return false;
-  return !good || left_message->SerializePartialAsString() == right_message->SerializePartialAsString();
+  return !good || BytesOf(*left_message) == BytesOf(*right_message);
 }
 
 /// The canonical form of a text; nothing after an error.

@@ -107,7 +107,7 @@ void AddGet(CLI::App& app, CommandContext& context) {
       "and defaults of the modules that have the path are looked at.\n"
       "\n"
       "Examples:\n"
-      "  zotuning get macro_code\n"
+      "  zotuning get lens.macro_code\n"
       "  zotuning get 'zones[*].weight' --where module=AfCommon mode=1,2 sensor=main_wide\n"
       "  zotuning get red.gain --where module=LensShading sensor=default --format csv > gain.csv",
       [&context, options] { return Run(context, *options); });

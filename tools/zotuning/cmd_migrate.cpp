@@ -54,8 +54,11 @@ int Run(CommandContext& context, const Options& options) {
   if (!migration.changes.Apply(console)) return kFailed;
   std::string text;
   for (const MigratedFile& file : migration.files) text += FileText(file);
-  text +=
-      migration.files.empty() ? "everything fits the schema\n" : Count(migration.files.size(), "file") + " migrated\n";
+  if (!migration.files.empty()) {
+    text += Count(migration.files.size(), "file") + " migrated\n";
+  } else {
+    text += migration.left ? "nothing to migrate but what has no module or label\n" : "everything fits the schema\n";
+  }
   if (!migration.report_path.empty()) text += "what was dropped is kept in " + migration.report_path + "\n";
   console.Print(Printable(text, true));
   return kDone;

@@ -21,6 +21,7 @@ struct Options {
   std::string from;
   bool create = false;
   bool force = false;
+  bool round = false;
   bool dry_run = false;
 };
 
@@ -54,6 +55,7 @@ bool ReadWords(const Options& options, Values& values, Console& console) {
       console.Report(Code::kUsage, why, "for example gain=1.5, 'gain.table*=1.05' or PATH --from FILE");
       return false;
     }
+    assignment->round = options.round;
     values.paths.push_back(assignment->path);
     values.assignments.push_back(std::move(*assignment));
   }
@@ -165,10 +167,13 @@ int Run(CommandContext& context, const Options& options) {
       if (choice.values[i].empty()) choice.values[i] = {kLabelNotSet};
     }
   }
-  CollectingSink none;
-  const bool found =
-      selection.FindSettings(*project, choice, changes.empty() ? console : static_cast<DiagnosticSink&>(none));
-  if ((!found && changes.empty()) || !RequireOneModule(selection, choice, console)) return kFailed;
+  CollectingSink listing;
+  selection.FindSettings(*project, choice, listing);
+  for (Diagnostic& fault : listing.Take()) {
+    // There need not be a setting where one is to be made.
+    if (changes.empty() || fault.code != Code::kNoMatch) console.Add(std::move(fault));
+  }
+  if (!console.ok() || !RequireOneModule(selection, choice, console)) return kFailed;
   for (const SelectedSetting& selected : selection.settings()) {
     std::string text;
     if (ReadFile(selected.setting.path, text, console)) changes.push_back({selected, text, text, false});
@@ -216,10 +221,10 @@ void AddSet(CLI::App& app, CommandContext& context) {
       "before the first one is written; either all are changed or, after an error, none.\n"
       "\n"
       "Examples:\n"
-      "  zotuning set macro_code=120 --where module=AfCommon\n"
+      "  zotuning set lens.macro_code=720 --where module=AfCommon\n"
       "  zotuning set 'red.gain*=1.05' 'red.gain[0][*]=1' --where module=LensShading sensor=main_wide\n"
       "  zotuning set red.gain --from gain.csv --where module=LensShading sensor=main_wide mode=2\n"
-      "  zotuning set frame_rate=30 --create --where sensor=front module=AfCommon mode=1 scenario=Video\n"
+      "  zotuning set lens.macro_code=700 --create --where sensor=front module=AfCommon mode=1 scenario=Video\n"
       "  zotuning set 'zones[*].weight+=0.1' --where module=AfCommon --dry-run | git apply",
       [&context, options] { return Run(context, *options); });
   command->add_option("PATH=VALUE", options->assignments, "What to set; a PATH alone with --from")->required();
@@ -232,6 +237,7 @@ void AddSet(CLI::App& app, CommandContext& context) {
       ->type_name("FILE")
       ->check(NotEmpty());
   command->add_flag("--create", options->create, "Make the settings that the labels name and that do not exist");
+  command->add_flag("--round", options->round, "Results for whole numbers become the nearest ones");
   command->add_flag("--force", options->force, "Set values that the rules do not allow");
   command->add_flag("--dry-run", options->dry_run, "Print the change for 'git apply', write nothing");
 }
