@@ -129,12 +129,12 @@ PackResult BinPacker::PackModule(std::string_view text, const google::protobuf::
                                  FieldChecking checking, BinWriter& bin) {
   const ModuleTable& table = TableOf(module_type);
   if (!transcoder_.Transcode(table, text)) return PackBySlowPath(std::string(text), module_type, checking, bin);
-  if (checking == FieldChecking::kOn) {
-    const std::string_view* missing = transcoder_.FindMissingName(table, text);
-    if (missing != nullptr) return FieldMissing(*missing);
-  }
+  const std::string_view* missing =
+      checking == FieldChecking::kOff ? nullptr : transcoder_.FindMissingName(table, text);
+  if (missing != nullptr && checking == FieldChecking::kOn) return FieldMissing(*missing);
   bin.WriteMessageBytes(transcoder_.wire());
   PackResult result = ResultOf(bin);
+  if (missing != nullptr) result.field = *missing;
   result.is_complete = transcoder_.complete();
   return result;
 }
@@ -145,10 +145,8 @@ PackResult BinPacker::PackBySlowPath(std::string text, const google::protobuf::D
   if (message == nullptr) return Failure(PackStatus::kNoMessage);
   JsonResult json = ParseJson(text, message.get());
   if (!json.ok) return NotConverted(std::move(text), std::move(json.reason));
-  if (checking == FieldChecking::kOn) {
-    const std::string* missing = FindMissingField(module_type, text);
-    if (missing != nullptr) return FieldMissing(*missing);
-  }
+  const std::string* missing = checking == FieldChecking::kOff ? nullptr : FindMissingField(module_type, text);
+  if (missing != nullptr && checking == FieldChecking::kOn) return FieldMissing(*missing);
   if (!PruningFits(*message, module_type)) {
     return NotConverted(std::move(text), "With all parts that the text leaves out the message takes 2 GiB or more.");
   }
@@ -157,7 +155,9 @@ PackResult BinPacker::PackBySlowPath(std::string text, const google::protobuf::D
     return NotConverted(std::move(text), "The message is more than 100 levels deep, which could not be read again.");
   }
   bin.WriteMessage(*message);
-  return ResultOf(bin);
+  PackResult result = ResultOf(bin);
+  if (missing != nullptr) result.field = *missing;
+  return result;
 }
 
 const ModuleTable& BinPacker::TableOf(const google::protobuf::Descriptor* module_type) {
