@@ -1,5 +1,5 @@
 # Finds Android's log library: the platform's own in the NDK, Debian's android-liblog-dev on Linux (whose header and
-# library stand in folders of their own). Gives the target AndroidLog::AndroidLog.
+# library are in folders of their own). Defines the target AndroidLog::AndroidLog.
 if(ANDROID)
   # Part of the platform: in the toolchain's own search paths, which must not be named a second time.
   set(AndroidLog_LIBRARY log)

@@ -7,7 +7,7 @@ set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zotuning_utils)
 set(doc_dir ${CMAKE_INSTALL_DATAROOTDIR}/doc/zotuning_utils)
 
 # ---- The shared library and what it takes to link it.
-# Where a library stands outside the linker's own folders, as Debian's liblog does, the way to it is kept.
+# Where a library is outside the linker's own folders, as Debian's liblog is, its path is kept.
 set_target_properties(zotuning_utils PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
 install(TARGETS zotuning_utils EXPORT zotuning_utilsTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Library NAMELINK_COMPONENT Development
@@ -52,6 +52,16 @@ install(FILES ${PROJECT_SOURCE_DIR}/LICENSE ${PROJECT_SOURCE_DIR}/CHANGELOG.md $
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples
   DESTINATION ${doc_dir} COMPONENT Development FILES_MATCHING
   PATTERN *.md PATTERN *.proto PATTERN *.json PATTERN *.h)
+# The reference of every public name is written from the comments of the public header.
+find_program(ZOTUNING_AWK awk)
+mark_as_advanced(ZOTUNING_AWK)
+if(ZOTUNING_AWK)
+  install(CODE "
+    execute_process(COMMAND ${ZOTUNING_AWK} -f ${PROJECT_SOURCE_DIR}/scripts/api_page.awk
+                            ${PROJECT_SOURCE_DIR}/src/ZoTuningUtils.h
+                    OUTPUT_FILE ${PROJECT_BINARY_DIR}/api.md COMMAND_ERROR_IS_FATAL ANY)" COMPONENT Development)
+  install(FILES ${PROJECT_BINARY_DIR}/api.md DESTINATION ${doc_dir}/docs COMPONENT Development)
+endif()
 
 # ---- The console tool, its man page and the completions of three shells.
 if(TARGET zotuning)

@@ -7,7 +7,7 @@ function(help_of out)
   set(${out} "${text}" PARENT_SCOPE)
 endfunction()
 
-# Text as it stands, for troff: no escapes, and no line that looks like a request.
+# Text as it is, for troff: no escapes, and no line that looks like a request.
 function(verbatim out text)
   string(REPLACE "\\" "\\e" text "${text}")
   string(REPLACE "-" "\\-" text "${text}")

@@ -1,5 +1,5 @@
 # zotuning_version: the header zotuning_version.h with the version, which project() in the top CMakeLists.txt says, and
-# the commit, looked up anew at each build. Whoever links it is compiled again only when one of them changes.
+# the commit, looked up at each build. Whoever links it is compiled again only when one of them changes.
 find_package(Git QUIET)
 set(header ${PROJECT_BINARY_DIR}/generated/zotuning_version.h)
 add_custom_target(zotuning_version_header

@@ -29,15 +29,13 @@ void Run(const std::string& bytes) {
   LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
 }
 
-/// Bounds the address space to what is in use and kMemoryBound. Sanitizers reserve too much for that.
+/// Bounds the address space to what is in use and kMemoryBound.
 void BoundMemory() {
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
   rlim_t pages = 0;
   std::ifstream("/proc/self/statm") >> pages;
   const rlim_t bound = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + kMemoryBound;
   const rlimit limit{bound, bound};
   if (pages == 0 || setrlimit(RLIMIT_AS, &limit) != 0) zofuzz::Fail("cannot bound the memory");
-#endif
 }
 
 size_t RunDamaged(const std::string& seed) {

@@ -207,8 +207,8 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
   if (__sanitizer_set_report_fd != nullptr)
     __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(g_report_descriptor)));
   google::protobuf::SetLogHandler(nullptr);
-  static Nowhere nowhere;
-  std::cerr.rdbuf(&nowhere);
+  static auto* const nowhere = new Nowhere;  // the stream is flushed at the very end
+  std::cerr.rdbuf(nowhere);
   std::atexit([] { fs::remove_all(zofuzz::ScratchDir()); });
   if (*argc == 3 && std::strcmp((*argv)[1], "--seeds") == 0) {
     zofuzz::Seeds((*argv)[2]);

@@ -1,5 +1,6 @@
-# Prints docs/api.md from the public header: every public name with its declaration and its contract, which is the
-# comment before it. Ends with status 1, after naming the places, when a declaration has no comment.
+# Prints the reference of every public name, docs/api.md of an installation, from the public header: each with its
+# declaration and its contract, which is the comment before it. Ends with status 1, after naming the places, when a
+# declaration has no comment.
 
 function flush_text() { text = "" }
 
@@ -36,7 +37,7 @@ function finish(   name) {
 BEGIN {
   print "# The public interface"
   print ""
-  print "<!-- Written from src/ZoTuningUtils.h by scripts/dev check docs --update. -->"
+  print "<!-- Written from ZoTuningUtils.h when the library was installed. -->"
   print ""
 }
 

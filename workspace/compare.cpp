@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <map>
 #include <set>
 #include <unordered_map>
@@ -31,6 +32,10 @@ constexpr size_t kShownBytes = 60;
 
 /// Elements beyond this are compared one by one only where asked for.
 constexpr size_t kFewChanges = 3;
+
+/// What an element of only one list costs beside a pair, which costs up to 1: pairs of which nothing is equal are made,
+/// and half-equal ones broken up where that lets two others be equal.
+constexpr float kAlone = 0.75F;
 
 /// What looking for insertions may cost for one list, in comparisons of values.
 constexpr size_t kMaxAlignmentWork = 4'000'000;
@@ -104,12 +109,25 @@ std::string PercentText(double left, double right) {
   return Printed(percent != 0 && std::fabs(percent) < 0.1 ? "%+.1g %%" : "%+.1f %%", percent);
 }
 
-/// "+0.02", exact for whole numbers.
-std::string DistanceText(const FieldValue& left, const FieldValue& right) {
+/// How far it is from `left` to `right`, both numbers; exact for whole ones of one kind.
+double DistanceOf(const FieldValue& left, const FieldValue& right) {
+  const auto whole = [](auto from, auto to) {
+    const auto wide = [](auto number) { return static_cast<uint64_t>(number); };
+    return to < from ? -static_cast<double>(wide(from) - wide(to)) : static_cast<double>(wide(to) - wide(from));
+  };
+  if (left.index() == right.index()) {
+    if (const int64_t* from = std::get_if<int64_t>(&left)) return whole(*from, std::get<int64_t>(right));
+    if (const uint64_t* from = std::get_if<uint64_t>(&left)) return whole(*from, std::get<uint64_t>(right));
+  }
   double from = 0, to = 0;
   (void)NumberOf(left, &from);
   (void)NumberOf(right, &to);
-  const double distance = to - from;
+  return to - from + 0.0;  // no zero with a sign
+}
+
+/// "+0.02", exact for whole numbers.
+std::string DistanceText(const FieldValue& left, const FieldValue& right) {
+  const double distance = DistanceOf(left, right);
   const bool whole =
       !std::holds_alternative<float>(right) && !std::holds_alternative<double>(right) && std::fabs(distance) < 9e15;
   return Printed(whole ? "%+.0f" : "%+.3g", distance);
@@ -144,12 +162,24 @@ bool SameValue(const FieldValue& left, const FieldValue& right) {
   return a == b;
 }
 
+/// What rounding to its type may have taken from a number, as a part of it.
+double RoundingOf(const FieldValue& value) {
+  if (std::holds_alternative<float>(value)) return std::numeric_limits<float>::epsilon();
+  return std::holds_alternative<double>(value) ? std::numeric_limits<double>::epsilon() : 0;
+}
+
+/// Whether the distance counts as none, as 1.1 - 1 does where the tolerance is 0.1. Infinities are no nearer to
+/// anything.
+bool Within(double a, double b, double distance, double rounding, const Tolerance& tolerance) {
+  if ((tolerance.absolute <= 0 && tolerance.relative <= 0) || !std::isfinite(distance)) return false;
+  const double larger = std::max(std::fabs(a), std::fabs(b));
+  return std::fabs(distance) <= std::max(tolerance.absolute, tolerance.relative * larger) + rounding * larger;
+}
+
 bool Within(const FieldValue& left, const FieldValue& right, const Tolerance& tolerance) {
-  if (tolerance.absolute <= 0 && tolerance.relative <= 0) return false;
   double a = 0, b = 0;
   if (!NumberOf(left, &a) || !NumberOf(right, &b)) return false;
-  const double distance = std::fabs(a - b);
-  return distance <= tolerance.absolute || distance <= tolerance.relative * std::max(std::fabs(a), std::fabs(b));
+  return Within(a, b, DistanceOf(left, right), std::max(RoundingOf(left), RoundingOf(right)), tolerance);
 }
 
 FieldValue Summary(const Message& message) {
@@ -255,6 +285,39 @@ class Scalars {
     }
     return message_->GetReflection()->GetRepeatedString(*message_, field_, static_cast<int>(i));
   }
+
+  /// The element as a double; false where it is no number.
+  bool NumberAt(size_t i, double* number) const {
+    switch (field_->cpp_type()) {
+      case FieldDescriptor::CPPTYPE_INT32:
+        *number = Number<int32_t>(i);
+        return true;
+      case FieldDescriptor::CPPTYPE_INT64:
+        *number = static_cast<double>(Number<int64_t>(i));
+        return true;
+      case FieldDescriptor::CPPTYPE_UINT32:
+        *number = Number<uint32_t>(i);
+        return true;
+      case FieldDescriptor::CPPTYPE_UINT64:
+        *number = static_cast<double>(Number<uint64_t>(i));
+        return true;
+      case FieldDescriptor::CPPTYPE_FLOAT:
+        *number = static_cast<double>(Number<float>(i));
+        return true;
+      case FieldDescriptor::CPPTYPE_DOUBLE:
+        *number = Number<double>(i);
+        return true;
+      default:
+        return false;
+    }
+  }
+
+  double rounding() const {
+    if (field_->cpp_type() == FieldDescriptor::CPPTYPE_FLOAT) return RoundingOf(0.0F);
+    return field_->cpp_type() == FieldDescriptor::CPPTYPE_DOUBLE ? RoundingOf(0.0) : 0;
+  }
+
+  bool SameType(const Scalars& other) const { return field_->cpp_type() == other.field_->cpp_type(); }
 
   /// Whether all bytes of both are equal; false says nothing.
   bool SameBytes(const Scalars& other) const {
@@ -562,7 +625,8 @@ class MessageComparer::Walk {
     auto list = std::make_unique<ListChange>();
     list->left_size = from.size();
     list->right_size = to.size();
-    const auto cell = [&](size_t i, size_t j) { CompareElement(from, i, to, j, i, j, tolerance, *list); };
+    Changes changes{*list, tolerance};
+    const auto cell = [&](size_t i, size_t j) { CompareElement(from, i, to, j, i, j, changes); };
     if (from.size() == to.size()) {
       for (size_t i = 0; i < from.size(); ++i) cell(i, i);
     } else {
@@ -573,6 +637,7 @@ class MessageComparer::Walk {
         if (SameValue(a, b) || Within(a, b, tolerance)) return 0.0F;
         double x = 0, y = 0;
         if (!NumberOf(a, &x) || !NumberOf(b, &y) || !std::isfinite(x) || !std::isfinite(y)) return 1.0F;
+        if (x == y) return 0.01F;  // zeros of two signs, and numbers that a double cannot tell apart
         const double distance = std::fabs(x - y) / std::max(std::fabs(x), std::fabs(y));
         return static_cast<float>(std::clamp(distance, 0.01, 1.0));
       };
@@ -581,30 +646,43 @@ class MessageComparer::Walk {
     AddList(std::move(list));
   }
 
+  /// A list in the making.
+  struct Changes {
+    ListChange& list;
+    Tolerance tolerance;
+    double largest = -1;  ///< distance of two elements so far
+  };
+
   void CompareElement(const Scalars& from, size_t i, const Scalars& to, size_t j, size_t left_index, size_t right_index,
-                      const Tolerance& tolerance, ListChange& list) {
+                      Changes& changes) {
     if (from.SameBytes(i, to, j)) return;
-    FieldValue a = from.At(i), b = to.At(j);
-    if (SameValue(a, b) || Within(a, b, tolerance)) return;
-    ++list.changed;
     double x = 0, y = 0;
-    const bool numbers = NumberOf(a, &x) && NumberOf(b, &y) && std::isfinite(x) && std::isfinite(y);
-    if (list.changed == 1) list.has_statistics = numbers;
-    list.has_statistics &= numbers;
+    const bool numbers = from.NumberAt(i, &x) && to.NumberAt(j, &y);
+    if (!numbers || !from.SameType(to) || (std::isnan(x) && std::isnan(y))) {
+      if (SameValue(from.At(i), to.At(j))) return;
+    }
+    // From here on doubles are not exact for whole numbers.
+    const bool large = std::fabs(x) >= 0x1p53 || std::fabs(y) >= 0x1p53;
+    const double distance = numbers && large ? DistanceOf(from.At(i), to.At(j)) : y - x;
+    if (numbers && Within(x, y, distance, std::max(from.rounding(), to.rounding()), changes.tolerance)) return;
+    ListChange& list = changes.list;
+    ++list.changed;
+    const bool finite = numbers && std::isfinite(x) && std::isfinite(y);
+    if (list.changed == 1) list.has_statistics = finite;
+    list.has_statistics &= finite;
     if (list.has_statistics) {
       // Sums until the list is complete.
       list.left_mean += x;
       list.right_mean += y;
-      double from_largest = 0, to_largest = 0;
-      const bool first = !NumberOf(list.largest_left, &from_largest) || !NumberOf(list.largest_right, &to_largest);
-      if (first || std::fabs(y - x) > std::fabs(to_largest - from_largest)) {
+      if (std::fabs(distance) > changes.largest) {
+        changes.largest = std::fabs(distance);
         list.largest = right_index;
-        list.largest_left = a;
-        list.largest_right = b;
+        list.largest_left = from.At(i);
+        list.largest_right = to.At(j);
       }
     }
     if (list.elements.size() < options_.max_elements) {
-      list.elements.push_back({left_index, right_index, std::move(a), std::move(b)});
+      list.elements.push_back({left_index, right_index, from.At(i), to.At(j)});
     }
   }
 
@@ -632,8 +710,8 @@ class MessageComparer::Walk {
   }
 
   /// Pairs the elements of two lists so that little differs: `cost` of a pair is from 0, equal, to 1; an element of
-  /// only one list costs 1. Calls `pair` for those that belong together. `weight` tells how many values one call of
-  /// `cost` looks at. Where that would be too much, elements go by their places.
+  /// only one list costs kAlone. Calls `pair` for those that belong together. `weight` tells how many values one call
+  /// of `cost` looks at. Where that would be too much, elements go by their places.
   template <typename Cost, typename PairUp>
   static void Align(size_t left_size, size_t right_size, size_t weight, const Cost& cost, const PairUp& pair,
                     ListChange& list) {
@@ -673,12 +751,12 @@ class MessageComparer::Walk {
       for (size_t j = width; j-- > 0;) {
         float& least = best[i * width + j];
         if (i == rows || j == columns) {
-          least = static_cast<float>(rows - i + columns - j);
+          least = kAlone * static_cast<float>(rows - i + columns - j);
           continue;
         }
         const float here = costs[i * columns + j] = cost(begin + i, begin + j);
-        least = std::min(
-            {here + best[(i + 1) * width + j + 1], 1 + best[(i + 1) * width + j], 1 + best[i * width + j + 1]});
+        least = std::min({here + best[(i + 1) * width + j + 1], kAlone + best[(i + 1) * width + j],
+                          kAlone + best[i * width + j + 1]});
       }
     }
     size_t i = 0, j = 0;
@@ -687,7 +765,7 @@ class MessageComparer::Walk {
       if (i < rows && j < columns && costs[i * columns + j] + best[(i + 1) * width + j + 1] <= least) {
         pair(begin + i, begin + j);
         ++i, ++j;
-      } else if (i < rows && (j == columns || 1 + best[(i + 1) * width + j] <= least)) {
+      } else if (i < rows && (j == columns || kAlone + best[(i + 1) * width + j] <= least)) {
         AddPlace(begin + i++, list.removed);
       } else {
         AddPlace(begin + j++, list.inserted);
@@ -847,12 +925,12 @@ class MessageComparer::Walk {
     return true;
   }
 
-  /// Of a table without a shape of its own, as in a bin, the other's where it fits.
+  /// Of a table without a shape of its own, as in a bin, the other's where it fits. One without cells has its columns.
   static void BorrowShape(Cells& cells, const Cells& other) {
-    if (cells.rows_are_messages || cells.columns != 0 || other.columns == 0) return;
-    const size_t size = cells.rows[0].size();
-    if (size != other.row_count * other.columns) return;
-    cells.row_count = other.row_count;
+    if (cells.columns != 0) return;
+    const size_t size = cells.rows_are_messages ? cells.row_count : cells.rows[0].size();
+    if (size != 0 && (cells.rows_are_messages || size != other.row_count * other.columns)) return;
+    cells.row_count = size == 0 ? 0 : other.row_count;
     cells.columns = other.columns;
   }
 
@@ -876,10 +954,11 @@ class MessageComparer::Walk {
     list->right_columns = to.columns;
     list->left_size = from.row_count * from.columns;
     list->right_size = to.row_count * to.columns;
+    Changes changes{*list, tolerance};
     const auto compare_rows = [&](size_t i, size_t j) {
       for (size_t column = 0; column < to.columns; ++column) {
         CompareElement(from.RowOf(i), from.PlaceOf(i, column), to.RowOf(j), to.PlaceOf(j, column),
-                       i * from.columns + column, j * to.columns + column, tolerance, *list);
+                       i * from.columns + column, j * to.columns + column, changes);
       }
     };
     if (from.columns == to.columns && from.row_count == to.row_count) {
@@ -1054,7 +1133,7 @@ std::string ListText(const Difference& difference) {
 std::string ChangeText(const std::string& path, const FieldValue& left, const FieldValue& right) {
   std::string text = path + ": " + ValueText(left) + " → " + ValueText(right);
   double from = 0, to = 0;
-  if (NumberOf(left, &from) && NumberOf(right, &to)) {
+  if (NumberOf(left, &from) && NumberOf(right, &to) && from != to) {
     const std::string percent = PercentText(from, to);
     if (!percent.empty()) text += " (" + percent + ")";
   }

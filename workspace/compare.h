@@ -36,7 +36,8 @@ std::string ValueText(const FieldValue& value);
 /// A number as a double; false for others.
 bool NumberOf(const FieldValue& value, double* number);
 
-/// How far two numbers may be apart and still count as the same: |a - b| <= absolute, or <= relative * max(|a|, |b|).
+/// How far two numbers may be apart and still count as the same: |a - b| <= absolute, or <= relative * max(|a|, |b|),
+/// but for what rounding to their type adds.
 struct Tolerance {
   double absolute = 0;
   double relative = 0;

@@ -15,8 +15,6 @@
 #include "io/unique_fd.h"
 #include "io/unique_file-inl.h"
 
-extern char** environ;
-
 namespace zotuning {
 namespace {
 
@@ -38,8 +36,16 @@ struct Pipe {
 /// Starts a program with these descriptors, of which -1 stands for nothing. 0, or an errno.
 int Spawn(const std::vector<std::string>& arguments, int in, int out, int err, pid_t* process) {
   std::vector<char*> words;
+  words.reserve(arguments.size() + 1);
   for (const std::string& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
   words.push_back(nullptr);
+  // What git says is taken apart, and goes between our own words.
+  std::string language = "LC_ALL=C";
+  std::vector<char*> environment = {language.data()};
+  for (char** each = environ; *each != nullptr; ++each) {
+    if (std::strncmp(*each, "LC_ALL=", 7) != 0) environment.push_back(*each);
+  }
+  environment.push_back(nullptr);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   const int descriptors[] = {in, out, err};
@@ -58,7 +64,7 @@ int Spawn(const std::vector<std::string>& arguments, int in, int out, int err, p
   sigaddset(&defaults, SIGPIPE);
   posix_spawnattr_setsigdefault(&attributes, &defaults);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
-  const int error = posix_spawnp(process, words[0], &actions, &attributes, words.data(), environ);
+  const int error = posix_spawnp(process, words[0], &actions, &attributes, words.data(), environment.data());
   posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   return error;

@@ -14,8 +14,9 @@
 
 namespace zotuning {
 
-/// Runs a program to its end, without a shell; its standard input is empty. `out` and `err` receive what it writes. The
-/// exit code, 128 and the number of the signal that ended it, or -1 with errno set when it could not be started.
+/// Runs a program to its end, without a shell and in the "C" locale; its standard input is empty. `out` and `err`
+/// receive what it writes. The exit code, 128 and the number of the signal that ended it, or -1 with errno set when it
+/// could not be started.
 int RunProgram(const std::vector<std::string>& arguments, std::string& out, std::string& err);
 
 /// What a revision holds at one path.

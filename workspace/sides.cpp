@@ -88,6 +88,8 @@ class ProjectFiles {
   virtual bool Read(const std::string& path, TextBuffer& buffer, std::string_view& text, DiagnosticSink& sink) = 0;
   /// For people.
   virtual std::string Shown(const std::string& path) const = 0;
+  /// Whether a folder without files is there at all.
+  virtual bool KeepsEmptyFolders() const { return true; }
 };
 
 class DiskFiles : public ProjectFiles {
@@ -183,6 +185,7 @@ class GitFiles : public ProjectFiles {
   }
 
   std::string Shown(const std::string& path) const override { return revision_ + ":" + prefix_ + path; }
+  bool KeepsEmptyFolders() const override { return false; }
 
  private:
   std::shared_ptr<GitRepository> repository_;
@@ -218,6 +221,10 @@ SideEntry VersionEntry(const Project& project, const std::string& scope, const s
   return {scope, "", {{"version", name}}, path, project.version_type(), index};
 }
 
+std::string VersionDir(const std::string& scope) {
+  return Joined(scope == kDefaultScope ? "proto" : scope, ZO_TUNING::internal::kVersionFolder);
+}
+
 // ---- Settings in files ----
 
 class TreeSide : public Side {
@@ -250,29 +257,33 @@ class TreeSide : public Side {
   }
 
   bool AddVersions(const std::string& scope, DiagnosticSink& sink) {
-    const std::string dir = Joined(scope == kDefaultScope ? "proto" : scope, ZO_TUNING::internal::kVersionFolder);
+    const std::string dir = VersionDir(scope);
     if (files_->Kind(dir) != FileKind::kDirectory) return true;
     std::vector<std::string> paths;
     bool good = files_->List(dir, kJsonSuffix, paths, sink);
-    for (const std::string& path : paths) {
-      SideEntry entry = VersionEntry(*project_, scope, "", files_->Shown(path), paths_.size());
-      paths_.push_back(path);
-      std::string_view text;
-      const auto message = project_->schema().NewMessage(entry.type);
-      if (!files_->Read(path, buffer_, text, sink) || !ParseJson(entry.path, std::string(text), message.get(), sink)) {
-        good = false;
-        continue;
-      }
-      entry.labels[0].second = TextField(*message, "name");
-      versions_.push_back(std::move(entry));
-    }
+    for (const std::string& path : paths) good &= AddVersion(scope, path, sink);
     return good;
+  }
+
+  bool AddVersion(const std::string& scope, const std::string& path, DiagnosticSink& sink) {
+    SideEntry entry = VersionEntry(*project_, scope, "", files_->Shown(path), paths_.size());
+    paths_.push_back(path);
+    std::string_view text;
+    const auto message = project_->schema().NewMessage(entry.type);
+    if (!files_->Read(path, buffer_, text, sink) || !ParseJson(entry.path, std::string(text), message.get(), sink)) {
+      return false;
+    }
+    entry.labels[0].second = TextField(*message, "name");
+    versions_.push_back(std::move(entry));
+    return true;
   }
 
   /// The whole of a scope.
   bool AddScope(const std::string& scope, DiagnosticSink& sink) {
     scopes_.push_back(scope);
-    if (files_->Kind(scope) != FileKind::kDirectory) {
+    const FileKind kind = files_->Kind(scope);
+    if (kind == FileKind::kMissing && !files_->KeepsEmptyFolders()) return AddVersions(scope, sink);
+    if (kind != FileKind::kDirectory) {
       sink.Report(Code::kMissingFolder, "the folder of " + Quoted(scope) + " is missing", "", files_->Shown(scope));
       return false;
     }
@@ -297,7 +308,13 @@ class TreeSide : public Side {
   }
 
   bool ReadText(const SideEntry& entry, std::string_view& text, DiagnosticSink& sink) override {
-    return files_->Read(paths_[entry.index], buffer_, text, sink);
+    if (held_ != entry.index) {
+      held_ = SIZE_MAX;
+      if (!files_->Read(paths_[entry.index], buffer_, text_, sink)) return false;
+      held_ = entry.index;
+    }
+    text = text_;
+    return true;
   }
 
   bool ReadBytes(const SideEntry& entry, RuleBytes rules, std::string_view& bytes, DiagnosticSink& sink) override {
@@ -329,6 +346,8 @@ class TreeSide : public Side {
   std::vector<std::string> paths_;  ///< by the index of an entry
   std::map<std::pair<const Descriptor*, RuleBytes>, std::unique_ptr<ModuleTable>> tables_;
   TextBuffer buffer_;
+  size_t held_ = SIZE_MAX;  ///< index of the entry whose text is in the buffer
+  std::string_view text_;
   ZO_TUNING::internal::JsonTranscoder transcoder_;
   std::string bytes_;
 };
@@ -469,7 +488,7 @@ class SideOpener::Impl {
     if (project.project == nullptr) return nullptr;
     const std::string relative = RelativeTo(project, path);
     project.files = std::make_shared<TextFile>(std::move(bytes), DisplayPath(path));
-    return OpenSetting(project, relative, path, sink);
+    return OpenForm(project, relative, path, sink);
   }
 
   std::unique_ptr<Side> OpenBinFile(const std::string& path, const std::string& name, const std::string& scope,
@@ -520,7 +539,7 @@ class SideOpener::Impl {
     return nullptr;
   }
 
-  /// The project that a path is in, the current one for others; empty after an error.
+  /// The project that a path is in; for others the current one, or the only one that is known. Empty after an error.
   OpenProject ProjectFor(const std::string& path, DiagnosticSink& sink) {
     for (std::string dir = Absolute(path); dir.size() > 1; dir.resize(std::max<size_t>(dir.rfind('/'), 1))) {
       const auto known = on_disk_.find(dir);
@@ -528,6 +547,8 @@ class SideOpener::Impl {
       if (Exists(ProjectLayout(dir).ConfigPath())) return Load(dir, dir == Absolute(path) ? path : dir, sink);
     }
     if (current_.project != nullptr) return current_;
+    // Bins anywhere are those of the other side's project.
+    if (on_disk_.size() == 1) return on_disk_.begin()->second;
     sink.Report(Code::kNoProject, "no project holds " + Quoted(path), "choose one with -C DIR");
     return {};
   }
@@ -576,9 +597,19 @@ class SideOpener::Impl {
       for (const std::string& scope : scopes) (void)side->AddScope(scope, sink);
       return side;
     }
+    const FileKind kind = project.files->Kind(path);
+    for (const std::string& scope : scopes) {
+      const std::string dir = VersionDir(scope);
+      const bool is_file = IsWithin(path, dir) && path != dir && HasSuffix(FileName(path), kJsonSuffix);
+      if (path != dir && !is_file) continue;
+      auto side = std::make_unique<TreeSide>(project);
+      side->Become(is_file ? SideForm::kSetting : SideForm::kFolder, name);
+      side->FixLabels(scope, dir);
+      reported_ = !(is_file ? side->AddVersion(scope, path, sink) : side->AddVersions(scope, sink));
+      return is_file && reported_ ? nullptr : std::move(side);
+    }
     const std::string scope = path.substr(0, path.find('/'));
     const bool in_scope = std::find(scopes.begin(), scopes.end(), scope) != scopes.end();
-    const FileKind kind = project.files->Kind(path);
     if (in_scope && path == scope) {
       auto side = std::make_unique<TreeSide>(project);
       side->Become(SideForm::kScope, name);
@@ -674,9 +705,14 @@ class SideOpener::Impl {
       }
       files = std::make_shared<const GitFiles::Files>(std::move(listed));
     }
-    // A path in the project, or as git has it, one from the root of the repository.
-    const std::string path = Normal(form);
-    for (const std::string& full : {Normal(repository_->prefix() + path), path}) {
+    // A path in the project, or as git has it, one from the root of the repository, or from here with "./".
+    std::string path = Normal(form);
+    std::vector<std::string> places = {Normal(repository_->prefix() + path), path};
+    if (form.rfind("./", 0) == 0 || form.rfind("../", 0) == 0) {
+      path = std::filesystem::path(Absolute(form)).lexically_relative(Absolute(here)).string();
+      places = {Normal(repository_->prefix() + path)};
+    }
+    for (const std::string& full : places) {
       const GitFiles all(repository_, files, revision, "");
       if (all.Kind(full) == FileKind::kMissing) continue;
       std::string root = full;
@@ -855,8 +891,37 @@ class SidesComparer {
     return key;
   }
 
+  static bool HasOnlyVersions(const Side& side) {
+    return (side.form() == SideForm::kSetting || side.form() == SideForm::kFolder) && !side.versions().empty();
+  }
+
+  /// Where one side is a version, or the versions of a scope.
+  void CompareVersions(const std::string& left_scope, const std::string& right_scope) {
+    for (const auto& [side, other] : {std::pair<Side&, Side&>{left_, right_}, {right_, left_}}) {
+      if (other.form() != SideForm::kSetting || HasOnlyVersions(other)) continue;
+      sink_.Report(Code::kNotComparable, Quoted(side.name()) + " is a version, " + Quoted(other.name()) + " a setting");
+      good_ = false;
+      return;
+    }
+    Entries left = In(left_.versions(), left_scope), right = In(right_.versions(), right_scope);
+    const bool left_is_one = left_.form() == SideForm::kSetting, right_is_one = right_.form() == SideForm::kSetting;
+    if (left_is_one && right_is_one) return Compare(left[0], right[0]);
+    const auto keep = [](const LabelNames& labels, Entries& entries) {
+      entries.erase(std::remove_if(entries.begin(), entries.end(),
+                                   [&](const SideEntry* entry) { return entry->labels != labels; }),
+                    entries.end());
+    };
+    if (left_is_one) keep(left[0]->labels, right);
+    if (right_is_one) keep(right[0]->labels, left);
+    Pair(left, right, [](const SideEntry& entry, bool) { return Key(entry.labels, {}); });
+  }
+
   void CompareScopes(const std::string& left_scope, const std::string& right_scope) {
-    if (left_scope == right_scope) {
+    if (HasOnlyVersions(left_) || HasOnlyVersions(right_)) return CompareVersions(left_scope, right_scope);
+    const auto is_whole = [](const Side& side) {
+      return side.form() == SideForm::kScope || side.form() == SideForm::kProject;
+    };
+    if (left_scope == right_scope && is_whole(left_) && is_whole(right_)) {
       Pair(In(left_.versions(), left_scope), In(right_.versions(), right_scope),
            [](const SideEntry& entry, bool) { return Key(entry.labels, {}); });
     }

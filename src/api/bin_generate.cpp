@@ -319,9 +319,7 @@ bool GenerateSpecificSensorBin(const char* proj_dir, const char* out_dir) {
   return PackSpecific(packer, generation);
 }
 
-}  // namespace
-
-bool GenerateProjTuningBins(const char* proj_dir, const char* out_dir, const std::string* only_sensor) {
+bool GenerateProjTuningBins(const char* proj_dir, const char* out_dir) {
   const std::string bin_folder = BinFolder(out_dir);
   if (PathExists(bin_folder)) {
     TuningLog(kLogError, __LINE__, __func__, "Bin folder has been existed, please remove. %s", bin_folder.c_str());
@@ -330,7 +328,6 @@ bool GenerateProjTuningBins(const char* proj_dir, const char* out_dir, const std
   mkdir(bin_folder.c_str(), kBinFolderMode);
 
   Generation generation(proj_dir, bin_folder);
-  if (only_sensor != nullptr) generation.sensor_names() = {*only_sensor};
   const google::protobuf::Descriptor* label_type = FindType(generation.schema(), "TuningDataLabel");
   if (label_type == nullptr) {
     TuningLog(kLogError, __LINE__, __func__, "Get tuning label descriptor failed");
@@ -350,12 +347,13 @@ bool GenerateProjTuningBins(const char* proj_dir, const char* out_dir, const std
                      });
 }
 
+}  // namespace
 }  // namespace api
 }  // namespace internal
 }  // namespace ZO_TUNING
 
 bool ZoTuningUtils::GenerateProjTuningBins(const char* proj_dir, const char* out_dir) {
-  return AtBorder(__LINE__, __func__, [&] { return api::GenerateProjTuningBins(proj_dir, out_dir, nullptr); });
+  return AtBorder(__LINE__, __func__, [&] { return api::GenerateProjTuningBins(proj_dir, out_dir); });
 }
 
 bool ZoTuningUtils::GenerateSpecificSensorBin(const char* proj_dir, const char* out_dir) {

@@ -63,12 +63,6 @@ class LogListener : public PackListener {
   void OnUnknownModule(const std::string& module_name) override;
 };
 
-// ---- Bins ----
-
-/// GenerateProjTuningBins. With `only_sensor`, which has to be a sensor of the project, packs "default.bin" and that
-/// sensor's bin alone.
-bool GenerateProjTuningBins(const char* proj_dir, const char* out_dir, const std::string* only_sensor);
-
 }  // namespace api
 }  // namespace internal
 }  // namespace ZO_TUNING

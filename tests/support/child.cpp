@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -52,13 +50,6 @@ void LimitFileSize(size_t bytes) {
 void BecomeNobody() {
   constexpr uid_t kNobody = 65534;
   if (setgid(kNobody) != 0 || setuid(kNobody) != 0) CannotRunHere();
-}
-
-void MountSmallDisk(const std::string& dir, size_t bytes) {
-  if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-      mount("none", dir.c_str(), "tmpfs", 0, ("size=" + std::to_string(bytes)).c_str()) != 0) {
-    CannotRunHere();
-  }
 }
 
 }  // namespace zotest

@@ -14,8 +14,7 @@ bool InChild(const std::function<void()>& body);
 // For bodies of children only:
 [[noreturn]] void CannotRunHere();
 void FeedStdin(const std::string& text);
-void LimitFileSize(size_t bytes);                           ///< writes past the limit fail; the process is not killed
-void BecomeNobody();                                        ///< so that permissions bind
-void MountSmallDisk(const std::string& dir, size_t bytes);  ///< seen by this child alone
+void LimitFileSize(size_t bytes);  ///< writes past the limit fail; the process is not killed
+void BecomeNobody();               ///< so that permissions bind
 
 }  // namespace zotest

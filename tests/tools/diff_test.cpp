@@ -58,13 +58,15 @@ TEST_F(DiffTest, TheProjectIsComparedWithHeadOrBins) {
   EXPECT_EQ(run.code, 0) << run.err;
   EXPECT_EQ(run.out, "--- HEAD:\n+++ .\n" + changes_ + "3 settings differ, 44 the same\n");
   EXPECT_EQ(Tool("diff out .").out, "--- out\n+++ .\n" + changes_ + "3 settings differ, 44 the same\n");
+  EXPECT_EQ(Tool("diff tuning_project/out tuning_project", {temp_.str()}).out,
+            "--- tuning_project/out\n+++ tuning_project\n" + changes_ + "3 settings differ, 44 the same\n");
   EXPECT_EQ(Tool("diff --exit-code").code, 1);
   EXPECT_EQ(Tool("diff HEAD:front/mode_1 front/mode_1 --exit-code").out, "");
   EXPECT_EQ(Tool("diff HEAD:main_wide main_wide --stat").out,
             "--- HEAD:main_wide\n+++ main_wide\nchanged  module=LensShading: 2 values\n"
             "1 setting differs, 14 the same\n");
   EXPECT_THAT(Tool("diff --rules").out, HasSubstr("cct_k.rule.recommend: "));
-  EXPECT_THAT(Tool("diff --all").out, HasSubstr(" → 8 (+552.0 %)\n"));
+  EXPECT_THAT(Tool("diff --all").out, HasSubstr("  red.gain.value[3].value[17]: 1.227 → 8 (+552.0 %)\n"));
   EXPECT_THAT(Tool("diff --color always").out, HasSubstr("\033[31mremoved\033[0m  front module=AWBCommon\n"));
   const Json result = Tool("diff --json").json()["result"];
   EXPECT_EQ(result["different"], 3);
@@ -96,6 +98,7 @@ TEST_F(DiffTest, GitShowsDifferencesByMeaning) {
                              "changed  module=LensShading\n  red.gain 33x33: 1 changed"));
   EXPECT_THAT(log, HasSubstr("--- a/front/AWBCommon.json\n+++ /dev/null\nremoved  module=AWBCommon\n"));
   EXPECT_THAT(log, HasSubstr("+++ b/front/mode_1/AfCommon.json\n  the same values, in other words\n"));
+  EXPECT_THAT(log, HasSubstr("+++ b/front/version/tuning.json\nchanged  version=front.tuning\n"));
   EXPECT_THAT(log, HasSubstr("+{\"a\": 1}\n"));  // no setting: by lines
   EXPECT_THAT(log, HasSubstr("+++ b/front.bin\nadded"));
   // A damaged file stops nothing.
@@ -106,6 +109,7 @@ TEST_F(DiffTest, GitShowsDifferencesByMeaning) {
   EXPECT_THAT(changed, HasSubstr("main_wide/LensShading.json: a value is expected\n"));
   EXPECT_THAT(changed, HasSubstr("+{\"red\": }\n"));
   EXPECT_THAT(changed, HasSubstr("+{\"a\": 2}\n"));
+  EXPECT_THAT(changed, Not(HasSubstr("+++ b//")));  // no names of git's temporary files
   EXPECT_THAT(changed, HasSubstr("+++ b/front.bin\n"));
 }
 

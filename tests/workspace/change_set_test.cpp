@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <string>
 
@@ -202,7 +204,7 @@ TEST(ChangeSet, AFailurePutsBackWhatWasWritten) {
   EXPECT_EQ(Contents(temp.str()), before);
   EXPECT_EQ(Mode(temp / "gone"), 0640u);
   ASSERT_EQ(sink.diagnostics().size(), 2u);
-  EXPECT_THAT(sink.diagnostics()[0].message, HasSubstr("Not a directory"));
+  EXPECT_THAT(sink.diagnostics()[0].message, HasSubstr(std::strerror(ENOTDIR)));
   EXPECT_EQ(sink.diagnostics()[1].message, "nothing was changed: 3 files written before it were put back");
 }
 

@@ -90,6 +90,9 @@ TEST_F(CompareTest, ValuesCountAsTheirFieldsHoldThem) {
       {"mode: MODE_OFF", "mode: 7", {"mode: MODE_OFF → 7"}},
       {"text: 'a'", "text: 'b' on: true", {"text: \"a\" → \"b\"", "on: false → true"}},
       {"maybe: 0", "", {"maybe: 0 → none"}},
+      {"maybe: 18446744073709551615",
+       "maybe: 18446744073709551614",
+       {"maybe: 18446744073709551615 → 18446744073709551614"}},
       {"names { key: 'a' value: 1 } names { key: 'b c' value: 2 }",
        "names { key: 'd' value: 4 } names { key: 'b c' value: 3 }",
        {"names.a: { key: \"a\" value: 1 } → none", "names[\"b c\"].value: 2 → 3 (+50.0 %)",
@@ -108,6 +111,127 @@ TEST_F(CompareTest, ValuesCountAsTheirFieldsHoldThem) {
               ElementsAre("gain.rule.recommend: \"a\" → \"\"", "zones_rule.len: \"\" → \"2\""));
 }
 
+TEST_F(CompareTest, ListsShowWhatWasInsertedAndRemoved) {
+  const auto numbers = [](const std::string& list) { return "curve { value: [" + list + "] }"; };
+  const struct {
+    std::string left, right;
+    Strings lines;
+  } kRows[] = {
+      {numbers("1, 2, 3"), numbers("1, 5, 3"), {"curve.value[1]: 2 → 5 (+150.0 %)"}},
+      {numbers("1, 2, 3, 4, 5"),
+       numbers("2, 3, 4, 5, 5"),
+       {"curve.value: 4 of 5 changed, mean +40.0 %, largest +1 at [0]"}},
+      {numbers("1, 2, 3"), numbers("1, 2, 7, 3"), {"curve.value: length 3 → 4, inserted at [2]"}},
+      {numbers("1, 2, 3, 4"), numbers("3, 4"), {"curve.value: length 4 → 2, removed at [0] to [1]"}},
+      {numbers(""), numbers("3, 4"), {"curve.value: length 0 → 2, inserted at [0] to [1]"}},
+      // The nearest are paired, so that the new one is the insertion.
+      {numbers("10, 20, 30, 40"),
+       numbers("11, 21, 500, 31, 41"),
+       {"curve.value: length 4 → 5, inserted at [2], 4 changed, mean +4.0 %, largest +1 at [0]"}},
+      {"words: 'a' words: 'b'", "words: 'b'", {"words: length 2 → 1, removed at [0]"}},
+      {"zones { name: 'a' } zones { name: 'b' left: 1 top: 1 }",
+       "zones { name: 'a' } zones { name: 'new' left: 9 top: 9 } zones { name: 'b' left: 2 top: 1 }",
+       {"zones: length 2 → 3, inserted at [1]", "zones[2].left: 1 → 2 (+100.0 %)"}},
+      {"zones { name: 'a' left: 1 top: 2 } zones { name: 'b' left: 3 top: 4 } zones { name: 'c' left: 5 top: 6 }",
+       "zones { name: 'b' left: 3 top: 4 } zones { name: 'c' left: 5 top: 6 } zones { name: 'a' left: 1 top: 2 }",
+       {"zones: inserted at [2], removed at [0]"}},
+      {"flat { value: [0, 5] }",
+       "flat { value: [-0, 5, 7] }",
+       {"flat.value: length 2 → 3, inserted at [2], 1 changed, mean +0, largest +0 at [0]"}},
+  };
+  for (const auto& row : kRows) EXPECT_EQ(LinesOf(row.left, row.right), row.lines) << row.left << " | " << row.right;
+  const MessageComparison moved = Compare(kRows[7].left, kRows[7].right);
+  EXPECT_EQ(moved.differences[1].left_path, "zones[1].left");
+  EXPECT_EQ(moved.count, 2u);
+}
+
+// What is said of a list leads from the one to the other, whatever the lists are.
+TEST_F(CompareTest, ChangesOfAListLeadToTheOther) {
+  std::mt19937 random(7);
+  const auto list = [&] {
+    std::vector<int> values(random() % 9);
+    for (int& value : values) value = static_cast<int>(random() % 4);
+    return values;
+  };
+  const auto text = [](const std::vector<int>& values) {
+    std::string all = "curve {";
+    for (const int value : values) all += " value: " + std::to_string(value);
+    return all + " }";
+  };
+  for (int i = 0; i < 2000; ++i) {
+    const std::vector<int> left = list(), right = list();
+    const MessageComparison comparison = Compare(text(left), text(right));
+    EXPECT_EQ(comparison.same(), left == right);
+    if (comparison.same()) continue;
+    ASSERT_EQ(comparison.differences.size(), 1u);
+    const ListChange& change = *comparison.differences[0].list;
+    std::vector<bool> removed(left.size()), inserted(right.size());
+    for (const auto& run : change.removed) std::fill_n(removed.begin() + static_cast<int>(run.index), run.count, true);
+    for (const auto& run : change.inserted)
+      std::fill_n(inserted.begin() + static_cast<int>(run.index), run.count, true);
+    std::vector<int> kept;
+    for (size_t j = 0; j < left.size(); ++j) {
+      if (removed[j]) continue;
+      kept.push_back(left[j]);
+      for (const auto& element : change.elements) {
+        if (element.left_index == j) kept.back() = static_cast<int>(std::get<int64_t>(element.right));
+      }
+    }
+    std::vector<int> rebuilt;
+    size_t next = 0;
+    for (size_t j = 0; j < right.size(); ++j) {
+      if (!inserted[j] && next == kept.size()) break;
+      rebuilt.push_back(inserted[j] ? right[j] : kept[next++]);
+    }
+    EXPECT_EQ(rebuilt, right) << text(left) << " | " << text(right);
+    EXPECT_EQ(next, kept.size());
+  }
+}
+
+TEST_F(CompareTest, LongListsAreAlignedByTheirEndsAlone) {
+  std::string left = "curve {", right = left;
+  for (int i = 0; i < 5000; ++i) {
+    const std::string value = " value: " + std::to_string(i);
+    left += value;
+    right += (i == 2000 ? " value: -1" : "") + value;
+  }
+  EXPECT_THAT(LinesOf(left + "}", right + "}"), ElementsAre("curve.value: length 5000 → 5001, inserted at [2000]"));
+}
+
+TEST_F(CompareTest, TablesAreOneLine) {
+  const std::string flat = "flat { rule { row: '2' col: '3' } value: [1, 2, 3, 4, 5, 6] }";
+  const std::string bare = "flat { value: [1, 2, 3, 4, 5, 7] }";  // as a bin has it
+  const std::string rows = "rows { rule { row: '-1' col: '-1' } value { value: [1, 2] } value { value: [3, 4] } }";
+  const std::string more = "rows { value { value: [1, 2] } value { value: [8, 9] } value { value: [3, 5] } }";
+  const struct {
+    std::string left, right;
+    Strings lines;
+  } kRows[] = {
+      {flat, bare, {"flat 2x3: 1 changed, mean +16.7 %, largest +1 at [1][2]"}},
+      {bare, bare, {}},
+      {"flat { value: [1, 2] }", "flat { value: [1, 3] }", {"flat.value[1]: 2 → 3 (+50.0 %)"}},  // of no known shape
+      {flat, "flat { rule { row: '3' col: '2' } value: [1, 2, 3, 4, 5, 6] }", {}},  // only the rule says so
+      {flat, "flat { rule { row: '3' col: '2' } value: [1, 2, 3, 4, 5, 7] }", {"flat 2x3 → 3x2"}},
+      {rows,
+       "rows { value { value: [1, 2] } value { value: [3, 4.5] } }",
+       {"rows 2x2: 1 changed, mean +12.5 %, largest +0.5 at [1][1]"}},
+      {rows, more, {"rows 2x2 → 3x2: rows inserted at [1], 1 changed, mean +25.0 %, largest +1 at [2][1]"}},
+      {rows,
+       "rows { value { value: [1] } value { value: [3, 4] } }",
+       {"rows.value[0].value: length 2 → 1, removed at [1]"}},
+  };
+  for (const auto& row : kRows) EXPECT_EQ(LinesOf(row.left, row.right), row.lines) << row.left << " | " << row.right;
+  EXPECT_THAT(Lines(Compare(rows, more), true),
+              ElementsAre(kRows[6].lines[0], "rows.value[2].value[1]: 4 → 5 (+25.0 %)"));
+  std::string left = "flat { rule { row: '32' col: '32' }", right = left;
+  for (int i = 0; i < 1024; ++i) {
+    left += " value: 2";
+    right += i == 3 * 32 + 17 ? " value: 2.04" : " value: 2.02";
+  }
+  EXPECT_THAT(LinesOf(left + "}", right + "}"),
+              ElementsAre("flat 32x32: 1,024 changed, mean +1.0 %, largest +0.04 at [3][17]"));
+}
+
 TEST_F(CompareTest, TolerancesAreByPath) {
   const std::string left = "gain { value: 1 } inner { gain { value: 100 } } curve { value: [10, 20] }";
   const std::string right = "gain { value: 1.1 } inner { gain { value: 101 } } curve { value: [11, 20] }";
@@ -117,12 +241,17 @@ TEST_F(CompareTest, TolerancesAreByPath) {
     return found;
   };
   CompareOptions options;
-  options.tolerance = {0.2, 0};
+  options.tolerance = {0.1, 0};  // less than what lies between the two floats
   EXPECT_THAT(paths(options), ElementsAre("inner.gain.value", "curve.value"));
   options.tolerance = {0, 0.01};
   EXPECT_THAT(paths(options), ElementsAre("gain.value", "curve.value"));
   options.path_tolerances = {{"*", {100, 0}}, {"Noise.*gain*", {}}, {"Noise.inner.ga?n.value", {1, 0}}};
   EXPECT_THAT(paths(options), ElementsAre("gain.value"));  // the last pattern that matches counts
+  CompareOptions any;
+  any.tolerance = {1, 0.5};
+  EXPECT_THAT(
+      LinesOf("gain { value: inf } maybe: 18446744073709551615", "gain { value: 1 } maybe: 18446744073709551614", any),
+      ElementsAre("gain.value: inf → 1"));
 }
 
 TEST_F(CompareTest, OtherSchemasArePairedByNames) {

@@ -33,7 +33,7 @@ class SidesTest : public ProjectTest {
                           {"AfCommon.json", kAfJson, {kAfCommon}, AfBytes()}});
     Write(dir_ + "/proto/version/a.json", VersionJson("a", "1"));
     Write(dir_ + "/tele/version/t.json", VersionJson("t", "2"));
-    MakeDirs(dir_ + "/out");
+    MakeDirs(dir_ + "/bins");
   }
 
   void Open() {
@@ -48,7 +48,7 @@ class SidesTest : public ProjectTest {
     std::vector<zotuning::ScopeInputs> inputs;
     std::vector<zotuning::PackedBin> bins;
     ASSERT_TRUE(ListInputs(*project, project->Scopes(), inputs, sink));
-    ASSERT_TRUE(PackBins(*project, inputs, {false}, dir_ + "/out", "out", bins, sink));
+    ASSERT_TRUE(PackBins(*project, inputs, {false}, dir_ + "/bins", "bins", bins, sink));
   }
 
   void Git(Strings words) const {
@@ -89,6 +89,39 @@ class SidesTest : public ProjectTest {
   std::unique_ptr<SideOpener> opener_;
 };
 
+TEST_F(SidesTest, EveryFormIsTheSameAtItsRevision) {
+  // Git does not keep the folder of a sensor without files.
+  Write(dir_ + "/ProjConf.bin", Item(ConfigBytes("proj", {"tele", "wide"})));
+  MakeDirs(dir_ + "/wide/version");
+  Pack();
+  Commit();
+  Open();
+  const std::string prefix = "HEAD:";
+  for (const std::string form : {"", "default", "tele", "tele/mode_1", "tele/mode_1/AWGain.json", "bins",
+                                 "bins/tele.bin", "proto/version", "tele/version/t.json"}) {
+    const Strings same = Compare(prefix + form, form.empty() ? dir_ : form);
+    ASSERT_EQ(same.size(), 1u) << form << ": " << testing::PrintToString(same);
+    EXPECT_NE(same[0], "0 same") << form;
+  }
+  EXPECT_THAT(Compare("HEAD:", "bins"), ElementsAre("7 same"));
+  EXPECT_THAT(Compare("bins/tele.bin", "tele"), ElementsAre("4 same"));
+  EXPECT_THAT(Compare(dir_ + "/tele/mode_1", "tele"), ElementsAre("1 same"));
+  Write(dir_ + "/tele/mode_1/AWGain.json", GainJson("2.50") + "\n");
+  EXPECT_THAT(Compare(prefix, dir_), ElementsAre("7 same"));
+  Write(dir_ + "/tele/mode_1/AWGain.json", GainJson("2.75"));
+  Write(dir_ + "/tele/version/t.json", VersionJson("t", "3"));
+  Write(dir_ + "/tele/mode_3/AWGain.json", GainJson("1"));
+  fs::remove(dir_ + "/tele/mode_2/AWGain.json");
+  EXPECT_THAT(Compare("HEAD:", dir_),
+              ElementsAre("changed tele version=t", "changed tele module=AWGain mode=1",
+                          "added tele module=AWGain mode=3", "removed tele module=AWGain mode=2", "4 same"));
+  EXPECT_EQ(Compare("bins", dir_), Compare("HEAD:", dir_));
+  EXPECT_THAT(Compare("HEAD:tele/version/t.json", "tele/version"), ElementsAre("changed tele version=t", "0 same"));
+  EXPECT_THAT(Compare("HEAD:tele/version", "bins/tele.bin"), ElementsAre("1 same"));
+  Commit();
+  EXPECT_THAT(Compare("HEAD~1:tele", "HEAD@{0}:tele/").size(), 5u);
+}
+
 TEST_F(SidesTest, FoldersArePairedByWhatIsBelowThemAndDefaultsByModule) {
   Open();
   EXPECT_THAT(Compare("tele/mode_1", "tele/mode_2"), ElementsAre("1 same"));
@@ -102,6 +135,8 @@ TEST_F(SidesTest, FoldersArePairedByWhatIsBelowThemAndDefaultsByModule) {
               ElementsAre("0 same",
                           ": 'tele/AfCommon.json' is a setting of 'AfCommon', 'tele/mode_1/AWGain.json' one of "
                           "'AWGain'"));
+  EXPECT_THAT(Compare("tele/version/t.json", "tele/mode_1/AWGain.json").back(),
+              HasSubstr("'tele/version/t.json' is a version, 'tele/mode_1/AWGain.json' a setting"));
 }
 
 TEST_F(SidesTest, ARevisionHasItsOwnSchema) {
@@ -179,8 +214,8 @@ TEST_F(SidesTest, EveryByteCountsWhereAsked) {
   CompareSidesOptions bytes;
   bytes.bytes = true;
   bytes.compare.rules = true;
-  EXPECT_THAT(Compare("out/tele.bin", "out/tele.bin", bytes), ElementsAre("4 same"));
-  const std::string bin = Read(dir_ + "/out/tele.bin");
+  EXPECT_THAT(Compare("bins/tele.bin", "bins/tele.bin", bytes), ElementsAre("4 same"));
+  const std::string bin = Read(dir_ + "/bins/tele.bin");
   MakeDirs(dir_ + "/other");
   // A field that the schema lacks, in the first label.
   size_t at = 4;
@@ -193,8 +228,8 @@ TEST_F(SidesTest, EveryByteCountsWhereAsked) {
   changed.insert(at + 4 + length(at), "\xf8\x3f\x01");
   changed[at] = static_cast<char>(changed[at] + 3);
   Write(dir_ + "/other/tele.bin", changed);
-  EXPECT_THAT(Compare("other/tele.bin", "out/tele.bin"), ElementsAre("4 same"));
-  EXPECT_THAT(Compare("other/tele.bin", "out/tele.bin", bytes), testing::Contains("3 same"));
+  EXPECT_THAT(Compare("other/tele.bin", "bins/tele.bin"), ElementsAre("4 same"));
+  EXPECT_THAT(Compare("other/tele.bin", "bins/tele.bin", bytes), testing::Contains("3 same"));
   // A damaged bin, and a module that is no message.
   Write(dir_ + "/other/tele.bin", bin.substr(0, bin.size() - 1));
   EXPECT_THAT(Compare("other/tele.bin", "tele"), ElementsAre(HasSubstr("the bin is damaged at byte")));

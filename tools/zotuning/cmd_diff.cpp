@@ -71,14 +71,22 @@ bool OpenSides(SideOpener& opener, const Options& options, const Project* projec
   } else if (options.sides.size() == 1) {
     right = opener.Open(options.sides[0], console);
     if (right == nullptr) return false;
-    if (right->scopes() == std::vector<std::string>{kDefaultScope}) {
-      console.Report(Code::kUsage, "the defaults have no default to be compared with", "name another side");
+    if (right->scopes() == std::vector<std::string>{kDefaultScope} || right->settings().empty()) {
+      console.Report(Code::kUsage, Quoted(options.sides[0]) + " has no default to be compared with",
+                     "name another side");
       return false;
     }
     left = opener.OpenDefaultOf(*right, console);
   } else {
-    left = opener.Open(options.sides[0], console);
+    // Without a project here, bins need that of the other side.
+    CollectingSink faults;
+    left = opener.Open(options.sides[0], faults);
     right = opener.Open(options.sides[1], console);
+    if (left == nullptr && right != nullptr) {
+      left = opener.Open(options.sides[0], console);
+    } else {
+      for (Diagnostic& fault : faults.Take()) console.Add(std::move(fault));
+    }
   }
   return left != nullptr && right != nullptr;
 }
@@ -104,13 +112,13 @@ int RunSides(CommandContext& context, const Options& options) {
     console.Report(Code::kUsage, "a bin holds no rules, so that --rules has nothing to compare");
     return kMisuse;
   }
+  ComparisonForm form;
+  form.colour = MayColourOutput(options);  // before the pager takes the place of the terminal
   std::unique_ptr<Pager> pager;
   if (!console.json() && !options.no_pager) pager = std::make_unique<Pager>();
-  ComparisonForm form;
   form.scopes = left->form() == SideForm::kProject || right->form() == SideForm::kProject;
   form.all = options.all;
   form.stat = options.stat;
-  form.colour = MayColourOutput(options) || (options.color == "auto" && pager != nullptr && pager->is_used());
 
   SidesComparison comparison;
   Json settings = Json::array();
@@ -154,7 +162,10 @@ std::string LinesText(const std::string& old_file, const std::string& new_file, 
   (void)RunProgram({"git", "--no-pager", "diff", "--no-index", "--no-ext-diff", "--no-textconv",
                     colour ? "--color=always" : "--color=never", "--", old_file, new_file},
                    text, err);
-  return text + err;
+  // The head names temporary files.
+  const size_t first = text.find(colour ? "\n\033[36m@@" : "\n@@");
+  if (first != text.npos) return text.substr(first + 1);
+  return (text.empty() ? "" : "  the files differ\n") + err;
 }
 
 /// Git stops at a failure, so that what cannot be compared by meaning is compared by lines.
@@ -194,16 +205,19 @@ int RunForGit(CommandContext& context, const Options& options) {
       compared = CompareSides(*left, *right, compare, add, comparison, faults);
       if (compared && comparison.different == 0) lines = "  the same values, in other words\n";
     } else if (compared) {
-      for (const SideEntry& entry : any->settings()) {
-        const bool added = left == nullptr;
-        add({added ? nullptr : &entry, added ? &entry : nullptr, {}});
+      for (const auto* entries : {&any->versions(), &any->settings()}) {
+        for (const SideEntry& entry : *entries) {
+          const bool added = left == nullptr;
+          add({added ? nullptr : &entry, added ? &entry : nullptr, {}});
+        }
       }
     }
   }
   if (!compared) {
     lines.clear();
     for (const Diagnostic& fault : faults.diagnostics()) {
-      lines += "  " + Printable((fault.file.empty() ? "" : fault.file + ": ") + fault.message) + "\n";
+      const std::string line = "  " + Printable((fault.file.empty() ? "" : fault.file + ": ") + fault.message) + "\n";
+      if (lines.find(line) == lines.npos) lines += line;  // of both versions of the file
     }
     lines += LinesText(old_file, new_file, form.colour);
   }

@@ -36,7 +36,7 @@ std::string ScopeOf(const std::string& path) {
   return name.substr(0, name.rfind('.'));
 }
 
-/// Lists the bins to look at. Refuses special files, and names bins that are missing or belong to no sensor.
+/// Lists the bins that there should be. Refuses special files, and names bins that belong to no sensor.
 bool FindBins(const Project& project, const Options& options, std::vector<Bin>& bins, Console& console) {
   const std::vector<std::string> scopes = project.Scopes();
   const auto report_extra = [&](const std::string& path) {
@@ -62,12 +62,7 @@ bool FindBins(const Project& project, const Options& options, std::vector<Bin>& 
   }
   for (const std::string& scope : scopes) {
     if (!options.sensor.empty() && scope != options.sensor && scope != kDefaultScope) continue;
-    const std::string path = BinPath(dir, scope);
-    if (Exists(path)) {
-      bins.push_back({scope, path});
-    } else {
-      console.Report(Code::kMissingBin, "the bin of " + Quoted(scope) + " is missing", "", DisplayPath(path));
-    }
+    bins.push_back({scope, BinPath(dir, scope)});
   }
   return good;
 }
@@ -110,6 +105,10 @@ int Run(CommandContext& context, const Options& options) {
   Json results = Json::array();
   size_t different = 0;
   for (const Bin& bin : bins) {
+    if (!Exists(bin.path)) {
+      console.Report(Code::kMissingBin, "the bin of " + Quoted(bin.scope) + " is missing", "", DisplayPath(bin.path));
+      continue;
+    }
     const auto left = opener.OpenBin(bin.path, DisplayPath(bin.path), bin.scope, console);
     const auto right = opener.OpenBin(BinPath(staging->path(), bin.scope), "the tree", bin.scope, console);
     if (left == nullptr || right == nullptr) continue;

@@ -5,10 +5,10 @@
 #include <optional>
 
 #include "command_context.h"
-#include "label_arguments.h"
 #include "workspace/files.h"
 #include "workspace/json_document.h"
 #include "workspace/json_path.h"
+#include "workspace/label_choice.h"
 
 namespace zotuning::tool {
 namespace {
@@ -111,16 +111,17 @@ int Run(CommandContext& context, const Options& options) {
   const auto project = LoadProject(context, code);
   if (project == nullptr) return code;
   if (!project->RequireSensor(options.sensor, console)) return kFailed;
-  std::vector<std::vector<int>> choices;
-  code = ReadLabelArguments(*project, options.labels, choices, console);
-  if (code != kDone) return code;
+  LabelChoice situation;
+  const ChoiceResult read = ParseLabelChoice(*project, options.labels, false, situation, console);
+  if (read != ChoiceResult::kOk) return read == ChoiceResult::kMisuse ? kMisuse : kFailed;
   std::vector<int> wanted;
-  for (size_t i = 0; i < choices.size(); ++i) {
-    if (choices[i].size() > 1) {
+  for (size_t i = 0; i < situation.values.size(); ++i) {
+    const std::vector<int>& values = situation.values[i];
+    if (values.size() > 1) {
       console.Report(Code::kUsage, "a situation has one value of " + Quoted(project->labels().names()[i]));
       return kMisuse;
     }
-    wanted.push_back(choices[i].empty() ? kLabelNotSet : choices[i][0]);
+    wanted.push_back(values.empty() ? kLabelNotSet : values[0]);
   }
   std::string why;
   const std::optional<JsonPath> path = JsonPath::Parse(options.value, &why);

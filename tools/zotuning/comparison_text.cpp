@@ -35,6 +35,7 @@ struct ToJson {
   }
   /// In the digits that the type needs; what JSON has no number for is a text.
   static Json Real(double value, const std::string& text) {
+    if (value == 0) return value;  // with its sign, which would be lost in a whole number
     return std::isfinite(value) ? Json::parse(text, nullptr, false) : Json(text);
   }
 };

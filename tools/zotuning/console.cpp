@@ -91,6 +91,11 @@ bool IsInvisible(uint32_t character) {
 std::string Printable(std::string_view text, bool keep_lines) {
   std::string printable;
   for (size_t i = 0; i < text.size();) {
+    size_t plain = i;
+    while (plain < text.size() && text[plain] >= 0x20 && text[plain] < 0x7F) ++plain;
+    printable.append(text, i, plain - i);
+    i = plain;
+    if (i == text.size()) break;
     const auto byte = static_cast<unsigned char>(text[i]);
     if (byte < 0x20 || byte == 0x7F) {
       if (keep_lines && (byte == '\n' || byte == '\t')) {

@@ -17,8 +17,6 @@ class Pager {
   Pager(const Pager&) = delete;
   Pager& operator=(const Pager&) = delete;
 
-  bool is_used() const { return process_ > 0; }
-
  private:
   pid_t process_ = -1;
   int out_ = -1;  ///< what standard output was
