@@ -39,7 +39,7 @@ _zotuning() {
         words=$commands
       else
         case ${command[*]} in
-          template) words=$("${tool[@]}" modules 2>/dev/null | sed '1d; s/ .*//') ;;
+          template | 'schema json') words=$("${tool[@]}" modules 2>/dev/null | sed '1d; s/ .*//') ;;
           tree) words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//') ;;
           'version set') words=$("${tool[@]}" version list 2>/dev/null | sed '1d; s/ .*//') ;;
           new)

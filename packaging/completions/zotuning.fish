@@ -50,7 +50,7 @@ function __zotuning_words
         return
     end
     switch "$command"
-        case template
+        case template 'schema json'
             __zotuning_first_column modules
         case tree
             __zotuning_first_column sensors

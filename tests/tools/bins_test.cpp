@@ -59,7 +59,7 @@ TEST_F(PackedTest, GitShowsReadableDifferences) {
   if (std::system("git --version > /dev/null 2>&1") != 0) GTEST_SKIP() << "there is no git";
   Write(At(".gitattributes"), "*.bin diff=zotuning\n");
   const std::string textconv = "diff.zotuning.textconv='" ZOTUNING_TOOL "' show --text";
-  for (const Strings& words : {Strings{"init", "-q"}, Strings{"add", "out", ".gitattributes"}}) {
+  for (const Strings& words : {Strings{"init", "-q"}, Strings{"add", "-f", "out", ".gitattributes"}}) {
     ASSERT_EQ(RunProgram("git", words, {dir_}).code, 0);
   }
   const std::string value = Json::parse(Read(At("front/AWBCommon.json")))["convergence"]["speed"]["value"].dump();
