@@ -252,6 +252,9 @@ class Names {
     if (!Split(text, '=', old_name, new_name)) {
       Misuse(text, "OLD=NEW", misuse, sink);
     } else if (CheckValue(project_.labels().names()[0], modules_, old_name, new_name, sink)) {
+      if (project_.schema().FindType(new_name) == nullptr) {
+        sink.Report(Code::kMigrationNames, "the schema has no message type for the module " + Quoted(new_name));
+      }
       module_renames_[old_name] = new_name;
     }
   }
@@ -716,7 +719,7 @@ class Migrator {
   void Scope(const std::string& scope) {
     const std::string dir = project_.layout().ScopeDir(scope);
     std::vector<FoundFile> files;
-    if (!IsDirectory(dir)) return;
+    if (!Exists(dir)) return;
     (void)ListFiles(dir, names_.renames_folders() ? "" : ZO_TUNING::internal::kJsonSuffix, files, sink_);
     std::set<std::string> left;  // folders, the inner ones last
     for (const FoundFile& file : files) {

@@ -1,7 +1,6 @@
 #include "workspace/rule_check.h"
 
 #include <charconv>
-#include <cmath>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -152,11 +151,9 @@ class RuleCheck {
                       Quoted(at.Text()) + " is " + std::string(text));
         return;
       }
-      const char* end = text.data() + text.size();
-      if (range == nullptr || text.empty() || std::from_chars(text.data(), end, number).ptr != end ||
-          !std::isfinite(number)) {
-        return;
-      }
+      const std::optional<double> read = ToNumber(text);
+      if (!read || range == nullptr) return;
+      number = *read;
     }
     if (number >= range->low && number <= range->high) return;
     if (++outside_ > kMaxOutside) return;

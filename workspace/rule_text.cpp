@@ -16,13 +16,6 @@ std::string_view Trimmed(std::string_view text) {
   return text;
 }
 
-std::optional<double> ToNumber(std::string_view text) {
-  double number = 0;
-  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
-  const bool whole = result.ec == std::errc() && result.ptr == text.data() + text.size() && std::isfinite(number);
-  return whole && !text.empty() ? std::optional<double>(number) : std::nullopt;
-}
-
 std::optional<size_t> ToCount(std::string_view text) {
   size_t count = 0;
   const auto result = std::from_chars(text.data(), text.data() + text.size(), count);
@@ -66,13 +59,21 @@ constexpr std::string_view kRange = "Range:", kUnit = "Unit:";
 
 }  // namespace
 
+std::optional<double> ToNumber(std::string_view text) {
+  text = Trimmed(text);
+  double number = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+  const bool whole = result.ec == std::errc() && result.ptr == text.data() + text.size() && std::isfinite(number);
+  return whole && !text.empty() ? std::optional<double>(number) : std::nullopt;
+}
+
 std::optional<ValueRange> ReadRange(std::string_view text, RangeFault* fault) {
   *fault = RangeFault::kNone;
   text = Trimmed(text);
   if (text.substr(0, kRange.size()) == kRange) text = Trimmed(text.substr(kRange.size()));
   const size_t dots = text.find("..");
   if (dots == std::string_view::npos) return std::nullopt;
-  const std::optional<double> low = ToNumber(Trimmed(text.substr(0, dots)));
+  const std::optional<double> low = ToNumber(text.substr(0, dots));
   std::string_view last = Trimmed(text.substr(dots + 2));
   last = last.substr(0, last.find_first_of(" ,;"));
   if (!last.empty() && last.back() == '.') last.remove_suffix(1);

@@ -11,6 +11,9 @@
 
 namespace zotuning {
 
+/// A finite number, with spaces around it or not.
+std::optional<double> ToNumber(std::string_view text);
+
 struct ValueRange {
   double low;
   double high;

@@ -50,7 +50,7 @@ bool Selection::FindSettings(const Project& project, const LabelChoice& choice, 
   bool listed = true;
   for (const std::string& scope : choice.scopes.empty() ? project.Scopes() : choice.scopes) {
     std::vector<Setting> settings;
-    if (!IsDirectory(project.layout().ScopeDir(scope))) continue;
+    if (!Exists(project.layout().ScopeDir(scope))) continue;
     listed &= project.ListSettings(scope, settings, sink);
     for (Setting& setting : settings) {
       if (!choice.Takes(setting)) continue;

@@ -53,7 +53,7 @@ _zotuning() {
         words=$commands
       else
         case ${command[*]} in
-          template) words=$("${tool[@]}" modules 2>/dev/null | sed '1d; s/ .*//') ;;
+          template | 'schema json') words=$("${tool[@]}" modules 2>/dev/null | sed '1d; s/ .*//') ;;
           help) words=$(_zotuning_commands zotuning) ;;
           tree | report | 'sensors remove' | 'sensors rename') words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//') ;;
           diff) words="default $("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//')" ;;  # or files, by default

@@ -67,7 +67,7 @@ function __zotuning_words
         return
     end
     switch "$command"
-        case template
+        case template 'schema json'
             __zotuning_first_column modules
         case help
             __zotuning_commands zotuning

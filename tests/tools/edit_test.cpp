@@ -161,9 +161,13 @@ TEST_F(EditTest, OneFormPacksTheSame) {
 }
 
 // The hook of docs/editing.md.
-TEST_F(EditTest, AHookKeepsAnotherFormOutOfARepository) {
-  const std::string tool = ZOTUNING_TOOL;
-  Write(At(".git/hooks/pre-commit"), "#!/bin/sh\nexec " + tool + " fmt --check\n");
+TEST_F(EditTest, AHookKeepsWhatIsWrongOutOfARepository) {
+  const std::string page = Read(ZOTUNING_DOCS "/editing.md"), shebang = "#!/bin/sh\n";
+  const size_t begin = page.find(shebang + "zotuning fmt --check");
+  ASSERT_NE(begin, page.npos);
+  std::string hook = page.substr(begin, page.find("END\n", begin) - begin);
+  hook.insert(shebang.size(), "zotuning() { '" ZOTUNING_TOOL "' \"$@\"; }\n");
+  Write(At(".git/hooks/pre-commit"), hook);
   std::filesystem::permissions(At(".git/hooks/pre-commit"), std::filesystem::perms::owner_all);
   const auto run = [&](const std::string& commands) {
     return std::system(("cd '" + dir_ + "' && { " + commands + "; } >../log 2>&1").c_str());
@@ -176,6 +180,31 @@ TEST_F(EditTest, AHookKeepsAnotherFormOutOfARepository) {
   EXPECT_EQ(run(commit), 0) << Read(temp_ / "log");
   ASSERT_EQ(Tool("set lens.macro_code=701").code, 0);
   EXPECT_EQ(run(commit), 0) << Read(temp_ / "log");
+  Edit("front/mode_1/AfCommon.json", "\"max_retries\": 2", "\"max_retries\": -2");
+  EXPECT_NE(run(commit), 0);
+  EXPECT_THAT(Read(temp_ / "log"), HasSubstr("'scan.max_retries'"));
+}
+
+// Paths of a patch are those from the root of the repository, from where 'git apply' takes them in any of its folders.
+TEST_F(EditTest, PatchesFitAProjectWithinARepository) {
+  const auto git = [&](const std::string& arguments) {
+    return std::system(("cd '" + temp_.str() + "' && git " + arguments + " >log 2>&1").c_str());
+  };
+  ASSERT_EQ(git("init . && git add --all && git -c user.name=T -c user.email=t@example.com commit -m x"), 0);
+  Edit("proto/af.proto", "uint32 max_retries = 5;", "uint32 max_retries = 5;\n  uint32 pauses = 6;");
+  for (const std::string command : {"fmt", "set parameter_revision=77", "migrate"}) {
+    for (const char* folder : {"", "-C tuning_project "}) {
+      Write(temp_ / "patch", Tool(command + " --dry-run").out);
+      Changed();
+      EXPECT_EQ(git(std::string(folder) + "apply '" + temp_.str() + "/patch'"), 0) << command << Read(temp_ / "log");
+      const Strings patched = Changed();
+      EXPECT_GT(patched.size(), 2u) << command;
+      ASSERT_EQ(git("checkout tuning_project/default tuning_project/front tuning_project/main_wide"), 0);
+      ASSERT_EQ(Tool(command).code, 0);
+      EXPECT_EQ(Changed(), Strings{}) << command << ": the patch makes something else";
+      ASSERT_EQ(git("checkout tuning_project/default tuning_project/front tuning_project/main_wide"), 0);
+    }
+  }
 }
 
 }  // namespace

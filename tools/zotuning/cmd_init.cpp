@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <memory>
 #include <set>
 
@@ -134,10 +135,12 @@ class Maker {
 
   bool Dir(const std::string& dir) { return MakeDirectories(dir, console_, &dirs_); }
 
-  /// Unless the file is there, or comes to be meanwhile.
-  bool File(const NewFile& file) {
+  /// Unless the file is there, or comes to be meanwhile; `existed` tells.
+  bool File(const NewFile& file, bool* existed = nullptr) {
     bool exists = false;
-    return Create(file, &exists) || (exists && RefuseSpecialFile(file.path, console_));
+    const bool made = Create(file, &exists);
+    if (existed != nullptr) *existed = exists;
+    return made || (exists && RefuseSpecialFile(file.path, console_));
   }
 
   /// The file that makes the project one. Another run may have finished the project meanwhile; it is theirs then, with
@@ -164,7 +167,9 @@ class Maker {
   };
 
   bool Create(const NewFile& file, bool* exists) {
-    *exists = Exists(file.path);
+    const FileKind kind = KindOf(file.path);
+    if (kind == FileKind::kUnknown) return ReportSystemError("look at", file.path, errno, console_);
+    *exists = kind != FileKind::kMissing;
     if (*exists || !Dir(file.path.substr(0, file.path.rfind('/'))) ||
         !CreateFile(file.path, file.text, exists, console_)) {
       return false;
@@ -215,8 +220,8 @@ bool MakeFiles(const Options& options, const std::vector<std::string>& sensors, 
                          {layout.dir() + "/.gitignore", kGitIgnore},
                          {layout.dir() + "/.gitattributes", kGitAttributes}};
   for (const NewFile& file : own) {
-    const bool existed = Exists(file.path);
-    if (!maker.File(file)) return false;
+    bool existed = false;
+    if (!maker.File(file, &existed)) return false;
     (existed ? kept : made).push_back(file.path);
   }
   return true;
@@ -264,12 +269,12 @@ std::string ShellWord(const std::string& word) {
 }
 
 /// From the new project to its bins.
-std::vector<std::string> NextCommands(const Project& project) {
+std::vector<std::string> NextCommands(const Project& project, const Schema& schema) {
   const std::string dir = ShellWord(DisplayPath(project.dir()));
   std::string module = "MODULE";
-  for (const Project::Module& each : project.Modules()) {
-    if (each.type == nullptr) continue;
-    module = each.name;
+  for (const std::string& name : project.ValueNames(0)) {
+    if (schema.FindType(name) == nullptr && project.schema().FindType(name) == nullptr) continue;
+    module = name;
     break;
   }
   return {"zotuning -C " + dir + " template --all",
@@ -303,7 +308,7 @@ int Run(CommandContext& context, const Options& options) {
                      " copied\n";
   for (const std::string& path : made) text += "made " + DisplayPath(path) + "\n";
   for (const std::string& path : kept) text += "kept " + DisplayPath(path) + ", which was there\n";
-  const std::vector<std::string> next = NextCommands(*project);
+  const std::vector<std::string> next = NextCommands(*project, *schema);
   text += "next:\n";
   for (const std::string& command : next) text += "  " + command + "\n";
   console.Print(Printable(text, true));

@@ -88,7 +88,12 @@ void AddMigrate(CLI::App& app, CommandContext& context) {
   add("--drop", options->drops, "A field that is gone, although another one has its number and type", "TYPE.FIELD");
   add("--rename-module", options->module_renames, "Rename a module and its files", "OLD=NEW");
   add("--rename-label", options->label_renames, "Rename a value of a label and its folders", "LABEL.OLD=NEW");
-  command->add_flag("--rules", options->rules, "Make all rules those of the template");
+  command
+      ->add_option_function<std::string>(
+          "--rules", [options](const std::string&) { options->rules = true; }, "Make all rules those of the template")
+      ->expected(0, 1)
+      ->check(CLI::IsMember({"all"}))
+      ->type_name("[all]");
   command->add_option("--since", options->since, "The revision whose schema the files fit (default: HEAD)")
       ->type_name("REVISION")
       ->check(NotEmpty());

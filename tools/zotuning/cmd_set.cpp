@@ -1,6 +1,7 @@
 // zotuning set: changes of values in many settings; all else in their files stays as it is.
 
 #include <algorithm>
+#include <cerrno>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -111,7 +112,13 @@ int PlanNew(Project& project, const LabelChoice& choice, const Selection& select
     }
     std::vector<std::vector<int>> values;
     for (std::vector<int>& each : choice.Combine()) {
-      if (!Exists(project.dir() + "/" + project.SettingPath(scope, each))) values.push_back(std::move(each));
+      const std::string path = project.dir() + "/" + project.SettingPath(scope, each);
+      const FileKind kind = KindOf(path);
+      if (kind == FileKind::kUnknown) {
+        ReportSystemError("look at", path, errno, console);
+        return kFailed;
+      }
+      if (kind == FileKind::kMissing) values.push_back(std::move(each));
     }
     std::vector<NewSetting> plan;
     if (!PlanSettings(project, scope, values, nullptr, plan, console)) return kFailed;
