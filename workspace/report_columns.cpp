@@ -2,6 +2,7 @@
 
 #include "workspace/report_columns.h"
 
+#include <google/protobuf/stubs/strutil.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -176,6 +177,12 @@ void ReportColumn::AppendElement(const Message& message, const FieldDescriptor* 
     case FieldDescriptor::CPPTYPE_STRING:
       type_ = Type::kText;
       texts_.push_back(one ? of.GetString(message, field) : of.GetRepeatedString(message, field, index));
+      if (field->type() == FieldDescriptor::TYPE_BYTES) {
+        // As JSON has them.
+        std::string text;
+        google::protobuf::Base64Escape(texts_.back(), &text);
+        texts_.back() = std::move(text);
+      }
       return;
     case FieldDescriptor::CPPTYPE_MESSAGE:
       return;

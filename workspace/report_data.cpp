@@ -193,6 +193,11 @@ class Walk {
       const size_t size = path_.size();
       path_ += (path_.empty() ? "" : ".") + field->name();
       Rule rule;
+      // An element of a list may be a parameter.
+      if (table.is_parameter() && field == table.fields[table.value].descriptor) {
+        const FieldDescriptor* its_rule = table.fields[table.rule].descriptor;
+        if (of.HasField(message, its_rule)) rule = schemas_.RuleOf(of.GetMessage(message, its_rule));
+      }
       for (const ListRule& pair : table.list_rules) {
         if (table.fields[pair.list].descriptor != field) continue;
         const FieldDescriptor* its_rule = table.fields[pair.rule].descriptor;

@@ -128,7 +128,7 @@ TEST_F(ReportColumnTest, ReadsBackInTheFewestBytesThatHoldIt) {
   Schema& schema = Load(
       "syntax = \"proto3\"; enum E { A = 0; B = 1; } message M { repeated int32 i = 1; repeated uint64 u = 2; "
       "repeated int64 l = 3; repeated float f = 4; repeated double d = 5; repeated string s = 6; repeated bool b = 7; "
-      "repeated E e = 8; }");
+      "repeated E e = 8; repeated bytes y = 9; }");
   const struct {
     const char* message;
     const char* column;
@@ -165,6 +165,7 @@ TEST_F(ReportColumnTest, ReadsBackInTheFewestBytesThatHoldIt) {
       {"i: [1, 2, 3, 4, 5, 6, 7, 8, 9, 10]", "129/0: 1 2 3 4 5 6 7 8 9 10"},
       {"i: [7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7]", "129/0: 7 7 7 7 7 7 7 7 7 7 7"},
       {"s: ['a', '', 'b c']", "9/0: a  b c"},
+      {"y: ['\\000\\001\\377', 'f']", "9/0: AAH/ Zg=="},
       {"b: [true, false]", "1/0: 1 0"},
       {"e: [B]", "1/0: 1"},
   };
