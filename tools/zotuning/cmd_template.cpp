@@ -136,8 +136,7 @@ void AddTemplate(CLI::App& app, CommandContext& context) {
                  "\n"
                  "Examples:\n"
                  "  zotuning template --all\n"
-                 "  zotuning template AfCommon AWBCommon\n"
-                 "  zotuning template AfCommon --force",
+                 "  zotuning template AfCommon AWBCommon --force",
                  [&context, options] { return Run(context, *options); });
   command->add_option("MODULE", options->modules, "Modules, as 'zotuning modules' lists them");
   command->add_flag("--all", options->all, "All modules");
