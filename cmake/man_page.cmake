@@ -32,4 +32,5 @@ foreach(name ${names})
 endforeach()
 string(STRIP "${COMMANDS}" COMMANDS)
 verbatim(HELP "${help}")
+string(TIMESTAMP DATE "%Y-%m-%d" UTC)  # of SOURCE_DATE_EPOCH where that is set
 configure_file(${TEMPLATE} ${PAGE} @ONLY)

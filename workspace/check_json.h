@@ -20,7 +20,7 @@ struct FitOptions {
   /// Every field of every object is there, every list of structures has an element. Packing sensors asks for less,
   /// packing what it is asked for on standard input for nothing of it.
   bool completeness = true;
-  /// With completeness: fields of rules and those named "description" as well.
+  /// With completeness: fields of rules and those named "rule" and "description" as well, as warnings.
   bool complete_rules = false;
   /// `len`, `row`, `col` and `recommend` against the values beside them, NaN and infinities.
   bool rules = true;

@@ -7,12 +7,16 @@
 
 #include "workspace/check_json.h"
 #include "workspace/diagnostic.h"
+#include "workspace/project.h"
 
 namespace zotuning {
 
 struct CheckOptions {
   FitOptions fit;
 };
+
+/// Reports the errors of the schema that packing does not meet by itself: modules of the labels without a type.
+void CheckModuleTypes(Project& project, DiagnosticSink& sink);
 
 /// Checks the project at `dir`: schema, configuration, labels, versions and version header, defaults and the settings
 /// of every sensor. With `paths` only those files, and the files below those folders; the schema is loaded all the

@@ -16,6 +16,8 @@
 namespace zotuning {
 namespace {
 
+using ZO_TUNING::internal::EntryKind;
+
 bool EndsWith(const std::string& text, const std::string& end) {
   return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
@@ -35,27 +37,32 @@ bool LooksLikeJson(const std::string& name) {
   return false;
 }
 
-bool IsLinkToFolder(const std::string& path) {
-  struct stat link;
-  return lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode) && IsDirectory(path);
-}
-
 /// Walks what packing does not read. `in_version` is below a folder that packing does not enter.
 void WalkUnread(const std::string& dir, bool in_version, bool top, DiagnosticSink& sink) {
-  std::vector<std::string> names;
-  CollectingSink ignored;  // what cannot be listed is told where the settings are
-  ListNames(dir, names, ignored);
-  for (const std::string& name : names) {
+  std::vector<ZO_TUNING::internal::DirectoryEntry> entries;
+  // What cannot be listed is told where the settings are.
+  (void)ZO_TUNING::internal::ReadDirectory(dir.c_str(), entries);
+  std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
+  for (const auto& [name, listed_kind] : entries) {
     const std::string path = dir + "/" + name;
-    if (IsLinkToFolder(path)) {
+    EntryKind kind = listed_kind;
+    struct stat info;
+    if (kind == EntryKind::kUnknown && lstat(path.c_str(), &info) == 0) {
+      kind = S_ISDIR(info.st_mode)   ? EntryKind::kDirectory
+             : S_ISLNK(info.st_mode) ? EntryKind::kLink
+                                     : EntryKind::kFile;
+    }
+    if (kind == EntryKind::kLink && IsDirectory(path)) {
       if (name[0] == '.') continue;
       // Whoever put it there takes the settings behind it for packed.
       sink.Error(Code::kNotRead, "this is a link to a folder; packing does not follow it",
                  "put the folder itself there", DisplayPath(path));
-    } else if (IsDirectory(path)) {
-      // The version files of the scope itself belong there.
-      if (top && name == "version") continue;
-      WalkUnread(path, in_version || name == "version", false, sink);
+    } else if (kind == EntryKind::kDirectory) {
+      if (ZO_TUNING::internal::HasSuffix(name, ".json")) {
+        sink.Report(Code::kNotRead, "this is a folder; its name makes it look like a file of settings",
+                    "rename or remove it", DisplayPath(path));
+      }
+      WalkUnread(path, in_version || (name == "version" && !top), false, sink);
     } else if (!ZO_TUNING::internal::HasSuffix(name, ".json")) {
       if (!LooksLikeJson(name)) continue;
       sink.Report(Code::kNotRead, "this file is not read: its name does not end in '.json'",
@@ -69,6 +76,7 @@ void WalkUnread(const std::string& dir, bool in_version, bool top, DiagnosticSin
 
 /// Reports each folder that the labels do not know once. Whether all of them are levels.
 bool CheckFolders(const Project& project, const Setting& setting, std::set<std::string>& told, DiagnosticSink& sink) {
+  if (setting.faults.empty()) return true;
   bool good = true;
   const std::string scope_dir = project.layout().ScopeDir(setting.scope) + "/";
   size_t begin = 0;
@@ -110,33 +118,40 @@ void CheckPlaces(const Project& project, const std::vector<Setting>& settings, D
     const auto [place, fresh] = seen.emplace(setting.values, &setting);
     if (fresh) continue;
     sink.Report(Code::kSameLabels,
-                "this setting has the labels of " + Quoted(place->second->relative) + " (" +
+                "this setting has the labels of " + DisplayPath(place->second->path) + " (" +
                     project.LabelText(setting.values) + ")",
                 "both would be packed; remove one", shown);
   }
 }
 
-void CheckUnread(const Project& project, const std::string& scope, DiagnosticSink& sink) {
-  WalkUnread(project.layout().ScopeDir(scope), false, true, sink);
+void CheckUnread(const Project& project, const std::string& scope, const std::string& relative, DiagnosticSink& sink) {
+  const std::string scope_dir = project.layout().ScopeDir(scope);
+  const std::string dir = relative.empty() ? scope_dir : scope_dir + "/" + relative;
+  // The version files of a sensor stand in its folder, those of the project beside the schema.
+  const bool is_default = scope == kDefaultScope;
+  bool in_version = false;
+  for (size_t begin = 0; begin < relative.size();) {
+    const size_t end = std::min(relative.find('/', begin), relative.size());
+    in_version = in_version || (relative.compare(begin, end - begin, "version") == 0 && (is_default || begin > 0));
+    begin = end + 1;
+  }
+  WalkUnread(dir, in_version, relative.empty() && !is_default, sink);
+  if (is_default && relative.empty()) WalkUnread(project.layout().ScopeVersionDir(scope), false, false, sink);
 }
 
 void CheckSensorFolders(const Project& project, DiagnosticSink& sink) {
-  std::vector<std::string> names, unlisted;
+  std::vector<std::string> names;
   ListNames(project.dir(), names, sink);
   for (const std::string& name : names) {
-    const std::string path = project.dir() + "/" + name;
-    const bool known = std::find(project.sensors().begin(), project.sensors().end(), name) != project.sensors().end();
-    if (known || name[0] == '.' || !NameFault(name).empty() || !IsDirectory(path)) continue;
-    std::vector<FoundFile> files;
-    CollectingSink ignored;
-    ListFiles(path, ".json", files, ignored);
-    const bool settings = std::any_of(files.begin(), files.end(), [&](const FoundFile& file) {
-      return !project.ModuleName(project.LabelsOf("/" + file.relative)).empty();
-    });
-    if (!settings && !IsDirectory(path + "/version")) continue;
-    unlisted.push_back(name);
+    if (!ZO_TUNING::internal::HasSuffix(name, ".json")) continue;
+    if (project.ModuleName(project.LabelsOf("/" + name)).empty()) continue;
+    sink.Report(Code::kNotRead, "this file is not read: it is in no sensor's folder",
+                "move it to the folder of a sensor, or remove it", DisplayPath(project.dir() + "/" + name));
+  }
+  const std::vector<std::string> unlisted = project.UnlistedFolders();
+  for (const std::string& name : unlisted) {
     sink.Report(Code::kNotRead, "this folder holds settings, but it is not a sensor of the project",
-                "'zotuning sensors' lists them; 'zotuning init --force' adds one", DisplayPath(path));
+                "'zotuning sensors add " + name + "' lists it", DisplayPath(project.dir() + "/" + name));
   }
   for (const std::string& sensor : project.sensors()) {
     if (Exists(project.layout().ScopeDir(sensor))) continue;

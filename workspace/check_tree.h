@@ -15,11 +15,12 @@ namespace zotuning {
 /// folder), folders in another order than that of the labels, and settings with equal labels.
 void CheckPlaces(const Project& project, const std::vector<Setting>& settings, DiagnosticSink& sink);
 
-/// Reports what looks like data below the folder of a scope, and is not packed: links to folders, other suffixes,
-/// settings below a folder "version".
-void CheckUnread(const Project& project, const std::string& scope, DiagnosticSink& sink);
+/// Reports what looks like data below the folder `relative` of a scope ("" for all of it), and is not packed: links to
+/// folders, other suffixes, settings below a folder "version".
+void CheckUnread(const Project& project, const std::string& scope, const std::string& relative, DiagnosticSink& sink);
 
-/// Reports listed sensors without a folder, and folders that look like one of a sensor that is not listed.
+/// Reports listed sensors without a folder, folders that look like one of a sensor that is not listed, and settings
+/// beside these folders.
 void CheckSensorFolders(const Project& project, DiagnosticSink& sink);
 
 }  // namespace zotuning

@@ -97,6 +97,7 @@ class FitWalk {
       const JsonValue value = member.value();
       const PathFrame here = PathFrame::Member(at, key);
       if (seen.Test(index)) AddSameField(object, member, key, type, index, here);
+      if (!usual && options_.completeness && key != field.name()) CheckOtherName(member, field, here, place);
       seen.Set(index);
       if (field.in_real_oneof && value.kind() != JsonKind::kNull) CheckOneof(object, member, type, index, here);
       if (index == type.value) parameter[0] = value;
@@ -166,6 +167,14 @@ class FitWalk {
     }
   }
 
+  /// The camelCase form of a name, which is as good to protobuf.
+  void CheckOtherName(const JsonMember& member, const FieldEntry& field, const PathFrame& at, const Place& place) {
+    if (place.in_rule || field.exempt || findings_.Full(Severity::kWarning) || !TextLacks(field.name())) return;
+    findings_.Add(Code::kJsonCamelCase, member.key_begin(), member.key_end(), at.Text(),
+                  Quoted(at.Text()) + " stands for " + Quoted(field.name()),
+                  "write " + Quoted(field.name()) + ": the library's own packing searches the text for it");
+  }
+
   void CheckOneof(const JsonValue& object, const JsonMember& member, const TypeTable& type, size_t index,
                   const PathFrame& at) {
     const auto* oneof = type.fields[index].descriptor->real_containing_oneof();
@@ -214,14 +223,14 @@ class FitWalk {
   /// Of a rule or a description, which packing can do without unless it searches for the name.
   void CheckMissingPart(const JsonValue& object, const FieldEntry& field, const PathFrame& at, const Place& place) {
     if (options_.complete_rules) {
-      AddMissing(Code::kJsonMissingField, object, field, at, "");
+      AddMissing(Code::kRuleMissing, object, field, at, "");
     } else if (!place.in_rule && !field.exempt && field.name() != "value" && TextLacks(field.name())) {
       AddMissing(Code::kJsonMissingField, object, field, at, "packing searches the text for its name");
     }
   }
 
   void AddMissing(Code code, const JsonValue& object, const FieldEntry& field, const PathFrame& at, std::string hint) {
-    if (findings_.Full(Severity::kError)) return;
+    if (findings_.Full(Info(code).severity)) return;
     const std::string path = PathFrame::Member(at, field.name()).Text();
     const std::string parameter = at.Text();
     findings_.Add(code, object.begin(), object.begin() + 1, path,

@@ -55,21 +55,21 @@ class Packing {
  private:
   bool PackSetting(const Setting& setting, BinWriter& bin) {
     if (!file_.Read(setting.path)) return ReportSystemError("read", setting.path, errno, sink_);
-    const FieldChecking checking = options_.check_fields ? FieldChecking::kOn : FieldChecking::kOff;
+    const FieldChecking checking = options_.check_fields ? FieldChecking::kReported : FieldChecking::kOff;
     ZO_TUNING::internal::PackListener listener;
     const PackResult result = packer_.PackText(setting.path, file_.text(), checking, bin, listener);
     switch (result.status) {
       case PackStatus::kOk:
-        // What the fast path has seen to be complete need not be looked at again.
-        return result.is_complete || !options_.check_fields || Explain(setting, result.module, "");
+        // What the fast path has seen to be complete need not be looked at again. A name that the text lacks may stand
+        // there in camelCase.
+        return (result.is_complete && result.field.empty()) || !options_.check_fields ||
+               Explain(setting, result.module, "");
       case PackStatus::kNotWritten:  // told when the bin is closed
         return true;
       case PackStatus::kBadLabel:
         return ReportLabelFault(result.label, project_.schema(), sink_);
       case PackStatus::kNoModuleType:
         return project_.RequireType(result.module, sink_) != nullptr;
-      case PackStatus::kFieldMissing:
-        return Explain(setting, result.module, MissingNameText(result.field));
       default:
         return Explain(setting, result.module, result.reason);
     }
@@ -104,7 +104,7 @@ bool ListInputs(Project& project, const std::vector<std::string>& scopes, std::v
     good &= project.ListSettings(name, settings, sink);
     CollectingSink found;
     CheckPlaces(project, settings, found);
-    CheckUnread(project, name, found);
+    CheckUnread(project, name, "", found);
     good = good && found.ok();
     for (Diagnostic& diagnostic : found.Take()) sink.Add(std::move(diagnostic));
     for (Setting& setting : settings) {

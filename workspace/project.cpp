@@ -9,6 +9,7 @@
 #include <charconv>
 #include <cstring>
 
+#include "schema_faults.h"
 #include "suggest.h"
 #include "tree/tuning_path-inl.h"
 
@@ -34,22 +35,15 @@ std::vector<std::string> SplitFolders(const std::string& relative) {
   return folders;
 }
 
-/// Reports one fault of a schema; true when it is an error.
-bool ReportSchemaFault(const std::string& proto_dir, const SchemaFault& fault, DiagnosticSink& sink) {
-  const std::string path = proto_dir + "/" + fault.file;
-  Diagnostic diagnostic(Code::kSchema, fault.message, "", DisplayPath(path));
-  diagnostic.line = fault.line;
-  diagnostic.column = fault.column;
-  if (fault.is_warning) diagnostic.severity = Severity::kWarning;
-  if (IsDirectory(path)) {
-    // The library passes a directory with such a name over.
-    diagnostic.severity = Severity::kWarning;
-    diagnostic.message = "this is a directory; its name makes it look like a schema file";
-    diagnostic.line = diagnostic.column = 0;
-  }
-  const bool error = diagnostic.severity == Severity::kError;
-  sink.Add(std::move(diagnostic));
-  return error;
+/// The place of a declaration in its file of the schema.
+template <typename Declared>
+void SetPlace(const Schema& schema, const Declared& declared, const google::protobuf::FileDescriptor* file,
+              Diagnostic* diagnostic) {
+  diagnostic->file = DisplayPath(schema.proto_dir() + "/" + file->name());
+  google::protobuf::SourceLocation place;
+  if (!declared.GetSourceLocation(&place)) return;
+  diagnostic->line = place.start_line + 1;
+  diagnostic->column = place.start_column + 1;
 }
 
 }  // namespace
@@ -83,8 +77,7 @@ std::unique_ptr<Schema> LoadSchema(const std::string& proto_dir, DiagnosticSink&
   auto schema = std::make_unique<Schema>(proto_dir, &faults, [](const std::string& path) {
     return std::string(KindOf(path) == FileKind::kSpecial ? "this is a named pipe or a device, not a file" : "");
   });
-  bool good = true;
-  for (const SchemaFault& fault : faults) good &= !ReportSchemaFault(proto_dir, fault, sink);
+  bool good = ReportSchemaFaults(*schema, faults, sink);
   // What could not be listed while the schema was loaded is missing without an error.
   for (const FoundFile& file : files) {
     if (!good || file.relative.find('/') != std::string::npos || IsDirectory(file.path)) continue;
@@ -96,6 +89,23 @@ std::unique_ptr<Schema> LoadSchema(const std::string& proto_dir, DiagnosticSink&
   return good || has_errors != nullptr ? std::move(schema) : nullptr;
 }
 
+void SetSchemaPlace(const Schema& schema, const google::protobuf::FieldDescriptor& field, Diagnostic* diagnostic) {
+  SetPlace(schema, field, field.file(), diagnostic);
+}
+
+void SetSchemaPlace(const Schema& schema, const google::protobuf::EnumValueDescriptor& value, Diagnostic* diagnostic) {
+  SetPlace(schema, value, value.type()->file(), diagnostic);
+}
+
+std::string OtherPackageHint(const Schema& schema, const std::string& short_name) {
+  for (const char* package : {"ZO_TUNING", "ZO_TUNING_AF", "ZO_TUNING_AWB", "ZO_TUNING_AEC", "ZO_TUNING_PD"}) {
+    const std::string name = std::string(package) + "." + short_name;
+    if (schema.pool().FindMessageTypeByName(name) == nullptr) continue;
+    return "there is " + Quoted(name) + "; the package goes by the first two letters of the name";
+  }
+  return "";
+}
+
 const Descriptor* RequireType(const Schema& schema, const std::string& short_name, DiagnosticSink& sink) {
   const TypeResult found = schema.Find(short_name);
   if (found.type != nullptr) return found.type;
@@ -105,15 +115,9 @@ const Descriptor* RequireType(const Schema& schema, const std::string& short_nam
                 "the message type " + Quoted(found.qualified_name) + " holds too many levels of types", "", proto_dir);
     return nullptr;
   }
-  std::string hint;
   // The commonest slip is the right type in another package.
-  for (const char* package : {"ZO_TUNING", "ZO_TUNING_AF", "ZO_TUNING_AWB", "ZO_TUNING_AEC", "ZO_TUNING_PD"}) {
-    const std::string name = std::string(package) + "." + short_name;
-    if (schema.pool().FindMessageTypeByName(name) != nullptr) {
-      hint = "there is " + Quoted(name) + "; the package goes by the first two letters of the name";
-    }
-  }
-  sink.Report(Code::kSchemaType, "the schema has no message type " + Quoted(found.qualified_name), hint, proto_dir);
+  sink.Report(Code::kSchemaType, "the schema has no message type " + Quoted(found.qualified_name),
+              OtherPackageHint(schema, short_name), proto_dir);
   return nullptr;
 }
 
@@ -135,12 +139,20 @@ bool ReportLabelFault(const LabelResult& result, const Schema& schema, Diagnosti
       message = "TuningDataLabel has no singular field " + Quoted(result.field);
       break;
   }
-  sink.Report(Code::kSchemaType, message, hint, DisplayPath(schema.proto_dir()));
+  Diagnostic diagnostic(Code::kSchemaType, message, hint, DisplayPath(schema.proto_dir()));
+  const Descriptor* label_type = schema.FindType("TuningDataLabel");
+  const auto* field = label_type == nullptr ? nullptr : label_type->FindFieldByName(result.field);
+  if (result.value != nullptr) {
+    SetSchemaPlace(schema, *result.value, &diagnostic);
+  } else if (field != nullptr) {
+    SetSchemaPlace(schema, *field, &diagnostic);
+  }
+  sink.Add(std::move(diagnostic));
   return false;
 }
 
-std::string Project::FindNearest() {
-  std::string dir = ".";
+std::string Project::FindNearest(const std::string& from) {
+  std::string dir = from;
   for (;;) {
     if (Exists(ProjectLayout(dir).ConfigPath())) return dir;
     const std::string parent = dir == "." ? ".." : dir + "/..";
@@ -179,17 +191,76 @@ bool Project::LoadAll(DiagnosticSink& sink) {
   const Descriptor* config_type = find("TuningProjConfig");
   label_type_ = find("TuningDataLabel");
   version_type_ = find("Version");
-  if (config_type == nullptr || label_type_ == nullptr || version_type_ == nullptr) return false;
-  const LoadResult loaded = LoadProjectConfig(layout_, *schema_, config_);
-  if (!CheckConfig(loaded, sink)) return false;
-  if (!loaded.labels.ok()) return ReportLabelFault(loaded.labels, *schema_, sink);
-  if (labels().ValuesOf(0).empty()) {
+  if (label_type_ == nullptr) return false;
+  bool good = !has_errors && config_type != nullptr && version_type_ != nullptr;
+  // Whatever else is wrong, the labels tell what the files are.
+  bool has_sensors = false;
+  if (config_type != nullptr) {
+    const LoadResult loaded = LoadProjectConfig(layout_, *schema_, config_);
+    has_sensors = CheckConfig(loaded, sink);
+    has_labels_ = loaded.labels.ok();
+  }
+  if (!has_labels_) {
+    has_labels_ = ReadUsableLabels(sink);
+    good = false;
+  }
+  if (has_labels_ && labels().ValuesOf(0).empty()) {
     sink.Report(Code::kSchemaType, "the first field of TuningDataLabel has to be an enum that names the modules", "",
                 DisplayPath(proto_dir));
-    return false;
+    has_labels_ = false;
   }
-  has_labels_ = true;
-  return !has_errors;
+  if (has_labels_ && !has_sensors) {
+    config_.sensor_names.clear();
+    config_.sensor_names = UnlistedFolders();
+  }
+  return good && has_labels_ && has_sensors;
+}
+
+bool Project::ReadUsableLabels(DiagnosticSink& sink) {
+  config_.label_names.clear();
+  config_.label_map.clear();
+  LabelResult result;
+  for (int i = 0; i < label_type_->field_count(); ++i) {
+    const google::protobuf::FieldDescriptor* field = label_type_->field(i);
+    config_.label_names.push_back(field->name());
+    auto& values = config_.label_map[field->name()];
+    if (field->type() == google::protobuf::FieldDescriptor::TYPE_INT32) continue;
+    result.field = field->name();
+    if (field->enum_type() == nullptr) {
+      result.status = LabelStatus::kBadType;
+      return ReportLabelFault(result, *schema_, sink);
+    }
+    for (int k = 0; k < field->enum_type()->value_count(); ++k) {
+      const google::protobuf::EnumValueDescriptor* value = field->enum_type()->value(k);
+      const size_t prefix = field->enum_type()->name().size() + 1;
+      if (value->name().size() >= prefix) {
+        values[value->number()] = value->name().substr(prefix);
+        continue;
+      }
+      result.status = LabelStatus::kNoShortName;
+      result.value = value;
+      ReportLabelFault(result, *schema_, sink);
+    }
+  }
+  return true;
+}
+
+std::vector<std::string> Project::UnlistedFolders() const {
+  std::vector<std::string> names, unlisted;
+  CollectingSink ignored;  // what cannot be listed is told by those who need it
+  ListNames(dir(), names, ignored);
+  for (const std::string& name : names) {
+    const std::string path = dir() + "/" + name;
+    const bool known = std::find(sensors().begin(), sensors().end(), name) != sensors().end();
+    if (known || name[0] == '.' || !NameFault(name).empty() || !IsDirectory(path)) continue;
+    std::vector<FoundFile> files;
+    ListFiles(path, ".json", files, ignored);
+    const bool settings = std::any_of(files.begin(), files.end(), [&](const FoundFile& file) {
+      return !ModuleName(LabelsOf("/" + file.relative)).empty();
+    });
+    if (settings || IsDirectory(path + "/version")) unlisted.push_back(name);
+  }
+  return unlisted;
 }
 
 bool Project::CheckConfig(const LoadResult& loaded, DiagnosticSink& sink) const {

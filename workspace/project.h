@@ -48,20 +48,28 @@ std::unique_ptr<Schema> LoadSchema(const std::string& proto_dir, DiagnosticSink&
 const google::protobuf::Descriptor* RequireType(const Schema& schema, const std::string& short_name,
                                                 DiagnosticSink& sink);
 
+/// The place of what the schema declares.
+void SetSchemaPlace(const Schema& schema, const google::protobuf::FieldDescriptor& field, Diagnostic* diagnostic);
+void SetSchemaPlace(const Schema& schema, const google::protobuf::EnumValueDescriptor& value, Diagnostic* diagnostic);
+
+/// Says where a type that is missing stands in another package; "" when it is in none.
+std::string OtherPackageHint(const Schema& schema, const std::string& short_name);
+
 /// Reports why labels cannot be used, as reading or setting them told. False, so that it can be returned in turn.
 bool ReportLabelFault(const ZO_TUNING::internal::LabelResult& result, const Schema& schema, DiagnosticSink& sink);
 
 class Project {
  public:
-  /// The nearest directory from here up that holds a configuration, as a relative path; "" when there is none.
-  static std::string FindNearest();
+  /// The nearest directory from `from` up that holds a configuration, as a path from `from`; "" when there is none.
+  static std::string FindNearest(const std::string& from = ".");
 
   /// Loads the project at `dir`; null after an error when there is none. One that has faults is not ok().
   static std::unique_ptr<Project> Load(const std::string& dir, DiagnosticSink& sink);
 
   /// Whether schema, configuration and labels were read without an error.
   bool ok() const { return ok_; }
-  /// Whether labels and sensors are known, although the schema may have errors elsewhere.
+  /// Whether labels are known, although the schema may have errors elsewhere. Where the configuration cannot be read,
+  /// the folders that hold settings stand for the sensors.
   bool has_labels() const { return has_labels_; }
   /// Whether there is a schema at all.
   bool has_schema() const { return schema_ != nullptr; }
@@ -104,6 +112,9 @@ class Project {
   /// kDefaultScope and the sensors.
   std::vector<std::string> Scopes() const;
 
+  /// Folders of the project that hold settings or versions as a sensor's do, and are not listed.
+  std::vector<std::string> UnlistedFolders() const;
+
   /// The settings of a scope, ordered by path. False after an error when they could not all be listed.
   bool ListSettings(const std::string& scope, std::vector<Setting>& settings, DiagnosticSink& sink) const;
 
@@ -119,6 +130,8 @@ class Project {
  private:
   explicit Project(const std::string& dir) : layout_(dir) {}
   bool LoadAll(DiagnosticSink& sink);
+  /// Reads the labels but for values without a short name, which are reported. False when they are of no use at all.
+  bool ReadUsableLabels(DiagnosticSink& sink);
   bool CheckConfig(const ZO_TUNING::internal::LoadResult& loaded, DiagnosticSink& sink) const;
   void ReadLabels(Setting& setting) const;
 

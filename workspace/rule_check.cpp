@@ -28,6 +28,7 @@ class RuleCheck {
       if (member.KeyIs("len")) len_ = member.value();
       if (member.KeyIs("row")) row_ = member.value();
       if (member.KeyIs("col")) col_ = member.value();
+      if (member.KeyIs("order")) order_ = member.value();
     }
   }
 
@@ -43,6 +44,7 @@ class RuleCheck {
       }
       CheckLength(value, at, "value");
       CheckTable(value, at);
+      CheckOrder(value, at);
     }
     if (options_.templates) CheckTemplate();
   }
@@ -235,6 +237,28 @@ class RuleCheck {
                   "correct the table, or 'row' and 'col' of " + Quoted(rule_at_.Text()));
   }
 
+  /// 1: no value is smaller than the one before it; -1: none is larger. The first that is says enough.
+  void CheckOrder(const JsonValue& list, const PathFrame& at) {
+    const bool ascending = order_.is_number() && order_.raw() == "1";
+    if (!list.is_array() || !(ascending || (order_.is_number() && order_.raw() == "-1"))) return;
+    std::optional<double> before;
+    size_t index = 0;
+    for (const JsonValue element : list.elements()) {
+      const PathFrame here = PathFrame::Element(at, index++);
+      const std::optional<double> number = element.is_number()   ? std::optional<double>(NumberOf(element))
+                                           : element.is_string() ? ToNumber(element.String())
+                                                                 : std::nullopt;
+      if (number && before && (ascending ? *number < *before : *number > *before)) {
+        findings_.Add(Code::kRuleOrder, element.begin(), element.end(), here.Text(),
+                      Quoted(here.Text()) + " is " + Excerpt(element.raw(), 40) + ", but its rule says that values " +
+                          (ascending ? "ascend" : "descend"),
+                      "correct the list or " + Quoted(PathFrame::Member(rule_at_, "order").Text()));
+        return;
+      }
+      before = number;
+    }
+  }
+
   void CheckTemplate() {
     std::string parts;
     const auto look = [&](const char* name, const JsonValue& part, std::string_view of_template) {
@@ -253,7 +277,7 @@ class RuleCheck {
   const PathFrame& rule_at_;
   RuleOptions options_;
   Findings& findings_;
-  JsonValue recommend_, len_, row_, col_;
+  JsonValue recommend_, len_, row_, col_, order_;
   size_t outside_ = 0;
 };
 

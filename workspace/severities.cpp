@@ -2,6 +2,7 @@
 
 #include "workspace/severities.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "workspace/suggest.h"
@@ -16,6 +17,14 @@ const CodeInfo* RequireCode(const std::string& name, const std::string& file, Di
   sink.Report(Code::kUsage, "no code " + Quoted(name) + DidYouMean(name, names), "docs/diagnostics.md lists them",
               file);
   return nullptr;
+}
+
+/// The mend of the code's row as a hint: "Remove the comma." becomes "remove the comma".
+std::string UsualHint(Code code) {
+  std::string hint = Info(code).mend;
+  if (hint.size() > 1 && hint[0] >= 'A' && hint[0] <= 'Z' && hint[1] >= 'a') hint[0] = static_cast<char>(hint[0] + 32);
+  if (!hint.empty() && hint.back() == '.') hint.pop_back();
+  return hint;
 }
 
 }  // namespace
@@ -45,6 +54,12 @@ bool SeverityFilter::AddCodes(const std::vector<std::string>& names, std::set<Co
   return good;
 }
 
+bool SeverityFilter::makes_errors() const {
+  return std::any_of(severities_.begin(), severities_.end(), [](const auto& each) {
+    return each.second == Severity::kError && Info(each.first).severity == Severity::kWarning;
+  });
+}
+
 void SeverityFilter::Add(Diagnostic diagnostic) {
   const Code code = diagnostic.code;
   if (ignored_.count(code) != 0 || off_.count(code) != 0) return;
@@ -56,6 +71,7 @@ void SeverityFilter::Add(Diagnostic diagnostic) {
   } else if (strict_) {
     diagnostic.severity = Severity::kError;
   }
+  if (diagnostic.hint.empty()) diagnostic.hint = UsualHint(code);
   ++(diagnostic.severity == Severity::kError ? errors_ : warnings_);
   if (!diagnostic.file.empty()) files_.insert(diagnostic.file);
   sink_.Add(std::move(diagnostic));

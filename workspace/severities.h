@@ -30,6 +30,9 @@ class SeverityFilter : public DiagnosticSink {
   void Add(Diagnostic diagnostic) override;
 
   bool allows(Code code) const { return allowed_.count(code) != 0; }
+  /// Whether errors may have become something less, and whether warnings may have become errors.
+  bool changes_severities() const { return !allowed_.empty() || !severities_.empty() || !off_.empty(); }
+  bool makes_errors() const;
   size_t errors() const { return errors_; }
   size_t warnings() const { return warnings_; }
   /// With at least one diagnostic.

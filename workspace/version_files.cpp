@@ -22,16 +22,18 @@ std::string TextField(const google::protobuf::Message& message, const char* name
   return message.GetReflection()->GetString(message, field);
 }
 
-/// Why the scan misses or misreads the value of one key.
+/// Why the scan misses or misreads the value of one key; `at` becomes the place.
 std::string KeyFault(const VersionFile& file, const JsonDocument& document, const std::string& key,
-                     const std::string& value) {
+                     const std::string& value, size_t* at) {
   const std::string quoted = "\"" + key + "\"";
   const size_t first = file.text.find(quoted);
+  *at = first == std::string::npos ? document.root().begin() : first;
   if (first == std::string::npos) return "it finds no key " + quoted + "; the key has to be in double quotes";
   for (const JsonMember member : document.root().members()) {
     if (member.key() != key) continue;
     if (member.key_begin() != first) return "an earlier " + quoted + " is taken for the field: a nested key, or a text";
     const std::string_view raw = member.value().raw();
+    *at = member.value().begin();
     if (raw.empty() || raw[0] != '"') return "the value of " + quoted + " is not a text in double quotes";
     if (raw.find('\\') != std::string_view::npos) return "the value of " + quoted + " holds an escape sequence";
     return TextFault(value);
@@ -95,18 +97,29 @@ std::string TextFault(const std::string& text) {
   return "";
 }
 
-std::string ScanFault(const VersionFile& file) {
+bool ReportScanFault(const VersionFile& file, Severity severity, DiagnosticSink& sink) {
   const auto scanned = ZO_TUNING::internal::ScanVersionText(file.text);
   const bool right = scanned.status == ZO_TUNING::internal::ScanStatus::kOk && scanned.name.text == file.name &&
                      scanned.version.text == file.version;
-  if (right && TextFault(file.name).empty() && TextFault(file.version).empty()) return "";
+  if (right && TextFault(file.name).empty() && TextFault(file.version).empty()) return true;
   const JsonDocument document(file.text);
+  Diagnostic diagnostic(Code::kVersionMisread, "", "write it as plain text in double quotes, without backslashes",
+                        DisplayPath(file.path));
+  diagnostic.severity = severity;
+  std::string fault;
   for (const auto& [key, value] : {std::pair<const char*, const std::string&>{"name", file.name},
                                    std::pair<const char*, const std::string&>{"version", file.version}}) {
-    std::string fault = KeyFault(file, document, key, value);
-    if (!fault.empty()) return fault;
+    size_t at = 0;
+    fault = KeyFault(file, document, key, value, &at);
+    if (fault.empty()) continue;
+    SetPosition(document, at, at, &diagnostic);
+    diagnostic.path = key;
+    break;
   }
-  return "its plain text scan reads other values than the file's fields";
+  diagnostic.message = "the version header would get this file wrong: " +
+                       (fault.empty() ? "its plain text scan reads other values than the file's fields" : fault);
+  sink.Add(std::move(diagnostic));
+  return false;
 }
 
 std::vector<std::string> SplitLines(const std::string& text) {

@@ -28,8 +28,9 @@ struct VersionFile {
 bool ReadVersionFiles(Project& project, const std::string& scope, std::vector<VersionFile>& files,
                       DiagnosticSink& sink);
 
-/// Why the scan reads other texts from the file than its fields hold, "" when it reads them right.
-std::string ScanFault(const VersionFile& file);
+/// Reports, with `severity`, that the scan reads other texts from the file than its fields hold. True when it reads
+/// them right.
+bool ReportScanFault(const VersionFile& file, Severity severity, DiagnosticSink& sink);
 
 /// Why a text would not survive the scan or the header, "" when it would.
 std::string TextFault(const std::string& text);

@@ -8,6 +8,11 @@ _zotuning_options() {
   "$@" --help 2>/dev/null | sed -n 's/^  \(-[^ ]*\).*/\1/p' | tr ',' '\n' | sed 's/:.*//'
 }
 
+# The values that the help of "${@:2}" gives for the option $1.
+_zotuning_values() {
+  "${@:2}" --help 2>/dev/null | sed -n "s/^  [^ ]*$1 [^ ]*:{\([^}]*\)}.*/\1/p" | tr ',' '\n'
+}
+
 _zotuning() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]}
   local tool=(zotuning) project=() command=() words='' i commands
@@ -29,18 +34,28 @@ _zotuning() {
       mapfile -t COMPREPLY < <(compgen -d -- "$current")
       return
       ;;
-    --sensor)
+    --sensor | --of)
       words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//')
+      [[ $previous != --of ]] || words+=' project'
+      ;;
+    --module) words=$("${tool[@]}" modules 2>/dev/null | sed '1d; s/ .*//') ;;
+    --select | --ignore | --allow | --explain)
+      words=$(zotuning check --explain all | sed -n 's/^## //p')
+      [[ $previous != --explain ]] || words+=' all'
       ;;
     *)
-      if [[ $current == -* ]]; then
+      [[ $previous != -* ]] || words=$(_zotuning_values "$previous" zotuning "${command[@]}")
+      if [[ $words ]]; then
+        :
+      elif [[ $current == -* ]]; then
         words="-C --json -v $(_zotuning_options zotuning "${command[@]}")"
       elif [[ $commands ]]; then
         words=$commands
       else
         case ${command[*]} in
           template | 'schema json') words=$("${tool[@]}" modules 2>/dev/null | sed '1d; s/ .*//') ;;
-          tree) words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//') ;;
+          help) words=$(_zotuning_commands zotuning) ;;
+          tree | which | 'sensors remove' | 'sensors rename') words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//') ;;
           'version set') words=$("${tool[@]}" version list 2>/dev/null | sed '1d; s/ .*//') ;;
           new)
             # LABEL=VALUE is three words here, since "=" parts words.

@@ -38,6 +38,23 @@ function __zotuning_words
         case --sensor
             __zotuning_first_column sensors
             return
+        case --of
+            __zotuning_first_column sensors
+            echo project
+            return
+        case --module
+            __zotuning_first_column modules
+            return
+        case --select --ignore --allow --explain
+            zotuning check --explain all | sed -n 's/^## //p'
+            test $previous = --explain; and echo all
+            return
+        case '-*'
+            set -l values (zotuning $command --help 2>/dev/null | sed -n "s/^  [^ ]*$previous [^ ]*:{\([^}]*\)}.*/\1/p")
+            if test -n "$values"
+                string split , -- $values
+                return
+            end
     end
     if string match -q -- '-*' $current
         zotuning $command --help 2>/dev/null | sed -n 's/^  \(-[^ ]*\).*/\1/p' | string split , | string replace -r ':.*' ''
@@ -52,7 +69,9 @@ function __zotuning_words
     switch "$command"
         case template 'schema json'
             __zotuning_first_column modules
-        case tree
+        case help
+            __zotuning_commands zotuning
+        case tree which 'sensors remove' 'sensors rename'
             __zotuning_first_column sensors
         case 'version set'
             __zotuning_first_column version list

@@ -118,12 +118,12 @@ PackResult BinPacker::PackModule(std::string_view text, const google::protobuf::
                                  FieldChecking checking, BinWriter& bin) {
   const ModuleTable& table = TableOf(module_type);
   if (!transcoder_.Transcode(table, text)) return PackBySlowPath(std::string(text), module_type, checking, bin);
-  if (checking == FieldChecking::kOn) {
-    const std::string_view* missing = transcoder_.FindMissingName(table, text);
-    if (missing != nullptr) return FieldMissing(*missing);
-  }
+  const std::string_view* missing =
+      checking == FieldChecking::kOff ? nullptr : transcoder_.FindMissingName(table, text);
+  if (missing != nullptr && checking == FieldChecking::kOn) return FieldMissing(*missing);
   bin.WriteMessageBytes(transcoder_.wire());
   PackResult result = ResultOf(bin);
+  if (missing != nullptr) result.field = *missing;
   result.is_complete = transcoder_.complete();
   return result;
 }
@@ -139,13 +139,13 @@ PackResult BinPacker::PackBySlowPath(std::string text, const google::protobuf::D
     result.reason = std::move(json.reason);
     return result;
   }
-  if (checking == FieldChecking::kOn) {
-    const std::string* missing = FindMissingField(module_type, text);
-    if (missing != nullptr) return FieldMissing(*missing);
-  }
+  const std::string* missing = checking == FieldChecking::kOff ? nullptr : FindMissingField(module_type, text);
+  if (missing != nullptr && checking == FieldChecking::kOn) return FieldMissing(*missing);
   PruneRules(message.get(), module_type);
   bin.WriteMessage(*message);
-  return ResultOf(bin);
+  PackResult result = ResultOf(bin);
+  if (missing != nullptr) result.field = *missing;
+  return result;
 }
 
 const ModuleTable& BinPacker::TableOf(const google::protobuf::Descriptor* module_type) {

@@ -45,15 +45,17 @@ struct [[nodiscard]] PackResult {
   TypeResult type{};
   std::string text;
   std::string reason;
-  std::string field;
-  int error = 0;  ///< errno
+  std::string field;  ///< also with kOk and FieldChecking::kReported
+  int error = 0;      ///< errno
   /// Whether the text was seen to spell out every field of every object; where it was not, it may do so all the same.
   bool is_complete = false;
 
   bool ok() const { return status == PackStatus::kOk; }
 };
 
-enum class FieldChecking { kOn, kOff };
+/// What becomes of a text that does not mention a field: it is refused, packed all the same with its name in the
+/// result, or not looked for.
+enum class FieldChecking { kOn, kReported, kOff };
 
 /// One bin to be packed.
 struct BinJob {

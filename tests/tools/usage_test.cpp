@@ -18,12 +18,16 @@ TEST_F(ToolTest, EveryCommandHasHelpWithAnExampleOfItself) {
     EXPECT_THAT(run.err, IsEmpty()) << command;
     EXPECT_THAT(all, HasSubstr("\n  " + command + " "));
   }
+  EXPECT_EQ(Tool("", {temp_.str()}).out, all);
+  EXPECT_EQ(Tool("help", {temp_.str()}).out, all);
+  EXPECT_EQ(Tool("help version set").out, Tool("version set --help").out);
+  Fails("help packk", "no command 'packk'; did you mean 'pack'?", 2);
   EXPECT_THAT(Tool("--version", {temp_.str()}).out, testing::StartsWith("zotuning "));
 }
 
 TEST_F(ToolTest, MisuseExitsWithTwoAndSaysWhatWasMeant) {
   const Rows rows = {
-      {"", "a command is missing"},
+      {"-v", "a command is missing"},
       {"-C", "-C needs a value"},
       {"packk", "no command 'packk'; did you mean 'pack'?"},
       {"version heder", "no command 'heder'; did you mean 'header'?"},

@@ -35,17 +35,27 @@ TEST_F(ToolTest, SettingAVersionChangesNothingElse) {
     const char* after;
   } rows[] = {
       {R"({"name":"T","version":"1","changes":[{"who":"me"}]})",
-       R"({"name":"T","version":"2\"","changes":[{"who":"me"}]})"},
-      {"{\n  name: 'T',\n  \"version\" :\tnull,\n}\n", "{\n  name: 'T',\n  \"version\" :\t\"2\\\"\",\n}\n"},
-      {R"({"version": "0", "name": "T", "version": "1"})", R"({"version": "0", "name": "T", "version": "2\""})"},
-      {"{\n  \"name\": \"T\"\n}", "{\n  \"name\": \"T\",\n  \"version\": \"2\\\"\"\n}"},
-      {R"({"name":"T",})", R"({"name":"T","version": "2\"",})"},
+       R"({"name":"T","version":"2.0","changes":[{"who":"me"}]})"},
+      {"{\n  name: 'T',\n  \"version\" :\tnull,\n}\n", "{\n  name: 'T',\n  \"version\" :\t\"2.0\",\n}\n"},
+      {R"({"version": "0", "name": "T", "version": "1"})", R"({"version": "0", "name": "T", "version": "2.0"})"},
+      {"{\n  \"name\": \"T\"\n}", "{\n  \"name\": \"T\",\n  \"version\": \"2.0\"\n}"},
+      {R"({"name":"T",})", R"({"name":"T","version": "2.0",})"},
   };
   for (const auto& row : rows) {
     Write(At("proto/version/t.json"), row.before);
-    EXPECT_EQ(Tool("version set T 2\"").code, 0) << row.before;
+    EXPECT_EQ(Tool("version set T 2.0").code, 0) << row.before;
     EXPECT_EQ(Read(At("proto/version/t.json")), row.after);
   }
+  // What the header could not carry.
+  for (const char* version : {"2\"", "C:\\2"})
+    Fails(std::string("version set T ") + version, "cannot carry this value");
+  // A sensor's, which may have the name of one of the project.
+  Write(At("front/version/t.json"), R"({"name":"T","version":"1"})");
+  Fails("version set T 3", "choose one with --of, for example --of project");
+  EXPECT_EQ(Tool("version set T 3 --of front").code, 0);
+  EXPECT_EQ(Read(At("front/version/t.json")), R"({"name":"T","version":"3"})");
+  Write(At("front/version/u.json"), R"({"name":"U","version":"1"})");
+  EXPECT_EQ(Tool("version set U 2").out, "U is now 2 (front/version/u.json)\n");
 }
 
 TEST_F(ToolTest, TheHeaderIsCheckedAndMade) {
@@ -59,6 +69,9 @@ TEST_F(ToolTest, TheHeaderIsCheckedAndMade) {
   EXPECT_EQ(Read(header), before);
   EXPECT_EQ(Tool("version header").code, 0);
   EXPECT_THAT(Read(header), HasSubstr("_VAL \"2.2.0\"\n"));
+  const auto written = std::filesystem::last_write_time(header);
+  EXPECT_THAT(Tool("version header").out, HasSubstr(" is unchanged, "));
+  EXPECT_EQ(std::filesystem::last_write_time(header), written);
   EXPECT_EQ(Tool("version header --check").code, 0);
 
   // The order of the pairs is that of the file system, and no fault.
@@ -95,9 +108,13 @@ TEST_F(ToolTest, FilesThatTheScanMisreadsAreNamed) {
   for (const auto& [text, says] : rows) {
     Write(At("proto/version/t.json"), text);
     const std::string wrong = "the version header would get this file wrong: " + says;
-    Fails("version header", "proto/version/t.json: error: " + wrong);
-    Fails("version header --check", "proto/version/t.json: error: " + wrong);
-    Fails("version list", "proto/version/t.json: warning: " + wrong, 0);
+    for (const char* line : {"version header", "version header --check"}) {
+      const Ran run = Tool(line);
+      EXPECT_EQ(run.code, 1) << text;
+      EXPECT_THAT(run.err, testing::ContainsRegex("proto/version/t.json:1:[0-9]+: error: ")) << text;
+      EXPECT_THAT(run.err, HasSubstr(wrong));
+    }
+    Fails("version list", "warning: " + wrong, 0);
   }
   Write(At("proto/version/t.json"), "{\"name\": \"T\", \"version\": 3}");
   Fails("version header", "t.json:1:26: error: invalid value 3 for string field 'version'");

@@ -450,8 +450,8 @@ TEST_F(FaultTest, Options) {
   EXPECT_EQ(Brief(Check(Changed({"\"0..2\"", "\"None\"", ""}), type(), options)), "rule-template 2:33 gain.rule");
   options = {};
   options.complete_rules = true;
-  EXPECT_EQ(Brief(Check(Changed({"\"description\": \"[Float]\", ", "", ""}), type(), options)).substr(0, 80),
-            "json-missing-field! 1:1 description; json-missing-field! 2:33 gain.rule.descript");
+  EXPECT_EQ(Brief(Check(Changed({"\"description\": \"[Float]\", ", "", ""}), type(), options)).substr(0, 69),
+            "rule-missing 1:1 description; rule-missing 2:33 gain.rule.description");
   options = {};
   options.completeness = false;
   EXPECT_EQ(Brief(Check("{}", type(), options)), "");

@@ -1,5 +1,6 @@
 // zotuning check: everything that is wrong with a project, in one run.
 
+#include <filesystem>
 #include <memory>
 
 #include "command_context.h"
@@ -21,7 +22,37 @@ struct Options {
   std::string explain;
 };
 
+Json ExplanationJson(const CodeInfo& info) {
+  return {{"code", info.name},       {"severity", info.severity == Severity::kError ? "error" : "warning"},
+          {"summary", info.summary}, {"why", info.why},
+          {"example", info.example}, {"mend", info.mend}};
+}
+
+/// All codes, as the page docs/diagnostics.md.
+int ExplainAll(Console& console) {
+  std::string page =
+      "# Diagnostics\n\nEvery message has a code, which stays the same. `zotuning check --explain CODE` prints what is\n"
+      "below, `--select` and `--ignore` choose by codes, and `zotuning.json` in a project's folder sets severities for all "
+      "who\nwork on it; comments are allowed in it:\n\n```\n{\n  \"severities\": {\n    \"rule-range\": \"error\",  // "
+      "agreed on in May\n    \"not-read\": \"off\"\n  }\n}\n```\n\nMade by `zotuning check --explain all`.\n\n| Code | "
+      "Severity | Means |\n|---|---|---|\n";
+  std::string details;
+  Json codes = Json::array();
+  for (const CodeInfo& info : kCodes) {
+    const Json code = ExplanationJson(info);
+    const std::string name = info.name, severity = code["severity"];
+    page += "| [`" + name + "`](#" + name + ") | " + severity + " | " + info.summary + " |\n";
+    details += "\n## " + name + "\n\n" + severity + ": " + info.summary + ". " + info.why + "\n\n```\n" + info.example +
+               "\n```\n\n" + info.mend + "\n";
+    codes.push_back(code);
+  }
+  console.Print(page + details);
+  console.result() = {{"codes", std::move(codes)}};
+  return kDone;
+}
+
 int Explain(const std::string& name, Console& console) {
+  if (name == "all") return ExplainAll(console);
   const CodeInfo* info = FindCode(name);
   if (info == nullptr) {
     std::vector<std::string> names;
@@ -32,9 +63,18 @@ int Explain(const std::string& name, Console& console) {
   const std::string severity = info->severity == Severity::kError ? "error" : "warning";
   console.Print(std::string(info->name) + " (" + severity + "): " + info->summary + "\n\n" + info->why +
                 "\n\nExample:\n  " + info->example + "\n\nTo mend it:\n  " + info->mend + "\n");
-  console.result() = {{"code", info->name}, {"severity", severity},     {"summary", info->summary},
-                      {"why", info->why},   {"example", info->example}, {"mend", info->mend}};
+  console.result() = ExplanationJson(*info);
   return kDone;
+}
+
+/// The project that a path is in, "" for none: for editors, which run anywhere.
+std::string NearestTo(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  const std::string folder = IsDirectory(path) ? path : slash == path.npos ? "." : path.substr(0, slash + 1);
+  const std::string dir = Project::FindNearest(folder);
+  std::error_code error;
+  const std::filesystem::path canonical = std::filesystem::canonical(dir.empty() ? "." : dir, error);
+  return dir.empty() || error ? "" : canonical.string();
 }
 
 int Run(CommandContext& context, const Options& options) {
@@ -42,6 +82,7 @@ int Run(CommandContext& context, const Options& options) {
   if (!options.explain.empty()) return Explain(options.explain, console);
   std::string dir = context.project_dir;
   if (dir.empty()) dir = Project::FindNearest();
+  if (dir.empty() && !options.paths.empty()) dir = NearestTo(options.paths[0]);
   if (dir.empty()) {
     console.Report(Code::kNoProject, "there is no project here: no directory from here up holds ProjConf.bin",
                    "choose one with -C DIR, or make one with 'zotuning init'");
@@ -58,7 +99,7 @@ int Run(CommandContext& context, const Options& options) {
     return kMisuse;
   }
   CheckOptions check;
-  check.fit.template_rules = options.template_rules;
+  check.fit.template_rules = check.fit.complete_rules = options.template_rules;
   const bool checked = CheckProject(dir, options.paths, check, filter);
   const std::vector<Diagnostic>& diagnostics = found.diagnostics();
   if (options.format == "sarif") {
@@ -102,11 +143,13 @@ void AddCheck(CLI::App& app, CommandContext& context) {
   command->add_flag("--strict", options->strict, "Take warnings for errors");
   command->add_option("--select", options->select, "Only these codes")->type_name("CODE")->delimiter(',');
   command->add_option("--ignore", options->ignore, "Not these codes")->type_name("CODE")->delimiter(',');
-  command->add_flag("--template-rules", options->template_rules, "Name rules that are still those of the template");
+  command->add_flag("--template-rules", options->template_rules,
+                    "Name rules that are missing, or still those of the template");
   command->add_option("--format", options->format, "How faults are printed")
       ->type_name("FORMAT")
       ->check(CLI::IsMember({"text", "json", "sarif", "github"}));
-  command->add_option("--explain", options->explain, "What a code means, with an example and the mend")
+  command
+      ->add_option("--explain", options->explain, "What a code means, with an example and the mend; 'all' for a page")
       ->type_name("CODE");
 }
 

@@ -185,8 +185,8 @@ void AddFmt(CLI::App& app, CommandContext& context) {
       "Examples:\n"
       "  zotuning fmt\n"
       "  zotuning fmt --check\n"
-      "  zotuning fmt default main_wide/AfCommon.json --dry-run\n"
-      "  zotuning fmt - --stdin-path main_wide/AfCommon.json < main_wide/AfCommon.json",
+      "  zotuning fmt default front/mode_1/AfCommon.json --dry-run\n"
+      "  zotuning fmt - --stdin-path front/mode_1/AfCommon.json < front/mode_1/AfCommon.json",
       [&context, options] { return Run(context, *options); });
   command->add_option("FILE", options->files, "Files and folders instead of all settings; '-' is standard input");
   command->add_option("--module", options->module, "The module of standard input")->type_name("MODULE");

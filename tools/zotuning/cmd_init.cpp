@@ -9,8 +9,8 @@
 
 #include "bin/bin_folder.h"
 #include "command_context.h"
-#include "io/message_record-inl.h"
 #include "workspace/check_setting.h"
+#include "workspace/sensors.h"
 #include "workspace/version_files.h"
 
 namespace zotuning::tool {
@@ -51,9 +51,11 @@ bool CheckNames(const Options& options, Console& console) {
   }
   std::set<std::string> seen;
   for (const std::string& sensor : options.sensors) {
-    std::string fault = NameFault(sensor);
-    if (!seen.insert(sensor).second) fault = "is given twice";
-    if (!fault.empty()) console.Report(Code::kUsage, "the sensor name " + Quoted(sensor) + " " + fault);
+    if (!seen.insert(sensor).second) {
+      console.Report(Code::kUsage, "the sensor name " + Quoted(sensor) + " is given twice");
+    } else {
+      CheckSensorName(sensor, {}, Code::kUsage, console);
+    }
   }
   return console.ok();
 }
@@ -68,13 +70,7 @@ std::unique_ptr<Schema> LoadUsableSchema(const Options& options, Console& consol
   std::vector<std::string> names;
   ZO_TUNING::internal::LabelMap value_names;
   ReportLabelFault(ZO_TUNING::internal::AppendLabels(label_type, names, value_names), *schema, console);
-  for (size_t i = 1; i < names.size(); ++i) {
-    for (const std::string& sensor : options.sensors) {
-      if (sensor.find(names[i] + "_") == std::string::npos) continue;
-      console.Report(Code::kAmbiguousName, "the sensor name " + Quoted(sensor) + " contains " + Quoted(names[i] + "_") +
-                                               " and would be read as a level of the tree");
-    }
-  }
+  for (const std::string& sensor : options.sensors) CheckSensorName(sensor, names, Code::kUsage, console);
   return console.ok() ? std::move(schema) : nullptr;
 }
 
@@ -195,19 +191,6 @@ std::vector<std::string> ListedSensors(Schema& schema, const std::string& config
   const auto message = schema.NewMessage(type);
   const auto result = ZO_TUNING::internal::ReadConfigFile(config_path.c_str(), message.get(), type, name, sensors);
   return result.ok() ? sensors : std::vector<std::string>();
-}
-
-/// The content of ProjConf.bin; "" after an error.
-std::string ConfigText(Schema& schema, const std::string& name, const std::vector<std::string>& sensors,
-                       Console& console) {
-  const auto* type = schema.FindType("TuningProjConfig");
-  const auto message = schema.NewMessage(type);
-  const auto result = ZO_TUNING::internal::SetConfig(message.get(), type, name.c_str(), sensors);
-  if (result.ok()) return ZO_TUNING::internal::RecordOf(*message);
-  console.Report(Code::kSchemaType,
-                 "the message type " + Quoted(type->full_name()) + " has no usable field " + Quoted(result.field),
-                 "it needs string proj_name and repeated string sensor_names", DisplayPath(schema.proto_dir()));
-  return "";
 }
 
 /// Everything but the configuration.

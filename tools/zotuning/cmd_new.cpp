@@ -133,8 +133,8 @@ int Run(CommandContext& context, const Options& options) {
       planned.state = options.dry_run ? "would be replaced" : "replaced";
     } else if (exists) {
       planned.state = "kept";
-      console.Report(Code::kExists, "this setting exists; it is kept", "--force replaces it",
-                     DisplayPath(planned.setting.path));
+      console.Warn(Code::kExists, "this setting exists; it is kept", "--force replaces it",
+                   DisplayPath(planned.setting.path));
     }
     if (!options.dry_run && planned.state != "kept") Create(planned, console);
     rows.push_back({DisplayPath(planned.setting.path), planned.state});
@@ -159,9 +159,9 @@ void AddNew(CLI::App& app, CommandContext& context) {
       "Examples:\n"
       "  zotuning new --sensor main_wide module=AfCommon\n"
       "  zotuning new --sensor main_wide module=AfCommon mode=1 scenario=Video\n"
-      "  zotuning new --sensor main_wide module=AfCommon,AWGain mode=1,2 --dry-run\n"
-      "  zotuning new --sensor front module=AfCommon mode=1 --from main_wide/mode_1/AfCommon.json\n"
-      "  zotuning new --sensor front module=AfCommon,AWGain mode=1 --from sensor=main_wide mode=0",
+      "  zotuning new --sensor main_wide module=AfCommon,AWBCommon mode=1,2 --dry-run\n"
+      "  zotuning new --sensor front module=AfCommon mode=2 --from main_wide/mode_0/AfCommon.json\n"
+      "  zotuning new --sensor front module=LensShading,PdCalib mode=3 --from sensor=main_wide",
       [&context, options] { return Run(context, *options); });
   command->add_option("--sensor", options->sensor, "The sensor that the settings are for")->required()->type_name("S");
   command->add_option("LABEL=VALUE", options->labels, "Label values, 'module' among them")->required();

@@ -1,8 +1,10 @@
 // zotuning pack: the bins of the project, made beside the output folder, checked against the tree, and renamed.
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -13,7 +15,10 @@
 
 #include "bin/bin_folder.h"
 #include "command_context.h"
+#include "workspace/check_project.h"
+#include "workspace/depfile.h"
 #include "workspace/pack.h"
+#include "workspace/project_settings.h"
 #include "workspace/severities.h"
 #include "workspace/staging_dir.h"
 
@@ -25,7 +30,8 @@ using ZO_TUNING::internal::BinPath;
 
 struct Options {
   std::string out_dir;
-  std::string sensor;
+  std::vector<std::string> sensors;
+  std::string depfile;
   bool ask = false;
   bool force = false;
   std::vector<std::string> allow;
@@ -133,6 +139,30 @@ std::string ResolveTarget(const std::string& out_dir, Console& console) {
   return error ? "" : resolved;
 }
 
+/// What stays of the folder that is about to be replaced: bins that were made again as they were keep their time
+/// stamps, and with `partly` the others stay.
+bool KeepOldBins(const std::string& target, const std::string& folder, bool partly, Console& console) {
+  std::vector<std::string> names;
+  if (!Exists(target)) return true;
+  if (!ListNames(target, names, console)) return false;
+  for (const std::string& name : names) {
+    const std::string old_path = target + "/" + name, path = folder + "/" + name;
+    std::string old_text, text;
+    struct stat info;
+    if (Exists(path)) {
+      if (!ReadFile(old_path, old_text, console) || !ReadFile(path, text, console)) return false;
+      if (old_text != text || stat(old_path.c_str(), &info) != 0) continue;
+      const timespec times[] = {info.st_atim, info.st_mtim};
+      (void)utimensat(AT_FDCWD, path.c_str(), times, 0);
+    } else if (partly && link(old_path.c_str(), path.c_str()) != 0) {
+      std::error_code error;
+      std::filesystem::copy_file(old_path, path, error);
+      if (error) return ReportSystemError("copy", old_path, error.value(), console);
+    }
+  }
+  return true;
+}
+
 /// Packs beside the target and puts the finished folder in its place.
 bool PackAndCommit(CommandContext& context, Project& project, const Options& options, const std::string& target,
                    const std::vector<ScopeInputs>& inputs, SeverityFilter& filter) {
@@ -144,13 +174,15 @@ bool PackAndCommit(CommandContext& context, Project& project, const Options& opt
   if (staging == nullptr) return false;
   const std::string folder = BinFolder(staging->path());
   if (mkdir(folder.c_str(), 0777) != 0) return ReportSystemError("make the directory", folder, errno, console);
+  const bool partly = options.ask || !options.sensors.empty();
   PackOptions pack;
   pack.check_fields = !options.ask && !filter.allows(Code::kJsonMissingField);
   pack.on_bin = [&](const std::string& name) { progress.Begin(name); };
   std::vector<PackedBin> bins;
   const bool packed = PackBins(project, inputs, pack, folder, BinFolder(options.out_dir), bins, filter);
   staging->StopWatcher();
-  if (!console.ok() || (!packed && options.allow.empty())) return false;
+  if (!console.ok() || (!packed && !filter.changes_severities())) return false;
+  if (options.force && !KeepOldBins(target, folder, partly, console)) return false;
   StagingDir::MayReplace may_replace;
   if (options.force) {
     may_replace = [&](const std::string& dir, DiagnosticSink& sink) {
@@ -159,14 +191,21 @@ bool PackAndCommit(CommandContext& context, Project& project, const Options& opt
   }
   if (!staging->Commit(std::filesystem::path(folder).filename().string(), target, may_replace, console)) return false;
   PrintBins(bins, BinFolder(options.out_dir), console);
-  return true;
+  if (options.depfile.empty()) return true;
+  std::vector<std::string> made;
+  for (const PackedBin& bin : bins) {
+    // Of a rule for one sensor, default.bin is no output: every such rule makes it.
+    if (partly && bin.name == kDefaultScope) continue;
+    made.push_back(BinPath(BinFolder(options.out_dir), bin.name));
+  }
+  return ReplaceFile(options.depfile, DepfileText(made, project, inputs), console);
 }
 
 int Run(CommandContext& context, const Options& options) {
   Console& console = context.console;
-  if (options.ask && (context.json || !options.sensor.empty())) {
+  if (options.ask && (context.json || !options.sensors.empty())) {
     console.Report(Code::kUsage,
-                   std::string("--ask cannot be combined with ") + (options.sensor.empty() ? "--json" : "--sensor"));
+                   std::string("--ask cannot be combined with ") + (options.sensors.empty() ? "--json" : "--sensor"));
     return kMisuse;
   }
   SeverityFilter filter(console);
@@ -174,7 +213,10 @@ int Run(CommandContext& context, const Options& options) {
   int code = kDone;
   const auto project = LoadProject(context, code);
   if (project == nullptr) return code;
-  if (!options.sensor.empty() && !project->RequireSensor(options.sensor, console)) return kFailed;
+  for (const std::string& sensor : options.sensors) project->RequireSensor(sensor, console);
+  ProjectSettings settings;
+  if (!console.ok() || !ReadProjectSettings(project->dir(), settings, console)) return kFailed;
+  filter.SetSeverities(settings.severities, DisplayPath(project->dir() + "/zotuning.json"));
   const std::string target = ResolveTarget(options.out_dir, console);
   if (target.empty()) return kFailed;
   if (Exists(target)) {
@@ -185,11 +227,19 @@ int Run(CommandContext& context, const Options& options) {
     if (!HoldsOnlyBins(target, DisplayPath(target), console)) return kFailed;
   }
   std::vector<std::string> scopes = project->Scopes();
-  if (options.ask || !options.sensor.empty()) {
-    const std::string sensor = options.ask ? AskForSensor(*project, console) : options.sensor;
-    if (sensor.empty()) return kFailed;
-    scopes = {kDefaultScope, sensor};
+  if (options.ask || !options.sensors.empty()) {
+    std::vector<std::string> chosen = options.sensors;
+    if (options.ask) chosen = {AskForSensor(*project, console)};
+    if (!console.ok()) return kFailed;
+    scopes.erase(std::remove_if(scopes.begin() + 1, scopes.end(),
+                                [&](const std::string& scope) {
+                                  return std::find(chosen.begin(), chosen.end(), scope) == chosen.end();
+                                }),
+                 scopes.end());
   }
+  CheckModuleTypes(*project, filter);
+  // Packing meets errors on its way, but not what the project's people have made one.
+  if (filter.makes_errors() && !CheckProject(project->dir(), {}, CheckOptions(), filter)) return kFailed;
   std::vector<ScopeInputs> inputs;
   ListInputs(*project, scopes, inputs, filter);
   return PackAndCommit(context, *project, options, target, inputs, filter) ? kDone : kFailed;
@@ -202,21 +252,28 @@ void AddPack(CLI::App& app, CommandContext& context) {
   CLI::App* command = AddCommand(
       app, context, "pack", "Pack the project into tuning bins",
       "Makes DIR/zo_tuning with default.bin and one bin per sensor. The folder appears when all is done and checked,\n"
-      "or not at all.\n"
+      "or not at all. Files are packed in the order of their paths, so that the same tree gives the same bins anywhere.\n"
+      "With --sensor and --force the bins of other sensors stay, and bins that would not change keep their time stamps.\n"
       "\n"
       "Examples:\n"
       "  zotuning pack -o out\n"
       "  zotuning pack -o out --sensor main_wide --force\n"
+      "  zotuning pack -o out --sensor front --sensor main_wide --force --depfile out/bins.d\n"
       "  echo 0 | zotuning pack -o out --ask",
       [&context, options] { return Run(context, *options); });
   command->add_option("-o,--out", options->out_dir, "Where to make the folder zo_tuning")
       ->required()
       ->type_name("DIR")
       ->check(NotEmpty());
-  command->add_option("--sensor", options->sensor, "Only default.bin and the bin of this sensor")->type_name("NAME");
+  command->add_option("--sensor", options->sensors, "Only default.bin and the bin of this sensor; may be given again")
+      ->allow_extra_args(false)
+      ->type_name("NAME");
   command->add_flag("--ask", options->ask,
                     "Ask on standard input for the index of the sensor; fields may be missing then");
   command->add_flag("--force", options->force, "Replace an existing folder zo_tuning");
+  command->add_option("--depfile", options->depfile, "Write what the bins were made from, for Make and Ninja")
+      ->type_name("FILE")
+      ->check(NotEmpty());
   command->add_option("--allow", options->allow, "Pack although 'zotuning check' finds errors of this code")
       ->type_name("CODE")
       ->delimiter(',');

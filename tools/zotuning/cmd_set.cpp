@@ -232,7 +232,7 @@ void AddSet(CLI::App& app, CommandContext& context) {
       "  zotuning set 'red.gain*=1.05' 'red.gain[0][*]=1' --where module=LensShading sensor=main_wide\n"
       "  zotuning set red.gain --from gain.csv --where module=LensShading sensor=main_wide mode=2\n"
       "  zotuning set lens.macro_code=700 --create --where sensor=front module=AfCommon mode=1 scenario=Video\n"
-      "  zotuning set 'zones[*].weight+=0.1' --where module=AfCommon --dry-run | git apply",
+      "  zotuning set 'zones[*].weight*=0.9' --where module=AfCommon --dry-run | git apply",
       [&context, options] { return Run(context, *options); });
   command->add_option("PATH=VALUE", options->assignments, "What to set; a PATH alone with --from")->required();
   command

@@ -54,7 +54,8 @@ std::string TemplateText(Project& project, const std::string& module, Console& c
   return printed.ok && faults.empty() ? text : "";
 }
 
-/// Makes the default data of one module. `state` becomes what was done: "made", "replaced", "unchanged" or "kept".
+/// Makes the default data of one module; with --all one that has been edited is no error. `state` becomes what was
+/// done: "made", "replaced", "unchanged" or "kept".
 bool MakeTemplate(Project& project, const std::string& module, const Options& options, std::string& state,
                   Console& console) {
   const std::string path = project.layout().DefaultPath(module);
@@ -71,6 +72,7 @@ bool MakeTemplate(Project& project, const std::string& module, const Options& op
     }
     if (!options.force) {
       state = "kept";
+      if (options.all) return true;
       console.Report(Code::kEditedDefault, "the default of " + Quoted(module) + " has been edited; it is kept",
                      "--force replaces it with the template", DisplayPath(path));
       return false;
@@ -132,12 +134,11 @@ void AddTemplate(CLI::App& app, CommandContext& context) {
   CLI::App* command =
       AddCommand(app, context, "template", "Write the default data of modules from the schema",
                  "The template holds every parameter of the module at its default, with its rule. A default that has\n"
-                 "been edited is kept, and named, unless --force is given.\n"
+                 "been edited is kept, and named, unless --force is given; with --all that is no error.\n"
                  "\n"
                  "Examples:\n"
                  "  zotuning template --all\n"
                  "  zotuning template --all --rules-from-comments\n"
-                 "  zotuning template AfCommon LensShading\n"
                  "  zotuning template AfCommon --force",
                  [&context, options] { return Run(context, *options); });
   command->add_option("MODULE", options->modules, "Modules, as 'zotuning modules' lists them");

@@ -16,6 +16,9 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
+/// As the list names it.
+std::string ScopeName(const std::string& scope) { return scope == kDefaultScope ? "project" : scope; }
+
 int List(CommandContext& context) {
   Console& console = context.console;
   int code = kDone;
@@ -28,15 +31,11 @@ int List(CommandContext& context) {
     ReadVersionFiles(*project, scope, files, console);
     for (const VersionFile& file : files) {
       if (file.message == nullptr) continue;
-      const std::string of = scope == kDefaultScope ? "project" : scope;
+      const std::string of = ScopeName(scope);
       rows.push_back({file.name, file.version, of, DisplayPath(file.path)});
       versions.push_back(
           {{"name", file.name}, {"version", file.version}, {"of", of}, {"file", DisplayPath(file.path)}});
-      const std::string fault = scope == kDefaultScope ? ScanFault(file) : "";
-      if (!fault.empty()) {
-        console.Warn(Code::kVersionMisread, "the version header would get this file wrong: " + fault, "",
-                     DisplayPath(file.path));
-      }
+      if (scope == kDefaultScope) ReportScanFault(file, Severity::kWarning, console);
     }
   }
   console.Print(Table(rows));
@@ -66,38 +65,51 @@ std::string TextWithVersion(const std::string& text, const google::protobuf::Fie
   return changed.insert(last_end, "," + text.substr(before, key_begin - before) + added);
 }
 
-int Set(CommandContext& context, const std::string& name, const std::string& version) {
+/// The file of the version called `name`, among those of the project and all sensors, or of `of` alone. Null after an
+/// error.
+const VersionFile* FindVersion(const std::vector<VersionFile>& files, const std::string& name, const std::string& of,
+                               Console& console) {
+  Lines names;
+  std::vector<const VersionFile*> matches;
+  for (const VersionFile& file : files) {
+    if (!of.empty() && of != ScopeName(file.scope)) continue;
+    names.push_back(file.name);
+    if (file.name == name) matches.push_back(&file);
+  }
+  if (matches.size() == 1) return matches[0];
+  if (matches.empty()) {
+    console.Report(Code::kUnknownVersion, "no version is called " + Quoted(name) + DidYouMean(name, names),
+                   "'zotuning version list' lists them");
+    return nullptr;
+  }
+  const bool apart = matches[0]->scope != matches[1]->scope;
+  console.Report(Code::kSameNames,
+                 Count(matches.size(), "file") + " hold a version called " + Quoted(name) + ": " +
+                     DisplayPath(matches[0]->path) + " and " + DisplayPath(matches[1]->path),
+                 apart ? "choose one with --of, for example --of " + ScopeName(matches[0]->scope) : "keep one of them",
+                 DisplayPath(matches[1]->path));
+  return nullptr;
+}
+
+int Set(CommandContext& context, const std::string& name, const std::string& version, const std::string& of) {
   Console& console = context.console;
   int code = kDone;
   const auto project = LoadProject(context, code);
   if (project == nullptr) return code;
   std::vector<VersionFile> files;
-  // The operation stops without a result at the first file that it cannot read.
-  if (!ReadVersionFiles(*project, kDefaultScope, files, console)) return kFailed;
-  Lines names;
-  size_t matches = 0;
-  const VersionFile* match = nullptr;
-  for (const VersionFile& file : files) {
-    names.push_back(file.name);
-    if (file.name != name) continue;
-    match = &file;
-    ++matches;
+  bool good = true;
+  for (const std::string& scope : project->Scopes()) {
+    if (IsDirectory(project->layout().ScopeVersionDir(scope))) {
+      good &= ReadVersionFiles(*project, scope, files, console);
+    }
   }
-  if (matches == 0) {
-    console.Report(Code::kUnknownVersion, "no version is called " + Quoted(name) + DidYouMean(name, names),
-                   "'zotuning version list' lists them");
-    return kFailed;
-  }
-  if (matches > 1) {
-    console.Report(Code::kSameNames,
-                   Count(matches, "file") + " hold a version called " + Quoted(name) +
-                       "; which one would be set depends on the file system",
-                   "keep one of them", DisplayPath(project->layout().ScopeVersionDir(kDefaultScope)));
-    return kFailed;
-  }
+  if (!good) return kFailed;
+  const VersionFile* match = FindVersion(files, name, of, console);
+  if (match == nullptr) return kFailed;
   if (const std::string fault = TextFault(version); !fault.empty()) {
-    console.Warn(Code::kVersionMisread, "the version header would get this value wrong: " + fault, "",
-                 DisplayPath(match->path));
+    console.Error(Code::kVersionMisread, "the version header cannot carry this value: " + fault,
+                  "use plain text without quotes and backslashes", DisplayPath(match->path));
+    return kFailed;
   }
   const auto* field = ZO_TUNING::internal::FindTextField(project->version_type(), "version");
   if (field == nullptr) {
@@ -128,12 +140,7 @@ bool CheckHeader(Project& project, const std::string& path, std::vector<VersionF
     console.Report(Code::kNoVersions, "there is no version file to make the header from", "",
                    DisplayPath(project.layout().ScopeVersionDir(kDefaultScope)));
   }
-  for (const VersionFile& file : files) {
-    const std::string fault = ScanFault(file);
-    if (fault.empty()) continue;
-    console.Error(Code::kVersionMisread, "the version header would get this file wrong: " + fault, "",
-                  DisplayPath(file.path));
-  }
+  for (const VersionFile& file : files) ReportScanFault(file, Severity::kError, console);
   if (!Exists(path)) {
     console.Report(Code::kNoHeader, "the project has no version header", "make it with a line that holds [3AProto]",
                    DisplayPath(path));
@@ -182,8 +189,8 @@ int Header(CommandContext& context, bool check) {
                    shown);
     return kFailed;
   }
-  // Made again even when nothing changes, so that build rules see that it is up to date.
-  if (!ReplaceFile(path, wanted, console)) return kFailed;
+  // Whoever includes it is not compiled again when nothing changes.
+  if (wanted != found && !ReplaceFile(path, wanted, console)) return kFailed;
   console.result()["current"] = true;
   console.Print(Printable(shown) + (wanted == found ? " is unchanged, " : " is written, ") +
                 Count(files.size(), "version") + "\n");
@@ -199,7 +206,7 @@ void AddVersion(CLI::App& app, CommandContext& context) {
   version->footer(
       "Examples:\n"
       "  zotuning version list\n"
-      "  zotuning version set AfCommon 1.4\n"
+      "  zotuning version set AF 1.4\n"
       "  zotuning version header --check\n");
 
   AddCommand(*version, context, "list", "List the versions of the project and its sensors",
@@ -209,13 +216,15 @@ void AddVersion(CLI::App& app, CommandContext& context) {
              [&context] { return List(context); });
 
   auto name = std::make_shared<std::string>();
+  auto of = std::make_shared<std::string>();
   auto value = std::make_shared<std::string>();
   CLI::App* set = AddCommand(*version, context, "set", "Set one version of the project",
                              "Examples:\n"
-                             "  zotuning version set AfCommon 1.4",
-                             [&context, name, value] { return Set(context, *name, *value); });
+                             "  zotuning version set AF 1.4",
+                             [&context, name, value, of] { return Set(context, *name, *value, *of); });
   set->add_option("NAME", *name, "The name in the version file")->required();
   set->add_option("VALUE", *value, "Its new version")->required();
+  set->add_option("--of", *of, "Only a version of the project ('project') or of this sensor")->type_name("SENSOR");
 
   auto check = std::make_shared<bool>(false);
   CLI::App* header = AddCommand(*version, context, "header", "Make src/ZoTuningVersion.h from the project's versions",

@@ -10,7 +10,8 @@ CLI::App* AddCommand(CLI::App& app, CommandContext& context, const std::string& 
   command->footer(help + "\n\nEvery command also takes -C DIR, --json and -v; see 'zotuning --help'.\n");
   command->fallthrough();
   const std::string full_name = app.get_parent() == nullptr ? name : app.get_name() + " " + name;
-  command->callback([&context, full_name, run = std::move(run)] {
+  command->callback([&context, command, full_name, run = std::move(run)] {
+    if (!command->get_subcommands().empty()) return;  // that one runs
     context.command = full_name;
     context.run = run;
   });

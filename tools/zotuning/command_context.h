@@ -21,8 +21,9 @@ struct CommandContext {
   bool json = false;
   bool verbose = false;
   Console console;
-  std::string command;       ///< the one that was given
-  std::function<int()> run;  ///< returns the exit code
+  std::vector<std::string> help;  ///< of the command "help", which is read before all others
+  std::string command;            ///< the one that was given
+  std::function<int()> run;       ///< returns the exit code
 };
 
 /// Adds a subcommand with its examples; `run` is called after the whole line has been read.

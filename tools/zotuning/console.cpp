@@ -20,11 +20,18 @@ size_t Width(std::string_view text) {
       std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
+/// Of a line or column that may be unknown.
+Json PlaceJson(int place) { return place > 0 ? Json(place) : Json(nullptr); }
+
 Json ToJson(const Diagnostic& diagnostic) {
-  return {{"code", Name(diagnostic.code)}, {"severity", diagnostic.severity == Severity::kError ? "error" : "warning"},
-          {"file", diagnostic.file},       {"line", diagnostic.line},
-          {"column", diagnostic.column},   {"path", diagnostic.path},
-          {"message", diagnostic.message}, {"hint", diagnostic.hint}};
+  return {{"code", Name(diagnostic.code)},
+          {"severity", diagnostic.severity == Severity::kError ? "error" : "warning"},
+          {"file", diagnostic.file},
+          {"line", PlaceJson(diagnostic.line)},
+          {"column", PlaceJson(diagnostic.column)},
+          {"path", diagnostic.path},
+          {"message", diagnostic.message},
+          {"hint", diagnostic.hint}};
 }
 
 std::string ToText(const Diagnostic& diagnostic) {

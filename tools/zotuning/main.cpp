@@ -10,6 +10,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <sstream>
 #include <string>
@@ -97,6 +98,16 @@ void HandleProtobufLine(google::protobuf::LogLevel level, const char* file, int 
   (void)std::fprintf(stderr, "zotuning: protobuf: %s:%d: %s\n", file, line, Printable(message).c_str());
 }
 
+/// Whether the words after the first name a command, or nothing.
+bool IsCommand(const CLI::App& app, const std::vector<char*>& words) {
+  const CLI::App* at = &app;
+  for (size_t i = 1; i < words.size() && at != nullptr; ++i) {
+    const auto found = at->get_subcommands([&](const CLI::App* each) { return each->get_name() == words[i]; });
+    at = found.empty() ? nullptr : found[0];
+  }
+  return at != nullptr;
+}
+
 int Main(int argument_count, char** arguments) {
   OccupyStandardDescriptors();
   // A reader that goes away, as 'head' does, ends the output and not the job. A file that may not grow is an error to
@@ -116,6 +127,7 @@ int Main(int argument_count, char** arguments) {
   app.add_flag("--json", context.json, "Print one JSON object, results and messages, also on failure");
   app.add_flag("-v,--verbose", context.verbose, "Show what protobuf itself has to say on standard error");
   app.require_subcommand(1);
+  app.add_subcommand("help", "Show the help of a command")->add_option("COMMAND", context.help, "The command");
   AddInit(app, context);
   AddCheck(app, context);
   AddTemplate(app, context);
@@ -136,8 +148,15 @@ int Main(int argument_count, char** arguments) {
   AddSchema(app, context);
   AddVersion(app, context);
 
+  // "help version set" is "version set --help", and nothing at all is "--help".
+  std::vector<char*> words(arguments, arguments + argument_count);
+  char help_flag[] = "--help";
+  if (argument_count == 1 || std::strcmp(arguments[1], "help") == 0) {
+    if (argument_count > 1) words.erase(words.begin() + 1);
+    if (IsCommand(app, words)) words.push_back(help_flag);
+  }
   try {
-    app.parse(argument_count, arguments);
+    app.parse(static_cast<int>(words.size()), words.data());
   } catch (const CLI::Success& success) {  // --help, --version
     // Through the console, which notices what cannot be written.
     std::ostringstream text;

@@ -1,0 +1,288 @@
+// What others build on: the pages and the schema of the tool's interface, completions, and the examples in its help.
+
+#include <filesystem>
+#include <set>
+#include <sstream>
+
+#include "tools/tool.h"
+
+namespace zotest {
+namespace {
+
+std::string Source(const std::string& file) { return Read(ZOTUNING_SOURCE_DIR "/" + file); }
+
+Strings Lines(const std::string& text) {
+  Strings lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+/// Finds what a value has that a JSON schema does not allow; as much of JSON Schema as docs/json-output.schema.json
+/// uses.
+class SchemaCheck {
+ public:
+  explicit SchemaCheck(Json schema) : root_(std::move(schema)) {}
+
+  std::string Fault(const Json& value) const { return Fault(value, root_, "$"); }
+
+ private:
+  static bool IsOf(const Json& value, const std::string& type) {
+    return type == "null"      ? value.is_null()
+           : type == "object"  ? value.is_object()
+           : type == "array"   ? value.is_array()
+           : type == "string"  ? value.is_string()
+           : type == "boolean" ? value.is_boolean()
+           : type == "integer" ? value.is_number_integer()
+                               : type == "number" && value.is_number();
+  }
+
+  std::string Fault(const Json& value, const Json& schema, const std::string& at) const {
+    for (const auto& [key, want] : schema.items()) {
+      std::string fault;
+      if (key == "$ref") {
+        fault = Fault(value, root_.at(Json::json_pointer(want.get<std::string>().substr(1))), at);
+      } else if (key == "type") {
+        bool good = false;
+        for (const Json& type : want.is_array() ? want : Json::array({want})) good = good || IsOf(value, type);
+        if (!good) fault = at + " is not of type " + want.dump();
+      } else if (key == "const" && value != want) {
+        fault = at + " is not " + want.dump();
+      } else if (key == "enum" && std::find(want.begin(), want.end(), value) == want.end()) {
+        fault = at + " is none of " + want.dump();
+      } else if (key == "minimum" && value.is_number() && value < want) {
+        fault = at + " is less than " + want.dump();
+      } else if (key == "required" && value.is_object()) {
+        for (const Json& name : want) {
+          if (!value.contains(name.get<std::string>())) fault = at + " has no " + name.dump();
+        }
+      } else if (key == "items" && value.is_array()) {
+        for (size_t i = 0; i < value.size() && fault.empty(); ++i) {
+          fault = Fault(value[i], want, at + "[" + std::to_string(i) + "]");
+        }
+      } else if (key == "properties" && value.is_object()) {
+        for (const auto& [name, inner] : want.items()) {
+          if (fault.empty() && value.contains(name)) fault = Fault(value[name], inner, at + "." + name);
+        }
+      } else if (key == "additionalProperties" && value.is_object()) {
+        for (const auto& [name, inner] : value.items()) {
+          if (schema.contains("properties") && schema["properties"].contains(name)) continue;
+          if (fault.empty()) fault = want == false ? at + " has a key " + name : Fault(inner, want, at + "." + name);
+        }
+      } else if (key == "allOf") {
+        for (const Json& each : want) {
+          if (fault.empty() && (!each.contains("if") || Fault(value, each["if"], at).empty())) {
+            fault = Fault(value, each.contains("if") ? each["then"] : each, at);
+          }
+        }
+      }
+      if (!fault.empty()) return fault;
+    }
+    return "";
+  }
+
+  Json root_;
+};
+
+/// All commands as the help lists them: "pack", "version set".
+Strings Commands(const std::function<Ran(const std::string&)>& tool, const std::string& above = "") {
+  Strings commands;
+  bool inside = false;
+  for (const std::string& line : Lines(tool(above + "--help").out)) {
+    if (inside && line.empty()) break;
+    if (inside && line.size() > 2 && line[2] != ' ') {
+      const std::string name = above + line.substr(2, line.find(' ', 2) - 2);
+      commands.push_back(name);
+      if (name == "help") continue;
+      for (std::string& below : Commands(tool, name + " ")) commands.push_back(std::move(below));
+    }
+    inside = inside || line == "Subcommands:";
+  }
+  return commands;
+}
+
+class InterfaceTest : public PackedTest {
+ protected:
+  void SetUp() override {
+    PackedTest::SetUp();
+    commands_ = Commands([this](const std::string& line) { return Tool(line); });
+    ASSERT_GT(commands_.size(), 20u);
+  }
+
+  /// The examples of a command's help, without what is said about them.
+  Strings ExamplesOf(const std::string& command) const {
+    Strings examples;
+    bool inside = false;
+    for (const std::string& line : Lines(Tool(command + " --help").out)) {
+      if (inside && line.empty()) break;
+      if (inside) examples.push_back(line.substr(2, line.find("    ", 2) - 2));
+      inside = inside || line == "Examples:";
+    }
+    return examples;
+  }
+
+  Strings commands_;
+};
+
+TEST_F(InterfaceTest, ThePageOfDiagnosticsIsThatOfTheTable) {
+  EXPECT_EQ(Source("docs/diagnostics.md"), Tool("check --explain all").out)
+      << "make it again: zotuning check --explain all > docs/diagnostics.md";
+  const std::string page = Source("docs/tool.md");
+  for (const std::string& command : commands_) EXPECT_THAT(page, HasSubstr("| `" + command + "` |"));
+}
+
+TEST_F(InterfaceTest, JsonIsAsItsSchemaSays) {
+  const SchemaCheck schema(Json::parse(Source("docs/json-output.schema.json")));
+  std::set<std::string> met;
+  const auto look = [&](const std::string& line) {
+    const Ran run = Tool("--json " + line);
+    const Json output = run.json();
+    EXPECT_EQ(schema.Fault(output), "") << line << "\n" << run.out.substr(0, 2000);
+    if (run.code == 0) met.insert(output["command"].get<std::string>());
+  };
+  for (const char* line :
+       {"init other --proto proto --sensor a --into made", "check", "check --explain io", "check --explain all",
+        "template --all", "new --sensor front module=AfCommon mode=7", "get lens.macro_code",
+        "set lens.macro_code=700 --where module=AfCommon", "fmt", "pack -o out --force", "modules", "labels", "sensors",
+        "sensors add rear --from front", "sensors rename rear back", "sensors remove back --yes", "tree", "show out",
+        "show out/zo_tuning/front.bin", "show out/zo_tuning/front.bin --record 1", "diff main_wide front",
+        "which main_wide module=AfCommon mode=1", "pack -o out --force", "verify out", "version list",
+        "version set AF 9", "version header", "version header --check",
+        // Failures.
+        "", "packk", "pack", "show nowhere", "modules extra", "sensors add front", "-C nowhere modules",
+        "pack -o out"}) {
+    look(line);
+  }
+  Write(At("front/mode_1/AfCommon.json"), "{\"gain\": 1}");
+  Write(At("front/modde_1/AfCommon.json"), "{");
+  look("check");
+  look("pack -o bad");
+  for (const std::string& command : commands_) {
+    // Those need a repository of git.
+    if (command == "help" || command == "migrate" || command.rfind("schema", 0) == 0 || command == "version") continue;
+    EXPECT_EQ(met.count(command), 1u) << "no successful run of " << command;
+  }
+}
+
+// The properties that SARIF 2.1.0 requires, and the values that it knows.
+TEST_F(InterfaceTest, SarifHasWhatItsSchemaRequires) {
+  Write(At("front/mode_1/AfCommon.json"), "{\"gain\": 1}");
+  Write(At("front/mode 2 #\xC3\xA4/AfCommon.JSON"), "");
+  const Json log = Json::parse(Tool("check --format sarif").out);
+  EXPECT_EQ(log["version"], "2.1.0");
+  ASSERT_EQ(log["runs"].size(), 1u);
+  const Json& run = log["runs"][0];
+  EXPECT_TRUE(run["tool"]["driver"]["name"].is_string());
+  EXPECT_EQ(run["columnKind"], "unicodeCodePoints");
+  std::set<std::string> rules;
+  for (const Json& rule : run["tool"]["driver"]["rules"]) {
+    EXPECT_TRUE(rules.insert(rule["id"]).second) << rule;
+    for (const char* text : {"shortDescription", "fullDescription", "help"})
+      EXPECT_TRUE(rule[text]["text"].is_string());
+  }
+  ASSERT_GT(run["results"].size(), 3u);
+  for (const Json& result : run["results"]) {
+    EXPECT_TRUE(result["message"]["text"].is_string());
+    EXPECT_EQ(rules.count(result["ruleId"]), 1u) << result;
+    EXPECT_TRUE(result["level"] == "error" || result["level"] == "warning") << result;
+    for (const Json& location : result["locations"]) {
+      const Json& physical = location["physicalLocation"];
+      const std::string uri = physical["artifactLocation"]["uri"];
+      EXPECT_EQ(uri.find_first_of(" #\xC3"), uri.npos) << uri;
+      if (!physical.contains("region")) continue;
+      EXPECT_GE(physical["region"]["startLine"], 1);
+      EXPECT_GE(physical["region"]["startColumn"], 1);
+      EXPECT_GE(physical["region"]["endLine"], physical["region"]["startLine"]);
+    }
+  }
+}
+
+TEST_F(InterfaceTest, CompletionsKnowEveryCommandOptionAndValue) {
+  Write(At("zotuning"), "#!/bin/sh\nexec '" ZOTUNING_TOOL "' \"$@\"\n");
+  std::filesystem::permissions(At("zotuning"), std::filesystem::perms::owner_all);
+  const auto complete = [&](const std::string& words, const std::string& current) {
+    const Ran run = RunProgram("bash",
+                               {"-c",
+                                "PATH=$PWD:$PATH; compopt() { :; }; source '" ZOTUNING_SOURCE_DIR
+                                "/packaging/completions/zotuning.bash'; COMP_WORDS=(zotuning " +
+                                    words +
+                                    " \"$1\"); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _zotuning; "
+                                    "printf '%s\\n' \"${COMPREPLY[@]}\"",
+                                "-", current},
+                               {dir_});
+    EXPECT_EQ(run.err, "");
+    const Strings lines = Lines(run.out);
+    return std::set<std::string>(lines.begin(), lines.end());
+  };
+  for (const std::string& command : commands_) {
+    const size_t space = command.rfind(' ');
+    const std::string above = space == command.npos ? "" : command.substr(0, space);
+    EXPECT_EQ(complete(above, "").count(command.substr(space == command.npos ? 0 : space + 1)), 1u) << command;
+    if (command == "help") continue;
+    const std::set<std::string> options = complete(command, "-");
+    for (const std::string& line : Lines(Tool(command + " --help").out)) {
+      if (line.rfind("  -", 0) != 0) continue;
+      std::istringstream names(line.substr(2, line.find_first_of(" :", 2) - 2));
+      for (std::string name; std::getline(names, name, ',');) EXPECT_EQ(options.count(name), 1u) << command << name;
+      const size_t open = line.find(":{"), close = line.find('}');
+      if (open == line.npos) continue;
+      const std::string option = line.substr(2, line.find(' ', 2) - 2);
+      std::istringstream values(line.substr(open + 2, close - open - 2));
+      const std::set<std::string> known = complete(command + " " + option, "");
+      for (std::string value; std::getline(values, value, ',');) EXPECT_EQ(known.count(value), 1u) << line;
+    }
+  }
+  EXPECT_EQ(complete("pack --sensor", "fr"), std::set<std::string>{"front"});
+  EXPECT_EQ(complete("check --select", "json-tr"), std::set<std::string>{"json-trailing-comma"});
+  EXPECT_EQ(complete("sensors remove", "ma"), std::set<std::string>{"main_wide"});
+}
+
+TEST_F(InterfaceTest, EveryExampleOfTheHelpRuns) {
+  // What the examples take for granted: the schema of a project to be made, a home, and a repository with a history.
+  Write(At("zotuning"), "#!/bin/sh\nexec '" ZOTUNING_TOOL "' \"$@\"\n");
+  std::filesystem::permissions(At("zotuning"), std::filesystem::perms::owner_all);
+  std::filesystem::remove_all(At("out"));
+  const Ran prepared = RunProgram(
+      "bash",
+      {"-c",
+       "export HOME=$PWD/home PATH=$PWD:$PATH\n"
+       "mkdir -p home/projects && cp -r proto schema && git init -q . && git config user.name me && "
+       "git config user.email me@example.org && echo /zotuning >.gitignore && git add -A && git commit -qm one && "
+       "git commit -q --allow-empty -m two && git tag v1.2 && zotuning pack -o out && "
+       "zotuning get red.gain --where module=LensShading sensor=default --format csv >gain.csv"},
+      {dir_});
+  ASSERT_EQ(prepared.code, 0) << prepared.out << prepared.err;
+  size_t count = 0;
+  for (const std::string& command : commands_) {
+    if (command == "help") continue;
+    const Strings examples = ExamplesOf(command);
+    EXPECT_FALSE(examples.empty()) << command;
+    for (const std::string& example : examples) {
+      // Each in a copy of its own, since they change what they work on.
+      const TempDir copy;
+      std::filesystem::copy(dir_, copy / "project", std::filesystem::copy_options::recursive);
+      // What asks for an output that is there already has none yet.
+      std::string before =
+          example.find("pack -o out") != example.npos && example.find("--force") == example.npos ? "rm -rf out\n" : "";
+      // Nor has the schema changed yet that these speak of.
+      if (example.find("--rename A") != example.npos) before += "sed -i s/backlash_codes/backlash/ proto/af.proto\n";
+      if (example.find("--rename-m") != example.npos) {
+        before += "sed -i 's/AfContrast/AfSharpness/g; s/Scenario_Video/Scenario_Movie/' proto/*.proto\n";
+      }
+      const Ran run = RunProgram(
+          "bash",
+          {"-c", "export HOME=$PWD/home PATH=$PWD:$PATH GIT_PAGER=cat\n" + before + "{ " + example + "\n} 2>&1"},
+          {copy / "project"});
+      // 1 is what a command ends with that has found something.
+      EXPECT_TRUE(run.code == 0 || (run.code == 1 && run.out.find("error: cannot") == run.out.npos &&
+                                    example.find("check") != example.npos))
+          << example << " ended with " << run.code << "\n"
+          << run.out << run.err;
+      ++count;
+    }
+  }
+  EXPECT_GT(count, 40u);
+}
+
+}  // namespace
+}  // namespace zotest
