@@ -150,6 +150,22 @@ TEST_F(PackedTest, WhatDoesNotFitIsRefused) {
   std::filesystem::remove(At("out/zo_tuning/rear.bin"));
   Write(At(bin_), bytes.substr(0, bytes.size() - 1));
   Fails("verify out", bin_ + ": error: the bin is damaged at byte ");
+  // What is something else is called that.
+  const Rows others = {
+      {Read(At("default/AfCommon.json")), "this is a JSON file, not a bin"},
+      {Read(At("ProjConf.bin")), "this looks like the configuration of a project (ProjConf.bin)"},
+  };
+  for (const auto& [text, says] : others) {
+    Write(At(bin_), text);
+    Fails("show " + bin_, says);
+    Fails("verify out", says);
+  }
+  // A bin of a project with other modules.
+  const std::string labels = Read(At("proto/label.proto"));
+  Write(At(bin_), bytes);
+  Edit("proto/label.proto", "EnumTuningDataLable_Module_PdCalib = 49;", "EnumTuningDataLable_Module_PdCalib = 99;");
+  Fails("show " + bin_, "the bin was packed with another schema, or from another project");
+  Write(At("proto/label.proto"), labels);
   std::filesystem::remove(At(bin_));
   Fails("verify out", bin_ + ": error: the bin of 'front' is missing");
   EXPECT_EQ(Tool("verify out --sensor main_wide").code, 0);

@@ -323,7 +323,7 @@ constexpr Change kChanges[] = {
     {"\"mode\": \"MODE_OFF\"", "\"mdoe\": \"MODE_OFF\"", "json-unknown-key! 3:2 mdoe"},
     {"\"recommend\": \"0..2\"", "\"recomend\": \"0..2\"", "json-unknown-key! 2:60 gain.rule.recomend"},
     {"\"enabled\": true", "\"enabled\": true, \"old_gain\": 1", "json-unknown-key! 14:19 old_gain"},
-    {"\"line_time_ns\"", "\"lineTimeNs\"", ""},
+    {"\"line_time_ns\"", "\"lineTimeNs\"", "json-camel-case 11:2 lineTimeNs"},
     {"\"line_time_ns\": \"12\"", "\"line_time_ns\": \"12\", \"lineTimeNs\": 3", "json-same-field! 11:24 lineTimeNs"},
     {"\"line_time_ns\": \"12\"", "\"line_time_ns\": \"12\", \"mode\": 1", "json-duplicate-key! 11:24 mode"},
     {"\"value\": [3, 4]", "\"value\": [3, 4], \"v\\u0061lue\": []", "json-duplicate-key! 8:59 table.value[1].value"},

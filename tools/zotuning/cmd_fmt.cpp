@@ -112,7 +112,7 @@ std::vector<std::string> ListInputs(const Project& project, const Options& optio
   if (!options.files.empty()) return paths;
   for (const std::string& scope : project.Scopes()) {
     std::vector<Setting> settings;
-    if (Exists(project.layout().ScopeDir(scope))) project.ListSettings(scope, settings, console);
+    if (IsDirectory(project.layout().ScopeDir(scope))) project.ListSettings(scope, settings, console);
     for (Setting& setting : settings) paths.push_back(std::move(setting.path));
   }
   return paths;
@@ -129,7 +129,7 @@ int Run(CommandContext& context, const Options& options) {
   if (input ? options.module.empty() == options.stdin_path.empty()
             : !options.module.empty() || !options.stdin_path.empty()) {
     console.Report(Code::kUsage, "the module of standard input is named by --module or --stdin-path",
-                   "zotuning fmt - --stdin-path main_wide/AfCommon.json");
+                   "zotuning fmt - --stdin-path main_wide/mode_0/AfCommon.json");
     return kMisuse;
   }
   int code = kDone;
@@ -185,8 +185,8 @@ void AddFmt(CLI::App& app, CommandContext& context) {
       "Examples:\n"
       "  zotuning fmt\n"
       "  zotuning fmt --check\n"
-      "  zotuning fmt default front/mode_1/AfCommon.json --dry-run\n"
-      "  zotuning fmt - --stdin-path front/mode_1/AfCommon.json < front/mode_1/AfCommon.json",
+      "  zotuning fmt default main_wide/mode_0/AfCommon.json --dry-run\n"
+      "  zotuning fmt - --stdin-path main_wide/mode_0/AfCommon.json < main_wide/mode_0/AfCommon.json",
       [&context, options] { return Run(context, *options); });
   command->add_option("FILE", options->files, "Files and folders instead of all settings; '-' is standard input");
   command->add_option("--module", options->module, "The module of standard input")->type_name("MODULE");

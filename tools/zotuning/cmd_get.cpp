@@ -108,7 +108,7 @@ void AddGet(CLI::App& app, CommandContext& context) {
       "\n"
       "Examples:\n"
       "  zotuning get lens.macro_code\n"
-      "  zotuning get 'zones[*].weight' --where module=AfCommon mode=0,1 sensor=main_wide\n"
+      "  zotuning get 'zones[*].weight' --where module=AfCommon mode=0,1\n"
       "  zotuning get red.gain --where module=LensShading sensor=default --format csv > gain.csv",
       [&context, options] { return Run(context, *options); });
   command->add_option("PATH", options->path, "What to print")->required()->check(NotEmpty());

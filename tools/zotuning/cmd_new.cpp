@@ -160,8 +160,8 @@ void AddNew(CLI::App& app, CommandContext& context) {
       "  zotuning new --sensor main_wide module=AfCommon\n"
       "  zotuning new --sensor main_wide module=AfCommon mode=1 scenario=Video\n"
       "  zotuning new --sensor main_wide module=AfCommon,AWBCommon mode=1,2 --dry-run\n"
-      "  zotuning new --sensor front module=AfCommon mode=2 --from main_wide/mode_0/AfCommon.json\n"
-      "  zotuning new --sensor front module=LensShading,PdCalib mode=3 --from sensor=main_wide",
+      "  zotuning new --sensor front module=AfCommon mode=1 --from main_wide/mode_0/AfCommon.json\n"
+      "  zotuning new --sensor front module=AfCommon mode=2 --from sensor=main_wide mode=0",
       [&context, options] { return Run(context, *options); });
   command->add_option("--sensor", options->sensor, "The sensor that the settings are for")->required()->type_name("S");
   command->add_option("LABEL=VALUE", options->labels, "Label values, 'module' among them")->required();

@@ -215,7 +215,8 @@ int Run(CommandContext& context, const Options& options) {
   if (project == nullptr) return code;
   for (const std::string& sensor : options.sensors) project->RequireSensor(sensor, console);
   ProjectSettings settings;
-  if (!console.ok() || !ReadProjectSettings(project->dir(), settings, console)) return kFailed;
+  if (!console.ok()) return kFailed;
+  if (!ReadProjectSettings(project->dir(), settings, console)) return kMisuse;
   filter.SetSeverities(settings.severities, DisplayPath(project->dir() + "/zotuning.json"));
   const std::string target = ResolveTarget(options.out_dir, console);
   if (target.empty()) return kFailed;

@@ -139,7 +139,7 @@ void AddTemplate(CLI::App& app, CommandContext& context) {
                  "Examples:\n"
                  "  zotuning template --all\n"
                  "  zotuning template --all --rules-from-comments\n"
-                 "  zotuning template AfCommon --force",
+                 "  zotuning template AfCommon AWBCommon --force",
                  [&context, options] { return Run(context, *options); });
   command->add_option("MODULE", options->modules, "Modules, as 'zotuning modules' lists them");
   command->add_flag("--all", options->all, "All modules");
