@@ -39,7 +39,11 @@ class Packing {
     if (!bin.Open(path)) return ReportSystemError("write", shown_path, errno, sink_);
     std::vector<google::protobuf::Message*> versions;
     for (const VersionFile& file : inputs.versions) {
-      if (file.message != nullptr) versions.push_back(file.message.get());
+      if (file.message != nullptr) {
+        versions.push_back(file.message.get());
+      } else {
+        Refuse(file.path);
+      }
     }
     bin.WriteVersions(versions);
     bool good = true;
@@ -53,11 +57,20 @@ class Packing {
   }
 
  private:
+  void Refuse(const std::string& path) const {
+    if (options_.on_refused) options_.on_refused(path);
+  }
+
   bool PackSetting(const Setting& setting, BinWriter& bin) {
-    if (!file_.Read(setting.path)) return ReportSystemError("read", setting.path, errno, sink_);
+    if (!file_.Read(setting.path)) {
+      const int error = errno;
+      Refuse(setting.path);
+      return ReportSystemError("read", setting.path, error, sink_);
+    }
     const FieldChecking checking = options_.check_fields ? FieldChecking::kReported : FieldChecking::kOff;
     ZO_TUNING::internal::PackListener listener;
     const PackResult result = packer_.PackText(setting.path, file_.text(), checking, bin, listener);
+    if (result.status != PackStatus::kOk && result.status != PackStatus::kNotWritten) Refuse(setting.path);
     switch (result.status) {
       case PackStatus::kOk:
         // What the fast path has seen to be complete need not be looked at again. A name that the text lacks may stand

@@ -42,6 +42,9 @@ struct PackOptions {
   bool check_fields = true;
   /// Called before each bin is begun.
   std::function<void(const std::string& name)> on_bin = nullptr;
+  /// Called with each file that cannot be packed at all: without it the bins are of no use, whatever the faults count
+  /// as.
+  std::function<void(const std::string& path)> on_refused = nullptr;
 };
 
 /// Makes one bin per scope in `bin_folder`, which exists. `shown_folder` stands for it in messages. Goes on after a

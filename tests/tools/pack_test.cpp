@@ -181,6 +181,20 @@ TEST_F(ToolTest, WhatWouldBePackedAsSomethingElseIsRefused) {
   EXPECT_EQ(allowed.code, 0) << allowed.err;
   EXPECT_THAT(allowed.err, HasSubstr("front/modde_3: warning: "));
   std::filesystem::remove_all(At("front/modde_3"));
+  // What protobuf does not take is not packed by any word.
+  const std::string setting = Read(At("front/mode_1/AfCommon.json"));
+  Edit("front/mode_1/AfCommon.json", "\"max_retries\"", "\"max_retry\"");
+  Fails("pack -o unknown --allow json-unknown-key",
+        "front/mode_1/AfCommon.json: error: this file cannot be packed at all");
+  Write(At("front/mode_1/AfCommon.json"), setting);
+  // What the project's people take for an error.
+  Edit("front/mode_1/AfCommon.json", "\"len\": \"9\"", "\"len\": \"8\"");
+  EXPECT_EQ(Tool("pack -o short").code, 0);
+  Write(At("zotuning.json"), "{\"severities\": {\"rule-length\": \"error\"}}");
+  Fails("pack -o agreed", "has 9 values, its rule says 8");
+  EXPECT_FALSE(Exists(At("agreed")) || Exists(At("unknown")));
+  std::filesystem::remove(At("zotuning.json"));
+  Write(At("front/mode_1/AfCommon.json"), setting);
   Edit("front/mode_1/AfCommon.json", "settle_time_ns", "settleTimeNs");
   EXPECT_EQ(Tool("pack -o camel").code, 0);  // as good as the name
   Write(At("front/Unknown.json"), "{}");

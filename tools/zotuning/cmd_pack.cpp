@@ -178,9 +178,17 @@ bool PackAndCommit(CommandContext& context, Project& project, const Options& opt
   PackOptions pack;
   pack.check_fields = !options.ask && !filter.allows(Code::kJsonMissingField);
   pack.on_bin = [&](const std::string& name) { progress.Begin(name); };
+  std::vector<std::string> refused;
+  pack.on_refused = [&](const std::string& path) { refused.push_back(path); };
   std::vector<PackedBin> bins;
   const bool packed = PackBins(project, inputs, pack, folder, BinFolder(options.out_dir), bins, filter);
   staging->StopWatcher();
+  // Half a record cannot be allowed.
+  for (const std::string& path : refused) {
+    if (!console.ok()) break;  // told why
+    console.Report(Code::kBinIncomplete, "this file cannot be packed at all, whatever is allowed", "mend or remove it",
+                   DisplayPath(path));
+  }
   if (!console.ok() || (!packed && !filter.changes_severities())) return false;
   if (options.force && !KeepOldBins(target, folder, partly, console)) return false;
   StagingDir::MayReplace may_replace;
