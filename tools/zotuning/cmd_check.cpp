@@ -42,8 +42,8 @@ int ExplainAll(Console& console) {
     const Json code = ExplanationJson(info);
     const std::string name = info.name, severity = code["severity"];
     page += "| [`" + name + "`](#" + name + ") | " + severity + " | " + info.summary + " |\n";
-    details += "\n## " + name + "\n\n" + severity + ": " + info.summary + ". " + info.why + "\n\n```\n" + info.example +
-               "\n```\n\n" + info.mend + "\n";
+    details += "\n## " + name + "\n\n" + severity + ": " + info.summary + ". " + info.why + "\n\n```text\n" +
+               info.example + "\n```\n\n" + info.mend + "\n";
     codes.push_back(code);
   }
   console.Print(page + details);
