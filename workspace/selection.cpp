@@ -50,7 +50,9 @@ bool Selection::FindSettings(const Project& project, const LabelChoice& choice, 
   bool listed = true;
   for (const std::string& scope : choice.scopes.empty() ? project.Scopes() : choice.scopes) {
     std::vector<Setting> settings;
-    if (!IsDirectory(project.layout().ScopeDir(scope))) continue;
+    // Where the system does not say what it is, listing it tells why.
+    const FileKind kind = KindOf(project.layout().ScopeDir(scope));
+    if (kind != FileKind::kDirectory && kind != FileKind::kUnknown) continue;
     listed &= project.ListSettings(scope, settings, sink);
     for (Setting& setting : settings) {
       if (!choice.Takes(setting)) continue;

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <memory>
 #include <set>
 
@@ -122,10 +123,12 @@ class Maker {
 
   bool Dir(const std::string& dir) { return MakeDirectories(dir, console_, &dirs_); }
 
-  /// Unless the file is there, or comes to be meanwhile.
-  bool File(const NewFile& file) {
+  /// Unless the file is there, or comes to be meanwhile; `made` tells.
+  bool File(const NewFile& file, bool* made = nullptr) {
     bool exists = false;
-    return Create(file, &exists) || (exists && RefuseSpecialFile(file.path, console_));
+    const bool created = Create(file, &exists);
+    if (made != nullptr) *made = created;
+    return created || (exists && RefuseSpecialFile(file.path, console_));
   }
 
   /// The file that makes the project one. Another run may have finished the project meanwhile; it is theirs then, with
@@ -152,12 +155,20 @@ class Maker {
   };
 
   bool Create(const NewFile& file, bool* exists) {
-    *exists = Exists(file.path);
+    const FileKind kind = KindOf(file.path);
+    if (kind == FileKind::kUnknown) return ReportSystemError("look at", file.path, errno, console_);
+    *exists = kind != FileKind::kMissing;
     if (*exists || !Dir(file.path.substr(0, file.path.rfind('/'))) ||
         !CreateFile(file.path, file.text, exists, console_)) {
       return false;
     }
-    files_.push_back({file.path, StateOf(file.path)});
+    const FileState state = StateOf(file.path);
+    if (state.size < 0) {  // it could not be told from another's later
+      const int error = errno;
+      unlink(file.path.c_str());
+      return ReportSystemError("look at", file.path, error, console_);
+    }
+    files_.push_back({file.path, state});
     return true;
   }
 
@@ -212,9 +223,9 @@ bool MakeFiles(const Options& options, const std::vector<std::string>& sensors, 
     made.push_back(path);
   }
   const std::string header = layout.dir() + "/src/ZoTuningVersion.h";
-  if (Exists(header)) return maker.File({header, ""});
-  if (!maker.File({header, kHeaderText})) return false;
-  made.push_back(header);
+  bool is_made = false;
+  if (!maker.File({header, kHeaderText}, &is_made)) return false;
+  if (is_made) made.push_back(header);
   return true;
 }
 
