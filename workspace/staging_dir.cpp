@@ -156,6 +156,7 @@ bool StagingDir::Create(const std::string& parent, DiagnosticSink& sink) {
     UniqueFd lock = LockFolder(path);
     // Another run may have taken the folder, empty and not yet locked, for one that was left behind.
     if (lock.get() < 0 || !IsAt(lock, path)) {
+      rmdir(path.c_str());
       if (tries < kTries) continue;
       return ReportSystemError("make a working folder in", parent, EBUSY, sink);
     }

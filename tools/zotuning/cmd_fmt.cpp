@@ -112,7 +112,8 @@ std::vector<std::string> ListInputs(const Project& project, const Options& optio
   if (!options.files.empty()) return paths;
   for (const std::string& scope : project.Scopes()) {
     std::vector<Setting> settings;
-    if (IsDirectory(project.layout().ScopeDir(scope))) project.ListSettings(scope, settings, console);
+    const FileKind kind = KindOf(project.layout().ScopeDir(scope));
+    if (kind == FileKind::kDirectory || kind == FileKind::kUnknown) project.ListSettings(scope, settings, console);
     for (Setting& setting : settings) paths.push_back(std::move(setting.path));
   }
   return paths;

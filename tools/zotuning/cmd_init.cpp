@@ -174,7 +174,13 @@ class Maker {
         !CreateFile(file.path, file.text, exists, console_)) {
       return false;
     }
-    files_.push_back({file.path, StateOf(file.path)});
+    const FileState state = StateOf(file.path);
+    if (state.size < 0) {  // it could not be told from another's later
+      const int error = errno;
+      unlink(file.path.c_str());
+      return ReportSystemError("look at", file.path, error, console_);
+    }
+    files_.push_back({file.path, state});
     return true;
   }
 
