@@ -16,8 +16,8 @@ struct ToolRun {
 /// 1 or 2, a failure is told, and what --json prints is an object that says the same.
 ToolRun RunTool(const std::vector<std::string>& words);
 
-/// Makes a project of the example's files of these modules in `dir`; nothing in it is a link. AfCommon, the first of the
-/// label's modules, has to be among them.
+/// Makes a project of the example's files of these modules in `dir`; nothing in it is a link. AfCommon, the first of
+/// the label's modules, has to be among them.
 void MakeSmallProject(const std::string& dir, const std::vector<std::string>& modules);
 
 /// The files in `dir` and their content, as SplitParts takes them apart; folders are files that end in "/".

@@ -104,8 +104,7 @@ TEST_F(DisksTest, KindsOfEntriesAndWaysToRenameThatAreMissing) {
 
 TEST_F(DisksTest, FullAtAnyByte) {
   std::vector<std::map<std::string, std::string>> environments;
-  for (const int bytes : {0, 30, 4096, 30000})
-    environments.push_back({{"FAIL_BYTES", std::to_string(bytes)}});
+  for (const int bytes : {0, 30, 4096, 30000}) environments.push_back({{"FAIL_BYTES", std::to_string(bytes)}});
   Sweep(environments);
   EXPECT_GE(failed_, 20u);
 }

@@ -54,8 +54,8 @@ std::string TemplateText(Project& project, const std::string& module, Console& c
   return printed.ok && faults.empty() ? text : "";
 }
 
-/// Makes the default data of one module; with --all one that has been edited is no error. `state` becomes what was done:
-/// "made", "replaced", "unchanged" or "kept".
+/// Makes the default data of one module; with --all one that has been edited is no error. `state` becomes what was
+/// done: "made", "replaced", "unchanged" or "kept".
 bool MakeTemplate(Project& project, const std::string& module, const Options& options, std::string& state,
                   Console& console) {
   const std::string path = project.layout().DefaultPath(module);
