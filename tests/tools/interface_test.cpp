@@ -149,8 +149,8 @@ TEST_F(InterfaceTest, JsonIsAsItsSchemaSays) {
         "set lens.macro_code=700 --where module=AfCommon", "fmt", "pack -o out --force", "modules", "labels", "sensors",
         "sensors add rear --from front", "sensors rename rear back", "sensors remove back --yes", "tree", "show out",
         "show out/zo_tuning/front.bin", "show out/zo_tuning/front.bin --record 1", "diff main_wide front",
-        "which main_wide module=AfCommon mode=1", "report main_wide -o page.html", "pack -o out --force", "verify out", "version list",
-        "version set AF 9", "version header", "version header --check",
+        "which main_wide module=AfCommon mode=1", "report main_wide -o page.html", "pack -o out --force", "verify out",
+        "version list", "version set AF 9", "version header", "version header --check",
         // Failures.
         "", "packk", "pack", "show nowhere", "modules extra", "sensors add front", "-C nowhere modules",
         "pack -o out"}) {
