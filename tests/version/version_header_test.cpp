@@ -136,7 +136,7 @@ TEST_F(VersionHeaderTest, WritingWaitsForTheFileToAppear) {
   unlink(path.c_str());
   std::atomic<bool> written{false};
   std::thread maker([&] {
-    for (usleep(2000); !written; usleep(100)) std::ofstream(path, std::ios::app);
+    for (usleep(50000); !written; usleep(100)) std::ofstream(path, std::ios::app);
   });
   EXPECT_TRUE(ZO_TUNING::STR_TO_HEADER_FILE(path, text));
   written = true;
