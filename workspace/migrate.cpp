@@ -128,7 +128,7 @@ class Names {
     if (label >= old_labels_.size()) return "";
     const std::vector<std::string> names = project_.ValueNames(label);
     for (const auto& [number, name] : old_values_.at(old_labels_[label])) {
-      const std::string successor = project_.ValueText(label, number);
+      std::string successor = project_.ValueText(label, number);
       if (name == old_name && !Contains(names, name) && !HasOldValue(label, successor)) return successor;
     }
     return "";
@@ -467,9 +467,7 @@ class TextMigration {
     Place below = Below(field, old_name, place);
     if (field.map) {
       Map(value, field, below, at);
-    } else if (!field.repeated) {
-      Single(value, below, at);
-    } else if (!value.is_array()) {
+    } else if (!field.repeated || !value.is_array()) {
       Single(value, below, at);
     } else {
       const JsonValue list_default = below.in_default;
@@ -775,7 +773,7 @@ class Migrator {
   }
 
   void SettingFile(const std::string& scope, const std::string& relative, const std::string& old_path,
-                   const std::string& path, std::string text) {
+                   const std::string& path, const std::string& text) {
     WarnOfFolders(relative, old_path);
     const std::string module = ModuleOfFile(relative);
     const Descriptor* type = Contains(names_.modules(), module) ? project_.schema().FindType(module) : nullptr;

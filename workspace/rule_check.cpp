@@ -152,10 +152,10 @@ class RuleCheck {
         return;
       }
       const std::optional<double> read = ToNumber(text);
-      if (!read || range == nullptr) return;
+      if (!read) return;
       number = *read;
     }
-    if (number >= range->low && number <= range->high) return;
+    if (range == nullptr || (number >= range->low && number <= range->high)) return;
     if (++outside_ > kMaxOutside) return;
     findings_.Add(Code::kRuleRange, value.begin(), value.end(), at.Text(),
                   Quoted(at.Text()) + " is " + Excerpt(value.raw(), 40) + ", outside of " + range->text,

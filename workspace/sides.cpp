@@ -496,7 +496,7 @@ std::string LabelText(const LabelNames& labels) {
 
 class SideOpener::Impl {
  public:
-  explicit Impl(std::shared_ptr<Project> project) {
+  explicit Impl(const std::shared_ptr<Project>& project) {
     if (project == nullptr) return;
     current_ = {project, std::make_shared<DiskFiles>(project->dir())};
     current_root_ = Absolute(project->dir());
@@ -515,7 +515,7 @@ class SideOpener::Impl {
     }
     const size_t colon = RevisionEnd(text);
     if (colon == text.npos) return NoSide(text, sink);
-    return OpenRevision(text.substr(0, colon), text.substr(colon + 1), text, sink);
+    return OpenRevision(text.substr(0, colon), text.substr(colon + 1), sink);
   }
 
   std::unique_ptr<Side> OpenDefaultOf(const Side& side, DiagnosticSink& sink) {
@@ -792,8 +792,8 @@ class SideOpener::Impl {
 
   // ---- Revisions ----
 
-  std::unique_ptr<Side> OpenRevision(const std::string& revision, const std::string& form, const std::string& name,
-                                     DiagnosticSink& sink) {
+  std::unique_ptr<Side> OpenRevision(const std::string& revision, const std::string& form, DiagnosticSink& sink) {
+    const std::string name = revision + ":" + form;
     const std::string here = current_.project == nullptr ? "." : current_.project->dir();
     if (repository_ == nullptr) repository_ = GitRepository::Open(here, sink);
     if (repository_ == nullptr) return nullptr;
@@ -869,7 +869,7 @@ class SideOpener::Impl {
   bool reported_ = false;  ///< by what returned null last
 };
 
-SideOpener::SideOpener(std::shared_ptr<Project> project) : impl_(std::make_unique<Impl>(std::move(project))) {}
+SideOpener::SideOpener(const std::shared_ptr<Project>& project) : impl_(std::make_unique<Impl>(project)) {}
 
 SideOpener::~SideOpener() = default;
 

@@ -101,7 +101,7 @@ constexpr size_t kMaxBinEntries = 10000;
 class SideOpener {
  public:
   /// `project` is the one that names of sensors, and bins, are of; may be null.
-  explicit SideOpener(std::shared_ptr<Project> project);
+  explicit SideOpener(const std::shared_ptr<Project>& project);
   ~SideOpener();
 
   /// Opens what `text` names; null after errors. What of it cannot be read is reported, and left out. Tried in this

@@ -131,7 +131,7 @@ std::string AskForSensor(const Project& project, Console& console) {
 
 /// Where the bins go: what a link called zo_tuning leads to. "" after an error.
 std::string ResolveTarget(const std::string& out_dir, Console& console) {
-  const std::string target = BinFolder(out_dir);
+  std::string target = BinFolder(out_dir);
   std::error_code error;
   if (!std::filesystem::is_symlink(target, error)) return target;
   const std::string resolved = std::filesystem::canonical(target, error).string();
