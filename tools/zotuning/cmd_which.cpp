@@ -26,7 +26,7 @@ struct Candidate {
   size_t common = 0;     ///< levels that both set to the same value
   size_t other = 0;      ///< levels that both set, to other values
   size_t open = 0;       ///< levels that only one of them sets
-  std::string why;       ///< how its levels are not those asked for
+  std::string why = {};  ///< how its levels are not those asked for
 };
 
 /// How a setting's levels are to those asked for.
