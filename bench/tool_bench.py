@@ -37,8 +37,7 @@ def main():
           "check of one file |")
     print("|---|---|---|---|---|---|---|---|")
     for project in options.projects:
-        files = sorted(path for path in pathlib.Path(project).rglob("*.json")
-                       if path.parent.name != "default" and "version" not in path.parts)
+        files = sorted(path for path in pathlib.Path(project).rglob("*.json") if "version" not in path.parts)
         one = str(files[len(files) // 2].relative_to(project))
         out = tempfile.mkdtemp()
         best = {}
