@@ -351,7 +351,7 @@ class Extremes:
                  for *row, levels, types in (
                      (90, 1, 0, 90, "a type that holds itself"), (90, 90, 0, 90, "90 types"),
                      (5000, 1, 1, 5000, "a type that holds itself"), (5000, 5000, 1, 5000, "5,000 types"),
-                     (90, 5000, 0, 90, "5,000 types"))]
+                     (90, 5000, 1, 90, "5,000 types"))]
         cases.append(("a setting 400 folders deep", lambda dir: self.folders(dir, 400)))
         for title, make in cases:
             dir = self.folder()
