@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "schema/field_check.h"
+#include "transcode/seen_fields.h"
 #include "workspace/check_json.h"
 #include "workspace/findings.h"
 #include "workspace/path_frame.h"
@@ -24,24 +25,10 @@ namespace zotuning {
 namespace {
 
 using google::protobuf::FieldDescriptor;
+using ZO_TUNING::internal::SeenFields;
 
 // Deeper objects have a fault of the grammar already.
 constexpr int kMaxDepth = 100;
-
-/// The fields of one object that the text has named.
-class SeenFields {
- public:
-  explicit SeenFields(size_t count) : more_(count > 64 ? count / 64 : 0) {}
-  bool Test(size_t index) const { return (Word(index) >> (index % 64) & 1) != 0; }
-  void Set(size_t index) { Word(index) |= uint64_t{1} << (index % 64); }
-
- private:
-  uint64_t& Word(size_t index) { return index < 64 ? first_ : more_[index / 64 - 1]; }
-  const uint64_t& Word(size_t index) const { return index < 64 ? first_ : more_[index / 64 - 1]; }
-
-  uint64_t first_ = 0;
-  std::vector<uint64_t> more_;
-};
 
 /// A value within a message, cut to what a message can hold.
 std::string ValueText(const JsonValue& value) {

@@ -9,6 +9,7 @@
 #include <type_traits>
 
 #include "transcode/json_lexer.h"
+#include "transcode/seen_fields.h"
 #include "transcode/wire_format.h"
 
 namespace ZO_TUNING {
@@ -166,21 +167,6 @@ class TextTranscoder {
 
  private:
   using FieldSpan = JsonTranscoder::FieldSpan;
-
-  /// The fields of one object that the text has named.
-  class SeenFields {
-   public:
-    explicit SeenFields(size_t field_count) : more_(field_count > 64 ? field_count / 64 : 0) {}
-    bool Test(size_t index) const { return (Word(index) >> (index % 64) & 1) != 0; }
-    void Set(size_t index) { Word(index) |= uint64_t{1} << (index % 64); }
-
-   private:
-    uint64_t& Word(size_t index) { return index < 64 ? first_ : more_[index / 64 - 1]; }
-    const uint64_t& Word(size_t index) const { return index < 64 ? first_ : more_[index / 64 - 1]; }
-
-    uint64_t first_ = 0;
-    std::vector<uint64_t> more_;
-  };
 
   // Offsets, since the buffer moves when it grows.
   size_t Offset() const { return static_cast<size_t>(out_ - begin_); }

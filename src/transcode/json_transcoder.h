@@ -31,8 +31,8 @@ class JsonTranscoder {
   /// descriptions do not count.
   bool complete() const { return complete_; }
 
-  /// The first name of the field check that does not occur in `text`, or null. Only after Encode gave true for the same
-  /// arguments: names met as keys are not searched again.
+  /// The first name of the field check that does not occur in `text`, or null. Only after Transcode returned true for
+  /// the same arguments: names met as keys are not searched again.
   const std::string_view* FindMissingName(const ModuleTable& table, std::string_view text) const;
 
  private:
