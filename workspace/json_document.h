@@ -18,8 +18,12 @@
 namespace zotuning {
 
 class JsonDocument;
-class JsonMembers;
-class JsonElements;
+class JsonMember;
+class JsonValue;
+template <typename Item, uint32_t kValueOffset>
+class JsonRange;
+using JsonMembers = JsonRange<JsonMember, 1>;
+using JsonElements = JsonRange<JsonValue, 0>;
 
 enum class JsonKind : uint8_t {
   kNone,     ///< there is no value
@@ -85,8 +89,8 @@ class JsonValue {
  private:
   friend class JsonDocument;
   friend class JsonMember;
-  friend class JsonMembers;
-  friend class JsonElements;
+  template <typename, uint32_t>
+  friend class JsonRange;
   JsonValue(const JsonDocument* document, uint32_t index) : document_(document), index_(index) {}
   uint32_t Word() const;
   uint32_t ContentsBegin() const;
@@ -114,26 +118,29 @@ class JsonMember {
   JsonValue value() const { return JsonValue(document_, index_ + 1); }
 
  private:
-  friend class JsonMembers;
+  template <typename, uint32_t>
+  friend class JsonRange;
   JsonMember(const JsonDocument* document, uint32_t index) : document_(document), index_(index) {}
   const JsonDocument* document_;
   uint32_t index_;
 };
 
-/// The members of an object, for a range-based loop.
-class JsonMembers {
+/// The members of an object or the elements of a list, for a range-based loop. A member's value is `kValueOffset` after
+/// it.
+template <typename Item, uint32_t kValueOffset>
+class JsonRange {
  public:
   class Iterator {
    public:
-    JsonMember operator*() const { return JsonMember(document_, index_); }
+    Item operator*() const { return Item(document_, index_); }
     Iterator& operator++() {
-      index_ = JsonValue(document_, index_ + 1).Next();
+      index_ = JsonValue(document_, index_ + kValueOffset).Next();
       return *this;
     }
     bool operator!=(const Iterator& other) const { return index_ != other.index_; }
 
    private:
-    friend class JsonMembers;
+    friend class JsonRange;
     Iterator(const JsonDocument* document, uint32_t index) : document_(document), index_(index) {}
     const JsonDocument* document_;
     uint32_t index_;
@@ -143,37 +150,7 @@ class JsonMembers {
 
  private:
   friend class JsonValue;
-  JsonMembers(const JsonDocument* document, uint32_t begin, uint32_t end)
-      : document_(document), begin_(begin), end_(end) {}
-  const JsonDocument* document_;
-  uint32_t begin_;
-  uint32_t end_;
-};
-
-/// The elements of a list, for a range-based loop.
-class JsonElements {
- public:
-  class Iterator {
-   public:
-    JsonValue operator*() const { return JsonValue(document_, index_); }
-    Iterator& operator++() {
-      index_ = JsonValue(document_, index_).Next();
-      return *this;
-    }
-    bool operator!=(const Iterator& other) const { return index_ != other.index_; }
-
-   private:
-    friend class JsonElements;
-    Iterator(const JsonDocument* document, uint32_t index) : document_(document), index_(index) {}
-    const JsonDocument* document_;
-    uint32_t index_;
-  };
-  Iterator begin() const { return Iterator(document_, begin_); }
-  Iterator end() const { return Iterator(document_, end_); }
-
- private:
-  friend class JsonValue;
-  JsonElements(const JsonDocument* document, uint32_t begin, uint32_t end)
+  JsonRange(const JsonDocument* document, uint32_t begin, uint32_t end)
       : document_(document), begin_(begin), end_(end) {}
   const JsonDocument* document_;
   uint32_t begin_;
