@@ -197,7 +197,7 @@ class Assigner {
  private:
   bool Insert(const Match& match, std::string json) {
     for (size_t i = match.missing.size(); --i > 0;) {
-      json = "{" + EncodeJsonString(match.missing[i]->name()) + ": " + json + "}";
+      json.insert(0, "{" + EncodeJsonString(match.missing[i]->name()) + ": ").append("}");
     }
     const JsonDocument wanted("[" + json + "]");
     const FieldDescriptor* field = match.missing[0]->descriptor;

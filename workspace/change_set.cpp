@@ -265,7 +265,7 @@ std::string ChangeSet::Diff(const std::string& base) const {
   for (const FileChange& change : changes_) {
     const std::string old_path = DiffPath("a/", paths.Of(change.old_path));
     const std::string new_path = DiffPath("b/", paths.Of(change.path));
-    text += "diff --git " + old_path + " " + new_path + "\n";
+    text.append("diff --git ").append(old_path).append(" ").append(new_path).append("\n");
     const char* mode = change.old_text && (ModeOf(change.old_path) & 0100) != 0 ? "100755\n" : "100644\n";
     if (!change.old_text) text += std::string("new file mode ") + mode;
     if (!change.new_text) text += std::string("deleted file mode ") + mode;
@@ -275,7 +275,7 @@ std::string ChangeSet::Diff(const std::string& base) const {
     }
     if (change.old_text == change.new_text) continue;
     if (IsBinary(change.old_text) || IsBinary(change.new_text)) {
-      text += "Binary files " + old_path + " and " + new_path + " differ\n";
+      text.append("Binary files ").append(old_path).append(" and ").append(new_path).append(" differ\n");
       continue;
     }
     const std::string hunks = DiffLines(change.old_text.value_or(""), change.new_text.value_or(""));

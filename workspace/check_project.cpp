@@ -259,7 +259,7 @@ class Check {
       CheckUnread(project_, scope, "", found);
     } else {
       for (const std::string& below : wanted_.Below(dir)) {
-        if (IsDirectory(dir + "/" + below)) CheckUnread(project_, scope, below, found);
+        if (IsDirectory(JoinPath(dir, below))) CheckUnread(project_, scope, below, found);
       }
     }
     for (Diagnostic& diagnostic : found.Take()) {

@@ -44,7 +44,7 @@ void WalkUnread(const std::string& dir, bool in_version, bool top, DiagnosticSin
   (void)ZO_TUNING::internal::ReadDirectory(dir.c_str(), entries);
   std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
   for (const auto& [name, listed_kind] : entries) {
-    const std::string path = dir + "/" + name;
+    const std::string path = JoinPath(dir, name);
     EntryKind kind = listed_kind;
     struct stat info;
     if (kind == EntryKind::kUnknown && lstat(path.c_str(), &info) == 0) {

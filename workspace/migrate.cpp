@@ -208,6 +208,7 @@ class Names {
     const FieldDescriptor* field = type->FindFieldByName(field_name);
     if (field == nullptr) {
       std::vector<std::string> known;
+      known.reserve(static_cast<size_t>(type->field_count()));
       for (int i = 0; i < type->field_count(); ++i) known.push_back(type->field(i)->name());
       sink.Report(Code::kMigrationNames,
                   Quoted(type->full_name()) + " has no field " + Quoted(field_name) + DidYouMean(field_name, known));
@@ -730,7 +731,7 @@ class Migrator {
       }
       std::string text;
       if (IsDirectory(file.path) || (!is_setting && relative == file.relative)) continue;
-      const std::string path = dir + "/" + relative;
+      const std::string path = JoinPath(dir, relative);
       if (!new_paths_.insert(path).second) {
         sink_.Report(Code::kExists, "two files would become " + Quoted(DisplayPath(path)) + "; nothing is written", "",
                      DisplayPath(file.path));
@@ -804,7 +805,7 @@ class Migrator {
     }
     if (new_text == text && path == old_path) return;
     for (Dropped& dropped : run.dropped()) {
-      dropped.file = scope + "/" + relative;
+      dropped.file = JoinPath(scope, relative);
       dropped_.push_back(std::move(dropped));
     }
     migration_.files.push_back(std::move(file));
@@ -824,9 +825,14 @@ class Migrator {
         const std::string successor = names_.Successor(label, value);
         if (successor.empty() || !warned_.insert(folder).second) continue;
         sink_.Report(Code::kMigrationLeft, "the label " + Quoted(labels[label]) + " has no value " + Quoted(value),
-                     "renamed? --rename-label " + labels[label] + "." + value + "=" + successor, DisplayPath(path));
+                     RenameHint("label " + labels[label] + "." + value, successor), DisplayPath(path));
       }
     }
+  }
+
+  /// `what` is the option's end and the old name: "module AfCommon".
+  static std::string RenameHint(const std::string& what, const std::string& new_name) {
+    return "renamed? --rename-" + what + "=" + new_name;
   }
 
   void ReportLeft() {
@@ -835,8 +841,7 @@ class Migrator {
       const std::string successor = names_.Successor(0, module);
       sink_.Report(Code::kMigrationLeft,
                    "there is no module " + Quoted(module) + "; " + Count(left.count, "file") + " of it left as before",
-                   successor.empty() ? "" : "renamed? --rename-module " + module + "=" + successor,
-                   DisplayPath(left.path));
+                   successor.empty() ? "" : RenameHint("module " + module, successor), DisplayPath(left.path));
     }
   }
 

@@ -137,8 +137,11 @@ std::optional<TypedPath> TypedPath::Resolve(const PathPattern& pattern, const Ty
         path.steps_.push_back({Kind::kField, message, &message->fields[found->second], "", {}, {}});
         enter(message->fields[found->second], false);
       } else {
-        return fail(Quoted(here) + (list ? " is a list; name an element first, as in " + here + "[0] or " + here + "[*]"
-                                         : " has no fields"));
+        std::string fault = Quoted(here);
+        if (list) {
+          fault.append(" is a list; name an element first, as in ").append(here).append("[0] or ").append(here);
+        }
+        return fail(fault.append(list ? "[*]" : " has no fields"));
       }
       so_far += (so_far.empty() ? "" : ".") + step.name;
       continue;

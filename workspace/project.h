@@ -18,6 +18,7 @@
 
 namespace zotuning {
 
+using ZO_TUNING::internal::JoinPath;
 using ZO_TUNING::internal::kDefaultScope;
 using ZO_TUNING::internal::kLabelNotSet;
 using ZO_TUNING::internal::Labels;

@@ -61,6 +61,7 @@ std::unique_ptr<SchemaRevision> SchemaRevision::Load(const std::string& proto_di
   std::map<std::string, GitFile> files;
   if (repository == nullptr || !repository->List(revision, files, sink)) return nullptr;
   const std::string& prefix = repository->prefix();
+  const auto shown = [&](const std::string& path) { return revision + ":" + path; };
   std::map<std::string, std::string> texts;
   for (auto file = files.lower_bound(prefix); file != files.end(); ++file) {
     const auto& [path, content] = *file;
@@ -70,16 +71,16 @@ std::unique_ptr<SchemaRevision> SchemaRevision::Load(const std::string& proto_di
       continue;
     }
     if (content.is_link) {
-      sink.Report(Code::kGit, "this is a link, which is not followed at a revision", "", revision + ":" + path);
+      sink.Report(Code::kGit, "this is a link, which is not followed at a revision", "", shown(path));
       return nullptr;
     }
     if (!repository->Read(content.object, texts[path.substr(prefix.size())], sink)) return nullptr;
   }
   if (texts.empty()) {
-    sink.Report(Code::kGit, "the revision " + Quoted(revision) + " has no schema", "", revision + ":" + prefix);
+    sink.Report(Code::kGit, "the revision " + Quoted(revision) + " has no schema", "", shown(prefix));
     return nullptr;
   }
-  return FromTexts(std::move(texts), revision + ":" + prefix, sink);
+  return FromTexts(std::move(texts), shown(prefix), sink);
 }
 
 const google::protobuf::Descriptor* SchemaRevision::FindType(const std::string& short_name) const {

@@ -488,7 +488,7 @@ class BinFileSide : public BinSide {
 
 std::string LabelText(const LabelNames& labels) {
   std::string text;
-  for (const auto& [name, value] : labels) text += (text.empty() ? "" : " ") + name + "=" + value;
+  for (const auto& [name, value] : labels) text.append(text.empty() ? "" : " ").append(name).append("=").append(value);
   return text;
 }
 
@@ -850,7 +850,7 @@ class SideOpener::Impl {
       const bool wanted = relative == "ProjConf.bin" || (IsWithin(relative, "proto") && HasSuffix(relative, ".proto"));
       if (!wanted || file->second.is_link) continue;
       std::string_view text;
-      const std::string path = dir + "/" + relative;
+      const std::string path = JoinPath(dir, relative);
       good &= at_revision->Read(relative, buffer, text, renaming) && MakeDirectories(DirOf(path), renaming) &&
               ReplaceFile(path, text, renaming);
     }

@@ -41,9 +41,11 @@ int ExplainAll(Console& console) {
   for (const CodeInfo& info : kCodes) {
     const Json code = ExplanationJson(info);
     const std::string name = info.name, severity = code["severity"];
-    page += "| [`" + name + "`](#" + name + ") | " + severity + " | " + info.summary + " |\n";
-    details += "\n## " + name + "\n\n" + severity + ": " + info.summary + ". " + info.why + "\n\n```text\n" +
-               info.example + "\n```\n\n" + info.mend + "\n";
+    page.append("| [`").append(name).append("`](#").append(name).append(") | ").append(severity);
+    page.append(" | ").append(info.summary).append(" |\n");
+    details.append("\n## ").append(name).append("\n\n").append(severity).append(": ").append(info.summary);
+    details.append(". ").append(info.why).append("\n\n```text\n").append(info.example).append("\n```\n\n");
+    details.append(info.mend).append("\n");
     codes.push_back(code);
   }
   console.Print(page + details);

@@ -122,6 +122,7 @@ int Run(CommandContext& context, const Options& options) {
   std::vector<NewSetting> settings_to_make;
   if (!PlanSettings(*project, options.sensor, choice.Combine(), source, settings_to_make, console)) return kFailed;
   std::vector<Planned> plan;
+  plan.reserve(settings_to_make.size());
   for (NewSetting& setting : settings_to_make) plan.push_back({std::move(setting), ""});
 
   std::vector<std::vector<std::string>> rows;

@@ -146,7 +146,7 @@ bool KeepOldBins(const std::string& target, const std::string& folder, bool part
   if (!Exists(target)) return true;
   if (!ListNames(target, names, console)) return false;
   for (const std::string& name : names) {
-    const std::string old_path = target + "/" + name, path = folder + "/" + name;
+    const std::string old_path = JoinPath(target, name), path = JoinPath(folder, name);
     std::string old_text, text;
     struct stat info;
     if (Exists(path)) {

@@ -57,6 +57,7 @@ int Run(CommandContext& context, const Options& options) {
     compare.compare.max_elements = 20;
   }
   std::vector<Side*> shown;
+  shown.reserve(sides.size());
   for (const auto& side : sides) shown.push_back(side.get());
   ReportData data;
   (void)MakeReportData(shown, against.get(), compare, data, console);

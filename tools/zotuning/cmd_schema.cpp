@@ -54,6 +54,7 @@ constexpr const char* kSuffix = ".schema.json";
 bool MakeSchemas(Project& project, const std::vector<std::string>& names, Json& schemas, Console& console) {
   const std::vector<Project::Module> modules = project.Modules();
   std::vector<std::string> known;
+  known.reserve(modules.size());
   for (const Project::Module& module : modules) known.push_back(module.name);
   for (const std::string& name : names) {
     if (std::find(known.begin(), known.end(), name) != known.end()) continue;
@@ -164,7 +165,7 @@ int WriteJson(CommandContext& context, const JsonOptions& options) {
   std::vector<Json> mapping;
   bool good = true;
   for (const auto& [module, schema] : schemas.items()) {
-    const std::string path = dir + "/" + module + kSuffix;
+    const std::string path = JoinPath(dir, module + kSuffix);
     mapping.push_back({{"fileMatch", Json::array({"**/" + module + ".json", "!**/version/*.json"})},
                        {"url", options.vscode ? "./.vscode/zotuning/" + module + kSuffix : FileUri(path)}});
     good &= Plan(path, schema.dump(2, ' ', false, Json::error_handler_t::replace) + "\n", changes, console);

@@ -56,7 +56,7 @@ bool FindBins(const Project& project, const Options& options, std::vector<Bin>& 
   bool good = true;
   for (const std::string& name : names) {
     if (!HasSuffix(name, kBinSuffix)) continue;
-    const std::string path = dir + "/" + name;
+    const std::string path = JoinPath(dir, name);
     good &= RefuseSpecialFile(path, console);
     if (std::find(scopes.begin(), scopes.end(), ScopeOf(name)) == scopes.end()) (void)report_extra(path);
   }
@@ -70,6 +70,7 @@ bool FindBins(const Project& project, const Options& options, std::vector<Bin>& 
 /// Packs the scopes of the bins into the staging folder. Null after errors.
 std::unique_ptr<StagingDir> PackTree(Project& project, const std::vector<Bin>& bins, Console& console) {
   std::vector<std::string> scopes;
+  scopes.reserve(bins.size());
   for (const Bin& bin : bins) scopes.push_back(bin.scope);
   std::vector<ScopeInputs> inputs;
   const bool listed = ListInputs(project, scopes, inputs, console);

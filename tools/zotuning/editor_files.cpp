@@ -66,7 +66,8 @@ class Splices {
     const std::string indent = container.empty() ? outer + "  " : IndentOfLine(text_, last);
     std::string added;
     for (const auto& [key, json] : items) {
-      added += (added.empty() ? "" : ",") + line_end_ + indent + key + Laid(json, indent, line_end_);
+      added.append(added.empty() ? "" : ",").append(line_end_).append(indent).append(key);
+      added += Laid(json, indent, line_end_);
     }
     const size_t close = container.end() - 1;
     const std::string_view tail = std::string_view(blank_).substr(last, close - last);
