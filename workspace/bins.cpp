@@ -78,7 +78,7 @@ void ReportBinFault(const BinFault& fault, const std::string& path, DiagnosticSi
   if (file != nullptr && fstat(fileno(file.get()), &info) == 0 && S_ISREG(info.st_mode)) {
     const auto size = static_cast<uint64_t>(info.st_size);
     if (const std::string other = OtherKind(file.get(), size); !other.empty()) {
-      sink.Report(Code::kNotABin, other, "give a file that 'zotuning pack' has made", DisplayPath(path));
+      sink.Report(Code::kNotABin, other, "name a file that 'zotuning pack' has made", DisplayPath(path));
       return;
     }
     // Labels that mean something elsewhere, and not bytes that are no message.

@@ -141,8 +141,8 @@ class Check {
     wanted_.SetMet(project_.dir() + "/zotuning.json");
     for (const std::string& path : wanted_.NotMet()) {
       sink_.Warn(
-          Code::kNotRead, IsDirectory(path) ? "packing reads nothing in this folder" : "this file is not read",
-          "packing reads '.json' files of 'default' and of listed sensors, but for folders called 'version', and "
+          Code::kNotRead, IsDirectory(path) ? "packing does not read this folder" : "this file is not read",
+          "packing reads '.json' files of 'default' and of listed sensors, except in folders called 'version', and "
           "'.proto' files of 'proto'",
           DisplayPath(path));
     }
@@ -167,7 +167,7 @@ class Check {
       wanted_.SetMet(file.path);
       if (!ZO_TUNING::internal::HasSuffix(file.relative, ".proto")) {
         sink_.Report(Code::kNotRead, "this file is not read: its name does not end in '.proto'",
-                     "rename it, or remove what is left over", DisplayPath(file.path));
+                     "rename it, or delete it if it is a leftover", DisplayPath(file.path));
       } else if (file.relative.find('/') != std::string::npos) {
         sink_.Report(Code::kNotRead, "this file is not read: it is in a subfolder of the schema",
                      "move it to " + DisplayPath(dir), DisplayPath(file.path));
@@ -200,10 +200,9 @@ class Check {
         }
         const auto [first, added] = named.emplace(value->number(), value);
         if (!added) {
-          AddLabelName(
-              *first->second,
-              Quoted(first->second->name()) + " has the number of " + Quoted(name) + ", whose name counts alone",
-              "give each value a number of its own");
+          AddLabelName(*first->second,
+                       Quoted(first->second->name()) + " has the number of " + Quoted(name) + "; only that name counts",
+                       "give each value a number of its own");
         }
       }
     }
@@ -298,7 +297,7 @@ class Check {
       if (diagnostic.code == Code::kJsonMissingField) {
         diagnostic.hint =
             "is the default older than the schema? 'zotuning migrate' adds the field, 'zotuning template " + module +
-            " --force' makes the default anew";
+            " --force' rewrites the default";
       }
       sink_.Add(std::move(diagnostic));
     }
@@ -376,14 +375,14 @@ class Check {
     std::string text;
     if (!Exists(path)) {
       sink_.Warn(Code::kNoHeader, "the project has versions, but no version header",
-                 "make it with a line that holds [3AProto], then run 'zotuning version header'", DisplayPath(path));
+                 "make it with a line that contains [3AProto], then run 'zotuning version header'", DisplayPath(path));
     } else if (!ReadFile(path, text, sink_)) {
       return;
     } else if (text.find("[3AProto]") == std::string::npos) {
-      sink_.Warn(Code::kNoMarker, "the header has no line that holds [3AProto]; the generated lines would pile up",
+      sink_.Warn(Code::kNoMarker, "the header has no line that contains [3AProto]; the generated lines would pile up",
                  "add such a line", DisplayPath(path));
     } else if (complete && !HeaderIsCurrent(text, versions)) {
-      sink_.Warn(Code::kHeaderOutdated, "the header is out of date", "'zotuning version header' makes it again",
+      sink_.Warn(Code::kHeaderOutdated, "the header is out of date", "'zotuning version header' updates it",
                  DisplayPath(path));
     }
   }
@@ -416,7 +415,7 @@ void CheckModuleTypes(Project& project, DiagnosticSink& sink) {
     Diagnostic diagnostic(Code::kSchemaType,
                           "the label names a module " + Quoted(module.name) + ", but the schema has no message type " +
                               Quoted(project.schema().Find(module.name).qualified_name),
-                          hint.empty() ? "declare it, or take the value out of the enum" : hint);
+                          hint.empty() ? "declare it, or remove the value from the enum" : hint);
     SetSchemaPlace(project.schema(), *project.label_type()->field(0)->enum_type()->FindValueByNumber(module.number),
                    &diagnostic);
     sink.Add(std::move(diagnostic));

@@ -66,7 +66,7 @@ void WalkUnread(const std::string& dir, bool in_version, bool top, DiagnosticSin
     } else if (!ZO_TUNING::internal::HasSuffix(name, ".json")) {
       if (!LooksLikeJson(name)) continue;
       sink.Report(Code::kNotRead, "this file is not read: its name does not end in '.json'",
-                  "rename it, or remove what is left over", DisplayPath(path));
+                  "rename it, or delete it if it is a leftover", DisplayPath(path));
     } else if (in_version) {
       sink.Report(Code::kNotRead, "this file is not read: packing does not enter folders called 'version'",
                   "move it out of there", DisplayPath(path));
@@ -155,7 +155,7 @@ void CheckSensorFolders(const Project& project, DiagnosticSink& sink) {
   }
   for (const std::string& sensor : project.sensors()) {
     if (Exists(project.layout().ScopeDir(sensor))) continue;
-    std::string hint = "make the folder, or take the sensor out of the list";
+    std::string hint = "make the folder, or remove the sensor from the list";
     if (const std::string near = Nearest(sensor, unlisted); !near.empty()) {
       hint = "there is a folder " + Quoted(near) + " that is not listed";
     }

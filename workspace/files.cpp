@@ -189,7 +189,7 @@ bool RefuseSpecialFile(const std::string& path, DiagnosticSink& sink) {
       struct stat info;
       const mode_t mode = stat(path.c_str(), &info) == 0 ? info.st_mode : 0;
       sink.Report(Code::kSpecialFile, std::string("this is ") + SpecialName(mode) + ", not a file",
-                  "it is not read: that could block for ever", DisplayPath(path));
+                  "it is not read: that could block forever", DisplayPath(path));
       return false;
     }
     case FileKind::kDanglingLink:

@@ -174,7 +174,7 @@ class FitWalk {
       }
       findings_.Add(Code::kJsonOneof, member.key_begin(), member.key_end(), at.Text(),
                     Quoted(at.Text()) + " cannot be set beside " + Quoted(other.key()),
-                    "one field at most of the oneof " + Quoted(oneof->name()) + " may be set");
+                    "at most one field of the oneof " + Quoted(oneof->name()) + " may be set");
       return;
     }
   }

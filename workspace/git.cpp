@@ -144,7 +144,7 @@ bool GitRepository::List(const std::string& revision, std::map<std::string, GitF
   std::string out;
   // An option is no revision, and nor is what git takes for the index.
   if (revision.empty() || revision[0] == '-') {
-    sink.Report(Code::kGit, Quoted(revision) + " is no revision");
+    sink.Report(Code::kGit, Quoted(revision) + " is not a revision");
     return false;
   }
   if (!Run({"ls-tree", "-r", "-z", "--full-tree", revision}, out, "cannot read the revision " + Quoted(revision),
@@ -204,7 +204,7 @@ bool GitRepository::Read(const std::string& object, std::string& text, Diagnosti
     }
     if (good) text.pop_back();
   }
-  if (!good) sink.Report(Code::kGit, "git does not hand out the object " + object);
+  if (!good) sink.Report(Code::kGit, "git cannot read the object " + object);
   return good;
 }
 

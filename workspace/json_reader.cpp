@@ -166,7 +166,7 @@ void JsonReader::ReadMember() {
     const std::string_view name(p_, static_cast<size_t>(key_end - p_));
     if (name == "true" || name == "false" || name == "null") {
       Fail(Code::kJsonSyntax, p_, key_end,
-           "a key is expected; " + std::string(name) + " has to stand in double quotes to be one");
+           "a key is expected; " + std::string(name) + " must be in double quotes to be one");
     } else {
       Note(Code::kJsonUnquotedKey, p_, key_end, "this key has no quotes");
     }
@@ -323,12 +323,12 @@ void JsonReader::ReadNumber() {
     // Protobuf's parser takes or refuses it by the process's locale.
     BadNumber("has no digit before the point");
   } else if (!fraction && digits.size() > 1 && digits[0] == '0') {
-    BadNumber("begins with 0, which a number may not");
+    BadNumber("has a leading zero");
   } else if (error == std::errc::result_out_of_range && !Vanishes(digits)) {
     BadNumber("is too large for a double");
   } else {
     if (!IsStrictNumber(number)) {
-      Note(Code::kJsonNumberForm, begin, end, "JSON does not know this form of a number");
+      Note(Code::kJsonNumberForm, begin, end, "JSON does not have this form of number");
     }
     Push(begin);
     p_ = end;
@@ -363,7 +363,7 @@ void JsonReader::ReadString() {
 const char* JsonReader::ReadOddString() {
   const char quote = *p_;
   const char* const begin = p_;
-  if (quote == '\'') Note(Code::kJsonSingleQuotes, begin, begin + 1, "texts stand in double quotes");
+  if (quote == '\'') Note(Code::kJsonSingleQuotes, begin, begin + 1, "strings need double quotes");
   const char* control = nullptr;
   const char* p = begin + 1;
   for (; p < end_ && *p != quote; ++p) {
@@ -381,7 +381,7 @@ const char* JsonReader::ReadOddString() {
         continue;
       }
       if (std::strchr("\"\\/bfnrt", p[1]) == nullptr || p[1] == '\0') {
-        Note(Code::kJsonEscape, p, p + 2, "JSON does not know this escape");
+        Note(Code::kJsonEscape, p, p + 2, "JSON does not have this escape");
       }
       ++p;
     } else if (static_cast<unsigned char>(*p) < ' ' && control == nullptr) {
@@ -391,8 +391,8 @@ const char* JsonReader::ReadOddString() {
   if (p >= end_) return nullptr;
   if (control != nullptr) {
     Note(Code::kJsonControlCharacter, control, control + 1,
-         *control == '\n' || *control == '\r' ? "a line ends within this text; is its closing quote missing?"
-                                              : "there is a control character in this text");
+         *control == '\n' || *control == '\r' ? "a line ends within this string; is its closing quote missing?"
+                                              : "there is a control character in this string");
   }
   return p + 1;
 }

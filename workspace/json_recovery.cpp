@@ -81,7 +81,7 @@ void JsonReader::SkipOddSpace() {
 
 void JsonReader::AfterEnd() {
   Fail(Code::kJsonSyntax, p_, p_ + 1, "nothing may follow the end of the object",
-       *p_ == '}' || *p_ == ',' ? "is there one '}' too many before it?" : HintAt(p_));
+       *p_ == '}' || *p_ == ',' ? "is there an extra '}' before it?" : HintAt(p_));
 }
 
 void JsonReader::BadNumber(const char* what) {
@@ -94,7 +94,7 @@ void JsonReader::BadNumber(const char* what) {
   } else if (text == "-Infinity" || text == "-inf" || text == "-Inf") {
     hint = "\"-Infinity\" is accepted, with the quotes";
   } else if (text.size() > 1 && text[0] == '0' && IsDigit(text[1])) {
-    hint = "octal numbers are not allowed in JSON; leave out the zeros in front";
+    hint = "octal numbers are not allowed in JSON; remove the leading zeros";
   }
   Fail(Code::kJsonNumber, begin, end, Quoted(Excerpt(text, 40)) + ' ' + what, std::move(hint));
   Invalid(begin);
@@ -111,7 +111,7 @@ void JsonReader::BadValue() {
                                           : "\"Infinity\" is accepted, with the quotes");
   } else if (*p_ == '+' || *p_ == '.') {
     Fail(Code::kJsonNumber, p_, end, Quoted(Excerpt(text, 40)) + " is not a number in JSON",
-         *p_ == '+' ? "leave out the '+'" : "write 0 before the point");
+         *p_ == '+' ? "remove the '+'" : "write 0 before the decimal point");
   } else if (IsNameStart(*p_) && IsQuote(*end)) {
     Fail(Code::kJsonSyntax, p_, end + 1, "a quote is missing before this text");
     Invalid(p_);
@@ -119,7 +119,7 @@ void JsonReader::BadValue() {
     return;
   } else {
     const char* hint =
-        IsNameStart(*p_) ? "text stands in double quotes; true, false and null in lower case" : HintAt(p_);
+        IsNameStart(*p_) ? "strings need double quotes; true, false and null are lower case" : HintAt(p_);
     Fail(Code::kJsonSyntax, p_, std::max(end, p_ + 1), "a value is expected", hint);
   }
   Invalid(p_);
@@ -148,7 +148,7 @@ bool JsonReader::SkipConflict() {
   }
   if (!in_conflict_) {
     Fail(Code::kJsonConflict, begin, FindLineEnd(begin, end_), "a merge conflict is not resolved",
-         "choose one version, and remove the lines with the markers");
+         "choose one version, and remove the marker lines");
   }
   in_conflict_ = sign == '<';
   return true;
@@ -223,7 +223,7 @@ void JsonReader::BadKey() {
     const char* begin = text_ + tape_[tape_size_ - 1];
     const std::string whole(begin, static_cast<size_t>(comma_ - begin));
     Fail(Code::kJsonDecimalComma, begin, end, "the comma ends the number " + whole,
-         "write a point: " + whole + '.' + std::string(p_, static_cast<size_t>(end - p_)));
+         "write a decimal point: " + whole + '.' + std::string(p_, static_cast<size_t>(end - p_)));
     p_ = end;
     expect_ = Expect::kSeparator;
     return;
@@ -305,7 +305,7 @@ bool JsonReader::PassOverEnd() {
   const char* next = SkipBlanks(p_ + 1);
   if (*next != ',' || *SkipBlanks(next + 1) != '"') return false;
   Fail(Code::kJsonSyntax, p_, p_ + 1, "this ends the outermost object, but more follows",
-       "there is one '}' too many, here or before");
+       "there is an extra '}' here or earlier");
   ++p_;
   return true;
 }

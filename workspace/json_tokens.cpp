@@ -106,7 +106,7 @@ UnicodeEscape ReadUnicodeEscape(std::string_view text) {
   if (!hex(0, &escape.code)) {
     escape.fault = "four hexadecimal digits are expected after \\u";
   } else if (escape.code >= 0xDC00 && escape.code < 0xE000) {
-    escape.fault = "a low surrogate stands alone";
+    escape.fault = "a low surrogate has no high one before it";
   } else if (escape.code >= 0xD800 && escape.code < 0xDC00) {
     uint32_t low = 0;
     if (!hex(6, &low) || low < 0xDC00 || low > 0xDFFF) {

@@ -42,7 +42,7 @@ std::optional<int> ParseValue(const Project& project, size_t index, const std::s
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error == std::errc() && end == text.data() + text.size() && number != kLabelNotSet) return number;
     sink.Report(Code::kBadValue,
-                Quoted(text) + " is not a value of " + Quoted(label) + ": a whole number but -1 is expected");
+                Quoted(text) + " is not a value of " + Quoted(label) + ": a whole number other than -1 is expected");
     return std::nullopt;
   }
   std::optional<int> found;
@@ -109,7 +109,7 @@ ChoiceResult ParseLabelChoice(const Project& project, const std::vector<std::str
     }
     if (scope ? !choice.scopes.empty() : !choice.values[index].empty()) {
       sink.Report(Code::kUsage, "the label " + Quoted(label) + " is given twice",
-                  "several values stand in one list: mode=1,2");
+                  "several values go into one list: mode=1,2");
       return ChoiceResult::kMisuse;
     }
     if (empty && (scope || index == 0)) {
@@ -181,7 +181,7 @@ bool PlanSettings(Project& project, const std::string& scope, const std::vector<
     if (read_back != each) {
       sink.Report(Code::kAmbiguousPath,
                   "the labels " + project.LabelText(each) + " would read back as " + project.LabelText(read_back),
-                  "a name in the path looks like another level", DisplayPath(path));
+                  "a name in the path looks like a different level", DisplayPath(path));
       good = false;
     }
     plan.push_back({each, path, text->second});

@@ -168,7 +168,7 @@ class Names {
 
   static bool Misuse(const std::string& text, const std::string& form, bool& misuse, DiagnosticSink& sink) {
     misuse = true;
-    sink.Report(Code::kUsage, Quoted(text) + " has not the form " + form);
+    sink.Report(Code::kUsage, Quoted(text) + " does not have the form " + form);
     return false;
   }
 
@@ -193,7 +193,7 @@ class Names {
     sink.Report(Code::kMigrationNames,
                 found.empty() ? "no module uses a type " + Quoted(name) + DidYouMean(name, known)
                               : "several types are named " + Quoted(name),
-                found.empty() ? "" : "give its full name, for example " + found[0]->full_name());
+                found.empty() ? "" : "use its full name, for example " + found[0]->full_name());
     return nullptr;
   }
 
@@ -839,9 +839,10 @@ class Migrator {
     migration_.left |= !left_.empty();
     for (const auto& [module, left] : left_) {
       const std::string successor = names_.Successor(0, module);
-      sink_.Report(Code::kMigrationLeft,
-                   "there is no module " + Quoted(module) + "; " + Count(left.count, "file") + " of it left as before",
-                   successor.empty() ? "" : RenameHint("module " + module, successor), DisplayPath(left.path));
+      sink_.Report(
+          Code::kMigrationLeft,
+          "there is no module " + Quoted(module) + "; " + Count(left.count, "file") + " of it left as they were",
+          successor.empty() ? "" : RenameHint("module " + module, successor), DisplayPath(left.path));
     }
   }
 
@@ -864,7 +865,7 @@ class Migrator {
     const JsonDocument document(existed ? old_text : "{\n \"dropped\": []\n}\n");
     const JsonValue list = document.root().Find("dropped");
     if (!IsEditable(document) || !list.is_array()) {
-      sink_.Report(Code::kExists, "what is dropped cannot be added to this file: it has no list 'dropped'",
+      sink_.Report(Code::kExists, "the dropped values cannot be added to this file: it has no list 'dropped'",
                    "move it away", DisplayPath(path));
       return;
     }

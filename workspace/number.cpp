@@ -202,7 +202,7 @@ std::optional<std::string> Calculate(const JsonValue& number, Operation operatio
   const std::string_view text = Unquoted(number);
   const std::optional<Decimal> right = ToDecimal(operand);
   if ((!limits && !IsReal(field)) || (!number.is_number() && !number.is_string()) || !right) {
-    *why = "only numbers can be calculated with";
+    *why = "only numbers can be used in a calculation";
     return std::nullopt;
   }
   std::optional<Decimal> result = ToDecimal(text);
@@ -215,7 +215,7 @@ std::optional<std::string> Calculate(const JsonValue& number, Operation operatio
     Uint128 mantissa = result ? result->mantissa : 0;
     if (result && result->exponent < 0) {
       *why = "the result " + Shortest(ToDouble(ToText(*result))) + " is no whole number, and the field is " +
-             field->cpp_type_name() + "; --round takes the nearest one";
+             field->cpp_type_name() + "; --round rounds to the nearest one";
       return std::nullopt;
     }
     if (!result || result->exponent > 40 || !Scale(&mantissa, result->exponent) ||
@@ -233,7 +233,7 @@ std::optional<std::string> Calculate(const JsonValue& number, Operation operatio
     double sink = 0;
     const auto whole = std::from_chars(text.data(), text.data() + text.size(), sink);
     if (whole.ptr != text.data() + text.size() || !std::isfinite(left)) {
-      *why = std::string(number.raw()) + " cannot be calculated with";
+      *why = std::string(number.raw()) + " cannot be used in a calculation";
       return std::nullopt;
     }
     changed = RealText(operation == Operation::kMultiply ? left * factor : left + factor, field, why);

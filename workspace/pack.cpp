@@ -145,7 +145,8 @@ bool PackBins(Project& project, const std::vector<ScopeInputs>& inputs, const Pa
   for (const ScopeInputs& scope : inputs) {
     for (const auto& [path, state] : scope.states) {
       if (!(StateOf(path) != state)) continue;
-      sink.Report(Code::kChangedMeanwhile, "this file changed while it was packed", "pack again", DisplayPath(path));
+      sink.Report(Code::kChangedMeanwhile, "this file changed while it was being packed", "pack again",
+                  DisplayPath(path));
       good = false;
     }
   }

@@ -202,7 +202,7 @@ struct TypedPath::Walk {
       case Kind::kCells:
         break;
     }
-    if (!value.is_array()) return Fail(value, Quoted(here.ToString()) + " is no list here");
+    if (!value.is_array()) return Fail(value, Quoted(here.ToString()) + " is not a list here");
     const std::vector<JsonValue> elements = ElementsOf(value);
     if (step.kind == Kind::kElements) {
       if (!IsWithin(value, step.first, elements.size(), "element")) return false;
@@ -242,7 +242,7 @@ struct TypedPath::Walk {
 
   bool GoToMember(size_t at, const JsonValue& object) {
     const Step& step = path.steps_[at];
-    if (!object.is_object()) return Fail(object, Quoted(here.ToString()) + " is no object here");
+    if (!object.is_object()) return Fail(object, Quoted(here.ToString()) + " is not an object here");
     JsonValue found;
     std::string key, scratch;
     for (const JsonMember member : object.members()) {

@@ -209,7 +209,7 @@ bool Project::LoadAll(DiagnosticSink& sink) {
     good = false;
   }
   if (has_labels_ && labels().ValuesOf(0).empty()) {
-    sink.Report(Code::kSchemaType, "the first field of TuningDataLabel has to be an enum that names the modules", "",
+    sink.Report(Code::kSchemaType, "the first field of TuningDataLabel must be an enum that names the modules", "",
                 DisplayPath(proto_dir));
     has_labels_ = false;
   }
@@ -275,7 +275,7 @@ bool Project::CheckConfig(const LoadResult& loaded, DiagnosticSink& sink) const 
     case ConfigStatus::kNotOpened:
       return ReportSystemError("read", path, loaded.config.error, sink);
     case ConfigStatus::kNotRead:
-      sink.Report(Code::kProjectConfig, "the project configuration is cut short", "", DisplayPath(path));
+      sink.Report(Code::kProjectConfig, "the project configuration is truncated", "", DisplayPath(path));
       return false;
     case ConfigStatus::kNotParsed:
       sink.Report(Code::kProjectConfig, "the project configuration does not fit the schema", "", DisplayPath(path));

@@ -49,7 +49,7 @@ class Reader {
     }
     if (!good_) return false;
     if (!document_.root().is_object()) {
-      Refuse(document_.root(), "the file has to hold one object");
+      Refuse(document_.root(), "the file must hold one object");
       return false;
     }
     for (const JsonMember member : document_.root().members()) {
@@ -81,7 +81,7 @@ class Reader {
 
   /// Refuses a value that is no object.
   bool IsObject(const JsonValue& value, const std::string& key) {
-    if (!value.is_object()) Refuse(value, Quoted(key) + " has to be an object");
+    if (!value.is_object()) Refuse(value, Quoted(key) + " must be an object");
     return value.is_object();
   }
 
@@ -91,7 +91,7 @@ class Reader {
       if (member.key() != "tolerances") {
         RefuseKey(member, {"tolerances"});
       } else if (!member.value().is_array()) {
-        Refuse(member.value(), "'tolerances' has to be a list");
+        Refuse(member.value(), "'tolerances' must be a list");
       } else {
         for (const JsonValue element : member.value().elements()) ReadTolerance(element, settings);
       }
@@ -103,7 +103,7 @@ class Reader {
     PathTolerance tolerance;
     for (const JsonMember member : value.members()) {
       if (member.key() == "path") {
-        if (!member.value().is_string()) Refuse(member.value(), "'path' has to be a text");
+        if (!member.value().is_string()) Refuse(member.value(), "'path' must be a string");
         tolerance.pattern = member.value().String();
       } else if (member.key() == "abs") {
         ReadNumber(member, tolerance.tolerance.absolute);
@@ -122,7 +122,7 @@ class Reader {
     const auto [end, error] = std::from_chars(raw.data(), raw.data() + raw.size(), number);
     const bool read = member.value().is_number() && error == std::errc() && end == raw.data() + raw.size();
     if (!read || !std::isfinite(number) || number < 0) {
-      Refuse(member.value(), Quoted(member.key()) + " has to be a number from 0");
+      Refuse(member.value(), Quoted(member.key()) + " must be a number from 0 up");
     }
   }
 

@@ -270,7 +270,7 @@ class RuleCheck {
     look("col", col_, "-1");
     if (parts.empty()) return;
     findings_.Add(Code::kRuleTemplate, rule_.begin(), rule_.begin() + 1, rule_at_.Text(),
-                  Quoted(rule_at_.Text()) + " is still as the template has it: " + parts);
+                  Quoted(rule_at_.Text()) + " is still the template's: " + parts);
   }
 
   JsonValue rule_;

@@ -85,7 +85,7 @@ std::optional<std::string> WholeDigits(std::string_view number) {
 
 /// For numbers that are not plain integers within 64 bits, which protobuf reads as a double first.
 std::optional<Misfit> CheckOddInteger(std::string_view number, const std::string& type, const IntegerRange& range) {
-  const Misfit rounded{Code::kJsonRange, "it is rounded and packed as another number; write a whole number"};
+  const Misfit rounded{Code::kJsonRange, "it is rounded and packed as a different number; write a whole number"};
   const std::optional<std::string> digits = WholeDigits(number);
   if (!digits) {
     double real = 0;
@@ -151,7 +151,7 @@ std::optional<Misfit> CheckInteger(const FieldDescriptor* field, const JsonValue
   const std::string string = value.String();
   if (IsIntegerText(field->cpp_type(), string)) {
     if (wide) return std::nullopt;
-    return Misfit{Code::kJsonStringForNumber, "leave out the quotes"};
+    return Misfit{Code::kJsonStringForNumber, "remove the quotes"};
   }
   // Numbers in quotes that are right but for their size.
   const size_t sign = !string.empty() && string[0] == '-' ? 1 : 0;
@@ -206,7 +206,7 @@ std::optional<Misfit> CheckReal(const FieldDescriptor* field, const JsonValue& v
     return Misfit{Code::kJsonMisfit, "a number is expected"};
   }
   if (!(std::fabs(real) <= (is_float ? double{FLT_MAX} : DBL_MAX))) return too_large();
-  return Misfit{Code::kJsonStringForNumber, "leave out the quotes"};
+  return Misfit{Code::kJsonStringForNumber, "remove the quotes"};
 }
 
 std::optional<Misfit> CheckBool(const JsonValue& value) {
@@ -275,7 +275,7 @@ bool IsBase64(const std::string& text) {
 
 std::optional<Misfit> CheckBytes(const JsonValue& value) {
   if (value.is_string() && IsBase64(value.String())) return std::nullopt;
-  return Misfit{Code::kJsonMisfit, "bytes stand as base64 text in double quotes"};
+  return Misfit{Code::kJsonMisfit, "bytes are written as base64 in double quotes"};
 }
 
 }  // namespace
@@ -292,7 +292,7 @@ std::optional<Misfit> CheckScalar(const FieldDescriptor* field, const JsonValue&
     case FieldDescriptor::CPPTYPE_STRING:
       if (field->type() == FieldDescriptor::TYPE_BYTES) return CheckBytes(value);
       if (value.is_string()) return std::nullopt;
-      return Misfit{Code::kJsonMisfit, "a text in double quotes is expected"};
+      return Misfit{Code::kJsonMisfit, "a string in double quotes is expected"};
     default:
       return CheckInteger(field, value);
   }

@@ -68,7 +68,7 @@ class Comparison {
         if (same_name != nullptr) continue;
         const bool reserved = new_type->IsReservedNumber(field->number());
         Add(false, "FIELD_NO_DELETE", old_type->name() + "." + field->name(),
-            reserved ? "removed" : "removed; reserve " + NumberText(field->number()) + " lest it be used again");
+            reserved ? "removed" : "removed; reserve " + NumberText(field->number()) + " so that it is not reused");
         continue;
       }
       Fields(field, same_number);
@@ -94,7 +94,7 @@ class Comparison {
             "was " + NumberText(value->number()) + ", is " + NumberText(same_name->number()));
       } else if (same_name == nullptr && same_number == nullptr) {
         Add(true, "ENUM_VALUE_NO_DELETE", old_enum->name() + "." + value->name(),
-            NumberText(value->number()) + " has no name any longer");
+            NumberText(value->number()) + " no longer has a name");
       } else if (same_name == nullptr) {
         const bool taken = old_enum->FindValueByName(same_number->name()) != nullptr;
         // The other one is reported for its number.
@@ -202,7 +202,7 @@ bool CompareSchemas(const SchemaRevision& old_schema, Project& project, std::vec
     if (new_type != nullptr) {
       comparison.Types(old_type, new_type);
     } else if (!new_name.empty()) {
-      changes.push_back({true, "MESSAGE_NO_DELETE", old_type->name(), "the module has no type any longer"});
+      changes.push_back({true, "MESSAGE_NO_DELETE", old_type->name(), "the module no longer has a type"});
     }
   }
   std::stable_sort(changes.begin(), changes.end(),

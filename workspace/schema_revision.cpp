@@ -71,7 +71,7 @@ std::unique_ptr<SchemaRevision> SchemaRevision::Load(const std::string& proto_di
       continue;
     }
     if (content.is_link) {
-      sink.Report(Code::kGit, "this is a link, which is not followed at a revision", "", shown(path));
+      sink.Report(Code::kGit, "this is a link, and links are not followed at a revision", "", shown(path));
       return nullptr;
     }
     if (!repository->Read(content.object, texts[path.substr(prefix.size())], sink)) return nullptr;

@@ -41,7 +41,7 @@ bool Selection::FindModules(const Project& project, const LabelChoice& choice, c
     if (module.type != nullptr) FindPathsTo(tables_.Get(module.type), patterns[0].first_name(), near);
   }
   sink.Report(Code::kNoMatch, "no module has " + names,
-              near.empty() ? "with --where module=MODULE the message says where the path ends"
+              near.empty() ? "--where module=MODULE tells where the path ends"
                            : "a path begins at the module: " + Quoted(near[0]));
   return false;
 }

@@ -31,7 +31,7 @@ class NewFolder {
   bool Make(const std::string& from, DiagnosticSink& sink) {
     std::error_code error;
     if (Exists(beside_)) {
-      sink.Report(Code::kExists, "this is left over from a run that was stopped", "remove it", DisplayPath(beside_));
+      sink.Report(Code::kExists, "this is a leftover of a run that was stopped", "remove it", DisplayPath(beside_));
       return false;
     }
     made_ = beside_;
@@ -116,7 +116,7 @@ bool AddSensor(Project& project, const std::string& name, const std::string& fro
     // Packing asks for it, although it may be empty.
     if (!MakeDirectories(project.layout().ScopeVersionDir(name), sink)) return false;
   } else {
-    sink.Report(Code::kExists, "this is there already; it is kept",
+    sink.Report(Code::kExists, "this exists already; it is kept",
                 from.empty() ? "choose another name" : "leave out --from to list the folder as it is",
                 DisplayPath(dir));
     return false;
@@ -145,7 +145,7 @@ bool RenameSensor(Project& project, const std::string& name, const std::string& 
   const std::string old_dir = project.layout().ScopeDir(name), new_dir = project.layout().ScopeDir(to);
   const bool has_folder = Exists(old_dir);
   if (has_folder && Exists(new_dir)) {
-    sink.Report(Code::kExists, "this is there already; it is kept", "choose another name", DisplayPath(new_dir));
+    sink.Report(Code::kExists, "this exists already; it is kept", "choose another name", DisplayPath(new_dir));
     return false;
   }
   if (has_folder && std::rename(old_dir.c_str(), new_dir.c_str()) != 0) {

@@ -156,7 +156,7 @@ class GitFiles : public ProjectFiles {
       if (!HasSuffix(FileName(relative), suffix) || ("/" + relative).find("/version/") != std::string::npos) continue;
       const std::string path = file->first.substr(prefix_.size());
       if (file->second.is_link) {
-        sink.Report(Code::kGit, "this is a link, which is not followed at a revision", "", Shown(path));
+        sink.Report(Code::kGit, "this is a link, and links are not followed at a revision", "", Shown(path));
         good = false;
         continue;
       }
@@ -420,7 +420,7 @@ class BinSide : public Side {
   void ReportBadBytes(const SideEntry& entry, DiagnosticSink& sink) const override {
     const Place& place = places_[entry.index];
     ReportBinFault({place.offset, entry.module, "a message of type " + entry.type->full_name(),
-                    std::to_string(place.length) + " bytes that are none"},
+                    std::to_string(place.length) + " bytes that are not one"},
                    entry.path, sink);
   }
 
@@ -644,7 +644,7 @@ class SideOpener::Impl {
     if (current_.project != nullptr) return current_;
     // Bins anywhere are those of the other side's project.
     if (on_disk_.size() == 1) return on_disk_.begin()->second;
-    sink.Report(Code::kNoProject, "no project holds " + Quoted(path), "choose one with -C DIR");
+    sink.Report(Code::kNoProject, "no project contains " + Quoted(path), "choose one with -C DIR");
     return {};
   }
 

@@ -91,7 +91,7 @@ std::string TextFault(const std::string& text) {
   }
   for (const char c : text) {
     if (c == '"') return "a double quote ends the value";
-    if (c == '\\') return "a backslash does not survive a string of C";
+    if (c == '\\') return "a backslash does not survive in a C string";
     if (c == '\n' || c == '\r' || c == '\0') return "a line end or zero byte breaks the line of the header";
   }
   return "";
@@ -117,7 +117,7 @@ bool ReportScanFault(const VersionFile& file, Severity severity, DiagnosticSink&
     break;
   }
   diagnostic.message = "the version header would get this file wrong: " +
-                       (fault.empty() ? "its plain text scan reads other values than the file's fields" : fault);
+                       (fault.empty() ? "its plain text scan reads values other than the file's fields" : fault);
   sink.Add(std::move(diagnostic));
   return false;
 }

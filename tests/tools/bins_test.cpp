@@ -135,7 +135,7 @@ TEST_F(PackedTest, DifferencesAreNamedWithBothValues) {
                 " → 0.5 (+316.7 %)\n"
                 "added    module=PdCommon mode=9\n"
                 "removed  module=AfCommon mode=1\n");
-  Fails("verify out", "out: error: the bins are not those of the tree: 4 differences\n");
+  Fails("verify out", "out: error: the bins do not match the tree: 4 differences\n");
   const Json differences = Tool("verify out --json").json()["result"]["bins"][2]["differences"];
   EXPECT_EQ(differences[1]["differences"].dump(),
             R"([{"path":"convergence.speed.value","kind":"changed","left":)" + value + R"(,"right":0.5}])");

@@ -97,7 +97,7 @@ TEST_F(DiffTest, GitShowsDifferencesByMeaning) {
   EXPECT_THAT(log, HasSubstr("--- a/main_wide/LensShading.json\n+++ b/main_wide/LensShading.json\n"
                              "changed  module=LensShading\n  red.gain 33x33: 1 changed"));
   EXPECT_THAT(log, HasSubstr("--- a/front/AWBCommon.json\n+++ /dev/null\nremoved  module=AWBCommon\n"));
-  EXPECT_THAT(log, HasSubstr("+++ b/front/mode_1/AfCommon.json\n  the same values, in other words\n"));
+  EXPECT_THAT(log, HasSubstr("+++ b/front/mode_1/AfCommon.json\n  the same values, written differently\n"));
   EXPECT_THAT(log, HasSubstr("+++ b/front/version/tuning.json\nchanged  version=front.tuning\n"));
   EXPECT_THAT(log, HasSubstr("+{\"a\": 1}\n"));  // no setting: by lines
   EXPECT_THAT(log, HasSubstr("+++ b/front.bin\nadded"));

@@ -19,7 +19,7 @@ TEST_F(ToolTest, ModulesLabelsAndSensors) {
   EXPECT_THAT(Tool("modules").out, HasSubstr("AWBCommon        16      ZO_TUNING_AWB.AWBCommon        yes      2\n"));
 
   EXPECT_EQ(Tool("labels filter").out, "filter:\n  Plain  0\n  Mono   1\n  Warm   2\n");
-  EXPECT_THAT(Tool("labels").out, HasSubstr("mode: any whole number but -1\n"));
+  EXPECT_THAT(Tool("labels").out, HasSubstr("mode: any whole number other than -1\n"));
   Fails("labels senario", "no label 'senario'; did you mean 'scenario'?");
 
   EXPECT_EQ(Tool("sensors").out,
@@ -112,7 +112,7 @@ TEST_F(ToolTest, AConfigurationWithoutContentIsNoProjectWithoutSensors) {
     Fails("pack -o out", "ProjConf.bin: error: the project configuration is empty or cannot be read");
   }
   Write(At("ProjConf.bin"), config.substr(0, 9));
-  Fails("pack -o out", "ProjConf.bin: error: the project configuration is cut short");
+  Fails("pack -o out", "ProjConf.bin: error: the project configuration is truncated");
 }
 
 }  // namespace

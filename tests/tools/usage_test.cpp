@@ -34,7 +34,7 @@ TEST_F(ToolTest, MisuseExitsWithTwoAndSaysWhatWasMeant) {
       {"pack -o x --forse", "no option '--forse'; did you mean '--force'?"},
       {"pack", "--out is required"},
       {"modules extra", "unexpected argument 'extra'"},
-      {"template", "give the names of modules, or --all"},
+      {"template", "name modules, or use --all"},
       {"template AfCommon --all", "not both"},
       {"pack -o x --ask --sensor front", "--ask cannot be combined with --sensor"},
       {"new --sensor front AfCommon", "'AfCommon' is not of the form label=value"},

@@ -106,7 +106,7 @@ TEST_F(ToolTest, TheHeaderIsCheckedAndMade) {
   EXPECT_EQ(Tool("version header --check").code, 1);
 
   Write(header, "#pragma once\n");
-  Fails("version header", "the header has no line that holds [3AProto]");
+  Fails("version header", "the header has no line that contains [3AProto]");
   EXPECT_EQ(Read(header), "#pragma once\n");
   std::filesystem::remove(header);
   Fails("version header", "the project has no version header");

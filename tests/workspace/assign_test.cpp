@@ -123,7 +123,7 @@ TEST_F(AssignTest, ChangesTheValuesThatAPathNames) {
       {flat, "flat=" + std::string(9999, '['), "the value is nested too deeply"},
       {"{\"flat\":{\"value\":" + std::string(9999, '[') + std::string(9999, ']') + "}}", "flat*=2",
        "the value is nested too deeply"},
-      {"{\"gain\":{\"value\":true}}", "gain*=2", "'gain.value' is true: only numbers can be calculated with"},
+      {"{\"gain\":{\"value\":true}}", "gain*=2", "'gain.value' is true: only numbers can be used in a calculation"},
   };
   for (const auto& row : cases) {
     const std::string result = Assigned(row.text, row.order);
@@ -172,7 +172,7 @@ TEST_F(AssignTest, TablesGoOutAndBack) {
       EXPECT_EQ(Table(FromTable(other, row.path, table, form), row.path, form), table) << row.path;
     }
   }
-  EXPECT_EQ(Table(text, "zones", TableData::Form::kCsv), "'zones' holds structures, which are no table");
+  EXPECT_EQ(Table(text, "zones", TableData::Form::kCsv), "'zones' holds structures, which do not form a table");
 }
 
 TEST_F(AssignTest, ReadsWhatSpreadsheetsWriteAndSaysWhatItCannot) {

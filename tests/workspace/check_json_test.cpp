@@ -398,7 +398,7 @@ TEST_F(FaultTest, WordsAndHints) {
       {{"MODE_OFF", "MODE_OF", ""}, "invalid value \"MODE_OF\" for Mode field 'mode' (did you mean 'MODE_OFF'?)"},
       {{"MODE_OFF", "fast", ""}, "(the values are MODE_OFF, MODE_AUTO, MODE_MANUAL)"},
       {{"1.5", "Infinity", ""}, "(\"Infinity\" is accepted, with the quotes)"},
-      {{"1.5", "1,5", ""}, "(write a point: 1.5)"},
+      {{"1.5", "1,5", ""}, "(write a decimal point: 1.5)"},
       {{"\"enabled\": true", "\"enabeld\": true", ""}, "(did you mean 'enabled'?)"},
       {{"\"enabled\": true", "\"enabled\": true, \"old_gain\": 1", ""}, "the schema reserves this name"},
       {{"\"steps\": [1, 2]", "\"steps\": [1, 2], \"steps\": [3]", ""}, "the first one is in line 13"},

@@ -71,17 +71,17 @@ TEST(Number, IsCalculatedInDecimalsAndPrintedShort) {
       {"i", "4e2", '*', "1.0", "4e2"},
       // What cannot be.
       {"i", "836", '*', "1.05",
-       "the result 877.8 is no whole number, and the field is int32; --round takes the nearest one"},
+       "the result 877.8 is no whole number, and the field is int32; --round rounds to the nearest one"},
       {"i", "2147483647", '+', "1", "the result does not fit int32"},
       {"u", "1", '+', "-2", "the result does not fit uint32"},
       {"ul", "1", '*', "1e30", "the result does not fit uint64"},
       {"l", "1", '*', "1e999999999", "the result does not fit int64"},
       {"f", "3e38", '*', "2", "the result is beyond what a float holds"},
       {"d", "1e308", '*', "1e300", "the result is beyond what a double holds"},
-      {"f", "\"NaN\"", '*', "2", "\"NaN\" cannot be calculated with"},
-      {"b", "true", '*', "2", "only numbers can be calculated with"},
-      {"s", "\"1\"", '*', "2", "only numbers can be calculated with"},
-      {"f", "null", '*', "2", "only numbers can be calculated with"},
+      {"f", "\"NaN\"", '*', "2", "\"NaN\" cannot be used in a calculation"},
+      {"b", "true", '*', "2", "only numbers can be used in a calculation"},
+      {"s", "\"1\"", '*', "2", "only numbers can be used in a calculation"},
+      {"f", "null", '*', "2", "only numbers can be used in a calculation"},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(Result(row.field, row.number, row.sign, row.operand), row.result)

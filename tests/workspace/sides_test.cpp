@@ -192,7 +192,7 @@ TEST_F(SidesTest, WhatIsNoSideIsRefused) {
       {"tela", "did you mean 'tele'?"},
       {"HEAD", "there is no sensor and no file 'HEAD'"},
       {"NO:tele", "cannot read the revision 'NO'"},
-      {"--output=x:tele", "'--output=x' is no revision"},
+      {"--output=x:tele", "'--output=x' is not a revision"},
       {"HEAD:nowhere", "has nothing at 'nowhere'"},
       {"HEAD:proto", "this folder holds no bins"},
       {"HEAD:tele", "HEAD:tele/AWGain.json: this is a link"},

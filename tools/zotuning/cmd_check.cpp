@@ -64,7 +64,7 @@ int Explain(const std::string& name, Console& console) {
   }
   const std::string severity = info->severity == Severity::kError ? "error" : "warning";
   console.Print(std::string(info->name) + " (" + severity + "): " + info->summary + "\n\n" + info->why +
-                "\n\nExample:\n  " + info->example + "\n\nTo mend it:\n  " + info->mend + "\n");
+                "\n\nExample:\n  " + info->example + "\n\nTo fix it:\n  " + info->mend + "\n");
   console.result() = ExplanationJson(*info);
   return kDone;
 }
@@ -146,7 +146,7 @@ void AddCheck(CLI::App& app, CommandContext& context) {
   command->add_option("--select", options->select, "Only these codes")->type_name("CODE")->delimiter(',');
   command->add_option("--ignore", options->ignore, "Not these codes")->type_name("CODE")->delimiter(',');
   command->add_flag("--template-rules", options->template_rules,
-                    "Name rules that are missing, or still those of the template");
+                    "Report rules that are missing or still the template's");
   command->add_option("--format", options->format, "How faults are printed")
       ->type_name("FORMAT")
       ->check(CLI::IsMember({"text", "json", "sarif", "github"}));

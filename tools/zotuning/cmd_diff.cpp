@@ -72,7 +72,7 @@ bool OpenSides(SideOpener& opener, const Options& options, const Project* projec
     right = opener.Open(options.sides[0], console);
     if (right == nullptr) return false;
     if (right->scopes() == std::vector<std::string>{kDefaultScope} || right->settings().empty()) {
-      console.Report(Code::kUsage, Quoted(options.sides[0]) + " has no default to be compared with",
+      console.Report(Code::kUsage, Quoted(options.sides[0]) + " has no default to compare it with",
                      "name another side");
       return false;
     }
@@ -109,7 +109,7 @@ int RunSides(CommandContext& context, const Options& options) {
   CompareSidesOptions compare;
   if (!ComparisonOptions(options, &right->project(), compare, console)) return kFailed;
   if (options.rules && (left->is_bin() || right->is_bin())) {
-    console.Report(Code::kUsage, "a bin holds no rules, so that --rules has nothing to compare");
+    console.Report(Code::kUsage, "a bin holds no rules, so --rules has nothing to compare");
     return kMisuse;
   }
   ComparisonForm form;
@@ -206,7 +206,7 @@ int RunForGit(CommandContext& context, const Options& options) {
     SidesComparison comparison;
     if (compared && left != nullptr && right != nullptr) {
       compared = CompareSides(*left, *right, compare, add, comparison, faults);
-      if (compared && comparison.different == 0) lines = same_bytes ? "" : "  the same values, in other words\n";
+      if (compared && comparison.different == 0) lines = same_bytes ? "" : "  the same values, written differently\n";
     } else if (compared) {
       for (const auto* entries : {&any->versions(), &any->settings()}) {
         for (const SideEntry& entry : *entries) {
@@ -288,7 +288,7 @@ void AddDiff(CLI::App& app, CommandContext& context) {
             ""));
   };
   tolerance("--abs", options->absolute,
-            "Numbers that are no further apart are the same; zotuning.json is not asked then");
+            "Numbers that are no further apart are the same; zotuning.json is ignored then");
   tolerance("--rel", options->relative, "The same as a part of the larger number: 0.01 is 1 %");
   command->add_flag("--rules", options->rules, "Compare rules as well");
   command->add_flag("--stat", options->stat, "One line per setting");

@@ -181,7 +181,7 @@ void AddFmt(CLI::App& app, CommandContext& context) {
       app, context, "fmt", "Put settings and defaults into their canonical form",
       "Fields in the order of the schema, lines indented as the library prints them, tables one row to a line,\n"
       "short lists in one line; numbers stay as they are written, and what is packed stays the same. Quotes, commas\n"
-      "and the like that packing takes and other programs refuse are mended; a file that does not parse is left alone.\n"
+      "and the like that packing takes and other programs reject are fixed; a file that does not parse is left alone.\n"
       "\n"
       "Examples:\n"
       "  zotuning fmt\n"

@@ -150,7 +150,7 @@ class Maker {
     if (Create(file, &exists)) return true;
     if (!exists) return false;
     Keep();
-    console_.Report(Code::kExists, "another run has made this project meanwhile; it is kept", "",
+    console_.Report(Code::kExists, "another run has made this project in the meantime; it is kept", "",
                     DisplayPath(file.path));
     return false;
   }

@@ -26,7 +26,7 @@ int Run(CommandContext& context, const std::string& only) {
       rows.push_back({"  " + name, std::to_string(number)});
       json_values.push_back({{"name", name}, {"number", number}});
     }
-    console.Print(label + (values.empty() ? ": any whole number but -1\n" : ":\n") + Table(rows));
+    console.Print(label + (values.empty() ? ": any whole number other than -1\n" : ":\n") + Table(rows));
     labels.push_back({{"name", label}, {"kind", values.empty() ? "int32" : "enum"}, {"values", json_values}});
   }
   if (!found) {

@@ -57,9 +57,10 @@ int Run(CommandContext& context, const Options& options) {
   if (!migration.files.empty()) {
     text += Count(migration.files.size(), "file") + " migrated\n";
   } else {
-    text += migration.left ? "nothing to migrate but what has no module or label\n" : "everything fits the schema\n";
+    text +=
+        migration.left ? "nothing to migrate except files without a module or label\n" : "everything fits the schema\n";
   }
-  if (!migration.report_path.empty()) text += "what was dropped is kept in " + migration.report_path + "\n";
+  if (!migration.report_path.empty()) text += "the dropped values are kept in " + migration.report_path + "\n";
   console.Print(Printable(text, true));
   return kDone;
 }

@@ -101,8 +101,8 @@ int Run(CommandContext& context, const Options& options) {
   const auto project = LoadProject(context, code);
   if (project == nullptr) return code;
   if (project->labels().names()[0] != "module") {
-    console.Report(Code::kSchemaType, "the first field of TuningDataLabel has to be 'module', not " +
-                                          Quoted(project->labels().names()[0]));
+    console.Report(Code::kSchemaType,
+                   "the first field of TuningDataLabel must be 'module', not " + Quoted(project->labels().names()[0]));
     return kFailed;
   }
   project->RequireSensor(options.sensor, console);

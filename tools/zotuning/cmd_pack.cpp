@@ -186,7 +186,7 @@ bool PackAndCommit(CommandContext& context, Project& project, const Options& opt
   // Half a record cannot be allowed.
   for (const std::string& path : refused) {
     if (!console.ok()) break;  // told why
-    console.Report(Code::kBinIncomplete, "this file cannot be packed at all, whatever is allowed", "mend or remove it",
+    console.Report(Code::kBinIncomplete, "this file cannot be packed at all, whatever is allowed", "fix or remove it",
                    DisplayPath(path));
   }
   if (!console.ok() || (!packed && !filter.changes_severities())) return false;

@@ -36,8 +36,8 @@ int Run(CommandContext& context, const Options& options) {
   Console& console = context.console;
   if (!HasReportPage()) {
     console.Report(
-        Code::kUsage, "this program was built without the page of reports",
-        "it takes esbuild (Debian's package) and uPlot (npm's); scripts/setup installs both, then build again");
+        Code::kUsage, "this program was built without the report page",
+        "it needs esbuild (from Debian) and uPlot (from npm); scripts/setup installs both, then build again");
     return kMisuse;
   }
   int code = kDone;
@@ -69,7 +69,7 @@ int Run(CommandContext& context, const Options& options) {
     line += "; " + Count(data.different, "setting") + (data.different == 1 ? " differs" : " differ") + " from " +
             Printable(against->name());
   }
-  if (data.outside > 0) line += "; " + Count(data.outside, "value") + " outside of the rules";
+  if (data.outside > 0) line += "; " + Count(data.outside, "value") + " outside the rules";
   console.Print(line + "\n");
   console.result() = {
       {"file", DisplayPath(options.output)}, {"bytes", page.size()},
@@ -83,10 +83,10 @@ int Run(CommandContext& context, const Options& options) {
 void AddReport(CLI::App& app, CommandContext& context) {
   auto options = std::make_shared<Options>();
   CLI::App* command =
-      AddCommand(app, context, "report", "Write settings, and what differs, as a page for a browser",
+      AddCommand(app, context, "report", "Write settings and differences as a page for a browser",
                  "The page is one file that needs nothing else: a tree of the settings with a search, their\n"
-                 "parameters with comments and rules, lists as curves, tables as maps. A file that is there is\n"
-                 "replaced. What cannot be read is reported and left out; the exit code is 1 then.\n"
+                 "parameters with comments and rules, lists as curves, tables as maps. An existing file is\n"
+                 "replaced. What cannot be read is reported and left out, with exit code 1.\n"
                  "\n"
                  "Examples:\n"
                  "  zotuning report -o report.html\n"

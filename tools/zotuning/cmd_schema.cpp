@@ -113,7 +113,7 @@ bool PlanEntries(const std::string& path, const std::string& empty, const std::s
   if (Exists(path) && (!RefuseSpecialFile(path, console) || !ReadFile(path, text, console))) return false;
   std::optional<std::string> merged = MergeEntries(text.empty() ? empty : text, list_key, id_key, entries, &why);
   if (merged) return Plan(path, std::move(*merged), changes, console);
-  console.Report(Code::kExists, "this file cannot be added to: " + why, "mend it, or move it away", DisplayPath(path));
+  console.Report(Code::kExists, "this file cannot be added to: " + why, "fix it, or move it away", DisplayPath(path));
   return false;
 }
 
@@ -230,7 +230,7 @@ void AddSchema(CLI::App& app, CommandContext& context) {
   CLI::App* compare =
       AddCommand(*schema, context, "compare", "What a change of the schema does to bins that are on devices already",
                  "Compares the schema with that of a revision of git, by what a bin can hold. The rules are those of\n"
-                 "buf. Exit code 1 when a bin would be read otherwise than it was meant.\n"
+                 "buf. Exit code 1 when a bin would be read differently than it was meant.\n"
                  "\n"
                  "Examples:\n"
                  "  zotuning schema compare\n"

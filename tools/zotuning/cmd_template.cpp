@@ -87,8 +87,7 @@ bool MakeTemplate(Project& project, const std::string& module, const Options& op
 int Run(CommandContext& context, const Options& options) {
   Console& console = context.console;
   if (options.all == !options.modules.empty()) {
-    console.Report(Code::kUsage,
-                   options.all ? "give module names or --all, not both" : "give the names of modules, or --all",
+    console.Report(Code::kUsage, options.all ? "give module names or --all, not both" : "name modules, or use --all",
                    "see 'zotuning template --help'");
     return kMisuse;
   }

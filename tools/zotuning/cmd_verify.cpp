@@ -135,8 +135,8 @@ int Run(CommandContext& context, const Options& options) {
   }
   console.result()["bins"] = std::move(results);
   if (different > 0) {
-    console.Report(Code::kDiffers, "the bins are not those of the tree: " + Count(different, "difference"),
-                   "'zotuning pack' makes them again", DisplayPath(options.path));
+    console.Report(Code::kDiffers, "the bins do not match the tree: " + Count(different, "difference"),
+                   "'zotuning pack' renews them", DisplayPath(options.path));
   }
   return kDone;
 }

@@ -107,7 +107,7 @@ int Set(CommandContext& context, const std::string& name, const std::string& ver
   const VersionFile* match = FindVersion(files, name, of, console);
   if (match == nullptr) return kFailed;
   if (const std::string fault = TextFault(version); !fault.empty()) {
-    console.Error(Code::kVersionMisread, "the version header cannot carry this value: " + fault,
+    console.Error(Code::kVersionMisread, "the version header cannot hold this value: " + fault,
                   "use plain text without quotes and backslashes", DisplayPath(match->path));
     return kFailed;
   }
@@ -122,7 +122,7 @@ int Set(CommandContext& context, const std::string& name, const std::string& ver
   const auto message = project->schema().NewMessage(project->version_type());
   if (!ParseJson(match->path, text, message.get(), console)) return kFailed;
   if (message->GetReflection()->GetString(*message, field) != version) {
-    console.Report(Code::kUsage, "the version " + Quoted(version) + " cannot be written as JSON", "it has to be UTF-8",
+    console.Report(Code::kUsage, "the version " + Quoted(version) + " cannot be written as JSON", "it must be UTF-8",
                    DisplayPath(match->path));
     return kFailed;
   }
@@ -137,16 +137,16 @@ bool CheckHeader(Project& project, const std::string& path, std::vector<VersionF
                  Console& console) {
   if (!ReadVersionFiles(project, kDefaultScope, files, console)) return false;
   if (files.empty()) {
-    console.Report(Code::kNoVersions, "there is no version file to make the header from", "",
+    console.Report(Code::kNoVersions, "there is no version file from which to make the header", "",
                    DisplayPath(project.layout().ScopeVersionDir(kDefaultScope)));
   }
   for (const VersionFile& file : files) ReportScanFault(file, Severity::kError, console);
   if (!Exists(path)) {
-    console.Report(Code::kNoHeader, "the project has no version header", "make it with a line that holds [3AProto]",
+    console.Report(Code::kNoHeader, "the project has no version header", "make it with a line that contains [3AProto]",
                    DisplayPath(path));
   } else if (RefuseSpecialFile(path, console) && ReadFile(path, text, console) &&
              text.find("[3AProto]") == std::string::npos) {
-    console.Report(Code::kNoMarker, "the header has no line that holds [3AProto]; the generated lines would pile up",
+    console.Report(Code::kNoMarker, "the header has no line that contains [3AProto]; the generated lines would pile up",
                    "", DisplayPath(path));
   }
   return console.ok();
@@ -185,8 +185,7 @@ int Header(CommandContext& context, bool check) {
     }
     console.result()["removed"] = std::move(removed);
     console.result()["added"] = std::move(added);
-    console.Report(Code::kHeaderOutdated, "the header is out of date", "'zotuning version header' makes it again",
-                   shown);
+    console.Report(Code::kHeaderOutdated, "the header is out of date", "'zotuning version header' updates it", shown);
     return kFailed;
   }
   // What does not change is not touched, so that nothing is compiled again; a full disk is told all the same.
@@ -229,7 +228,7 @@ void AddVersion(CLI::App& app, CommandContext& context) {
 
   auto check = std::make_shared<bool>(false);
   CLI::App* header = AddCommand(*version, context, "header", "Make src/ZoTuningVersion.h from the project's versions",
-                                "Everything up to the line that holds [3AProto] is kept.\n"
+                                "Everything up to the line that contains [3AProto] is kept.\n"
                                 "\n"
                                 "Examples:\n"
                                 "  zotuning version header\n"

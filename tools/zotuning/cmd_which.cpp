@@ -126,7 +126,7 @@ int Run(CommandContext& context, const Options& options) {
   std::string why;
   const std::optional<JsonPath> path = JsonPath::Parse(options.value, &why);
   if (!path) {
-    console.Report(Code::kUsage, Quoted(options.value) + " is no path: " + why, "for example zones[2].weight.value");
+    console.Report(Code::kUsage, Quoted(options.value) + " is not a path: " + why, "for example zones[2].weight.value");
     return kMisuse;
   }
   std::vector<Setting> settings, defaults;

@@ -149,7 +149,7 @@ int Main(int argument_count, char** arguments) {
       ->type_name("DIR")
       ->check(NotEmpty());
   app.add_flag("--json", context.json, "Print one JSON object, results and messages, also on failure");
-  app.add_flag("-v,--verbose", context.verbose, "Show what protobuf itself has to say on standard error");
+  app.add_flag("-v,--verbose", context.verbose, "Show protobuf's own messages on standard error");
   app.require_subcommand(1);
   app.add_subcommand("help", "Show the help of a command")->add_option("COMMAND", context.help, "The command");
   AddCommands(app, context);
