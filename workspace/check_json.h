@@ -13,6 +13,7 @@
 
 namespace zotuning {
 
+class OldNames;
 class TypeTables;
 
 /// What CheckFit looks for beside keys, types and ranges.
@@ -26,6 +27,8 @@ struct FitOptions {
   bool rules = true;
   /// Rules that are still as a template has them: "-1", "None".
   bool template_rules = false;
+  /// Tells what unknown keys were called before; may be null.
+  std::shared_ptr<OldNames> old_names;
   /// So many per file at most; a last one says that there are more.
   size_t max_diagnostics = 1000;
 };

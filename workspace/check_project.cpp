@@ -3,6 +3,7 @@
 #include "workspace/check_project.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -13,6 +14,7 @@
 #include "io/directory.h"
 #include "workspace/check_tree.h"
 #include "workspace/files.h"
+#include "workspace/old_names.h"
 #include "workspace/project.h"
 #include "workspace/schema_faults.h"
 #include "workspace/version_files.h"
@@ -125,7 +127,12 @@ class Wanted {
 class Check {
  public:
   Check(Project& project, Wanted& wanted, const CheckOptions& options, DiagnosticSink& sink)
-      : project_(project), wanted_(wanted), fit_(options.fit), version_fit_(VersionOptions()), sink_(sink) {}
+      : project_(project),
+        wanted_(wanted),
+        fit_(FitOf(options, project)),
+        version_fit_(VersionOptions()),
+        text_(options.text),
+        sink_(sink) {}
 
   void Run() {
     const std::string proto_dir = project_.layout().ProtoDir();
@@ -149,6 +156,12 @@ class Check {
   }
 
  private:
+  static FitOptions FitOf(const CheckOptions& options, const Project& project) {
+    FitOptions fit = options.fit;
+    fit.old_names = std::make_shared<OldNames>(project.layout().ProtoDir());
+    return fit;
+  }
+
   static FitOptions VersionOptions() {
     FitOptions options;
     options.completeness = false;
@@ -252,6 +265,9 @@ class Check {
     std::vector<Setting> settings;
     CollectingSink found;
     project_.ListSettings(scope, settings, found);
+    if (text_) {
+      for (const std::string& below : wanted_.Below(dir)) AddSetting(scope, below, settings);
+    }
     // Of all settings, since one alone has its labels alone.
     CheckPlaces(project_, settings, found);
     if (wanted_(dir)) {
@@ -269,6 +285,14 @@ class Check {
     for (const Setting& setting : settings) {
       if (wanted_(setting.path)) CheckSetting(setting);
     }
+  }
+
+  /// Adds a setting that is not on the disk yet.
+  void AddSetting(const std::string& scope, const std::string& relative, std::vector<Setting>& settings) const {
+    const std::string path = JoinPath(project_.layout().ScopeDir(scope), relative);
+    const auto is_same = [&](const Setting& setting) { return setting.relative == relative; };
+    if (std::any_of(settings.begin(), settings.end(), is_same)) return;
+    settings.push_back({scope, relative, path, project_.LabelsOf(path), {}});
   }
 
   void CheckSetting(const Setting& setting) {
@@ -306,7 +330,11 @@ class Check {
   void CheckFile(const std::string& path, const Descriptor* type, FitChecker& fit, DiagnosticSink& sink) {
     wanted_.SetMet(path);
     std::string text;
-    if (!ReadFile(path, text, sink)) return;
+    if (text_) {
+      text = *text_;
+    } else if (!ReadFile(path, text, sink)) {
+      return;
+    }
     const JsonDocument document(std::move(text));
     CheckText(document, DisplayPath(path), sink);
     fit.Check(document, type, DisplayPath(path), sink);
@@ -391,6 +419,7 @@ class Check {
   Wanted& wanted_;
   FitChecker fit_;
   FitChecker version_fit_;
+  const std::optional<std::string>& text_;
   DiagnosticSink& sink_;
   std::set<std::string> missing_defaults_;
 };
@@ -427,8 +456,12 @@ bool CheckProject(const std::string& dir, const std::vector<std::string>& paths,
   CollectingSink found;
   bool checked = true;
   for (const std::string& path : paths) {
-    if (Exists(path)) continue;
-    found.Report(Code::kIo, "there is no " + DisplayPath(path), "", DisplayPath(path));
+    const FileKind kind = KindOf(path);
+    if (kind == FileKind::kUnknown) ReportSystemError("look at", path, errno, found);
+    if (kind != FileKind::kUnknown && (kind != FileKind::kMissing || options.text)) continue;
+    if (kind == FileKind::kMissing) {
+      found.Report(Code::kIo, "there is no " + DisplayPath(path), "correct the path", DisplayPath(path));
+    }
     checked = false;
   }
   const auto project = Project::Load(dir, found);

@@ -2,6 +2,7 @@
 /// Everything that can be wrong with a project, found in one run. Reads alone; writes nothing.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,8 @@ namespace zotuning {
 
 struct CheckOptions {
   FitOptions fit;
+  /// What the one path that is to be checked holds, whatever is on the disk; the file need not be there.
+  std::optional<std::string> text;
 };
 
 /// Reports the errors of the schema that packing does not meet by itself: modules of the labels without a type.

@@ -37,7 +37,7 @@ std::string MissingNameText(const std::string& name) {
 }
 
 bool ExplainText(const std::string& file, std::string text, const google::protobuf::Descriptor* type, Fields fields,
-                 const std::string& refusal, DiagnosticSink& sink) {
+                 const std::string& refusal, DiagnosticSink& sink, const std::shared_ptr<OldNames>& old_names) {
   const JsonDocument document(std::move(text));
   ErrorsOnly errors(sink);
   const std::string shown = DisplayPath(file);
@@ -45,6 +45,7 @@ bool ExplainText(const std::string& file, std::string text, const google::protob
   FitOptions options;
   options.completeness = fields == Fields::kAll;
   options.rules = false;
+  options.old_names = old_names;
   CheckFit(document, type, options, shown, errors);
   if (errors.count() > 0) return false;
   if (refusal.empty()) return true;

@@ -4,12 +4,15 @@
 
 #include <google/protobuf/message.h>
 
+#include <memory>
 #include <string>
 
 #include "diagnostic.h"
 #include "project.h"
 
 namespace zotuning {
+
+class OldNames;
 
 /// Whether every field of the type has to be spelled out, as packing demands of settings.
 enum class Fields { kAll, kAny };
@@ -18,9 +21,11 @@ enum class Fields { kAll, kAny };
 std::string MissingNameText(const std::string& name);
 
 /// Reports why `text`, the content of `file`, does not fit `type`: all faults by structure. `refusal` is protobuf's own
-/// sentence, which stands in where they show nothing; "" for a text that protobuf takes. False after an error.
+/// sentence, which stands in where they show nothing; "" for a text that protobuf takes. `old_names` may be null. False
+/// after an error.
 bool ExplainText(const std::string& file, std::string text, const google::protobuf::Descriptor* type, Fields fields,
-                 const std::string& refusal, DiagnosticSink& sink);
+                 const std::string& refusal, DiagnosticSink& sink,
+                 const std::shared_ptr<OldNames>& old_names = nullptr);
 
 /// Parses `text`, the content of `file`, into `message`. False after errors that say why it does not fit.
 bool ParseJson(const std::string& file, const std::string& text, google::protobuf::Message* message,

@@ -38,7 +38,7 @@ bool LooksLikeJson(const std::string& name) {
 }
 
 /// Walks what packing does not read. `in_version` is below a folder that packing does not enter.
-void WalkUnread(const std::string& dir, bool in_version, bool top, DiagnosticSink& sink) {
+void WalkUnread(const Project& project, const std::string& dir, bool in_version, bool top, DiagnosticSink& sink) {
   std::vector<ZO_TUNING::internal::DirectoryEntry> entries;
   // What cannot be listed is told where the settings are.
   (void)ZO_TUNING::internal::ReadDirectory(dir.c_str(), entries);
@@ -62,9 +62,15 @@ void WalkUnread(const std::string& dir, bool in_version, bool top, DiagnosticSin
         sink.Report(Code::kNotRead, "this is a folder; its name makes it look like a file of settings",
                     "rename or remove it", DisplayPath(path));
       }
-      WalkUnread(path, in_version || (name == "version" && !top), false, sink);
+      WalkUnread(project, path, in_version || (name == "version" && !top), false, sink);
     } else if (!ZO_TUNING::internal::HasSuffix(name, ".json")) {
-      if (!LooksLikeJson(name)) continue;
+      if (!LooksLikeJson(name)) {
+        // A folder of settings that lost its kind, in an archive or on its way through another system.
+        if (name.find('_') == name.npos || !project.FolderFault(name).empty()) continue;
+        sink.Report(Code::kNotRead, "this is a file; its name makes it look like a folder of settings",
+                    "rename or remove it", DisplayPath(path));
+        continue;
+      }
       sink.Report(Code::kNotRead, "this file is not read: its name does not end in '.json'",
                   "rename it, or delete it if it is a leftover", DisplayPath(path));
     } else if (in_version) {
@@ -135,8 +141,8 @@ void CheckUnread(const Project& project, const std::string& scope, const std::st
     in_version = in_version || (relative.compare(begin, end - begin, "version") == 0 && (is_default || begin > 0));
     begin = end + 1;
   }
-  WalkUnread(dir, in_version, relative.empty() && !is_default, sink);
-  if (is_default && relative.empty()) WalkUnread(project.layout().ScopeVersionDir(scope), false, false, sink);
+  WalkUnread(project, dir, in_version, relative.empty() && !is_default, sink);
+  if (is_default && relative.empty()) WalkUnread(project, project.layout().ScopeVersionDir(scope), false, false, sink);
 }
 
 void CheckSensorFolders(const Project& project, DiagnosticSink& sink) {
@@ -152,6 +158,10 @@ void CheckSensorFolders(const Project& project, DiagnosticSink& sink) {
   for (const std::string& name : unlisted) {
     sink.Report(Code::kNotRead, "this folder holds settings, but it is not a sensor of the project",
                 "'zotuning sensors add " + name + "' lists it", DisplayPath(project.dir() + "/" + name));
+  }
+  if (!Exists(project.layout().DefaultDir())) {
+    sink.Report(Code::kMissingFolder, "the folder of the defaults is missing", "'zotuning template --all' makes it",
+                DisplayPath(project.layout().DefaultDir()));
   }
   for (const std::string& sensor : project.sensors()) {
     if (Exists(project.layout().ScopeDir(sensor))) continue;

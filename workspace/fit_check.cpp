@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -15,6 +16,7 @@
 #include "transcode/seen_fields.h"
 #include "workspace/check_json.h"
 #include "workspace/findings.h"
+#include "workspace/old_names.h"
 #include "workspace/path_frame.h"
 #include "workspace/rule_check.h"
 #include "workspace/scalar_check.h"
@@ -84,7 +86,10 @@ class FitWalk {
       const JsonValue value = member.value();
       const PathFrame here = PathFrame::Member(at, key);
       if (seen.Test(index)) AddSameField(object, member, key, type, index, here);
-      if (!usual && options_.completeness && key != field.name()) CheckOtherName(member, field, here, place);
+      if (!usual && options_.completeness &&
+          (key != field.name() || member.raw_key().find('\\') != std::string_view::npos)) {
+        CheckOtherName(member, field, here, place);
+      }
       seen.Set(index);
       if (field.in_real_oneof && value.kind() != JsonKind::kNull) CheckOneof(object, member, type, index, here);
       if (index == type.value) parameter[0] = value;
@@ -120,7 +125,16 @@ class FitWalk {
     const std::string message =
         "unknown key " + Quoted(Excerpt(path)) + "; " + Quoted(type.type->full_name()) + " has no such field";
     std::string hint;
-    if (type.type->IsReservedName(std::string(key))) {
+    std::optional<OldField> old;
+    if (options_.old_names != nullptr) old = options_.old_names->Find(*type.type, std::string(key));
+    if (old && !old->name_now.empty()) {
+      const std::string since = old->revision == "HEAD" ? "" : " --since " + old->revision;
+      hint = "the field is called " + Quoted(old->name_now) + " now; 'zotuning migrate --rename " + type.type->name() +
+             "." + std::string(key) + "=" + old->name_now + since + "' renames it in all files";
+      if (const size_t index = FindField(type, old->name_now); index != TypeTable::kNone) seen.Set(index);
+    } else if (old) {
+      hint = "the field was removed from the schema; remove the key";
+    } else if (type.type->IsReservedName(std::string(key))) {
       hint = "the schema reserves this name: the field was removed or renamed; remove the key";
     } else {
       // Keys that are there were not meant.
@@ -154,11 +168,12 @@ class FitWalk {
     }
   }
 
-  /// The camelCase form of a name, which is as good to protobuf.
+  /// The camelCase form of a name, or one with escapes, which is as good to protobuf.
   void CheckOtherName(const JsonMember& member, const FieldEntry& field, const PathFrame& at, const Place& place) {
     if (place.in_rule || field.exempt || findings_.Full(Severity::kWarning) || !TextLacks(field.name())) return;
     findings_.Add(Code::kJsonCamelCase, member.key_begin(), member.key_end(), at.Text(),
-                  Quoted(at.Text()) + " stands for " + Quoted(field.name()),
+                  at.name == field.name() ? Quoted(at.Text()) + " is written with escapes"
+                                          : Quoted(at.Text()) + " stands for " + Quoted(field.name()),
                   "write " + Quoted(field.name()) + ": the library's own packing searches the text for it");
   }
 

@@ -164,6 +164,17 @@ bool GitRepository::List(const std::string& revision, std::map<std::string, GitF
   return true;
 }
 
+std::vector<std::string> GitRepository::BeforeChanges(int count) const {
+  CollectingSink ignored;  // before the first commit there is none
+  std::string out;
+  std::vector<std::string> revisions;
+  if (!Run({"log", "-" + std::to_string(count), "--format=%h~", "--", "."}, out, "", ignored)) return revisions;
+  for (size_t begin = 0, end = 0; (end = out.find('\n', begin)) != out.npos; begin = end + 1) {
+    revisions.push_back(out.substr(begin, end - begin));
+  }
+  return revisions;
+}
+
 bool GitRepository::StartReading(DiagnosticSink& sink) {
   Pipe in, out;
   if (!in.Open() || !out.Open()) {

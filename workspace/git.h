@@ -39,6 +39,9 @@ class GitRepository {
   /// Adds all files of a revision by their paths from the root. False after an error.
   bool List(const std::string& revision, std::map<std::string, GitFile>& files, DiagnosticSink& sink);
 
+  /// What revisions were before the last `count` changes of `dir`, newest first; none after an error.
+  std::vector<std::string> BeforeChanges(int count) const;
+
   /// Replaces `text` with the content of an object. False after an error.
   bool Read(const std::string& object, std::string& text, DiagnosticSink& sink);
 

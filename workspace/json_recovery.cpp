@@ -22,6 +22,8 @@ const char* HintAt(const char* p) {
   if (StartsWith(p, "\xE2\x80\x9C") || StartsWith(p, "\xE2\x80\x9D") || StartsWith(p, "\xE2\x80\x9E")) {
     return "use straight double quotes";
   }
+  if (StartsWith(p, "\xE2\x88\x92") || StartsWith(p, "\xE2\x80\x93")) return "use the hyphen '-' as the minus sign";
+  if (StartsWith(p, "\xEF\xBC")) return "this is a character of double width; use the plain one";
   return "";
 }
 

@@ -12,6 +12,7 @@
 #include "bin/bin_writer.h"
 #include "workspace/check_setting.h"
 #include "workspace/check_tree.h"
+#include "workspace/old_names.h"
 
 namespace zotuning {
 namespace {
@@ -90,13 +91,14 @@ class Packing {
 
   bool Explain(const Setting& setting, const std::string& module, const std::string& refusal) {
     return ExplainText(setting.path, std::string(file_.text()), project_.schema().FindType(module),
-                       options_.check_fields ? Fields::kAll : Fields::kAny, refusal, sink_);
+                       options_.check_fields ? Fields::kAll : Fields::kAny, refusal, sink_, old_names_);
   }
 
   Project& project_;
   const PackOptions& options_;
   DiagnosticSink& sink_;
   BinPacker packer_;
+  std::shared_ptr<OldNames> old_names_ = std::make_shared<OldNames>(project_.layout().ProtoDir());
   ZO_TUNING::internal::PaddedFile file_;
 };
 
@@ -107,7 +109,8 @@ bool ListInputs(Project& project, const std::vector<std::string>& scopes, std::v
   bool good = true;
   for (const std::string& name : scopes) {
     if (!IsDirectory(project.layout().ScopeDir(name))) {
-      sink.Report(Code::kMissingFolder, "the folder of " + Quoted(name) + " is missing", "",
+      sink.Report(Code::kMissingFolder, "the folder of " + Quoted(name) + " is missing",
+                  name == kDefaultScope ? "'zotuning template --all' makes it" : "",
                   DisplayPath(project.layout().ScopeDir(name)));
       good = false;
       continue;

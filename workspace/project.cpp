@@ -184,7 +184,8 @@ bool Project::LoadAll(DiagnosticSink& sink) {
   if (!RefuseSpecialFile(layout_.ConfigPath(), sink)) return false;
   const std::string proto_dir = layout_.ProtoDir();
   if (!IsDirectory(proto_dir)) {
-    sink.Report(Code::kMissingFolder, "the project has no folder 'proto' with its schema", "", DisplayPath(proto_dir));
+    sink.Report(Code::kMissingFolder, "the project has no folder 'proto' with its schema",
+                "put the '.proto' files there", DisplayPath(proto_dir));
     return false;
   }
   bool has_errors = false;

@@ -155,11 +155,13 @@ bool ParseProjectSettings(std::string text, const std::string& file, ProjectSett
   return Reader(document, file, sink).Read(settings);
 }
 
-bool ReadProjectSettings(const std::string& dir, ProjectSettings& settings, DiagnosticSink& sink) {
+SettingsResult ReadProjectSettings(const std::string& dir, ProjectSettings& settings, DiagnosticSink& sink) {
   const std::string path = dir + "/zotuning.json";
-  if (!Exists(path)) return true;
+  if (!Exists(path)) return SettingsResult::kOk;
   std::string text;
-  return ReadFile(path, text, sink) && ParseProjectSettings(std::move(text), DisplayPath(path), settings, sink);
+  if (!ReadFile(path, text, sink)) return SettingsResult::kNotRead;
+  const bool good = ParseProjectSettings(std::move(text), DisplayPath(path), settings, sink);
+  return good ? SettingsResult::kOk : SettingsResult::kFaulty;
 }
 
 }  // namespace zotuning

@@ -20,11 +20,16 @@ struct ProjectSettings {
   std::map<std::string, std::string> severities;
 };
 
-/// Reads the settings of the project at `dir`; without the file they are empty. False after errors, each with its
-/// place: an unknown key is one.
-bool ReadProjectSettings(const std::string& dir, ProjectSettings& settings, DiagnosticSink& sink);
+enum class [[nodiscard]] SettingsResult{
+    kOk,
+    kFaulty,   ///< errors with their places: an unknown key is one
+    kNotRead,  ///< the system's reason
+};
 
-/// The same from the text of `file`.
+/// Reads the settings of the project at `dir`; without the file they are empty. All but kOk was reported.
+SettingsResult ReadProjectSettings(const std::string& dir, ProjectSettings& settings, DiagnosticSink& sink);
+
+/// The same from the text of `file`. False when it is faulty.
 bool ParseProjectSettings(std::string text, const std::string& file, ProjectSettings& settings, DiagnosticSink& sink);
 
 }  // namespace zotuning

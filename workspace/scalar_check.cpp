@@ -160,7 +160,7 @@ std::optional<Misfit> CheckInteger(const FieldDescriptor* field, const JsonValue
   return Misfit{Code::kJsonMisfit, "a whole number is expected"};
 }
 
-/// Whether a number has neither an exponent nor more digits before the point than any float can hold.
+/// Whether a number has neither an exponent nor so many digits that a float could not hold it, or take it for 0.
 bool IsShortNumber(const char* p) {
   constexpr std::ptrdiff_t kFloatDigits = 38;
   const char* begin = p;
@@ -170,7 +170,7 @@ bool IsShortNumber(const char* p) {
   if (*p == '.') {
     for (++p; ZO_TUNING::internal::IsDigit(*p);) ++p;
   }
-  return *p != 'e' && *p != 'E';
+  return p - begin <= kFloatDigits && *p != 'e' && *p != 'E';
 }
 
 std::optional<Misfit> CheckReal(const FieldDescriptor* field, const JsonValue& value) {
@@ -180,13 +180,18 @@ std::optional<Misfit> CheckReal(const FieldDescriptor* field, const JsonValue& v
                                              : "the largest double is 1.7976931348623157e308"};
   };
   if (value.is_number()) {
-    // Any number that the document accepts is a double.
-    if (!is_float || IsShortNumber(value.text())) return std::nullopt;
+    if (IsShortNumber(value.text())) return std::nullopt;
     const std::string_view raw = value.raw();
     double real = 0;
     if (ZO_TUNING::internal::ReadReal(raw.data(), &real) == nullptr) {
       std::from_chars(raw.data(), raw.data() + raw.size(), real);
     }
+    const bool is_zero = is_float ? static_cast<float>(real) == 0.0F : real == 0;
+    if (is_zero && raw.substr(0, raw.find_first_of("eE")).find_first_of("123456789") != raw.npos) {
+      return Misfit{Code::kJsonRange, "it is too small for a " + TypeName(field) + " and packed as 0"};
+    }
+    // Any other number that the document accepts is a double.
+    if (!is_float) return std::nullopt;
     // Halves that round to less than half the largest float are let through, as protobuf does it.
     const double half = std::fabs(real) * 0.5;
     if (std::fabs(real) <= FLT_MAX || (half < FLT_MAX && static_cast<float>(half) <= FLT_MAX * 0.5F)) {

@@ -6,6 +6,7 @@
 #include <array>
 #include <map>
 #include <set>
+#include <tuple>
 #include <utility>
 
 #include "files.h"
@@ -37,7 +38,9 @@ class FaultReport {
       if (const std::string file = ImportOf(fault); !file.empty()) bad_imports_[fault.file].push_back(file);
       if (!TwinOf(fault).empty()) twins_.insert(fault.file);
     }
-    for (const SchemaFault& fault : faults_) Report(fault);
+    for (const SchemaFault& fault : faults_) {
+      if (!IsOtherText(fault)) Report(fault);
+    }
     return good_;
   }
 
@@ -50,6 +53,26 @@ class FaultReport {
 
   static std::string TwinOf(const SchemaFault& fault) {
     return QuotedAfter(fault.message, "is already defined in file");
+  }
+
+  /// Whether a file is no schema as it stands, which is told once in place of what the parser makes of it.
+  bool IsOtherText(const SchemaFault& fault) {
+    const auto [known, is_new] = other_texts_.emplace(fault.file, false);
+    std::string text;
+    CollectingSink ignored;
+    if (!is_new || !ReadFile(PathOf(fault.file), text, ignored)) return known->second;
+    SchemaFault first = fault;
+    if (text.rfind("\xFF\xFE", 0) == 0 || text.rfind("\xFE\xFF", 0) == 0) {
+      first.line = first.column = 1;
+      Add(first, "the file is UTF-16 text", "save it as UTF-8");
+      known->second = true;
+    } else if (const size_t at = ("\n" + text).find("\n<<<<<<< "); at != text.npos) {
+      first.line = 1 + static_cast<int>(std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(at), '\n'));
+      first.column = 1;
+      Add(first, "a merge conflict is not resolved", "choose one version, and remove the marker lines");
+      known->second = true;
+    }
+    return known->second;
   }
 
   std::string PathOf(const std::string& file) const { return schema_.proto_dir() + "/" + file; }
@@ -141,6 +164,8 @@ class FaultReport {
   }
 
   void Add(const SchemaFault& fault, std::string message, std::string hint) {
+    // Files that import each other are loaded again for each of them.
+    if (!added_.insert({fault.file, fault.line, fault.column, message}).second) return;
     const std::string path = PathOf(fault.file);
     Diagnostic diagnostic(Code::kSchema, std::move(message), std::move(hint), DisplayPath(path));
     diagnostic.line = fault.line;
@@ -162,6 +187,8 @@ class FaultReport {
   std::map<std::string, std::vector<std::string>> bad_imports_;  ///< by the file that imports them
   std::set<std::string> twins_;                                  ///< files with types of another file
   std::set<std::pair<std::string, std::string>> told_;           ///< the file at fault, and the other one
+  std::set<std::tuple<std::string, int, int, std::string>> added_;
+  std::map<std::string, bool> other_texts_;  ///< by the file
   bool good_ = true;
 };
 

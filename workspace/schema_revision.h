@@ -32,6 +32,11 @@ class SchemaRevision {
   /// it is too deep for this thread's stack.
   const google::protobuf::Descriptor* FindType(const std::string& short_name) const;
 
+  /// The message type of a full name, for its fields alone; null when there is none.
+  const google::protobuf::Descriptor* FindFullName(const std::string& name) const {
+    return importer_.pool()->FindMessageTypeByName(name);
+  }
+
   /// The template of a type; "" when it cannot be printed.
   std::string Template(const google::protobuf::Descriptor* type);
 

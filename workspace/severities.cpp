@@ -14,8 +14,8 @@ const CodeInfo* RequireCode(const std::string& name, const std::string& file, Di
   if (const CodeInfo* info = FindCode(name)) return info;
   std::vector<std::string> names;
   for (const CodeInfo& info : kCodes) names.emplace_back(info.name);
-  sink.Report(Code::kUsage, "no code " + Quoted(name) + DidYouMean(name, names), "docs/diagnostics.md lists them",
-              file);
+  sink.Report(Code::kUsage, "no code " + Quoted(name) + DidYouMean(name, names),
+              "'zotuning check --explain all' lists them", file);
   return nullptr;
 }
 

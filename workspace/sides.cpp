@@ -371,10 +371,13 @@ class BinSide : public Side {
     bins_.push_back({std::make_unique<std::string>(std::move(bytes)), nullptr, scope, shown});
     scopes_.push_back(scope);
     BinScanner scanner(*bins_.back().bytes, project_->schema(), project_->labels(), BinScanner::Modules::kSkip);
-    while (scanner.Next()) AddItem(scanner);
-    if (scanner.fault() == nullptr) return true;
-    ReportBinFault(*scanner.fault(), shown, sink);
-    return false;
+    UnknownContent unknown;
+    while (scanner.Next()) {
+      unknown.Look(scanner);
+      if (scanner.is_version() || scanner.record().type != nullptr) AddItem(scanner);
+    }
+    if (scanner.fault() != nullptr) ReportBinFault(*scanner.fault(), *bins_.back().bytes, shown, sink);
+    return unknown.Report(*project_, shown, sink) && scanner.fault() == nullptr;
   }  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): bins_ owns the bytes
 
   /// Becomes the bin of a scope, of which AddItem adds the items. `file` has to outlive this.
@@ -399,8 +402,8 @@ class BinSide : public Side {
     std::string buffer;
     const uint64_t label_offset = record.label.offset + sizeof(record.label.length);
     if (Read(bin, label_offset, record.label.length, buffer, label)) places_.back().label = label;
-    settings_.push_back({bin.scope, record.module_name, NamesOf(*project_, record.values), bin.shown,
-                         project_->schema().FindType(record.module_name), index});
+    settings_.push_back(
+        {bin.scope, record.module_name, NamesOf(*project_, record.values), bin.shown, record.type, index});
   }
 
   size_t entries() const { return places_.size(); }
@@ -419,9 +422,13 @@ class BinSide : public Side {
 
   void ReportBadBytes(const SideEntry& entry, DiagnosticSink& sink) const override {
     const Place& place = places_[entry.index];
-    ReportBinFault({place.offset, entry.module, "a message of type " + entry.type->full_name(),
-                    std::to_string(place.length) + " bytes that are not one"},
-                   entry.path, sink);
+    const BinFault fault = {place.offset, entry.module, "a message of type " + entry.type->full_name(),
+                            std::to_string(place.length) + " bytes that are not one", place.length};
+    if (const Bin& bin = bins_[place.bin]; bin.bytes != nullptr) {
+      ReportBinFault(fault, *bin.bytes, entry.path, sink);
+    } else {
+      ReportBinFault(fault, bin.file, entry.path, sink);
+    }
   }
 
  private:
@@ -473,7 +480,7 @@ class BinFileSide : public BinSide {
     BinScanner scanner(file_.get(), project_->schema(), project_->labels(), BinScanner::Modules::kSkip);
     while (scanner.Next()) use(scanner);
     if (scanner.fault() == nullptr) return true;
-    ReportBinFault(*scanner.fault(), shown_, sink);
+    ReportBinFault(*scanner.fault(), file_.get(), shown_, sink);
     return false;
   }
 
@@ -566,7 +573,12 @@ class SideOpener::Impl {
     if (left == nullptr || right == nullptr) return false;
     RecordIndex index(right->file());
     const auto add = [&](BinFileSide& side, BinScanner& scanner) {
-      if (side.entries() < kMaxBinEntries) {
+      const bool known = scanner.is_version() || scanner.record().type != nullptr;
+      if (!known && pair.unknown.size() < kMaxBinEntries) {
+        const BinItem &label = scanner.record().label, &module = scanner.record().module;
+        const uint64_t end = module.offset + sizeof(module.length) + static_cast<uint64_t>(module.length);
+        pair.unknown.push_back({label.offset, end - label.offset, NamesOf(side.project(), scanner.record().values)});
+      } else if (known && side.entries() < kMaxBinEntries) {
         side.AddItem(scanner);
       } else {
         ++pair.unlisted;
@@ -588,6 +600,7 @@ class SideOpener::Impl {
                                if (!index.is_taken(place++)) add(*right, scanner);
                              },
                              sink);
+    pair.left_file = left->file();
     pair.left = std::move(left);
     pair.right = std::move(right);
     return scanned;

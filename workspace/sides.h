@@ -6,6 +6,8 @@
 #include <google/protobuf/message.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <memory>
 #include <string>
@@ -88,12 +90,22 @@ struct BinFile {
   std::string name;  ///< for people
 };
 
+/// A record that nothing but its label tells of.
+struct UnknownRecord {
+  uint64_t offset;
+  uint64_t size;
+  LabelNames labels;
+};
+
 /// What two bins do not have in common. Entries of either are at most kMaxBinEntries, whatever the bins hold.
 struct BinPair {
   std::unique_ptr<Side> left;
   std::unique_ptr<Side> right;
-  size_t same = 0;      ///< versions and records with the same bytes, in whatever order
-  size_t unlisted = 0;  ///< versions and records that are no entries, as there are too many
+  std::FILE* left_file = nullptr;  ///< of the left bin, whose side owns it
+  size_t same = 0;                 ///< versions and records with the same bytes, in whatever order
+  size_t unlisted = 0;             ///< versions and records that are no entries, as there are too many
+  /// Records of the left bin whose module the schema does not have; no entries either.
+  std::vector<UnknownRecord> unknown;
 };
 constexpr size_t kMaxBinEntries = 10000;
 

@@ -13,11 +13,30 @@ _zotuning_values() {
   "${@:2}" --help 2>/dev/null | sed -n "s/^  [^ ]*$1 [^ ]*:{\([^}]*\)}.*/\1/p" | tr ',' '\n'
 }
 
+# Sets words for LABEL=VALUE, which is three words here, since "=" parts words; "$@" are further labels.
+_zotuning_label_words() {
+  if [[ $current == = || $previous == = ]]; then
+    local label=$previous
+    [[ $previous != = ]] || label=${COMP_WORDS[COMP_CWORD-2]}
+    if [[ $label == sensor ]]; then
+      words="default $("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//')"
+    else
+      words=$("${tool[@]}" labels 2>/dev/null |
+        awk -v label="$label:" '/^[^ ]/ { inside = $1 == label; next } inside { print $1 }')
+    fi
+    current=${current#=}
+  else
+    words="$* $("${tool[@]}" labels 2>/dev/null | sed -n 's/^\([^ ]*\):.*/\1=/p')"
+    compopt -o nospace
+  fi
+}
+
 _zotuning() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]}
-  local tool=(zotuning) project=() command=() words='' i commands
+  local tool=(zotuning) project=() command=() words='' option='' i commands
   commands=$(_zotuning_commands zotuning)
   for ((i = 1; i < COMP_CWORD; i++)); do
+    [[ ${COMP_WORDS[i]} != -* ]] || option=${COMP_WORDS[i]}
     if [[ ${COMP_WORDS[i]} == -C ]]; then
       project=(-C "${COMP_WORDS[++i]}")
     elif grep -qxF -e "${COMP_WORDS[i]}" <<<"$commands"; then
@@ -38,6 +57,7 @@ _zotuning() {
       words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//')
       [[ $previous != --of ]] || words+=' project'
       ;;
+    --against) words="default $("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//')" ;;
     --module) words=$("${tool[@]}" modules 2>/dev/null | sed '1d; s/ .*//') ;;
     --select | --ignore | --allow | --explain)
       words=$(zotuning check --explain all | sed -n 's/^## //p')
@@ -47,6 +67,10 @@ _zotuning() {
       [[ $previous != -* ]] || words=$(_zotuning_values "$previous" zotuning "${command[@]}")
       if [[ $words ]]; then
         :
+      elif [[ $option == --where && $current != -* ]]; then
+        _zotuning_label_words sensor=
+      elif [[ ${command[*]} == 'sensors add' && $previous == --from ]]; then
+        words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//')
       elif [[ $current == -* ]]; then
         words="-C --json -v $(_zotuning_options zotuning "${command[@]}")"
       elif [[ $commands ]]; then
@@ -54,23 +78,16 @@ _zotuning() {
       else
         case ${command[*]} in
           template | 'schema json') words=$("${tool[@]}" modules 2>/dev/null | sed '1d; s/ .*//') ;;
+          labels) words=$("${tool[@]}" labels 2>/dev/null | sed -n 's/^\([^ ]*\):.*/\1/p') ;;
           help) words=$(_zotuning_commands zotuning) ;;
           tree | report | 'sensors remove' | 'sensors rename') words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//') ;;
           diff) words="default $("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//')" ;;  # or files, by default
           'version set') words=$("${tool[@]}" version list 2>/dev/null | sed '1d; s/ .*//') ;;
           new | which)
-            # LABEL=VALUE is three words here, since "=" parts words.
-            if [[ $current == = || $previous == = ]]; then
-              local label=$previous
-              [[ $previous != = ]] || label=${COMP_WORDS[COMP_CWORD-2]}
-              words=$("${tool[@]}" labels 2>/dev/null |
-                awk -v label="$label:" '/^[^ ]/ { inside = $1 == label; next } inside { print $1 }')
-              current=${current#=}
-            elif [[ $previous == which ]]; then
+            if [[ $previous == which ]]; then
               words=$("${tool[@]}" sensors 2>/dev/null | sed '1d; s/ .*//')
             else
-              words=$("${tool[@]}" labels 2>/dev/null | sed -n 's/^\([^ ]*\):.*/\1=/p')
-              compopt -o nospace
+              _zotuning_label_words
             fi
             ;;
         esac

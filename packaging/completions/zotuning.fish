@@ -27,6 +27,15 @@ function __zotuning_first_column
     zotuning (__zotuning_project) $argv 2>/dev/null | sed '1d; s/ .*//'
 end
 
+# LABEL=VALUE; of labels without names LABEL=.
+function __zotuning_labels
+    zotuning (__zotuning_project) labels 2>/dev/null |
+        awk 'function end() { if (label != "" && !named) print label }
+             /^[^ ]/ { end(); label = $1; sub(/:$/, "=", label); named = 0; next }
+             { print label $1; named = 1 }
+             END { end() }'
+end
+
 function __zotuning_words
     set -l command (__zotuning_command)
     set -l previous (commandline -opc)[-1]
@@ -41,6 +50,10 @@ function __zotuning_words
         case --of
             __zotuning_first_column sensors
             echo project
+            return
+        case --against
+            echo default
+            __zotuning_first_column sensors
             return
         case --module
             __zotuning_first_column modules
@@ -61,6 +74,16 @@ function __zotuning_words
         printf '%s\n' -C --json -v
         return
     end
+    set -l options (string match -- '-*' (commandline -opc))
+    if test "$options[-1]" = --where
+        __zotuning_labels
+        printf 'sensor=%s\n' default (__zotuning_first_column sensors)
+        return
+    end
+    if test "$command" = 'sensors add' -a "$previous" = --from
+        __zotuning_first_column sensors
+        return
+    end
     set -l names (__zotuning_commands zotuning $command)
     if test (count $names) -gt 0
         string join \n -- $names
@@ -71,13 +94,22 @@ function __zotuning_words
             __zotuning_first_column modules
         case help
             __zotuning_commands zotuning
-        case tree which report 'sensors remove' 'sensors rename'
+        case labels
+            zotuning (__zotuning_project) labels 2>/dev/null | sed -n 's/^\([^ ]*\):.*/\1/p'
+        case diff
+            echo default
+            __zotuning_first_column sensors
+            __fish_complete_path $current
+        case tree report 'sensors remove' 'sensors rename'
             __zotuning_first_column sensors
         case 'version set'
             __zotuning_first_column version list
-        case new
-            zotuning (__zotuning_project) labels 2>/dev/null |
-                awk '/^[^ ]/ { label = $1; sub(/:$/, "=", label); next } { print label $1 }'
+        case new which
+            if test "$previous" = which
+                __zotuning_first_column sensors
+            else
+                __zotuning_labels
+            end
         case '*'
             __fish_complete_path $current
     end

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "bin/wire_check.h"
 #include "schema/tuning_label.h"
 
 namespace ZO_TUNING {
@@ -49,6 +48,7 @@ BinScanner::BinScanner(std::string_view bytes, Schema& schema, const Labels& lab
 
 bool BinScanner::Next() {
   if (fault_ != nullptr) return false;
+  unknown_fields_.clear();
   if (!is_started_ && !ReadVersionCount()) return false;
   is_version_ = versions_ < version_count_;
   return is_version_ ? NextVersion() : NextRecord();
@@ -94,7 +94,10 @@ bool BinScanner::ReadItem(const std::string& name, const google::protobuf::Descr
   }
   if (type == nullptr) return true;
   item.message = schema_.NewMessage(type);
-  return item.message->ParseFromArray(item.bytes.data(), item.length) || FailMessage(name, type, item);
+  if (!item.message->ParseFromArray(item.bytes.data(), item.length)) return FailMessage(name, type, item);
+  RecordReader again(item.bytes);
+  (void)CheckWire(again, item.length, type, &unknown_fields_);
+  return true;
 }
 
 /// Passes over an item a piece at a time. With a type the bytes have to be a message of it.
@@ -103,7 +106,7 @@ bool BinScanner::PassItem(const std::string& name, const google::protobuf::Descr
   const uint64_t data_offset = reader_.offset();
   WireVerdict verdict = WireVerdict::kMessage;
   if (type != nullptr) {
-    verdict = CheckWire(reader_, item.length, type);
+    verdict = CheckWire(reader_, item.length, type, &unknown_fields_);
   } else {
     std::string_view piece;
     for (int32_t left = item.length; left > 0 && verdict == WireVerdict::kMessage; left -= kPiece) {
@@ -117,8 +120,10 @@ bool BinScanner::PassItem(const std::string& name, const google::protobuf::Descr
 }
 
 bool BinScanner::FailMessage(const std::string& name, const google::protobuf::Descriptor* type, const BinItem& item) {
-  return Fail(item.offset + sizeof(item.length), name, "a message of type " + type->full_name(),
-              Bytes(static_cast<uint64_t>(item.length)) + " that are none");
+  Fail(item.offset + sizeof(item.length), name, "a message of type " + type->full_name(),
+       Bytes(static_cast<uint64_t>(item.length)) + " that are none");
+  fault_->length = item.length;
+  return false;
 }
 
 bool BinScanner::NextVersion() {
@@ -141,20 +146,15 @@ bool BinScanner::NextRecord() {
   const bool is_set = !record_.values.empty() && record_.values[0] != kLabelNotSet;
   record_.module_name = is_set ? labels_.ModuleName(record_.values) : std::string();
   const google::protobuf::Descriptor* module_type = schema_.FindType(record_.module_name);
-  if (module_type == nullptr) {
-    const int value = record_.values.empty() ? kLabelNotSet : record_.values[0];
-    return Fail(
-        record_.label.offset, label_name, "a module with a message type",
-        record_.module_name.empty() ? "module number " + std::to_string(value) : "'" + record_.module_name + "'");
-  }
-  const std::string name = record_.module_name + " of record " + number;
-  bool checks = modules_ == Modules::kCheck;
+  record_.type = module_type;
+  const std::string name = (module_type == nullptr ? "module" : record_.module_name) + " of record " + number;
+  bool checks = modules_ == Modules::kCheck && module_type != nullptr;
   if (checks) {
     const auto [known, is_new] = can_check_.try_emplace(module_type);
     if (is_new) known->second = CanCheckWire(module_type);
     checks = known->second;
   }
-  const bool read = checks || modules_ == Modules::kSkip
+  const bool read = checks || modules_ == Modules::kSkip || module_type == nullptr
                         ? PassItem(name, checks ? module_type : nullptr, record_.module)
                         : ReadItem(name, module_type, true, record_.module);
   if (!read) return false;
@@ -169,6 +169,7 @@ bool ReadRecordAt(std::FILE* file, uint64_t offset, Schema& schema, const Labels
   RecordReader reader(file);
   const auto read = [&](const google::protobuf::Descriptor* type, BinItem& item) {
     item.offset = offset + reader.offset();
+    if (type == nullptr) return reader.ReadInt32(&item.length) == ReadStatus::kOk;
     item.message = schema.NewMessage(type);
     return reader.ReadInt32(&item.length) == ReadStatus::kOk &&
            reader.ReadBytes(item.length, &item.bytes) == ReadStatus::kOk &&
@@ -179,8 +180,8 @@ bool ReadRecordAt(std::FILE* file, uint64_t offset, Schema& schema, const Labels
     return false;
   }
   record.module_name = labels.ModuleName(record.values);
-  const google::protobuf::Descriptor* module_type = schema.FindType(record.module_name);
-  if (module_type == nullptr || !read(module_type, record.module)) return false;
+  record.type = schema.FindType(record.module_name);
+  if (!read(record.type, record.module)) return false;
   record.label.bytes = record.module.bytes = {};
   return true;
 }

@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "bin/wire_check.h"
 #include "io/record_reader.h"
 #include "schema/labels-inl.h"
 #include "schema/schema.h"
@@ -26,6 +27,7 @@ struct BinFault {
   std::string item;      ///< "length of version 0"
   std::string expected;  ///< "4 bytes"
   std::string found;     ///< "2 bytes"
+  int32_t length = -1;   ///< of bytes that are no message of their type; -1 for other faults
 };
 
 /// A length and the bytes that follow it.
@@ -40,11 +42,13 @@ struct BinRecord {
   size_t index = 0;
   BinItem label;  ///< its bytes are gone once the module is read
   std::vector<int> values;
-  std::string module_name;
+  std::string module_name;                             ///< "" when the labels have no module of that number
+  const google::protobuf::Descriptor* type = nullptr;  ///< of the module; null when the schema has none
   BinItem module;
 };
 
-/// Steps through one bin; one item is in memory at a time.
+/// Steps through one bin; one item is in memory at a time. A module that the schema does not know is passed over by
+/// its length.
 ///
 /// \code
 ///   BinScanner scanner(file, schema, labels);
@@ -57,7 +61,7 @@ class BinScanner {
  public:
   enum class Modules {
     kParse,
-    kCheck,  ///< the same faults without making messages: memory does not grow with the size of a module
+    kCheck,  ///< the same faults without making messages, and unknown fields: memory does not grow with a module
     kSkip,   ///< any bytes will do for a module
   };
 
@@ -74,6 +78,9 @@ class BinScanner {
   bool is_version() const { return is_version_; }
   BinItem& version() { return version_; }
   BinRecord& record() { return record_; }
+
+  /// What the last step met in label, version and, with kCheck, module.
+  const std::vector<UnknownField>& unknown_fields() const { return unknown_fields_; }
 
   /// Null as long as there is none.
   const BinFault* fault() const { return fault_.get(); }
@@ -109,12 +116,13 @@ class BinScanner {
   bool is_version_ = false;
   BinItem version_;
   BinRecord record_;
+  std::vector<UnknownField> unknown_fields_;
   std::unique_ptr<BinFault> fault_;
   std::map<const google::protobuf::Descriptor*, bool> can_check_;  ///< of the module types met so far
 };
 
-/// Reads the record whose label's length is at `offset` of a bin, which has to be one that BinScanner reported. False
-/// when the bin is no longer the same.
+/// Reads the record whose label's length is at `offset` of a bin, which has to be one that BinScanner reported; a
+/// module that the schema does not know is left out. False when the bin is no longer the same.
 [[nodiscard]] bool ReadRecordAt(std::FILE* file, uint64_t offset, Schema& schema, const Labels& labels,
                                 BinRecord& record);
 

@@ -63,13 +63,13 @@ size_t OpenTail(std::string_view text) {
 
 class Checker {
  public:
-  Checker(RecordReader& reader, int32_t length)
-      : reader_(reader), length_(static_cast<uint64_t>(length)), limit_(length_) {}
+  Checker(RecordReader& reader, int32_t length, std::vector<UnknownField>* unknown)
+      : reader_(reader), unknown_(unknown), length_(static_cast<uint64_t>(length)), limit_(length_) {}
 
   bool is_short() const { return is_short_; }
 
   /// The fields of a message up to the limit, or those of the group with this number up to its end; 0 for none. Of an
-  /// unknown group there is no type.
+  /// unknown group, and of a message of any type, there is no type.
   bool Fields(const Descriptor* type, uint32_t group, int depth) {
     while (offset() < limit_) {
       uint64_t tag = 0;
@@ -86,6 +86,7 @@ class Checker {
         }
         field = nullptr;
       }
+      if (field == nullptr && type != nullptr && unknown_ != nullptr) AddUnknown(*type, number);
       if (!Value(field, wire_type, number, depth)) return false;
     }
     return group == 0;
@@ -93,6 +94,12 @@ class Checker {
 
  private:
   uint64_t offset() const { return delivered_ - static_cast<uint64_t>(end_ - at_); }
+
+  void AddUnknown(const Descriptor& type, uint32_t number) {
+    const UnknownField field = {&type, number};
+    if (type.IsExtensionNumber(static_cast<int>(number)) || unknown_->size() >= kMaxUnknownFields) return;
+    if (std::find(unknown_->begin(), unknown_->end(), field) == unknown_->end()) unknown_->push_back(field);
+  }
 
   bool Value(const FieldDescriptor* field, uint32_t wire_type, uint32_t number, int depth) {
     uint64_t value = 0;
@@ -202,6 +209,7 @@ class Checker {
   }
 
   RecordReader& reader_;
+  std::vector<UnknownField>* unknown_;  ///< may be null
   const uint64_t length_;
   uint64_t limit_;
   uint64_t delivered_ = 0;      ///< by the reader
@@ -231,8 +239,9 @@ bool CanCheckWire(const Descriptor* type) {
   return true;
 }
 
-WireVerdict CheckWire(RecordReader& reader, int32_t length, const Descriptor* type) {
-  Checker checker(reader, length);
+WireVerdict CheckWire(RecordReader& reader, int32_t length, const Descriptor* type,
+                      std::vector<UnknownField>* unknown) {
+  Checker checker(reader, length, unknown);
   const int depth = google::protobuf::io::CodedInputStream::GetDefaultRecursionLimit();
   if (checker.Fields(type, 0, depth)) return WireVerdict::kMessage;
   return checker.is_short() ? WireVerdict::kNotRead : WireVerdict::kNoMessage;

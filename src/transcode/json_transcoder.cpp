@@ -102,6 +102,8 @@ const char* ReadFloat(const char* p, float* value) {
   // Protobuf compares before it rounds: what would round down to the largest float is refused.
   if (p == nullptr || real > FLT_MAX || real < -FLT_MAX) return nullptr;
   *value = static_cast<float>(real);
+  // Protobuf takes what is too small, too; whoever wrote it did not mean 0.
+  if (*value == 0.0F && real != 0.0) return nullptr;
   return p;
 }
 

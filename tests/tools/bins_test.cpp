@@ -143,6 +143,60 @@ TEST_F(PackedTest, DifferencesAreNamedWithBothValues) {
   EXPECT_EQ(differences[2]["labels"], Json({{"module", "PdCommon"}, {"mode", 9}}));
 }
 
+TEST_F(PackedTest, BinsOfAnotherSchemaAreReadByTheirLengths) {
+  const Json before = Tool("show " + bin_ + " --json").json()["result"]["records"];
+  const std::string labels = Read(At("proto/label.proto")), awb = Read(At("proto/awb.proto"));
+  Edit("proto/label.proto", "EnumTuningDataLable_Module_PdCalib = 49;", "EnumTuningDataLable_Module_PdCalib = 99;");
+  const std::string foreign =
+      "error: the bin was packed with another schema, or from another project: record 1 (module=49) is of a module that "
+      "the schema does not have";
+  Fails("show " + bin_, bin_ + ": " + foreign);
+  EXPECT_THAT(Tool("show " + bin_).out, HasSubstr("module=49                     (unknown module)\n"));
+  EXPECT_THAT(Tool("show out").out, HasSubstr("12 (another schema)\n"));
+  const Json records = Tool("show " + bin_ + " --json").json()["result"]["records"];
+  ASSERT_EQ(records.size(), before.size());
+  for (size_t i = 0; i < records.size(); ++i) {
+    Json expected = before[i];
+    if (i == 1) {
+      expected["module"] = expected["setting"] = nullptr;
+      expected["labels"]["module"] = 49;
+    }
+    EXPECT_EQ(records[i], expected);
+  }
+  const std::string place = std::to_string(records[1]["module_offset"].get<int>());
+  EXPECT_THAT(Tool("show " + bin_ + " --record 1").out, HasSubstr(" bytes at byte " + place));
+  EXPECT_THAT(Tool("show " + bin_ + " --text").out, HasSubstr("# module=49\n# unknown module: "));
+  const Ran verified = Tool("verify " + bin_);
+  EXPECT_EQ(verified.code, 1);
+  EXPECT_THAT(verified.out,
+              AllOf(HasSubstr("front.bin: 13 the same, 2 differences\n"), HasSubstr("added    module=PdCalib\n"),
+                    HasSubstr("removed  module=49 (unknown module, ")));
+  EXPECT_THAT(verified.err, HasSubstr(foreign));
+  Write(At("proto/label.proto"), labels);
+
+  // A field with another number, and one of another type.
+  Edit("proto/awb.proto", "ZO_TUNING.FloatData speed = 1;", "ZO_TUNING.FloatData speed = 7;");
+  Edit("proto/awb.proto", "uint32 fast_start_frames = 3;", "string fast_start_frames = 3;");
+  const std::string has = bin_ + ": error: record 0 (AWBCommon) has field ";
+  for (const std::string& line : {"show " + bin_, "verify " + bin_}) {
+    Fails(line, has + "1 in 'ZO_TUNING_AWB.AWBConvergence', which the schema does not know\n");
+    Fails(line, has + "3 in 'ZO_TUNING_AWB.AWBConvergence' in another form than the schema\n");
+  }
+}
+
+TEST_F(PackedTest, BinsComeFromStandardInput) {
+  const std::string bytes = Read(At(bin_));
+  Ran run = Tool("show -", {"", bytes});
+  EXPECT_EQ(run.code, 0) << run.err;
+  EXPECT_THAT(run.out, testing::StartsWith("standard input: " + std::to_string(bytes.size()) + " bytes, 2 versions"));
+  EXPECT_EQ(Tool("verify - --sensor front", {"", bytes}).code, 0);
+  run = Tool("verify - --sensor main_wide", {"", bytes});
+  EXPECT_EQ(run.code, 1);
+  EXPECT_THAT(run.out, HasSubstr("--- standard input\n"));
+  Fails("verify -", "--sensor has to say whose bin is on standard input", 2);
+  EXPECT_THAT(Tool("show -", {"", "{}"}).err, HasSubstr("standard input: error: this is a JSON file, not a bin"));
+}
+
 TEST_F(PackedTest, WhatDoesNotFitIsRefused) {
   const std::string bytes = Read(At(bin_));
   Write(At("out/zo_tuning/rear.bin"), bytes);
@@ -153,6 +207,8 @@ TEST_F(PackedTest, WhatDoesNotFitIsRefused) {
   // What is something else is called that.
   const Rows others = {
       {Read(At("default/AfCommon.json")), "this is a JSON file, not a bin"},
+      {"", "the file is empty"},
+      {"version = 3\n", "this is a text file, not a bin"},
       {Read(At("ProjConf.bin")), "this looks like the configuration of a project (ProjConf.bin)"},
   };
   for (const auto& [text, says] : others) {
@@ -160,12 +216,6 @@ TEST_F(PackedTest, WhatDoesNotFitIsRefused) {
     Fails("show " + bin_, says);
     Fails("verify out", says);
   }
-  // A bin of a project with other modules.
-  const std::string labels = Read(At("proto/label.proto"));
-  Write(At(bin_), bytes);
-  Edit("proto/label.proto", "EnumTuningDataLable_Module_PdCalib = 49;", "EnumTuningDataLable_Module_PdCalib = 99;");
-  Fails("show " + bin_, "the bin was packed with another schema, or from another project");
-  Write(At("proto/label.proto"), labels);
   std::filesystem::remove(At(bin_));
   Fails("verify out", bin_ + ": error: the bin of 'front' is missing");
   EXPECT_EQ(Tool("verify out --sensor main_wide").code, 0);

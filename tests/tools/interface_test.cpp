@@ -1,6 +1,8 @@
 // What others build on: the pages and the schema of the tool's interface, completions, and the examples in its help.
 
+#include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <set>
 #include <sstream>
 
@@ -135,7 +137,8 @@ TEST_F(InterfaceTest, ThePageOfDiagnosticsIsThatOfTheTable) {
 }
 
 TEST_F(InterfaceTest, JsonIsAsItsSchemaSays) {
-  const SchemaCheck schema(Json::parse(Source("docs/json-output.schema.json")));
+  const Json root = Json::parse(Source("docs/json-output.schema.json"));
+  const SchemaCheck schema(root);
   std::set<std::string> met;
   const auto look = [&](const std::string& line) {
     const Ran run = Tool("--json " + line);
@@ -143,27 +146,41 @@ TEST_F(InterfaceTest, JsonIsAsItsSchemaSays) {
     EXPECT_EQ(schema.Fault(output), "") << line << "\n" << run.out.substr(0, 2000);
     if (run.code == 0) met.insert(output["command"].get<std::string>());
   };
+  const Ran repository = RunProgram("bash",
+                                    {"-c",
+                                     "git init -q . && git add -A && git -c user.name=me -c user.email=me@example.org "
+                                     "commit -qm one"},
+                                    {dir_});
+  ASSERT_EQ(repository.code, 0) << repository.err;
   for (const char* line :
        {"init other --proto proto --sensor a --into made", "check", "check --explain io", "check --explain all",
         "template --all", "new --sensor front module=AfCommon mode=7", "get lens.macro_code",
         "set lens.macro_code=700 --where module=AfCommon", "fmt", "pack -o out --force", "modules", "labels", "sensors",
         "sensors add rear --from front", "sensors rename rear back", "sensors remove back --yes", "tree", "show out",
         "show out/zo_tuning/front.bin", "show out/zo_tuning/front.bin --record 1", "diff main_wide front",
-        "which main_wide module=AfCommon mode=1", "report main_wide -o page.html", "pack -o out --force", "verify out",
-        "version list", "version set AF 9", "version header", "version header --check",
+        "diff HEAD: .", "which main_wide module=AfCommon mode=1", "report main_wide -o page.html",
+        "pack -o out --force", "verify out", "set lens.macro_code=701 --where module=AfCommon --dry-run",
+        "fmt --dry-run", "migrate", "migrate --dry-run", "schema json AfLinkKeyFar", "schema json --vscode",
+        "schema compare HEAD", "version list", "version set AF 9", "version header", "version header --check",
         // Failures.
         "", "packk", "pack", "show nowhere", "modules extra", "sensors add front", "-C nowhere modules",
         "pack -o out"}) {
     look(line);
   }
+  Edit("proto/label.proto", "EnumTuningDataLable_Module_PdCalib = 49;", "EnumTuningDataLable_Module_PdCalib = 99;");
+  Edit("proto/awb.proto", "ZO_TUNING.FloatData speed = 1;", "ZO_TUNING.FloatData speed = 7;");
+  for (const char* line : {"show out/zo_tuning/front.bin", "verify out", "schema compare HEAD"}) look(line);
   Write(At("front/mode_1/AfCommon.json"), "{\"gain\": 1}");
   Write(At("front/modde_1/AfCommon.json"), "{");
   look("check");
   look("pack -o bad");
   for (const std::string& command : commands_) {
+    // Those print help alone.
+    if (command == "help" || command == "schema" || command == "version") continue;
+    EXPECT_TRUE(std::any_of(root["allOf"].begin(), root["allOf"].end(),
+                            [&](const Json& each) { return each["if"]["properties"]["command"]["const"] == command; }))
+        << "no schema of " << command;
     if (command == "report" && !has_report_) continue;
-    // Those need a repository of git.
-    if (command == "help" || command == "migrate" || command.rfind("schema", 0) == 0 || command == "version") continue;
     EXPECT_EQ(met.count(command), 1u) << "no successful run of " << command;
   }
 }
@@ -201,44 +218,100 @@ TEST_F(InterfaceTest, SarifHasWhatItsSchemaRequires) {
   }
 }
 
+/// A shell, and what completes each of its arguments: the words, and in a line of its own "==".
+struct Shell {
+  const char* name;
+  const char* script;
+  bool quotes;  ///< whether the last word of a line stands in quotes
+};
+
+const Shell kShells[] = {
+    {"bash",
+     "PATH=$PWD:$PATH; compopt() { :; }; source '" ZOTUNING_SOURCE_DIR
+     "/packaging/completions/zotuning.bash'; for line in \"$@\"; do eval \"COMP_WORDS=(zotuning $line)\"; "
+     "COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _zotuning; printf '%s\\n' \"${COMPREPLY[@]}\" ==; done",
+     true},
+    // What the shell's own functions do with the words, but for files.
+    {"zsh",
+     "PATH=$PWD:$PATH; compadd() { while [[ $1 != -a ]]; do shift; done; print -rl -- ${(M)${(P)2}:#$PREFIX*} }; "
+     "_describe() { print -rl -- ${(M)${${(P)2}%%:*}:#$PREFIX*} }; _directories() { : }; _files() { : }; "
+     "compset() { [[ $PREFIX == *=* ]] || return 1; IPREFIX=${PREFIX%%=*}=; PREFIX=${PREFIX#*=} }; "
+     "for line in \"$@\"; do eval \"words=(zotuning $line)\"; CURRENT=$#words; PREFIX=$words[-1]; source '" ZOTUNING_SOURCE_DIR
+     "/packaging/completions/_zotuning'; print ==; done",
+     true},
+    {"fish",
+     "set -x PATH $PWD $PATH; source '" ZOTUNING_SOURCE_DIR
+     "/packaging/completions/zotuning.fish'; for line in $argv; complete -C \"zotuning $line\" | string replace -r "
+     "'\\t.*' ''; echo ==; end",
+     false},
+};
+
 TEST_F(InterfaceTest, CompletionsKnowEveryCommandOptionAndValue) {
   Write(At("zotuning"), "#!/bin/sh\nexec '" ZOTUNING_TOOL "' \"$@\"\n");
   std::filesystem::permissions(At("zotuning"), std::filesystem::perms::owner_all);
-  const auto complete = [&](const std::string& words, const std::string& current) {
-    const Ran run = RunProgram("bash",
-                               {"-c",
-                                "PATH=$PWD:$PATH; compopt() { :; }; source '" ZOTUNING_SOURCE_DIR
-                                "/packaging/completions/zotuning.bash'; COMP_WORDS=(zotuning " +
-                                    words +
-                                    " \"$1\"); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _zotuning; "
-                                    "printf '%s\\n' \"${COMPREPLY[@]}\"",
-                                "-", current},
-                               {dir_});
-    EXPECT_EQ(run.err, "");
-    const Strings lines = Lines(run.out);
-    return std::set<std::string>(lines.begin(), lines.end());
+  struct Query {
+    std::string words, current;
+    Strings wanted;
+    bool is_all;  ///< nothing else may come
+  };
+  std::vector<Query> queries = {
+      {"pack --sensor", "fr", {"front"}, true},
+      {"check --select", "json-tr", {"json-trailing-comma"}, true},
+      {"sensors remove", "ma", {"main_wide"}, true},
+      {"sensors add rear --from", "fr", {"front"}, true},
+      {"report front --against", "de", {"default"}, true},
+      {"labels", "sce", {"scenario", "scene"}, true},
+      {"version set", "AW", {"AWB"}, true},
+      {"diff", "fr", {"front"}, false},
+      {"which", "fr", {"front"}, true},
   };
   for (const std::string& command : commands_) {
     const size_t space = command.rfind(' ');
     const std::string above = space == command.npos ? "" : command.substr(0, space);
-    EXPECT_EQ(complete(above, "").count(command.substr(space == command.npos ? 0 : space + 1)), 1u) << command;
+    queries.push_back({above, "", {command.substr(space == command.npos ? 0 : space + 1)}, false});
     if (command == "help") continue;
-    const std::set<std::string> options = complete(command, "-");
+    queries.push_back({command, "-", {}, false});
+    const size_t options = queries.size() - 1;
     for (const std::string& line : Lines(Tool(command + " --help").out)) {
       if (line.rfind("  -", 0) != 0) continue;
       std::istringstream names(line.substr(2, line.find_first_of(" :", 2) - 2));
-      for (std::string name; std::getline(names, name, ',');) EXPECT_EQ(options.count(name), 1u) << command << name;
+      for (std::string name; std::getline(names, name, ',');) queries[options].wanted.push_back(name);
       const size_t open = line.find(":{"), close = line.find('}');
       if (open == line.npos) continue;
-      const std::string option = line.substr(2, line.find(' ', 2) - 2);
       std::istringstream values(line.substr(open + 2, close - open - 2));
-      const std::set<std::string> known = complete(command + " " + option, "");
-      for (std::string value; std::getline(values, value, ',');) EXPECT_EQ(known.count(value), 1u) << line;
+      Query query = {command + " " + queries[options].wanted.back(), "", {}, false};
+      for (std::string value; std::getline(values, value, ',');) query.wanted.push_back(value);
+      queries.push_back(std::move(query));
     }
   }
-  EXPECT_EQ(complete("pack --sensor", "fr"), std::set<std::string>{"front"});
-  EXPECT_EQ(complete("check --select", "json-tr"), std::set<std::string>{"json-trailing-comma"});
-  EXPECT_EQ(complete("sensors remove", "ma"), std::set<std::string>{"main_wide"});
+  for (const Shell& shell : kShells) {
+    if (std::system((std::string("command -v ") + shell.name + " > /dev/null").c_str()) != 0) {
+      std::cout << "there is no " << shell.name << "\n";
+      continue;
+    }
+    // Of the arguments of bash and zsh the first is $0.
+    Strings arguments = {"-c", shell.script};
+    if (shell.quotes) arguments.emplace_back("-");
+    for (const Query& query : queries) {
+      arguments.push_back(query.words + (shell.quotes ? " '" + query.current + "'" : " " + query.current));
+    }
+    const Ran run = RunProgram(shell.name, arguments, {dir_});
+    EXPECT_EQ(run.err, "") << shell.name;
+    size_t at = 0;
+    const Strings lines = Lines(run.out);
+    for (const Query& query : queries) {
+      std::set<std::string> known;
+      for (; at < lines.size() && lines[at] != "=="; ++at) {
+        if (!lines[at].empty()) known.insert(lines[at]);
+      }
+      ++at;
+      for (const std::string& wanted : query.wanted) {
+        EXPECT_EQ(known.count(wanted), 1u) << shell.name << ": " << query.words << " lacks " << wanted;
+      }
+      if (query.is_all) EXPECT_EQ(known.size(), query.wanted.size()) << shell.name << ": " << query.words;
+    }
+    EXPECT_EQ(at, lines.size()) << shell.name;
+  }
 }
 
 TEST_F(InterfaceTest, EveryExampleOfTheHelpRuns) {

@@ -1,5 +1,6 @@
 // zotuning check: everything that is wrong with a project, in one run.
 
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 
@@ -18,6 +19,7 @@ struct Options {
   bool strict = false;
   bool template_rules = false;
   std::vector<std::string> select, ignore;
+  std::string stdin_path;
   std::string format = "text";
   std::string explain;
 };
@@ -59,7 +61,8 @@ int Explain(const std::string& name, Console& console) {
   if (info == nullptr) {
     std::vector<std::string> names;
     for (const CodeInfo& each : kCodes) names.emplace_back(each.name);
-    console.Report(Code::kUsage, "no code " + Quoted(name) + DidYouMean(name, names));
+    console.Report(Code::kUsage, "no code " + Quoted(name) + DidYouMean(name, names),
+                   "'zotuning check --explain all' lists them");
     return kMisuse;
   }
   const std::string severity = info->severity == Severity::kError ? "error" : "warning";
@@ -79,9 +82,31 @@ std::string NearestTo(const std::string& path) {
   return dir.empty() || error ? "" : canonical.string();
 }
 
-int Run(CommandContext& context, const Options& options) {
+/// The options of the check of what is on standard input; false after an error.
+bool ReadInput(Options& options, CheckOptions& check, int& code, Console& console) {
+  const bool asks = std::find(options.paths.begin(), options.paths.end(), "-") != options.paths.end();
+  code = kMisuse;
+  if (!asks && options.stdin_path.empty()) return true;
+  if (options.paths.size() != 1 || !asks || options.stdin_path.empty() || IsDirectory(options.stdin_path)) {
+    console.Report(Code::kUsage, "'-' stands alone, and --stdin-path names the file that standard input is",
+                   "zotuning check - --stdin-path main_wide/mode_0/AfCommon.json");
+    return false;
+  }
+  if (!ZO_TUNING::internal::HasSuffix(options.stdin_path, ZO_TUNING::internal::kJsonSuffix)) {
+    console.Report(Code::kUsage, "standard input can be a setting, a default or a version: a '.json' file", "",
+                   options.stdin_path);
+    return false;
+  }
+  code = kFailed;
+  options.paths = {options.stdin_path};
+  return ReadStandardInput(check.text.emplace(), console);
+}
+
+int Run(CommandContext& context, Options options) {
   Console& console = context.console;
   if (!options.explain.empty()) return Explain(options.explain, console);
+  CheckOptions check;
+  if (int code = kDone; !ReadInput(options, check, code, console)) return code;
   std::string dir = context.project_dir;
   if (dir.empty()) dir = Project::FindNearest();
   if (dir.empty() && !options.paths.empty()) dir = NearestTo(options.paths[0]);
@@ -91,7 +116,14 @@ int Run(CommandContext& context, const Options& options) {
     return kMisuse;
   }
   ProjectSettings settings;
-  if (!ReadProjectSettings(dir, settings, console)) return kMisuse;
+  switch (ReadProjectSettings(dir, settings, console)) {
+    case SettingsResult::kOk:
+      break;
+    case SettingsResult::kFaulty:
+      return kMisuse;
+    case SettingsResult::kNotRead:
+      return kFailed;
+  }
   CollectingSink found;
   SeverityFilter filter(found);
   filter.SetStrict(options.strict);
@@ -100,7 +132,6 @@ int Run(CommandContext& context, const Options& options) {
     for (const Diagnostic& diagnostic : found.diagnostics()) console.Add(diagnostic);
     return kMisuse;
   }
-  CheckOptions check;
   check.fit.template_rules = check.fit.complete_rules = options.template_rules;
   const bool checked = CheckProject(dir, options.paths, check, filter);
   const std::vector<Diagnostic>& diagnostics = found.diagnostics();
@@ -133,6 +164,7 @@ void AddCheck(CLI::App& app, CommandContext& context) {
       "  zotuning check\n"
       "  zotuning check main_wide --strict\n"
       "  zotuning check --format sarif > check.sarif\n"
+      "  zotuning check - --stdin-path main_wide/mode_0/AfCommon.json < main_wide/mode_0/AfCommon.json\n"
       "  zotuning check --explain json-missing-field",
       [&context, options] {
         if (options->format == "json") {
@@ -141,7 +173,9 @@ void AddCheck(CLI::App& app, CommandContext& context) {
         }
         return Run(context, *options);
       });
-  command->add_option("PATH", options->paths, "Files and folders to check (default: all)");
+  command->add_option("PATH", options->paths, "Files and folders to check (default: all); '-' is standard input");
+  command->add_option("--stdin-path", options->stdin_path, "The file that standard input stands for")
+      ->type_name("FILE");
   command->add_flag("--strict", options->strict, "Take warnings for errors");
   command->add_option("--select", options->select, "Only these codes")->type_name("CODE")->delimiter(',');
   command->add_option("--ignore", options->ignore, "Not these codes")->type_name("CODE")->delimiter(',');

@@ -50,7 +50,7 @@ bool ComparisonOptions(const Options& options, const Project* project, CompareSi
   if (!options.all) compare.compare.max_elements = kShownDifferences;
   if (options.has_tolerance || project == nullptr) return true;
   ProjectSettings settings;
-  const bool read = ReadProjectSettings(project->dir(), settings, sink);
+  const bool read = ReadProjectSettings(project->dir(), settings, sink) == SettingsResult::kOk;
   compare.compare.path_tolerances = std::move(settings.tolerances);
   return read;
 }

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -224,10 +225,21 @@ int Run(CommandContext& context, const Options& options) {
   for (const std::string& sensor : options.sensors) project->RequireSensor(sensor, console);
   ProjectSettings settings;
   if (!console.ok()) return kFailed;
-  if (!ReadProjectSettings(project->dir(), settings, console)) return kMisuse;
+  switch (ReadProjectSettings(project->dir(), settings, console)) {
+    case SettingsResult::kOk:
+      break;
+    case SettingsResult::kFaulty:
+      return kMisuse;
+    case SettingsResult::kNotRead:
+      return kFailed;
+  }
   filter.SetSeverities(settings.severities, DisplayPath(project->dir() + "/zotuning.json"));
   const std::string target = ResolveTarget(options.out_dir, console);
   if (target.empty()) return kFailed;
+  if (KindOf(target) == FileKind::kUnknown) {
+    ReportSystemError("look at", target, errno, console);
+    return kFailed;
+  }
   if (Exists(target)) {
     if (!options.force) {
       console.Report(Code::kExists, "the folder exists already", "--force replaces it", DisplayPath(target));

@@ -51,7 +51,8 @@ int Run(CommandContext& context, const Options& options) {
   if (!options.against.empty()) {
     against = opener.Open(options.against, console);
     ProjectSettings settings;
-    if (against == nullptr || !ReadProjectSettings(project->dir(), settings, console)) return kFailed;
+    if (against == nullptr) return kFailed;
+    if (ReadProjectSettings(project->dir(), settings, console) != SettingsResult::kOk) return kFailed;
     compare.compare.path_tolerances = std::move(settings.tolerances);
     // The page has the values themselves.
     compare.compare.max_elements = 20;

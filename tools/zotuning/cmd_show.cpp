@@ -76,13 +76,23 @@ void AddRows(BinScanner& scanner, bool offsets, LabelTexts& texts, std::vector<C
   const std::string number = std::to_string(record.index);
   if (offsets) {
     AddItem(record.label, "label of record " + number, rows);
-    AddItem(record.module, record.module_name + " of record " + number, rows);
+    AddItem(record.module, (record.type == nullptr ? "unknown module" : record.module_name) + " of record " + number,
+            rows);
     return;
   }
   const auto& [labels, setting] = texts.Of(record.values);
   const uint64_t end = record.module.offset + 4 + static_cast<uint64_t>(record.module.length);
   rows.push_back({"  " + number, std::to_string(record.label.offset), std::to_string(end - record.label.offset), labels,
-                  setting.empty() ? "-" : setting});
+                  record.type == nullptr ? "(unknown module)"
+                  : setting.empty()      ? "-"
+                                         : setting});
+}
+
+/// A module in protobuf's text form, or where its bytes are.
+std::string ModuleText(const BinRecord& record) {
+  if (record.module.message != nullptr) return MessageText(*record.module.message);
+  return "# unknown module: " + Count(static_cast<size_t>(record.module.length), "byte") + " at byte " +
+         std::to_string(record.module.offset + sizeof(record.module.length)) + "\n";
 }
 
 std::string VersionLine(const google::protobuf::Message& message) {
@@ -114,26 +124,52 @@ Json RecordJson(const Project& project, const BinRecord& record, LabelTexts& tex
           {"label_length", record.label.length},
           {"module_offset", record.module.offset + 4},
           {"module_length", record.module.length},
-          {"module", record.module_name},
+          {"module", record.module_name.empty() ? Json(nullptr) : Json(record.module_name)},
           {"labels", LabelJson(project, record.values)},
           {"values", record.values},
           {"setting", setting.empty() ? Json(nullptr) : Json(setting)}};
 }
 
 int ReportChanged(const std::string& path, Console& console) {
-  console.Report(Code::kIo, "the bin changed while it was read", "", DisplayPath(path));
+  console.Report(Code::kIo, "the bin changed while it was read", "", ShownBin(path));
   return kFailed;
 }
 
-/// Reports the fault of a bin, if any, and adds it to `object`.
-void AddFault(const BinScanner& scanner, const std::string& path, Json& object, Console& console) {
-  const BinFault* fault = scanner.fault();
-  object["fault"] = nullptr;
-  if (fault == nullptr) return;
-  object["fault"] = {
-      {"offset", fault->offset}, {"item", fault->item}, {"expected", fault->expected}, {"found", fault->found}};
-  ReportBinFault(*fault, path, console);
-}
+/// A bin that is read once, item by item.
+class Reading {
+ public:
+  Reading(std::FILE* file, Project& project)
+      : file_(file),
+        project_(project),
+        scanner_(file, project.schema(), project.labels(), BinScanner::Modules::kCheck) {}
+
+  BinScanner& scanner() { return scanner_; }
+
+  bool Next() {
+    if (!scanner_.Next()) return false;
+    unknown_.Look(scanner_);
+    return true;
+  }
+
+  /// Reports what is wrong with the bin, and adds its fault to `object`. What the bin is, for people; "" for a good
+  /// one.
+  const char* AddFault(const std::string& path, Json& object, Console& console) {
+    unknown_.Report(project_, path, console);
+    const BinFault* fault = scanner_.fault();
+    object["fault"] = nullptr;
+    if (fault == nullptr) return unknown_.any() ? " (another schema)" : "";
+    object["fault"] = {
+        {"offset", fault->offset}, {"item", fault->item}, {"expected", fault->expected}, {"found", fault->found}};
+    const Code code = ReportBinFault(*fault, file_, path, console);
+    return code == Code::kBinDamaged ? " (damaged)" : code == Code::kNotABin ? " (not a bin)" : " (another schema)";
+  }
+
+ private:
+  std::FILE* file_;
+  Project& project_;
+  BinScanner scanner_;
+  UnknownContent unknown_;
+};
 
 /// Reads the bin twice, first for faults and the widths of columns, so that no more than a record is in memory.
 int ShowTable(Project& project, const std::string& path, const Options& options, Console& console) {
@@ -146,8 +182,9 @@ int ShowTable(Project& project, const std::string& path, const Options& options,
   std::vector<Cells> rows;
   columns.Measure(heading);
   if (options.offsets) columns.Measure({"0", "4", "version count"});
-  BinScanner scanner(file.get(), project.schema(), project.labels(), BinScanner::Modules::kCheck);
-  while (scanner.Next()) {
+  Reading reading(file.get(), project);
+  BinScanner& scanner = reading.scanner();
+  while (reading.Next()) {
     if (console.json()) continue;
     rows.clear();
     AddRows(scanner, options.offsets, texts, rows);
@@ -155,8 +192,8 @@ int ShowTable(Project& project, const std::string& path, const Options& options,
   }
   Json& result = console.result();
   result = {
-      {"file", DisplayPath(path)}, {"bytes", scanner.bytes()}, {"versions", Json::array()}, {"records", Json::array()}};
-  console.Print(Printable(DisplayPath(path)) + ": " + Count(scanner.bytes(), "byte") + ", " +
+      {"file", ShownBin(path)}, {"bytes", scanner.bytes()}, {"versions", Json::array()}, {"records", Json::array()}};
+  console.Print(Printable(ShownBin(path)) + ": " + Count(scanner.bytes(), "byte") + ", " +
                 Count(scanner.versions(), "version") + ", " + Count(scanner.records(), "record") + "\n");
   // The second reading, up to where the first one came.
   const auto read_again = [&](bool versions, const auto& use) {
@@ -172,7 +209,7 @@ int ShowTable(Project& project, const std::string& path, const Options& options,
     }
   };
   if (console.json()) {
-    AddFault(scanner, path, result, console);
+    reading.AddFault(path, result, console);
     const auto stream = [&](bool versions) {
       return [&, versions](const Console::AddElement& add) {
         read_again(versions, [&](BinScanner& again) {
@@ -198,7 +235,7 @@ int ShowTable(Project& project, const std::string& path, const Options& options,
     AddRows(again, options.offsets, texts, rows);
     for (const Cells& row : rows) console.Print(columns.Line(row));
   });
-  AddFault(scanner, path, result, console);
+  reading.AddFault(path, result, console);
   return kDone;
 }
 
@@ -245,8 +282,9 @@ int ShowText(Project& project, const std::string& path, Console& console) {
   const auto file = OpenBin(path, console);
   if (file == nullptr) return kFailed;
   std::map<std::vector<int>, Offsets> places;
-  BinScanner scanner(file.get(), project.schema(), project.labels(), BinScanner::Modules::kCheck);
-  while (scanner.Next()) {
+  Reading reading(file.get(), project);
+  BinScanner& scanner = reading.scanner();
+  while (reading.Next()) {
     if (scanner.is_version()) {
       console.Print("# version\n" + MessageText(*scanner.version().message) + "\n");
     } else {
@@ -259,10 +297,10 @@ int ShowText(Project& project, const std::string& path, Console& console) {
       if (!ZO_TUNING::internal::ReadRecordAt(file.get(), next.offset(), project.schema(), project.labels(), record)) {
         return ReportChanged(path, console);
       }
-      console.Print("# " + Printable(project.LabelText(values)) + "\n" + MessageText(*record.module.message) + "\n");
+      console.Print("# " + Printable(project.LabelText(values)) + "\n" + ModuleText(record) + "\n");
     }
   }
-  AddFault(scanner, path, console.result(), console);
+  reading.AddFault(path, console.result(), console);
   return kDone;
 }
 
@@ -271,8 +309,9 @@ int ShowRecord(Project& project, const std::string& path, const Options& options
   if (file == nullptr) return kFailed;
   BinRecord found;
   bool is_found = false;
-  BinScanner scanner(file.get(), project.schema(), project.labels(), BinScanner::Modules::kCheck);
-  while (scanner.Next()) {
+  Reading reading(file.get(), project);
+  BinScanner& scanner = reading.scanner();
+  while (reading.Next()) {
     if (scanner.is_version() || scanner.record().index != static_cast<size_t>(options.record)) continue;
     is_found = true;
     found = std::move(scanner.record());
@@ -283,22 +322,25 @@ int ShowRecord(Project& project, const std::string& path, const Options& options
       return ReportChanged(path, console);
     }
     std::string text;
-    if (options.text) {
-      text = MessageText(*read.module.message);
+    const bool known = read.module.message != nullptr;
+    if (options.text || !known) {
+      text = ModuleText(read);
     } else {
       MessageJson(*read.module.message, text, console);
     }
     console.Print(text);
     LabelTexts texts(project, path);
     console.result() = RecordJson(project, found, texts);
-    console.result()["message"] = options.text ? Json(text) : Json::parse(text, nullptr, false);
+    console.result()["message"] = !known         ? Json(nullptr)
+                                  : options.text ? Json(text)
+                                                 : Json::parse(text, nullptr, false);
   }
-  AddFault(scanner, path, console.result(), console);
+  reading.AddFault(path, console.result(), console);
   if (is_found) return kDone;
   console.Report(Code::kNoRecord,
                  "the bin has no record " + std::to_string(options.record) + "; it has " +
                      Count(scanner.records(), "record") + ", counted from 0",
-                 "", DisplayPath(path));
+                 "", ShownBin(path));
   return kFailed;
 }
 
@@ -313,17 +355,18 @@ int ShowFolder(Project& project, const std::string& dir, Console& console) {
     if (!ZO_TUNING::internal::HasSuffix(name, ZO_TUNING::internal::kBinSuffix) || IsDirectory(path)) continue;
     const auto file = OpenBin(path, console);
     if (file == nullptr) continue;
-    BinScanner scanner(file.get(), project.schema(), project.labels(), BinScanner::Modules::kCheck);
-    while (scanner.Next()) {
+    Reading reading(file.get(), project);
+    while (reading.Next()) {
     }
-    rows.push_back({name, std::to_string(scanner.bytes()), std::to_string(scanner.versions()),
-                    std::to_string(scanner.records()) + (scanner.fault() != nullptr ? " (damaged)" : "")});
+    const BinScanner& scanner = reading.scanner();
     Json bin = {{"name", ScopeOf(path)},
-                {"file", DisplayPath(path)},
+                {"file", ShownBin(path)},
                 {"bytes", scanner.bytes()},
                 {"versions", scanner.versions()},
                 {"records", scanner.records()}};
-    AddFault(scanner, path, bin, console);
+    const std::string kind = reading.AddFault(path, bin, console);
+    rows.push_back({name, std::to_string(scanner.bytes()), std::to_string(scanner.versions()),
+                    std::to_string(scanner.records()) + kind});
     bins.push_back(std::move(bin));
   }
   console.Print(Table(rows));
@@ -376,9 +419,10 @@ void AddShow(CLI::App& app, CommandContext& context) {
       "  zotuning show out/zo_tuning/main_wide.bin\n"
       "  zotuning show out/zo_tuning/main_wide.bin --record 3 > record.json\n"
       "  zotuning show out/zo_tuning/main_wide.bin --offsets\n"
+      "  zotuning show - < out/zo_tuning/main_wide.bin\n"
       "  git config diff.zotuning.textconv 'zotuning show --text'",
       [&context, options] { return Run(context, *options); });
-  command->add_option("BIN", options->path, "The bin, or a folder of bins")->required();
+  command->add_option("BIN", options->path, "The bin, or a folder of bins; '-' is standard input")->required();
   command->add_option("--record", options->record, "Only the message of this record, as JSON or --text")
       ->type_name("N")
       ->check(RecordNumber());

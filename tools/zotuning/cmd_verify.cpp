@@ -8,6 +8,7 @@
 #include "bin/bin_folder.h"
 #include "command_context.h"
 #include "comparison_text.h"
+#include "workspace/bins.h"
 #include "workspace/pack.h"
 #include "workspace/sides.h"
 #include "workspace/staging_dir.h"
@@ -38,6 +39,10 @@ std::string ScopeOf(const std::string& path) {
 
 /// Lists the bins that there should be. Refuses special files, and names bins that belong to no sensor.
 bool FindBins(const Project& project, const Options& options, std::vector<Bin>& bins, Console& console) {
+  if (options.path == kStandardInput) {
+    bins = {{options.sensor, options.path}};
+    return true;
+  }
   const std::vector<std::string> scopes = project.Scopes();
   const auto report_extra = [&](const std::string& path) {
     console.Report(Code::kExtraBin, "this bin belongs to no sensor of the project",
@@ -84,12 +89,27 @@ std::unique_ptr<StagingDir> PackTree(Project& project, const std::vector<Bin>& b
   return good && listed ? std::move(staging) : nullptr;
 }
 
+/// Reports what of a bin the schema does not know.
+void ReportUnknown(Project& project, std::FILE* file, const std::string& path, Console& console) {
+  std::rewind(file);
+  BinScanner scanner(file, project.schema(), project.labels(), BinScanner::Modules::kCheck);
+  UnknownContent unknown;
+  while (scanner.Next()) unknown.Look(scanner);
+  unknown.Report(project, path, console);
+}
+
 int Run(CommandContext& context, const Options& options) {
   Console& console = context.console;
   int code = kDone;
   const std::shared_ptr<Project> project = LoadProject(context, code);
   if (project == nullptr) return code;
-  if (!options.sensor.empty() && !project->RequireSensor(options.sensor, console)) return kFailed;
+  if (options.path == kStandardInput && options.sensor.empty()) {
+    console.Report(Code::kUsage, "--sensor has to say whose bin is on standard input",
+                   "'default' stands for that of the defaults");
+    return kMisuse;
+  }
+  if (!options.sensor.empty() && options.sensor != kDefaultScope && !project->RequireSensor(options.sensor, console))
+    return kFailed;
   std::vector<Bin> bins;
   if (!FindBins(*project, options, bins, console)) return kFailed;
   const auto staging = PackTree(*project, bins, console);
@@ -106,13 +126,13 @@ int Run(CommandContext& context, const Options& options) {
   Json results = Json::array();
   size_t different = 0;
   for (const Bin& bin : bins) {
-    if (!Exists(bin.path)) {
-      console.Report(Code::kMissingBin, "the bin of " + Quoted(bin.scope) + " is missing", "", DisplayPath(bin.path));
+    if (bin.path != kStandardInput && !Exists(bin.path)) {
+      console.Report(Code::kMissingBin, "the bin of " + Quoted(bin.scope) + " is missing", "", ShownBin(bin.path));
       continue;
     }
     BinPair pair;
     const BinFile packed{BinPath(staging->path(), bin.scope), "the tree"};
-    if (!opener.OpenBinPair({bin.path, DisplayPath(bin.path)}, packed, bin.scope, pair, console)) continue;
+    if (!opener.OpenBinPair({bin.path, ShownBin(bin.path)}, packed, bin.scope, pair, console)) continue;
     std::string lines;
     Json differences = Json::array();
     SidesComparison comparison;
@@ -124,11 +144,27 @@ int Run(CommandContext& context, const Options& options) {
       }
     };
     if (!CompareSides(*pair.left, *pair.right, compare, add, comparison, console)) continue;
-    const size_t same = pair.same + comparison.same, found = comparison.different + pair.unlisted;
+    for (const UnknownRecord& record : pair.unknown) {
+      const std::string where = std::to_string(record.size) + " bytes at byte " + std::to_string(record.offset);
+      lines += "removed  " + Printable(LabelText(record.labels)) + " (unknown module, " + where + ")\n";
+      if (!console.json()) continue;
+      Json labels = Json::object();
+      for (const auto& [name, value] : record.labels) labels[name] = value;
+      differences.push_back({{"kind", "removed"},
+                             {"scope", bin.scope},
+                             {"labels", std::move(labels)},
+                             {"left", ShownBin(bin.path)},
+                             {"right", nullptr},
+                             {"offset", record.offset},
+                             {"length", record.size}});
+    }
+    const size_t same = pair.same + comparison.same;
+    const size_t found = comparison.different + pair.unlisted + pair.unknown.size();
     if (pair.unlisted > 0) lines += "and " + std::to_string(pair.unlisted) + " more\n";
     console.Print(Printable(bin.scope) + ".bin: " + std::to_string(same) + " the same, " + Count(found, "difference") +
                   "\n");
-    if (found > 0) console.Print(HeadText(DisplayPath(bin.path), packed.name, form.colour) + lines);
+    if (found > 0) console.Print(HeadText(ShownBin(bin.path), packed.name, form.colour) + lines);
+    if (found > 0) ReportUnknown(*project, pair.left_file, bin.path, console);
     different += found;
     results.push_back(
         {{"name", bin.scope}, {"same", same}, {"different", found}, {"differences", std::move(differences)}});
@@ -136,7 +172,7 @@ int Run(CommandContext& context, const Options& options) {
   console.result()["bins"] = std::move(results);
   if (different > 0) {
     console.Report(Code::kDiffers, "the bins do not match the tree: " + Count(different, "difference"),
-                   "'zotuning pack' renews them", DisplayPath(options.path));
+                   "'zotuning pack' renews them", ShownBin(options.path));
   }
   return kDone;
 }
@@ -153,9 +189,10 @@ void AddVerify(CLI::App& app, CommandContext& context) {
                  "Examples:\n"
                  "  zotuning verify out/zo_tuning\n"
                  "  zotuning verify out/zo_tuning --sensor main_wide --json\n"
-                 "  zotuning verify out/zo_tuning/front.bin --all",
+                 "  zotuning verify out/zo_tuning/front.bin --all\n"
+                 "  zotuning verify - --sensor front < out/zo_tuning/front.bin",
                  [&context, options] { return Run(context, *options); });
-  command->add_option("PATH", options->path, "The folder of bins, or one bin")->required();
+  command->add_option("PATH", options->path, "The folder of bins, or one bin; '-' is standard input")->required();
   command
       ->add_option("--sensor", options->sensor, "Only default.bin and the bin of this sensor; of one bin, whose it is")
       ->type_name("S");

@@ -1,6 +1,7 @@
 // zotuning version: the version files of the project, and the header that is generated from them.
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 
 #include "command_context.h"
@@ -157,9 +158,11 @@ int Header(CommandContext& context, bool check) {
   int code = kDone;
   const auto project = LoadProject(context, code);
   if (project == nullptr) return code;
-  // Beside the schema's folder, wherever that is linked to.
-  const std::string path = project->layout().HeaderPath();
   const std::string shown = DisplayPath(project->dir() + "/src/ZoTuningVersion.h");
+  // Beside the schema's folder, wherever that is linked to.
+  std::error_code error;
+  const std::string linked = project->layout().HeaderPath();
+  const std::string path = std::filesystem::equivalent(linked, shown, error) ? shown : linked;
   std::vector<VersionFile> files;
   std::string found;
   if (!CheckHeader(*project, path, files, found, console)) return kFailed;
