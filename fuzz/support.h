@@ -26,6 +26,16 @@ inline void Require(bool holds, const char* promise) {
 /// Which of `count` ways an input goes, where each run takes one of them.
 inline size_t Way(std::string_view bytes, size_t count) { return std::hash<std::string_view>()(bytes) % count; }
 
+/// Whether an input is among those that a check is made for that takes far longer than the others: in the fuzzer one in
+/// `count`, in the tests all.
+inline bool IsChosen(std::string_view bytes, [[maybe_unused]] size_t count) {
+#ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
+  return Way(bytes, count) == 0;
+#else
+  return !bytes.empty();
+#endif
+}
+
 /// `bytes` as C would spell them.
 std::string Escaped(std::string_view bytes);
 

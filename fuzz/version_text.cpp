@@ -50,8 +50,10 @@ class Target {
       name = text.substr(0, text.find('=')).c_str();
       version = text.find('=') == std::string::npos ? "" : text.substr(text.find('=') + 1).c_str();
     }
-    WriteFiles(texts);
     for (const std::string& text : texts) CheckScan(text);
+    CheckBlock(header, texts);
+    if (!zofuzz::IsChosen(input, 64)) return;
+    WriteFiles(texts);
     CheckHeader(header);
     CheckMessages();
     CheckSet(name, version);
@@ -77,6 +79,19 @@ class Target {
       const std::string& value = versions[i];
       Require(value.size() <= 1023 && value.find('"') == std::string::npos, "a value ends at a quote or is cut");
       Require(text.find(value) != std::string::npos, "a value stands in the text");
+    }
+    zofuzz::TakeLog();
+  }
+
+  static void CheckBlock(const std::string& header, const Strings& texts) {
+    Strings versions;
+    for (const std::string& text : texts) ZO_TUNING::PARSE_VERSION_FROM_STR(text, versions);
+    std::string block = header;
+    const bool made = ZO_TUNING::CONSIST_VERSION_TO_STR(block, versions);
+    Require(made == (!header.empty() && !versions.empty()), "a block needs a header and versions");
+    Require(block.compare(0, header.size(), header) == 0, "a block comes after the header");
+    for (const std::string& version : versions) {
+      Require(!made || block.find(version, header.size()) != std::string::npos, "a block has the versions");
     }
     zofuzz::TakeLog();
   }

@@ -25,7 +25,7 @@ char g_call[16];
 std::atomic<long> g_nth{0}, g_calls{0};
 const char* g_fired_file;
 
-bool g_unknown_kinds, g_no_flags, g_no_rename, g_has_fixed;
+bool g_unknown_kinds, g_no_flags, g_no_links, g_no_rename, g_has_fixed;
 struct stat g_fixed;           // the directory that cannot be renamed
 std::atomic<long> g_room{-1};  // bytes until the disk is full; below 0 without end
 
@@ -95,6 +95,7 @@ __attribute__((constructor)) void ArmByEnvironment() {
   if (const char* disk = std::getenv("FAIL_DISK")) {
     g_unknown_kinds = std::strstr(disk, "unknown") != nullptr;
     g_no_flags = std::strstr(disk, "noexchange") != nullptr;
+    g_no_links = std::strstr(disk, "nolinks") != nullptr;
     g_no_rename = std::strstr(disk, "exdev") != nullptr;
   }
 }
@@ -209,6 +210,11 @@ extern "C" int rename(const char* from, const char* to) {
   REAL(rename);
   if (Hit("rename", EIO)) return -1;
   return Unrenamable(from) ? (errno = EXDEV, -1) : real(from, to);
+}
+extern "C" int link(const char* from, const char* to) {
+  REAL(link);
+  if (Hit("link", EMLINK)) return -1;
+  return g_no_links ? (errno = EPERM, -1) : real(from, to);
 }
 extern "C" int renameat2(int d, const char* from, int e, const char* to, unsigned flags) {
   REAL(renameat2);

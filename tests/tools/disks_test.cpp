@@ -20,6 +20,7 @@ namespace fs = std::filesystem;
 const char* const kWriting[] = {
     "pack -o new/place",
     "pack -o out --force",
+    "pack -o out --sensor front --force",
     "version set AF 9.9",
     "version header",
     "template AfCommon --force",
@@ -96,7 +97,10 @@ class DisksTest : public PackedTest {
 };
 
 TEST_F(DisksTest, KindsOfEntriesAndWaysToRenameThatAreMissing) {
-  Sweep({{{"FAIL_DISK", "unknown"}}, {{"FAIL_DISK", "noexchange"}}, {{"FAIL_EXDEV", At("out/zo_tuning")}}});
+  Sweep({{{"FAIL_DISK", "unknown"}},
+         {{"FAIL_DISK", "noexchange"}},
+         {{"FAIL_DISK", "nolinks"}},
+         {{"FAIL_EXDEV", At("out/zo_tuning")}}});
   EXPECT_EQ(failed_, 0u);
   Sweep({{{"FAIL_DISK", "exdev"}}});
   EXPECT_GE(failed_, 9u);
