@@ -167,16 +167,20 @@ void UnknownContent::Look(BinScanner& scanner) {
   }
 }
 
+bool UnknownContent::ReportModules(const Project& project, const std::string& path, DiagnosticSink& sink) const {
+  if (modules_ == 0) return true;
+  std::string message = std::string(kForeign) + ": record " + std::to_string(first_module_) + " (" +
+                        project.LabelText(first_values_) + ")";
+  if (modules_ > 1) message += " and " + Count(modules_ - 1, "other record");
+  sink.Report(Code::kForeignBin,
+              message + (modules_ > 1 ? " are of modules that the schema does not have"
+                                      : " is of a module that the schema does not have"),
+              kForeignHint, ShownBin(path));
+  return false;
+}
+
 bool UnknownContent::Report(const Project& project, const std::string& path, DiagnosticSink& sink) const {
-  if (modules_ > 0) {
-    std::string message = std::string(kForeign) + ": record " + std::to_string(first_module_) + " (" +
-                          project.LabelText(first_values_) + ")";
-    if (modules_ > 1) message += " and " + Count(modules_ - 1, "other record");
-    sink.Report(Code::kForeignBin,
-                message + (modules_ > 1 ? " are of modules that the schema does not have"
-                                        : " is of a module that the schema does not have"),
-                kForeignHint, ShownBin(path));
-  }
+  (void)ReportModules(project, path, sink);
   for (const auto& [unknown, item, others] : fields_) {
     const bool is_known = unknown.type->FindFieldByNumber(static_cast<int>(unknown.number)) != nullptr;
     sink.Report(Code::kUnknownField,

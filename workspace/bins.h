@@ -43,7 +43,10 @@ class UnknownContent {
 
   bool any() const { return modules_ > 0 || !fields_.empty(); }
 
-  /// Reports modules in one error, and fields in one for each number of a type. False when there are any.
+  /// Reports the modules, in one error. False when there are any.
+  bool ReportModules(const Project& project, const std::string& path, DiagnosticSink& sink) const;
+
+  /// Reports modules, and fields in one error for each number of a type. False when there are any.
   bool Report(const Project& project, const std::string& path, DiagnosticSink& sink) const;
 
  private:

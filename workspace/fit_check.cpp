@@ -86,8 +86,9 @@ class FitWalk {
       const JsonValue value = member.value();
       const PathFrame here = PathFrame::Member(at, key);
       if (seen.Test(index)) AddSameField(object, member, key, type, index, here);
-      if (!usual && options_.completeness &&
-          (key != field.name() || member.raw_key().find('\\') != std::string_view::npos)) {
+      // With its quotes a key without escapes is two longer.
+      const bool escaped = member.raw_key().size() > key.size() + 2;
+      if (options_.completeness && (escaped || (!usual && key != field.name()))) {
         CheckOtherName(member, field, here, place);
       }
       seen.Set(index);

@@ -19,10 +19,12 @@ const char* HintAt(const char* p) {
   if (StartsWith(p, "\xC2\xA0") || StartsWith(p, "\xE2\x80\x8B") || StartsWith(p, "\xEF\xBB\xBF")) {
     return "there is an invisible character here that is not a space in JSON";
   }
-  if (StartsWith(p, "\xE2\x80\x9C") || StartsWith(p, "\xE2\x80\x9D") || StartsWith(p, "\xE2\x80\x9E")) {
+  if (StartsWith(p, "\xE2\x80\x9C") || StartsWith(p, "\xE2\x80\x9D") || StartsWith(p, "\xE2\x80\x9E") || *p == '`') {
     return "use straight double quotes";
   }
   if (StartsWith(p, "\xE2\x88\x92") || StartsWith(p, "\xE2\x80\x93")) return "use the hyphen '-' as the minus sign";
+  if (*p == ';') return "parts are separated by commas";
+  if (*p == '=') return "write a colon between key and value";
   if (StartsWith(p, "\xEF\xBC")) return "this is a character of double width; use the plain one";
   return "";
 }
@@ -224,8 +226,12 @@ void JsonReader::BadKey() {
     const char* end = FindNumberEnd(p_);
     const char* begin = text_ + tape_[tape_size_ - 1];
     const std::string whole(begin, static_cast<size_t>(comma_ - begin));
+    const std::string rest(p_, static_cast<size_t>(end - p_));
+    constexpr std::ptrdiff_t kGroup = 3;  // digits between the commas of a large number
     Fail(Code::kJsonDecimalComma, begin, end, "the comma ends the number " + whole,
-         "write a decimal point: " + whole + '.' + std::string(p_, static_cast<size_t>(end - p_)));
+         end - p_ == kGroup
+             ? "write a decimal point, " + whole + '.' + rest + ", or the digits without a comma, " + whole + rest
+             : "write a decimal point: " + whole + '.' + rest);
     p_ = end;
     expect_ = Expect::kSeparator;
     return;

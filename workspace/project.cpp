@@ -287,6 +287,7 @@ bool Project::CheckConfig(const LoadResult& loaded, DiagnosticSink& sink) const 
                   "it needs string proj_name and repeated string sensor_names", DisplayPath(layout_.ProtoDir()));
       return false;
   }
+  if (IsDirectory(path)) return ReportSystemError("read", path, EISDIR, sink);
   // Reading takes an empty file, one cut within its first length and a failed read for a project without sensors.
   if (name().empty() && sensors().empty()) {
     sink.Report(Code::kProjectConfig, "the project configuration is empty or cannot be read",

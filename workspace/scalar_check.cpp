@@ -173,11 +173,20 @@ bool IsShortNumber(const char* p) {
   return p - begin <= kFloatDigits && *p != 'e' && *p != 'E';
 }
 
+/// Whether a number that is not 0 is read as 0.
+bool BecomesZero(std::string_view text, double real, bool is_float) {
+  if (is_float ? static_cast<float>(real) != 0.0F : real != 0) return false;
+  return text.substr(0, text.find_first_of("eE")).find_first_of("123456789") != std::string_view::npos;
+}
+
 std::optional<Misfit> CheckReal(const FieldDescriptor* field, const JsonValue& value) {
   const bool is_float = field->cpp_type() == FieldDescriptor::CPPTYPE_FLOAT;
   const auto too_large = [&] {
     return Misfit{Code::kJsonRange, is_float ? "the largest float is 3.4028235e38; \"Infinity\" is accepted"
                                              : "the largest double is 1.7976931348623157e308"};
+  };
+  const auto too_small = [&] {
+    return Misfit{Code::kJsonRange, "it is too small for a " + TypeName(field) + " and packed as 0"};
   };
   if (value.is_number()) {
     if (IsShortNumber(value.text())) return std::nullopt;
@@ -186,10 +195,7 @@ std::optional<Misfit> CheckReal(const FieldDescriptor* field, const JsonValue& v
     if (ZO_TUNING::internal::ReadReal(raw.data(), &real) == nullptr) {
       std::from_chars(raw.data(), raw.data() + raw.size(), real);
     }
-    const bool is_zero = is_float ? static_cast<float>(real) == 0.0F : real == 0;
-    if (is_zero && raw.substr(0, raw.find_first_of("eE")).find_first_of("123456789") != raw.npos) {
-      return Misfit{Code::kJsonRange, "it is too small for a " + TypeName(field) + " and packed as 0"};
-    }
+    if (BecomesZero(raw, real, is_float)) return too_small();
     // Any other number that the document accepts is a double.
     if (!is_float) return std::nullopt;
     // Halves that round to less than half the largest float are let through, as protobuf does it.
@@ -211,6 +217,7 @@ std::optional<Misfit> CheckReal(const FieldDescriptor* field, const JsonValue& v
     return Misfit{Code::kJsonMisfit, "a number is expected"};
   }
   if (!(std::fabs(real) <= (is_float ? double{FLT_MAX} : DBL_MAX))) return too_large();
+  if (text.find_first_of("xX") == std::string::npos && BecomesZero(text, real, is_float)) return too_small();
   return Misfit{Code::kJsonStringForNumber, "remove the quotes"};
 }
 

@@ -67,7 +67,9 @@ bool WriteList(Project& project, const std::vector<std::string>& sensors, Diagno
 bool IsNew(const Project& project, const std::string& name, DiagnosticSink& sink) {
   if (!CheckSensorName(name, project.labels().names(), Code::kUsage, sink)) return false;
   const std::vector<std::string>& sensors = project.sensors();
-  if (std::find(sensors.begin(), sensors.end(), name) == sensors.end()) return true;
+  if (std::find(sensors.begin(), sensors.end(), name) == sensors.end()) {
+    return RefuseSpecialFile(project.layout().ScopeDir(name), sink);
+  }
   sink.Report(Code::kExists, "the project has a sensor " + Quoted(name) + " already", "'zotuning sensors' lists them");
   return false;
 }

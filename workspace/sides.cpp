@@ -377,7 +377,7 @@ class BinSide : public Side {
       if (scanner.is_version() || scanner.record().type != nullptr) AddItem(scanner);
     }
     if (scanner.fault() != nullptr) ReportBinFault(*scanner.fault(), *bins_.back().bytes, shown, sink);
-    return unknown.Report(*project_, shown, sink) && scanner.fault() == nullptr;
+    return unknown.ReportModules(*project_, shown, sink) && scanner.fault() == nullptr;
   }  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): bins_ owns the bytes
 
   /// Becomes the bin of a scope, of which AddItem adds the items. `file` has to outlive this.

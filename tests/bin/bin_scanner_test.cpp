@@ -74,9 +74,9 @@ TEST_F(BinScannerTest, NamesTheFirstFault) {
              "8 version 0: expected a message of type ZO_TUNING.Version, found 1 byte that are none"},
             {I32(0) + "abc", "4 length of label of record 0: expected 4 bytes, found 3 bytes"},
             {I32(0) + Item(LabelBytes({99})) + I32(-3),
-             "78 length of module of record 0: expected a length from 0 on, found -3"},
+             "87 length of module of record 0: expected a length from 0 on, found -3"},
             {I32(0) + Item(LabelBytes({kGhost})) + I32(9) + "ab",
-             "82 module of record 0: expected 9 bytes, found 2 bytes"},
+             "91 module of record 0: expected 9 bytes, found 2 bytes"},
             {I32(0) + label, offset + " length of AWGain of record 0: expected 4 bytes, found the bin ends"}}) {
     EXPECT_THAT(Scan(bytes), ElementsAre(fault));
   }

@@ -151,7 +151,7 @@ TEST_F(PackedTest, BinsOfAnotherSchemaAreReadByTheirLengths) {
       "error: the bin was packed with another schema, or from another project: record 1 (module=49) is of a module that "
       "the schema does not have";
   Fails("show " + bin_, bin_ + ": " + foreign);
-  EXPECT_THAT(Tool("show " + bin_).out, HasSubstr("module=49                     (unknown module)\n"));
+  EXPECT_THAT(Tool("show " + bin_).out, testing::ContainsRegex("module=49 +\\(unknown module\\)\n"));
   EXPECT_THAT(Tool("show out").out, HasSubstr("12 (another schema)\n"));
   const Json records = Tool("show " + bin_ + " --json").json()["result"]["records"];
   ASSERT_EQ(records.size(), before.size());
@@ -176,7 +176,7 @@ TEST_F(PackedTest, BinsOfAnotherSchemaAreReadByTheirLengths) {
 
   // A field with another number, and one of another type.
   Edit("proto/awb.proto", "ZO_TUNING.FloatData speed = 1;", "ZO_TUNING.FloatData speed = 7;");
-  Edit("proto/awb.proto", "uint32 fast_start_frames = 3;", "string fast_start_frames = 3;");
+  Edit("proto/awb.proto", "uint32 fast_start_frames = 3;", "fixed32 fast_start_frames = 3;");
   const std::string has = bin_ + ": error: record 0 (AWBCommon) has field ";
   for (const std::string& line : {"show " + bin_, "verify " + bin_}) {
     Fails(line, has + "1 in 'ZO_TUNING_AWB.AWBConvergence', which the schema does not know\n");

@@ -98,7 +98,7 @@ TEST_F(ToolTest, DefaultsAreAsNeededAsSensors) {
   const std::string long_name(300, 'x');
   for (const std::string& line :
        {"check " + long_name, "pack -o " + long_name, "show " + long_name, "verify " + long_name,
-        "new --sensor front module=AfCommon --from " + long_name + ".json", "sensors add " + long_name,
+        "new --sensor front module=AfCommon --from " + long_name + "/AfCommon.json", "sensors add " + long_name,
         "init p --proto proto --sensor a --into " + long_name}) {
     EXPECT_THAT(Tool(line).err, HasSubstr("File name too long")) << line;
   }

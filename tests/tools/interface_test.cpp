@@ -237,7 +237,7 @@ const Shell kShells[] = {
      "_describe() { print -rl -- ${(M)${${(P)2}%%:*}:#$PREFIX*} }; _directories() { : }; _files() { : }; "
      "compset() { [[ $PREFIX == *=* ]] || return 1; IPREFIX=${PREFIX%%=*}=; PREFIX=${PREFIX#*=} }; "
      "for line in \"$@\"; do eval \"words=(zotuning $line)\"; CURRENT=$#words; PREFIX=$words[-1]; source '" ZOTUNING_SOURCE_DIR
-     "/packaging/completions/_zotuning'; print ==; done",
+     "/packaging/completions/_zotuning'; print -- '=='; done",
      true},
     {"fish",
      "set -x PATH $PWD $PATH; source '" ZOTUNING_SOURCE_DIR
@@ -308,7 +308,9 @@ TEST_F(InterfaceTest, CompletionsKnowEveryCommandOptionAndValue) {
       for (const std::string& wanted : query.wanted) {
         EXPECT_EQ(known.count(wanted), 1u) << shell.name << ": " << query.words << " lacks " << wanted;
       }
-      if (query.is_all) EXPECT_EQ(known.size(), query.wanted.size()) << shell.name << ": " << query.words;
+      if (query.is_all) {
+        EXPECT_EQ(known.size(), query.wanted.size()) << shell.name << ": " << query.words;
+      }
     }
     EXPECT_EQ(at, lines.size()) << shell.name;
   }

@@ -84,6 +84,7 @@ const Mistake kMistakes[] = {
     {"", R"("value": 0.12)", R"("value": 1e39)", "json-range", 68, 13},
     {"", R"("value": 0.12)", R"("value": 1e-50)", "json-range", 68, 13},
     {"", R"("value": 0.12)", R"("value": -1e-400)", "json-range", 68, 13},
+    {"", R"("value": 0.12)", R"("value": "1e-50")", "json-range", 68, 13},
     {"", R"("value": 0.12)", "\"value\": \342\210\2220.12", "json-syntax", 68, 13},
     {"", "AF_SEARCH_HILL_CLIMB", "AF_SEARCH_HILL_CLIM", "json-enum", 2, 22},
     {"", "AF_SEARCH_HILL_CLIMB", "nothing of the kind", "json-enum", 2, 22},

@@ -296,12 +296,12 @@ int Run(CommandContext& context, const Options& options) {
     return kMisuse;
   }
   const ProjectLayout layout(options.into + "/" + options.name);
+  if (!RefuseSpecialFile(layout.ConfigPath(), console)) return kFailed;
   if (Exists(layout.ConfigPath()) && !options.force) {
     console.Report(Code::kExists, Quoted(DisplayPath(layout.dir())) + " is a project already; it is kept",
                    "--force adds the sensors that it lacks");
     return kFailed;
   }
-  if (!RefuseSpecialFile(layout.ConfigPath(), console)) return kFailed;
   const auto schema = LoadUsableSchema(options, console);
   std::vector<NewFile> copies;
   bool has_version = false;

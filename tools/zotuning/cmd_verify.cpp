@@ -43,6 +43,7 @@ bool FindBins(const Project& project, const Options& options, std::vector<Bin>& 
     bins = {{options.sensor, options.path}};
     return true;
   }
+  if (!RefuseSpecialFile(options.path, console)) return false;
   const std::vector<std::string> scopes = project.Scopes();
   const auto report_extra = [&](const std::string& path) {
     console.Report(Code::kExtraBin, "this bin belongs to no sensor of the project",

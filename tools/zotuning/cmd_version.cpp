@@ -97,6 +97,7 @@ int Set(CommandContext& context, const std::string& name, const std::string& ver
   int code = kDone;
   const auto project = LoadProject(context, code);
   if (project == nullptr) return code;
+  if (!of.empty() && of != ScopeName(kDefaultScope) && !project->RequireSensor(of, console)) return kFailed;
   std::vector<VersionFile> files;
   bool good = true;
   for (const std::string& scope : project->Scopes()) {
