@@ -1,5 +1,5 @@
 /// \file
-/// Whether bytes are a message of a type, without making the message. Memory does not grow with the bytes.
+/// Whether bytes are a message of a type, without creating the message. Memory does not grow with the bytes.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
@@ -11,8 +11,8 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// Whether CheckWire can judge messages of a type. It cannot where a verdict depends on more than the bytes at hand: on
-/// required fields, extensions or message sets, in the type itself or in one that it holds.
+/// Whether CheckWire can check messages of a type. It cannot if the result depends on more than the bytes at hand: on
+/// required fields, extensions or message sets, in the type itself or in a type that it contains.
 bool CanCheckWire(const google::protobuf::Descriptor* type);
 
 enum class WireVerdict {
@@ -21,8 +21,8 @@ enum class WireVerdict {
   kNotRead,  ///< the reader ended within the bytes
 };
 
-/// Whether the next `length` bytes of `reader` are a message of `type`: the verdict of protobuf's ParseFromArray. All
-/// of them are read when they are. CanCheckWire has to be true of the type.
+/// Whether the next `length` bytes of `reader` are a message of `type`: the result of protobuf's ParseFromArray. If so,
+/// all of them have been read. Requires CanCheckWire(type).
 WireVerdict CheckWire(RecordReader& reader, int32_t length, const google::protobuf::Descriptor* type);
 
 }  // namespace internal
