@@ -15,10 +15,10 @@ using ZO_TUNING::internal::BinItem;
 using ZO_TUNING::internal::BinRecord;
 using ZO_TUNING::internal::BinScanner;
 
-/// Opens a bin for reading; null after one error, special files among the reasons.
+/// Opens a bin for reading; null after one error, also for special files.
 ZO_TUNING::internal::UniqueFile OpenBin(const std::string& path, DiagnosticSink& sink);
 
-/// Reports where the bin at `path` breaks.
+/// Reports where the bin at `path` is damaged.
 void ReportBinFault(const BinFault& fault, const std::string& path, DiagnosticSink& sink);
 
 }  // namespace zotuning

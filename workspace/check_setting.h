@@ -1,5 +1,5 @@
 /// \file
-/// Whether a JSON text can be packed as a message type: protobuf's verdict, and the reasons in the workspace's words.
+/// Whether a JSON text can be packed as a message type: protobuf's result, with the reasons as diagnostics.
 #pragma once
 
 #include <google/protobuf/message.h>
@@ -11,22 +11,22 @@
 
 namespace zotuning {
 
-/// Whether every field of the type has to be spelled out, as packing demands of settings.
+/// Whether every field of the type must be spelled out, as packing requires of settings.
 enum class Fields { kAll, kAny };
 
-/// Why packing refuses a text in which the name of a field does not occur.
+/// Why packing rejects a text that does not contain the name of a field.
 std::string MissingNameText(const std::string& name);
 
-/// Reports why `text`, the content of `file`, does not fit `type`: all faults by structure. `refusal` is protobuf's own
-/// sentence, which stands in where they show nothing; "" for a text that protobuf takes. False after an error.
+/// Reports all reasons why `text`, the contents of `file`, does not fit `type`. `refusal` is protobuf's own message,
+/// used if the structure shows no fault; "" for a text that protobuf accepts. False after an error.
 bool ExplainText(const std::string& file, std::string text, const google::protobuf::Descriptor* type, Fields fields,
                  const std::string& refusal, DiagnosticSink& sink);
 
-/// Parses `text`, the content of `file`, into `message`. False after errors that say why it does not fit.
+/// Parses `text`, the contents of `file`, into `message`. False after errors that say why it does not fit.
 bool ParseJson(const std::string& file, const std::string& text, google::protobuf::Message* message,
                DiagnosticSink& sink);
 
-/// Whether `text` fits `type` and names what packing asks for. False after errors.
+/// Whether `text` fits `type` and mentions the fields that packing requires. False after errors.
 bool CheckSettingText(Schema& schema, const std::string& file, const std::string& text,
                       const google::protobuf::Descriptor* type, Fields fields, DiagnosticSink& sink);
 

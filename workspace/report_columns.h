@@ -23,17 +23,16 @@
 
 namespace zotuning {
 
-/// Values of one field: those of a scalar over many settings, or the elements of a list.
+/// Values of one field: those of a scalar in many settings, or the elements of a list.
 class ReportColumn {
  public:
-  /// Appends the value of a field that holds no messages, or one of its elements. Every call is for a field of one
-  /// type.
+  /// Appends the value of a non-message field, or one of its elements. All calls must be for fields of the same type.
   void Append(const google::protobuf::Message& message, const google::protobuf::FieldDescriptor* field);
   void AppendElement(const google::protobuf::Message& message, const google::protobuf::FieldDescriptor* field,
                      int index);
 
   size_t size() const { return texts_.size() + numbers_.size() + reals_.size(); }
-  /// Of those from `begin` on, how many numbers are not within the range, infinities and NaN among them.
+  /// How many numbers from index `begin` on are outside the range, including infinities and NaN.
   size_t CountOutside(size_t begin, double low, double high) const;
 
   /// Appends the bytes of the column.
@@ -49,15 +48,15 @@ class ReportColumn {
   std::vector<std::string> texts_;
 };
 
-/// Appends a column that stands for the one at a place of another setting.
+/// Appends a column that refers to the one at an index of another setting.
 void AppendReference(size_t place, std::string& bytes);
 
-/// Appends a number of four bytes.
+/// Appends a four-byte number.
 void AppendUint32(size_t number, std::string& bytes);
 
-/// The bytes in zlib's format, as text: 13 bits, the lowest first, are two characters, a number to the base of 91; up
-/// to 6 bits at the end are one. A digit is a visible ASCII character, in their order and without '&', '<' and '>', so
-/// that HTML takes the text as it is. A thirteenth less than base64 takes.
+/// The bytes compressed with zlib, as text: 13 bits, the lowest first, are two characters, a number in base 91; up to 6
+/// bits at the end are one. The digits are the visible ASCII characters in order, without '&', '<' and '>', so the text
+/// can be put into HTML as it is. A thirteenth shorter than base64.
 std::string PackedText(std::string_view bytes);
 
 }  // namespace zotuning
