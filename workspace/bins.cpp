@@ -17,7 +17,7 @@ using ZO_TUNING::internal::ReadStatus;
 using ZO_TUNING::internal::RecordReader;
 using ZO_TUNING::internal::UniqueFile;
 
-/// What a file that is no bin is instead, as far as its first bytes tell; "" for others.
+/// What a file that is not a bin is instead, judging by its first bytes; "" if unknown.
 std::string OtherKind(std::FILE* file, uint64_t size) {
   char head[64] = {};
   rewind(file);
@@ -27,7 +27,7 @@ std::string OtherKind(std::FILE* file, uint64_t size) {
   if (at < count && (head[at] == '{' || head[at] == '[') && (at + 1 == size || head[at + 1] != '\0')) {
     return "this is a JSON file, not a bin";
   }
-  // One length, and a message of just that length; a bin of one version at least has another length after the first.
+  // A length, and a message of exactly that length; a bin with a version has another length after the first.
   rewind(file);
   int32_t length = 0;
   RecordReader reader(file);
@@ -37,7 +37,7 @@ std::string OtherKind(std::FILE* file, uint64_t size) {
   return "";
 }
 
-/// Whether the lengths in a bin lead to its end, whatever the messages are.
+/// Whether the lengths in a bin lead exactly to its end, whatever the messages are.
 bool IsWhole(std::FILE* file, uint64_t size) {
   rewind(file);
   RecordReader reader(file);
@@ -81,7 +81,7 @@ void ReportBinFault(const BinFault& fault, const std::string& path, DiagnosticSi
       sink.Report(Code::kNotABin, other, "give a file that 'zotuning pack' has made", DisplayPath(path));
       return;
     }
-    // Labels that mean something elsewhere, and not bytes that are no message.
+    // Labels that belong to another project, rather than bytes that are not a message.
     const bool unknown = fault.expected.rfind("a label", 0) == 0 || fault.expected.rfind("a module", 0) == 0;
     if (unknown && IsWhole(file.get(), size)) {
       sink.Report(Code::kForeignBin,
