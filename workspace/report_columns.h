@@ -1,16 +1,16 @@
 /// \file
-/// Values of a report as columns of bytes, small before they are compressed. web/report/columns.js reads them.
+/// Values of a report as columns of bytes, compact even before compression. web/report/columns.js reads them.
 ///
 /// column := kind:u8 scale:u8 count:u32 data
-///   kind 1, 2, 4   signed whole numbers of so many bytes, to be divided by 10 to the power of `scale`
+///   kind 1, 2, 4   signed integers of this many bytes, to be divided by 10 to the power of `scale`
 ///   kind 5, 6      float, double
 ///   kind 7, 8      int64, uint64
-///   kind 9         texts: the bytes of each as u32, then the texts
-///   kind 10        no data: the list at the place `count` of the setting that this one is compared with
-///   kind + 128     numbers of few bits: the lowest number as u64, the bits of each as u8, then what each is above the
-///                  lowest, one after the other from the lowest bit of the first byte on. Of float and double this is
-///                  about their bits.
-/// Everything is little-endian. Other numbers of several bytes stand apart: the lowest byte of each, then the next of
+///   kind 9         strings: the length of each as u32, then the strings
+///   kind 10        no data: the list with the index `count` of the setting that this one is compared with
+///   kind + 128     bit-packed numbers: the lowest number as u64, the bits per number as u8, then the difference of
+///                  each from the lowest, packed from the lowest bit of the first byte on. For float and double this
+///                  applies to their bits.
+/// Everything is little-endian. Other numbers of several bytes are split: the lowest byte of each, then the next of
 /// each, which compresses better.
 #pragma once
 
