@@ -1,6 +1,6 @@
-"""What comparing two projects costs beside packing one: a table of processor times. bench/run runs it.
+"""What comparing two projects costs, relative to packing one: a table of processor times. bench/run runs it.
 
-The other project is a copy: the same, or with one number or every number of each file changed. Fails when a comparison
+The other project is a copy: identical, or with one number or every number of each file changed. Fails if a comparison
 takes more than MOST_TIMES the processor time of packing.
 """
 
@@ -18,7 +18,7 @@ REAL = re.compile(rb"(?<=[\s\[:])-?\d+\.\d+(?=\s*[,\]\n}])")
 
 
 def processor_seconds(command, rounds):
-    """Of the fastest round, with all child processes."""
+    """Processor time of the fastest round, including child processes."""
     best = float("inf")
     for _ in range(rounds):
         before = resource.getrusage(resource.RUSAGE_CHILDREN)
@@ -38,7 +38,7 @@ def settings(project):
 
 
 def change(project, numbers):
-    """Changes so many numbers of each file, 0 standing for all. The number of files."""
+    """Changes this many numbers in each file (0: all). Returns the number of files changed."""
     changed = 0
     for path in settings(project):
         text = path.read_bytes()

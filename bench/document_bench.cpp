@@ -1,5 +1,5 @@
-// JSON documents beside the transcoder, in one process and on the same texts: document_bench [MEGABYTES]
-// Speed: the median of rounds that take turns. Memory: the largest resident size of a process of its own for each text.
+// JSON documents against the transcoder, in one process and on the same texts: document_bench [MEGABYTES]
+// Speed: the median of alternating rounds. Memory: the peak resident size of a separate process for each text.
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -75,7 +75,7 @@ void CompareSpeed(const std::string& module, const google::protobuf::Descriptor*
               speed(check) / speed(transcode));
 }
 
-/// A text of about `size` bytes: `begin`, then `piece` over and over, then `end`.
+/// A text of about `size` bytes: `begin`, then `piece` repeatedly, then `end`.
 std::string Repeated(const std::string& begin, const std::string& piece, const std::string& end, size_t size) {
   std::string text;
   text.reserve(size + begin.size() + piece.size() + end.size() + kTextPadding);
@@ -85,7 +85,7 @@ std::string Repeated(const std::string& begin, const std::string& piece, const s
   return text;
 }
 
-/// What `work` makes the resident size of a process grow by, in KiB.
+/// By how much `work` increases the resident size of a process, in KiB.
 long PeakGrowth(const std::function<void()>& work) {
   int ends[2];
   if (pipe(ends) != 0) std::abort();

@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 
 enum class Kind { kBool, kInt32, kUint32, kInt64, kUint64, kDouble, kFloat, kEnum, kString, kStructure, kElements };
 
-/// How a value stands in its message: by itself, or in one of the data types.
+/// How a value is represented in its message: by itself, or in one of the data types.
 enum class Form { kReference, kData, kArray, kTable };
 
 struct FieldModel {
@@ -31,11 +31,11 @@ struct FieldModel {
   Form form;
   double low;
   double high;
-  int digits = 4;   ///< significant ones of a real number; 0 for all that it has
+  int digits = 4;   ///< significant ones of a real number; 0 for all
   size_t rows = 0;  ///< of a table; elements of an array or of a repeated structure otherwise
   size_t columns = 0;
   bool scaled = false;    ///< a table whose size follows the shape
-  std::string type = {};  ///< of structures, elements and enums, as it stands in the same schema file
+  std::string type = {};  ///< of structures, elements and enums, as spelled in the same schema file
 };
 
 struct MessageModel {
@@ -61,7 +61,7 @@ struct ModuleModel {
   bool large;
 };
 
-// ---- What the modules are made of ------------------------------------------------------------------------------
+// ---- The contents of the modules ------------------------------------------------------------------------------
 
 FieldModel Plain(const char* name, Kind kind, double low, double high) {
   return {name, kind, Form::kReference, low, high};
@@ -220,7 +220,7 @@ std::vector<FileModel> MakeSchema() {
   };
 }
 
-// The modules by name; AfLinkKeyFar and AfLinkKeyNear are two sets of one type.
+// The modules by name; AfLinkKeyFar and AfLinkKeyNear are two settings of one type.
 std::vector<ModuleModel> MakeModules() {
   return {{"AfCommon", "AfCommon", false},        {"AfContrast", "AfContrast", false},
           {"AfLinkKeyFar", "AfLinkKey", false},   {"AfLinkKeyNear", "AfLinkKey", false},
@@ -255,7 +255,7 @@ constexpr size_t kModeCount = 16;
 // ---- Names of kinds --------------------------------------------------------------------------------------------
 
 struct KindNames {
-  const char* type;   ///< begins the names of the data types
+  const char* type;   ///< starts the names of the data types
   const char* proto;  ///< of the value
   const char* rule;   ///< in the description of a rule
 };
@@ -327,7 +327,7 @@ class Generator {
   }
 
  private:
-  // Distributions of the standard library differ from one library to the next, so the few needed are made here.
+  // Distributions of the standard library differ between implementations, so the few needed are written here.
   uint64_t Bits() { return random_(); }
   size_t Below(size_t limit) { return static_cast<size_t>(Bits() % limit); }
   double Uniform(double low, double high) { return low + (high - low) * static_cast<double>(Bits() >> 11) * 0x1p-53; }
@@ -481,7 +481,7 @@ class Generator {
     json_ += "\": ";
   }
 
-  /// Calls append_item for each of `count` items of an array whose brackets stand at `depth`.
+  /// Calls append_item for each of `count` items of an array whose brackets are at `depth`.
   template <typename AppendItem>
   void AppendList(size_t count, size_t depth, AppendItem append_item) {
     json_ += '[';
@@ -628,8 +628,8 @@ class Generator {
     return {text, std::to_chars(text, text + sizeof(text), value, std::chars_format::general, digits).ptr};
   }
 
-  // The texts are those that protobuf prints: as many digits as usually do, or two or three more where these do not
-  // give the number back.
+  // The texts are those that protobuf prints: the usual number of digits, or two or three more if these do not read
+  // back as the same number.
   void AppendFloat(const FieldModel& field) {
     const double value = Uniform(field.low, field.high);
     if (field.digits > 0) {

@@ -1,7 +1,7 @@
 /// \file
 /// Makes tuning projects of any size for the benchmarks: schema, defaults, sensors with settings, versions and
-/// configuration, always the same for the same seed. The JSON is what the library's own templates look like, with
-/// values like those of examples/tuning_project.
+/// configuration, always the same for the same seed. The JSON looks like the library's own templates, with values like
+/// those of examples/tuning_project.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace zotuning_bench {
 
-/// What a project looks like. The schema is the same for all but for the field numbers.
+/// The shape of a project. The schema is the same for all except for the field numbers.
 struct ProjectShape {
   std::string name;
   std::string description;
@@ -23,12 +23,12 @@ struct ProjectShape {
   uint32_t seed = 1;
 };
 
-/// The shapes that are measured, by name: "a" to "d", "a-fallback" to "d-fallback", and "growth-N" for about N
-/// megabytes. Throws std::invalid_argument for another name.
+/// The measured shapes, by name: "a" to "d", "a-fallback" to "d-fallback", and "growth-N" for about N megabytes. Throws
+/// std::invalid_argument for another name.
 ProjectShape ShapeByName(const std::string& name);
 
-/// Makes the project at `dir`, which must not exist. Throws std::runtime_error when something cannot be written.
-/// Returns the number of bytes of JSON.
+/// Makes the project at `dir`, which must not exist. Throws std::runtime_error if something cannot be written. Returns
+/// the number of bytes of JSON.
 size_t GenerateProject(const ProjectShape& shape, const std::string& dir);
 
 }  // namespace zotuning_bench

@@ -1,5 +1,5 @@
-// The pieces of packing by themselves, in memory where they are not about files: micro_bench [GOOGLE BENCHMARK
-// OPTION...] Bytes are those of the JSON text.
+// The parts of packing by themselves, in memory unless they are about files: micro_bench [GOOGLE BENCHMARK OPTION...]
+// Bytes are those of the JSON text.
 
 #include <benchmark/benchmark.h>
 
@@ -29,7 +29,7 @@ using google::protobuf::Descriptor;
 using google::protobuf::Message;
 using namespace ZO_TUNING::internal;
 
-/// A generated project that lasts as long as the process, its schema, and the texts of its default modules.
+/// A generated project that exists as long as the process, its schema, and the texts of its default modules.
 class Project {
  public:
   static Project& Get() {
@@ -40,14 +40,14 @@ class Project {
   std::string dir() const { return root_ + "/project"; }
   Schema& schema() { return *schema_; }
 
-  /// A folder that was not there before.
+  /// A new folder.
   std::string NewFolder() {
     std::string folder = root_ + "/" + std::to_string(folder_count_++);
     std::filesystem::create_directory(folder);
     return folder;
   }
 
-  /// The text of a default module, with the bytes behind it that the scanner needs.
+  /// The text of a default module, followed by the padding that the lexer needs.
   std::string_view Text(const std::string& module) {
     if (!file_.Read(dir() + "/default/" + module + ".json")) std::abort();
     return file_.text();
@@ -174,7 +174,7 @@ void ReadFiles(benchmark::State& state) {
   CountBytes(state, bytes);
 }
 
-/// Plans and conversion of all files, whose texts are in memory.
+/// Tables and conversion of all files, whose texts are in memory.
 void ConvertFiles(benchmark::State& state) {
   struct Text {
     const Descriptor* type;
@@ -204,7 +204,7 @@ void ConvertFiles(benchmark::State& state) {
 
 // ---- Tokens ----------------------------------------------------------------------------------------------------
 
-/// Reads the same token over and over by `read`, which returns whether it could.
+/// Reads the same token repeatedly with `read`, which returns whether it succeeded.
 template <typename Read>
 void ScanTokens(benchmark::State& state, const std::string& token, Read read) {
   constexpr size_t kCount = 1000;

@@ -1,10 +1,10 @@
-// Packs whole projects by the slow path, by the library and by its peers, in turns, and prints Markdown tables.
+// Packs projects by the slow path, by the library and by its peers, alternately, and prints Markdown tables.
 //
-// A round runs every path once; the paths change places from round to round. The slow path and the library run in this
-// process. A peer is a program of its own that stays alive: it gets the project and a folder for its output as
+// A round runs every path once; the order of the paths changes from round to round. The slow path and the library run
+// in this process. A peer is a separate program that keeps running: it gets the project and a folder for its output as
 // arguments, prints "ready" (or "ready through PROGRAM", which it starts for every run) when its setup is done, and
-// packs once for every line "run" that it reads, printing the milliseconds that this took by the clock and of the
-// processor. See bench/peers.
+// packs once for every line "run" that it reads, printing the milliseconds of wall-clock and processor time that this
+// took. See bench/peers.
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -57,7 +57,7 @@ std::string ReadFile(const fs::path& path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-/// The highest resident size that a process has had so far, in megabytes; 0 when the system does not tell.
+/// The peak resident size of a process so far, in megabytes; 0 if the system does not report it.
 double PeakMemory(const std::string& process) {
   std::ifstream status("/proc/" + process + "/status");
   for (std::string line; std::getline(status, line);) {
@@ -66,7 +66,7 @@ double PeakMemory(const std::string& process) {
   return 0;
 }
 
-/// A child program with a pipe to its input and one from its output.
+/// A child program with pipes to its input and from its output.
 class Child {
  public:
   explicit Child(const std::vector<std::string>& arguments) {
@@ -102,7 +102,7 @@ class Child {
     return write(input_, text.data(), text.size()) == static_cast<ssize_t>(text.size());
   }
 
-  /// The next line of its output, without the line end; nothing when it has ended.
+  /// The next line of its output, without the line ending; nothing if it has ended.
   std::optional<std::string> Receive() {
     std::string line;
     for (int c; (c = std::fgetc(output_.get())) != EOF;) {
@@ -124,17 +124,17 @@ class Child {
   std::unique_ptr<std::FILE, CloseFile> output_;
 };
 
-/// Milliseconds of one run. Those of the processor tell more on a machine that is busy with other things.
+/// Milliseconds of one run. Processor time is more reliable on a machine that is busy with other things.
 struct Times {
   double clock;
   double processor;
 };
 
-/// One way to pack a project, and what it took so far.
+/// One way to pack a project, and its times so far.
 struct PackPath {
   std::string name;
   std::function<Times()> run;           ///< packs once
-  std::function<double()> peak_memory;  ///< in megabytes, negative when not known
+  std::function<double()> peak_memory;  ///< in megabytes, negative if unknown
   std::vector<Times> times = {};
 
   double best() const { return Best(&Times::clock); }
@@ -173,7 +173,8 @@ ProjectSize Measure(const std::string& project) {
 }
 
 /// A path that is a function of this process. Its runs pack into out/0, out/1 and so on, since some file systems are
-/// slow to make files where others have just been removed. Its peak memory is that of a fresh process that packs once.
+/// slow to create files where others have just been removed. Its peak memory is that of a fresh process that packs
+/// once.
 PackPath OwnPath(const std::string& name, bool (*pack)(const std::string&, const std::string&),
                  const std::string& project, const fs::path& out) {
   const auto run = [name, pack, project, out, count = 0]() mutable {
@@ -206,7 +207,7 @@ PackPath PeerPath(const std::string& name, const std::shared_ptr<Child>& peer, b
   return {name, run, [peer, one_process] { return one_process ? PeakMemory(peer->process()) : -1; }};
 }
 
-/// Starts the peers that are ready to pack the project; says on standard error which are not.
+/// Starts the peers that are able to pack the project; reports on standard error which are not.
 void AddPeers(const Options& options, const std::string& project, const fs::path& out, std::vector<PackPath>& paths) {
   for (const auto& [name, command] : options.peers) {
     const fs::path peer_out = out / name;
@@ -280,7 +281,7 @@ void PrintHeader(const Options& options) {
       stdout);
 }
 
-/// `value` with so many decimals, or a dash when it is not known.
+/// `value` with this many decimals, or a dash if unknown.
 std::string Text(double value, int decimals, bool known) {
   if (!known) return "–";
   char text[32];
@@ -306,7 +307,7 @@ void PrintComparison(const ProjectResult& result) {
 
 double TimePerMegabyte(const ProjectResult& result) { return result.paths[1].best() / result.size.megabytes; }
 
-/// `least` is the least time for a megabyte in the rows above, 0 in the first.
+/// `least` is the least time per megabyte in the rows above, 0 in the first.
 void PrintGrowth(const ProjectResult& result, double least) {
   const PackPath& plain = result.paths[0];
   const PackPath& library = result.paths[1];

@@ -32,7 +32,7 @@ bool WriteMessage(const Message& message, std::FILE* file) {
          std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
 }
 
-/// One call's schema and configuration.
+/// The schema and configuration of one call.
 class ReferencePacker {
  public:
   explicit ReferencePacker(const std::string& proj_dir) : proj_dir_(proj_dir), schema_(proj_dir + "/proto") {}

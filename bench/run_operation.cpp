@@ -1,6 +1,6 @@
 // Runs one operation of the library without its log, for scripts/dev check scale:
 //   run_operation [--stack KILOBYTES] OPERATION ARGUMENT...
-// With --stack it runs on a thread with a stack of that size. Exits with 0 when the operation says true, else with 1.
+// With --stack it runs on a thread with a stack of that size. Exits with 0 if the operation returns true, else with 1.
 
 #include <pthread.h>
 
@@ -63,7 +63,7 @@ int Usage() {
   return 2;
 }
 
-/// Calls `body` on a thread with a stack of so many kilobytes.
+/// Calls `body` on a thread with a stack of this many kilobytes.
 bool OnStack(size_t kilobytes, std::function<bool()> body) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);

@@ -1,8 +1,8 @@
 """Projects of extreme sizes: what an operation costs at one size and at a larger one. scripts/dev check scale runs it.
 
 Each operation runs in a process of its own, best of a few runs by processor time; its descriptors are counted while it
-runs. Fails when the time grows more than twice as fast as the size, when memory grows with the number of files, or when
-an operation does not end as it should.
+runs. Fails if the time grows more than twice as fast as the size, if memory grows with the number of files, or if an
+operation does not end as it should.
 """
 
 import argparse
@@ -57,14 +57,14 @@ def float_data(value):
 
 
 def fields(count):
-    """A module's fields and a text that holds them all."""
+    """A module's fields and a text with all of them."""
     names = [f"parameter_{i:05d}" for i in range(count)]
     schema = " ".join(f"FloatData {name} = {i};" for i, name in enumerate(names, 1))
     return schema, json.dumps({name: float_data(i + 0.5) for i, name in enumerate(names)}, indent=1)
 
 
 class Project:
-    """A project in a folder, made by the console tool from a schema."""
+    """A project in a folder, made by the command-line tool from a schema."""
 
     def __init__(self, tool, dir, messages, modules=(MODULE,), sensors=("one",), **label):
         self.tool, self.path, self.sensors = tool, dir / "project", sensors
@@ -91,7 +91,7 @@ def shown(value):
 
 
 class Measure:
-    """What one run of a command took. Memory and descriptors are 0 when it ended before it was looked at."""
+    """The cost of one run of a command. Memory and descriptors are 0 if it ended before they were measured."""
 
     def __init__(self, command, code):
         process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
@@ -122,14 +122,14 @@ class Measure:
 
 
 class Operation:
-    """A command for a project in `dir`; {out} in it stands for a fresh folder, which becomes `keep` at last. It ends
-    with `code` and says `says` on standard error. The settings in the sensor folder `clear` are removed before."""
+    """A command for a project in `dir`; {out} in it is replaced by a fresh folder, which finally becomes `keep`. It
+    must end with `code` and print `says` to standard error. Settings in the sensor folder `clear` are removed first."""
 
     def __init__(self, name, command, code=0, keep=None, says="", clear=None):
         self.name, self.command, self.code, self.keep, self.says, self.clear = name, command, code, keep, says, clear
 
     def run(self, dir, rounds, best=None):
-        """The best of so many runs, and of `best`, which is updated."""
+        """The best of this many runs and of `best`, which is updated."""
         for _ in range(rounds):
             out = dir / "out"
             shutil.rmtree(out, ignore_errors=True)
@@ -260,7 +260,7 @@ class Extremes:
     # ---- Nesting.
 
     def nested(self, dir, json_depth, schema_depth, code):
-        """A text of objects in objects, for a chain of so many types (1: a type that holds itself)."""
+        """A text of nested objects, for a chain of this many types (1: a recursive type)."""
         if schema_depth == 1:
             schema = f"message {MODULE} {{ float level = 1; {MODULE} next = 2; }}"
         else:
@@ -284,7 +284,7 @@ class Extremes:
         return operations
 
     def folders(self, dir, depth):
-        """A setting so many folders below its sensor."""
+        """A setting this many folders below its sensor."""
         schema, text = fields(8)
         project = Project(self.tool, dir, {"module": f"message {MODULE} {{ {schema} }}"})
         project.write("one/" + "f/" * depth + f"{MODULE}.json", text)
@@ -295,8 +295,8 @@ class Extremes:
         ]
 
     def least_stack(self, operation, dir):
-        """The least stack of a thread, in kilobytes and among the powers of two, on which a library operation does the
-        same as on the usual one. On a smaller one it may refuse, but crash only where no thread is that small."""
+        """The smallest thread stack, in kilobytes and a power of two, on which a library operation works as on the
+        usual one. On a smaller one it may reject its input, but crash only at sizes that no real thread has."""
         if operation.command[0] != self.library:
             return "–"
         for stack in (64, 128, 256, 512, 1024, 2048, 4096, 8192):

@@ -1,4 +1,4 @@
-// Takes the place of the Android log, so that no benchmark measures it.
+// Replaces the Android log, so that no benchmark measures it.
 
 extern "C" {
 int __android_log_print(int, const char*, const char*, ...);

@@ -1,7 +1,8 @@
-"""What the console tool takes beside the library's own packing, by processor time: scripts/dev bench runs it.
+"""The cost of the tool relative to the library's own packing, in processor time. scripts/dev bench runs it.
 
-`pack` of the tool checks what it packs, and its time should stay within 1.7 times that of the library; `check` reads
-everything and may take 3 times. One file alone is for editors and should take less than 50 ms by the clock.
+The tool's `pack` checks what it packs and should take at most 1.7 times as long as the library; `check` reads
+everything and may take 3 times as long. Checking one file is for editors and should take less than 50 ms
+of wall-clock time.
 """
 
 import argparse

@@ -15,6 +15,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 foreach(kind LIBRARY INCLUDE PACKAGE)
   set(CMAKE_FIND_ROOT_PATH_MODE_${kind} ONLY)
 endforeach()
-# Where Debian keeps the log library. CMake takes the folder for one of this project's, which it leaves out by itself.
+# Debian's folder of the log library. CMake takes it for one of this project's own, which it leaves out by itself.
 set(CMAKE_INSTALL_RPATH /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64-static -L ${CMAKE_SYSROOT})

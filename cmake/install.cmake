@@ -1,13 +1,13 @@
-# What `cmake --install` puts where, in three components: Library, Development and Tool. Everything is found relative
-# to itself, so that the installed tree may be moved.
+# What `cmake --install` puts where, in three components: Library, Development and Tool. Everything is found by relative
+# paths, so the installed tree can be moved.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zotuning_utils)
 set(doc_dir ${CMAKE_INSTALL_DATAROOTDIR}/doc/zotuning_utils)
 
-# ---- The shared library and what it takes to link it.
-# Where a library is outside the linker's own folders, as Debian's liblog is, its path is kept.
+# ---- The shared library and what is needed to link it.
+# If a library is outside the linker's own folders, as Debian's liblog is, its path is kept.
 set_target_properties(zotuning_utils PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
 install(TARGETS zotuning_utils EXPORT zotuning_utilsTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Library NAMELINK_COMPONENT Development
@@ -15,7 +15,7 @@ install(TARGETS zotuning_utils EXPORT zotuning_utilsTargets
   FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zotuning_utils COMPONENT Development)
 install(EXPORT zotuning_utilsTargets NAMESPACE zotuning:: DESTINATION ${package_dir} COMPONENT Development)
 
-# Whether protobuf is installed with the library, from build/ndk, or has to be there already.
+# Whether protobuf is installed with the library, from build/ndk, or must already be there.
 set(ZOTUNING_PROTOBUF_BESIDE OFF)
 if(TARGET libprotobuf)
   set(ZOTUNING_PROTOBUF_BESIDE ON)
@@ -31,7 +31,7 @@ install(FILES
   ${CMAKE_CURRENT_LIST_DIR}/FindAndroidLog.cmake
   DESTINATION ${package_dir} COMPONENT Development)
 
-# Debian keeps liblog in a folder of its own, with a header in another one; for pkg-config they have to be named.
+# Debian has liblog in a folder of its own, with a header in another one; pkg-config needs both.
 if(ANDROID)
   set(ZOTUNING_PC_LOG_LIBS -llog)
   set(ZOTUNING_PC_LOG_CFLAGS "")
@@ -63,7 +63,7 @@ if(ZOTUNING_AWK)
   install(FILES ${PROJECT_BINARY_DIR}/api.md DESTINATION ${doc_dir}/docs COMPONENT Development)
 endif()
 
-# ---- The console tool, its man page and the completions of three shells.
+# ---- The command-line tool, its man page and the completions of three shells.
 if(TARGET zotuning)
   set_target_properties(zotuning PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
   install(TARGETS zotuning RUNTIME COMPONENT Tool)
@@ -75,7 +75,7 @@ if(TARGET zotuning)
   install(FILES ${completions}/zotuning.fish
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/fish/vendor_completions.d COMPONENT Tool)
 
-  # The page is made from what the tool itself says under --help, and so needs a tool that runs here.
+  # The page is made from the tool's own --help output, so it needs a tool that runs here.
   if(NOT CMAKE_CROSSCOMPILING AND NOT ZOTUNING_SANITIZE)
     set(man_page ${PROJECT_BINARY_DIR}/zotuning.1)
     set(man_template ${PROJECT_SOURCE_DIR}/packaging/zotuning.1.in)

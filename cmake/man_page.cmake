@@ -1,4 +1,4 @@
-# Writes the man page PAGE: TEMPLATE with the version and with what TOOL says about itself and each of its commands.
+# Writes the man page PAGE: TEMPLATE with the version and the help texts of TOOL and each of its commands.
 cmake_minimum_required(VERSION 3.25)
 
 function(help_of out)
@@ -7,7 +7,7 @@ function(help_of out)
   set(${out} "${text}" PARENT_SCOPE)
 endfunction()
 
-# Text as it is, for troff: no escapes, and no line that looks like a request.
+# Plain text for troff: escapes backslashes, and lines that look like requests.
 function(verbatim out text)
   string(REPLACE "\\" "\\e" text "${text}")
   string(REPLACE "-" "\\-" text "${text}")
@@ -32,5 +32,5 @@ foreach(name ${names})
 endforeach()
 string(STRIP "${COMMANDS}" COMMANDS)
 verbatim(HELP "${help}")
-string(TIMESTAMP DATE "%Y-%m-%d" UTC)  # of SOURCE_DATE_EPOCH where that is set
+string(TIMESTAMP DATE "%Y-%m-%d" UTC)  # of SOURCE_DATE_EPOCH if that is set
 configure_file(${TEMPLATE} ${PAGE} @ONLY)

@@ -1,4 +1,4 @@
-# Debian packages, by `cpack` in the build folder: the library, what it takes to link it, and the tool.
+# Debian packages, by `cpack` in the build folder: the library, what is needed to link it, and the tool.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME zotuning)
 set(CPACK_PACKAGE_VENDOR "")

@@ -1,4 +1,4 @@
-# program_command(TARGET VARIABLE): what starts a program of the build from a test. That is the program itself or, when
+# program_command(TARGET VARIABLE): how to start a program of the build from a test. That is the program itself or, if
 # it is for another processor, a script that runs it under the emulator, since the system may not know how to.
 function(program_command target variable)
   set(command $<TARGET_FILE:${target}>)

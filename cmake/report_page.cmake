@@ -1,7 +1,7 @@
 # report_assets.cpp: code and style of the page of "zotuning report", bundled from web/report by esbuild (Debian) with
-# uPlot (npm; scripts/setup fetches it). Without one of them it is empty, and the command says what to install.
+# uPlot (npm; scripts/setup downloads it). Without one of them it is empty, and the command says what to install.
 #
-# Run as a script, with -DSCRIPT=, -DSTYLE= and -DOUTPUT=, it puts two files into C++; "" for none.
+# Run as a script, with -DSCRIPT=, -DSTYLE= and -DOUTPUT=, it turns two files into C++; "" for none.
 if(CMAKE_SCRIPT_MODE_FILE)
   foreach(name SCRIPT STYLE)
     set(${name}_text "")
@@ -30,7 +30,7 @@ if(ZOTUNING_ESBUILD AND EXISTS ${ZOTUNING_NODE_MODULES}/uplot/LICENSE)
   set(script ${CMAKE_CURRENT_BINARY_DIR}/report.js)
   set(style ${CMAKE_CURRENT_BINARY_DIR}/report.css)
   file(GLOB bundle_sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/web/report/*)
-  # The licence of uPlot is a text of the script, so that its comments can go.
+  # The licence of uPlot is a string in the script, so its comments can be removed.
   set(esbuild ${CMAKE_COMMAND} -E env NODE_PATH=${ZOTUNING_NODE_MODULES} ${ZOTUNING_ESBUILD} --bundle --minify
     --charset=ascii --legal-comments=none --log-level=warning --target=chrome110,firefox113,safari16.4 --loader:=text)
   set(bundle_command

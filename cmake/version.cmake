@@ -1,5 +1,5 @@
-# zotuning_version: the header zotuning_version.h with the version, which project() in the top CMakeLists.txt says, and
-# the commit, looked up at each build. Whoever links it is compiled again only when one of them changes.
+# zotuning_version: the header zotuning_version.h with the version, from project() in the top CMakeLists.txt, and the
+# commit, looked up at each build. Whatever links it is recompiled only when one of them changes.
 find_package(Git QUIET)
 set(header ${PROJECT_BINARY_DIR}/generated/zotuning_version.h)
 add_custom_target(zotuning_version_header

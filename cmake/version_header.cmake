@@ -1,5 +1,5 @@
-# Writes HEADER with the version and the commit of the tree SOURCE, when they differ from what it says already.
-# A tree without a repository of its own, as from an archive, has the commit "unknown".
+# Writes HEADER with the version and the commit of the tree SOURCE, if they differ from its current content. A tree
+# without a repository of its own, as from an archive, has the commit "unknown".
 set(commit unknown)
 if(GIT AND EXISTS ${SOURCE}/.git)
   execute_process(COMMAND ${GIT} -C ${SOURCE} describe --always --abbrev=12 --exclude=* --dirty

@@ -1,5 +1,5 @@
-// A tuning bin through every reader of the library, with the example project. The library has to come to the same
-// result as the format does.
+// A tuning bin through every reader of the library, with the example project. The library must come to the result that
+// the format prescribes.
 
 #include <google/protobuf/message.h>
 
@@ -49,7 +49,7 @@ class Target {
     Require(errors == (reading.end != Reading::kWhole), "a dump names damage, and damage alone");
   }
 
-  /// Loads the schema again, for code that CheckVersions goes through as well; a part of the runs will do.
+  /// Loads the schema again, for code that CheckVersions covers as well; done in some of the runs.
   void CheckVersionDump(const Reading& reading) {
     const bool dumped = ZoTuningUtils::DumpBinVersions(project_.c_str(), bin_dir_.c_str());
     Require(dumped == reading.versions_ok, "the dump of versions fails for a damaged block alone");
@@ -69,7 +69,7 @@ class Target {
     }
   }
 
-  /// What was read, written again, holds the same messages and reads as whole.
+  /// What was read and is written again contains the same messages and reads as complete.
   void CheckRewritten(const Reading& reading, std::string_view bytes) {
     std::vector<Message*> versions;
     for (const MessagePtr& version : reading.versions) versions.push_back(version.get());

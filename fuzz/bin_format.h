@@ -1,5 +1,5 @@
 /// \file
-/// A tuning bin read as docs/tuning-bin.md has it, without the library's reader.
+/// A tuning bin read according to docs/tuning-bin.md, without the library's reader.
 #pragma once
 
 #include <google/protobuf/message.h>
@@ -20,17 +20,17 @@ namespace zofuzz {
 
 using MessagePtr = std::unique_ptr<google::protobuf::Message>;
 
-/// What the format makes of the bytes of a bin.
+/// The meaning of a bin's bytes according to the format.
 struct Reading {
   enum End { kWhole, kDamaged, kNoModuleType };
 
   bool versions_ok = true;
   End end = kWhole;
   std::vector<MessagePtr> versions;  ///< those read
-  std::vector<MessagePtr> messages;  ///< label and module of each whole record
-  size_t sound_records = 0;          ///< those in front of the first fault
-  /// Where the first fault is, also one that the library's dump lets pass; -1 for none. A message that is cut short is
-  /// at fault where it begins, behind its length.
+  std::vector<MessagePtr> messages;  ///< label and module of each complete record
+  size_t sound_records = 0;          ///< those before the first fault
+  /// The position of the first fault, also one that the library's dump accepts; -1 for none. A truncated message is at
+  /// fault at its start, after its length.
   int64_t fault = -1;
 };
 
@@ -47,7 +47,7 @@ class BinFormat {
     reading_ = &reading;
     ReadVersions();
     while (reading.versions_ok && reading.end == Reading::kWhole && !left_.empty()) ReadRecord();
-    TakeLog();  // of the types that were looked for
+    TakeLog();  // about the types that were looked for
     return reading;
   }
 
@@ -73,7 +73,7 @@ class BinFormat {
 
   void ReadRecord() {
     const int64_t begin = Offset();
-    if (left_.size() < sizeof(int32_t)) {  // the library takes the odd bytes for the end
+    if (left_.size() < sizeof(int32_t)) {  // the library takes the extra bytes for the end
       AddFault(begin);
       left_ = {};
       return;
@@ -103,7 +103,7 @@ class BinFormat {
     if (reading_->fault < 0) ++reading_->sound_records;
   }
 
-  /// False when the next item is cut short, or is no message of this type.
+  /// False if the next item is truncated, or is not a message of this type.
   bool ReadItem(google::protobuf::Message* message, bool* cut) {
     const int64_t begin = Offset();
     int32_t length = 0;
@@ -130,10 +130,10 @@ class BinFormat {
   Reading* reading_ = nullptr;
 };
 
-/// The modules of the schema that the targets on bins use.
+/// The modules of the schema that the fuzz targets for bins use.
 extern const std::vector<std::string> kBinModules;
 
-/// Writes the bins of the example project to `dir`, cut into one bin per record.
+/// Writes the bins of the example project to `dir`, split into one bin per record.
 void WriteBinSeeds(const std::string& dir);
 
 }  // namespace zofuzz

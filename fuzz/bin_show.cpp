@@ -1,5 +1,5 @@
-// A tuning bin through "zotuning show" in its forms, with the example project. The tool has to find the first fault
-// where the format has it.
+// A tuning bin through the forms of "zotuning show", with the example project. The tool must find the first fault where
+// the format has it.
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -34,7 +34,7 @@ class Target {
   void Run(std::string_view bytes) {
     zofuzz::Write(bin_, bytes);
     const Reading reading = format_.Read(bytes);
-    // Each run loads the schema, so that it goes one of the ways.
+    // Each run loads the schema, so it uses only one of the forms.
     switch (zofuzz::Way(bytes, 5)) {
       case 0:
         return CheckCode(reading, Show(false, {bin_, "--text"}).first);

@@ -1,5 +1,5 @@
 /// \file
-/// What is written to a standard descriptor.
+/// Capturing what is written to a standard descriptor.
 #pragma once
 
 #include <sys/mman.h>
@@ -11,7 +11,7 @@
 
 namespace zofuzz {
 
-/// Catches what is written to a standard descriptor while it lives.
+/// Captures what is written to a standard descriptor during its lifetime.
 class CaughtOutput {
  public:
   explicit CaughtOutput(int descriptor)

@@ -1,5 +1,5 @@
-// The fast path against the slow one: the first byte of the input chooses a message type, the rest is the JSON text.
-// Traps when the transcoder takes a text that protobuf refuses, or makes other bytes or another missing field of it.
+// The fast path against the slow path: the first byte of the input selects a message type, the rest is the JSON text.
+// Traps if the transcoder supports a text that protobuf rejects, or if the bytes or the missing field differ.
 
 #include <google/protobuf/stubs/logging.h>
 
@@ -19,7 +19,7 @@ extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t max_size);
 
 namespace {
 
-/// Every kind of field, near-namesakes, odd rules, and more fields than a word has bits.
+/// Every kind of field, similar names, unusual rules, and more fields than a word has bits.
 constexpr char kNastySchema[] = R"(syntax = "proto3"; package N;
   enum Kind { option allow_alias = true; Zero = 0; Kind_One = 1; Uno = 1; Minus = -1; Most = 2147483647; Least = -2147483648; }
   message Scalars {
@@ -67,7 +67,7 @@ class Target {
       if (!schemas_.back()->errors().empty()) Fail(schemas_.back()->errors());
       AddTypes(*schemas_.back()->file());
     }
-    // Types are only ever added behind the others: their numbers are the first bytes of a corpus.
+    // Types are only ever added at the end: their numbers are the first bytes of a corpus.
     const std::string proto_dir = ZOTUNING_SOURCE_DIR "/examples/tuning_project/proto";
     tree_.MapPath("", proto_dir);
     for (const char* file : {"aec.proto", "af.proto", "awb.proto", "image.proto", "pd.proto"}) {
@@ -90,7 +90,7 @@ class Target {
     if (!difference.empty()) Fail(Choose(data[0]).type()->full_name() + ": " + difference + "\n" + text);
   }
 
-  /// The numbers of the types, for the maker of the corpus.
+  /// The numbers of the types, for the corpus generator.
   void PrintTypes() const {
     for (size_t i = 0; i < paths_.size(); ++i) std::printf("%zu %s\n", i, paths_[i]->type()->name().c_str());
   }
@@ -143,7 +143,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   return 0;
 }
 
-// Most inputs are texts that fit their type or such texts with a fault, so that the transcoder gets far.
+// Most inputs are texts that fit their type, or such texts with a fault, so that the transcoder gets far.
 extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t max_size, unsigned seed) {
   zotest::Random random(seed);
   if (size < 2 || random.OneIn(3)) return LLVMFuzzerMutate(data, size, max_size);

@@ -1,5 +1,5 @@
 /// \file
-/// Files of length-prefixed items, in pieces that can be mutated one by one.
+/// Files of length-prefixed items, split up so that they can be mutated one by one.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t max_size);
 
 namespace zofuzz {
 
-/// Takes the number that `bytes` begins with. False when it is too short.
+/// Takes the number at the start of `bytes`. False if it is too short.
 inline bool TakeInt32(std::string_view& bytes, int32_t* value) {
   if (bytes.size() < sizeof(*value)) return false;
   std::memcpy(value, bytes.data(), sizeof(*value));
@@ -24,7 +24,7 @@ inline bool TakeInt32(std::string_view& bytes, int32_t* value) {
   return true;
 }
 
-/// Takes the item that `bytes` begins with. False when that is none.
+/// Takes the item at the start of `bytes`. False if there is none.
 inline bool TakeItem(std::string_view& bytes, std::string_view* item) {
   int32_t length = 0;
   if (!TakeInt32(bytes, &length) || length < 0 || static_cast<size_t>(length) > bytes.size()) return false;
@@ -33,7 +33,7 @@ inline bool TakeItem(std::string_view& bytes, std::string_view* item) {
   return true;
 }
 
-/// The items of a file, after a count where the format has one, and the bytes behind them that are no item.
+/// The items of a file, after a count if the format has one, and the bytes after them that are not an item.
 struct Pieces {
   Pieces(std::string_view bytes, bool has_count) {
     if (has_count) {
@@ -61,8 +61,8 @@ struct Pieces {
   std::string tail;
 };
 
-/// A mutator for such files: most of its outputs are whole items again. A length that fits nothing ends a reading at
-/// once, and so would most changes by the fuzzer alone.
+/// A mutator for such files: most of its outputs consist of valid items again. A length that does not fit ends the
+/// reading at once, as most mutations by the fuzzer itself would.
 inline size_t MutateItems(uint8_t* data, size_t size, size_t max_size, unsigned seed, bool has_count) {
   zotest::Random random(seed);
   Pieces pieces(std::string_view(reinterpret_cast<const char*>(data), size), has_count);

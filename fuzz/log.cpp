@@ -1,5 +1,5 @@
-// The log calls of the library, in front of those of the log library: the text is made, so that a wrong format shows,
-// and kept.
+// The log calls of the library, linked before those of the log library: the text is formatted, so that a wrong format
+// shows, and kept.
 
 #include <android/log.h>
 

@@ -1,5 +1,5 @@
-// A whole project through the console tool: "//// PATH" begins a file of it. What check finds nothing wrong with,
-// packs; what packs is verified, shown and dumped, and is what the library packs.
+// A project through the command-line tool: "//// PATH" starts a file of it. If check finds nothing wrong, it packs;
+// what packs is verified, shown and dumped, and equals what the library packs.
 
 #include <algorithm>
 #include <cctype>
@@ -21,7 +21,7 @@ using zofuzz::RunTool;
 
 constexpr size_t kMaxFiles = 40, kMaxPath = 100;
 
-/// Whether a path stays below the project's folder, and is none of what the tool makes.
+/// Whether a path stays below the project's folder, and is not one that the tool makes.
 bool IsPath(const std::string& path) {
   if (path.empty() || path.size() > kMaxPath || path.front() == '/' || path.back() == '/') return false;
   if (path[0] == '.' || path.find("/.") != path.npos || path.rfind("out", 0) == 0) return false;
@@ -42,7 +42,7 @@ class Target {
       if (!IsPath(path) || ++files > kMaxFiles) continue;
       try {
         zofuzz::Write(dir_ + "/" + path, text);
-      } catch (const std::exception&) {  // a file where a folder should be
+      } catch (const std::exception&) {  // a file in place of a folder
       }
     }
     switch (zofuzz::Way(input, 4)) {

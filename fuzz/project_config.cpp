@@ -1,4 +1,4 @@
-// ProjConf.bin through its readers. The format is read once more here, as docs/project-directory.md has it.
+// ProjConf.bin through its readers. The format is also read here, according to docs/project-directory.md.
 
 #include <google/protobuf/message.h>
 
@@ -33,7 +33,7 @@ class Target {
     zofuzz::Write(path_, bytes);
     CheckRead(expected);
 
-    // Loads the schema again, which takes most of the time; a part of the runs will do.
+    // Loads the schema again, which takes most of the time; done in some of the runs.
     if (zofuzz::Way(bytes, 4) == 0) CheckProject(expected);
     if (expected.ok) CheckRewritten(expected);
   }
@@ -82,7 +82,7 @@ class Target {
 
   void CheckRewritten(Config config) {
     const auto message = NewMessage();
-    config.name = config.name.c_str();  // a name is given as a C string
+    config.name = config.name.c_str();  // a name is passed as a C string
     Require(ZoTuningUtils::InitProjConfigMsg(message.get(), type_, config.name.c_str(), config.sensors),
             "it can be made");
     ZO_TUNING::MSG_TO_BIN(message.get(), path_.c_str());

@@ -1,9 +1,9 @@
 // A schema through everything that is done with one: import, templates, printing, pruning, labels, the configuration,
-// and the whole way into a bin and out of it. An input has parts: "//// NAME" begins the .proto file of that name.
+// and all the way into a bin and back. An input has parts: "//// NAME" starts the .proto file of that name.
 //
-// How large a complete template becomes is the schema's own affair: types that contain each other may grow it with the
+// How large a complete template becomes is up to the schema: types that contain each other may grow it with the
 // factorial of their number. Types whose template has more than kMaxMessages messages are left out, and schemas with
-// such a module are not packed; nothing else is refused.
+// such a module are not packed; nothing else is excluded.
 
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/dynamic_message.h>
@@ -48,7 +48,7 @@ bool IsFileName(const std::string& name) {
   });
 }
 
-/// What a walk down from a type meets. It ends at types that are open already, and when there are too many messages.
+/// What a walk down from a type finds. It ends at types that are already open, and if there are too many messages.
 struct Shape {
   explicit Shape(const Descriptor* type) { Enter(type); }
 
@@ -164,7 +164,7 @@ class Target {
     const bool is_read = ZO_TUNING::JSON_STR_TO_MSG(text, parsed.get());
     TakeLog();
     if (is_read) CheckPruning(parsed.get());
-    // The plain search of the field check has no end in types that contain themselves.
+    // The plain search of the field check does not end in recursive types.
     if (shape.recursive) return;
     for (int i = 0; i < type->field_count(); ++i) {
       const bool found = zotest::FirstMissing(type->field(i), text).empty();
@@ -174,7 +174,7 @@ class Target {
     zotest::BothPaths paths(type);
     const std::string difference = paths.Difference(text);
     if (!difference.empty()) zofuzz::Fail(type->full_name() + ": " + difference + "\n" + text);
-    // A type with a plan has no groups, no well-known types, and not too many levels.
+    // A type with a table has no groups, no well-known types, and not too many levels.
     if (paths.has_fast_path() && !shape.shared_names) Require(is_read, "what is printed of a plain type can be read");
   }
 
@@ -266,7 +266,7 @@ class Target {
     ZO_TUNING::MSG_TO_JSON_STR(message.get(), type, text);
     Require(ZoTuningUtils::GenerateDefaultModuleData(project_.c_str(), type->name().c_str()), "a module has a default");
     const std::string path = project_ + "/default/" + type->name() + ".json";
-    // A name may be too long for a file; the operation does not look.
+    // A name may be too long for a file; the operation does not check.
     if (!std::filesystem::exists(path)) return;
     Require(zofuzz::Read(path) == text, "a default is the printed template");
   }
@@ -276,7 +276,7 @@ class Target {
 };
 
 #ifdef ZOTUNING_BY_GRAMMAR
-// What makes a project of it.
+// Turns it into a project.
 constexpr const char* kGrammarFrame = R"(
 //// b.proto
 syntax = "proto3"; package ZO_TUNING;
@@ -286,7 +286,7 @@ enum M { M_None = 0; M_Module = 1; M_Part = 2; }
 message TuningDataLabel { M module = 1; int32 mode = 2; })";
 #endif
 
-// What the example's schema has none of.
+// What the example's schema does not have.
 constexpr const char* kUnsupportedSchemas[] = {
     R"(//// a.proto
 syntax = "proto2"; package ZO_TUNING; import "b.proto";
@@ -339,7 +339,7 @@ void zofuzz::Seeds(const std::string& dir) {
     Write(dir + "/odd-" + std::to_string(i), kUnsupportedSchemas[i]);
 }
 
-// Most changes keep a schema that loads: one word takes the place of another, a statement is dropped, copied or moved.
+// Most mutations keep a schema loadable: a word is replaced by another, a statement is dropped, copied or moved.
 extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t max_size, unsigned seed) {
   zotest::Random random(seed);
   std::string text(reinterpret_cast<const char*>(data), size);

@@ -1,7 +1,7 @@
-// A fuzz target without the fuzzer: runs it on its seeds, on its finds, and on damage to those that have at most
-// ZOTUNING_DAMAGE_LIMIT bytes, or as many as the variable DAMAGE_LIMIT says: each is cut at every byte, and every byte
-// of it is set to 0x00, to 0xFF and to one more than it was. Damage may take little more memory than the inputs
-// themselves.
+// A fuzz target without the fuzzer: runs it on its seeds, on its regressions, and on damaged versions of those that
+// have at most ZOTUNING_DAMAGE_LIMIT bytes, or as many as the variable DAMAGE_LIMIT says: each is truncated at every
+// byte, and each of its bytes is set to 0x00, to 0xFF and to its value plus one. Damage may take little more memory
+// than the inputs themselves.
 
 #include <sys/resource.h>
 #include <unistd.h>
@@ -29,7 +29,7 @@ void Run(const std::string& bytes) {
   LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
 }
 
-/// Bounds the address space to what is in use and kMemoryBound.
+/// Limits the address space to what is in use plus kMemoryBound.
 void BoundMemory() {
   rlim_t pages = 0;
   std::ifstream("/proc/self/statm") >> pages;

@@ -17,7 +17,7 @@
 
 #include "ZoTuningUtils.h"
 
-// Only there when a sanitizer is.
+// Only defined with a sanitizer.
 extern "C" __attribute__((weak)) void __sanitizer_set_report_fd(void* descriptor);
 
 namespace {
@@ -26,7 +26,7 @@ namespace fs = std::filesystem;
 
 const std::string kExampleDir = ZOTUNING_SOURCE_DIR "/examples/tuning_project";
 
-/// Standard error as it was at first; a target may catch what goes there.
+/// The original standard error; a target may capture what goes there.
 int g_report_descriptor = STDERR_FILENO;
 
 std::vector<std::string>& Log() {
@@ -34,14 +34,14 @@ std::vector<std::string>& Log() {
   return *lines;
 }
 
-/// Takes the place of standard error's buffer in std::cerr; the texts are formatted and dropped.
+/// Replaces standard error's buffer in std::cerr; the texts are formatted and dropped.
 class Nowhere : public std::streambuf {
  protected:
   int overflow(int c) override { return c == traits_type::eof() ? 0 : c; }
   std::streamsize xsputn(const char*, std::streamsize length) override { return length; }
 };
 
-/// The files of the project that this process holds open.
+/// The project files that this process has open.
 std::vector<std::string> OpenFiles() {
   std::vector<std::string> open;
   for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
@@ -53,7 +53,7 @@ std::vector<std::string> OpenFiles() {
   return open;
 }
 
-/// The project's schema, cut down to the types that the named ones need: a whole one takes most of the time of a run.
+/// The project's schema, reduced to the types that the named ones need: a complete one takes most of the time of a run.
 class ReducedSchema {
  public:
   explicit ReducedSchema(const std::vector<std::string>& types) {
@@ -97,7 +97,7 @@ class ReducedSchema {
     }
   }
 
-  /// Files come behind those that they import.
+  /// Files come after those that they import.
   void KeepFile(const google::protobuf::FileDescriptor* file) {
     if (std::find(files_.begin(), files_.end(), file) != files_.end()) return;
     for (int i = 0; i < file->dependency_count(); ++i) KeepFile(file->dependency(i));
@@ -139,7 +139,7 @@ std::string MakeExampleProject(std::vector<std::string> types) {
   fs::create_directory(dir);
   for (const auto& entry : fs::directory_iterator(kExampleDir)) {
     const std::string name = entry.path().filename();
-    // What the library writes to is no link.
+    // The library never writes to a link.
     if (!entry.is_directory() || name == "src" || (name == "proto" && !types.empty())) continue;
     fs::create_directory_symlink(entry.path(), dir + "/" + name);
   }
@@ -163,7 +163,7 @@ std::vector<std::pair<std::string, std::string>> SplitParts(std::string_view inp
       name = input.substr(kHead.size(), line_end - kHead.size());
       input.remove_prefix(std::min(line_end + 1, input.size()));
     }
-    // The line break in front of the next head belongs to the head, so that a part can end without one.
+    // The line break before the next header belongs to the header, so that a part can end without one.
     size_t end = input.substr(0, kHead.size()) == kHead ? 0 : input.find("\n//// ");
     parts.emplace_back(name, input.substr(0, end));
     if (end == std::string_view::npos) break;
@@ -177,7 +177,7 @@ std::vector<std::string> TakeLog() {
   lines.swap(Log());
   static const std::string kStopped = "Stopped by an unexpected failure";
   for (const std::string& line : lines) {
-    // Behind the name of the function; a text that is quoted further on is the input's.
+    // After the name of the function; text that is quoted further on comes from the input.
     if (line.compare(line.find("() ") + 3, kStopped.size(), kStopped) != 0) continue;
     Log() = lines;
     Fail("an exception reached the border of an operation");

@@ -1,5 +1,5 @@
-// Command lines of the console tool, one a line, on a small project. Words are separated by spaces; those that could
-// lead out of the project's folder are left out.
+// Command lines of the tool, one per line, on a small project. Words are separated by spaces; those that could lead out
+// of the project's folder are left out.
 
 #include <unistd.h>
 
@@ -53,7 +53,7 @@ const char* const kLines[] = {
     "--version",
 };
 
-/// Whether no meaning of the word leads out of the current directory.
+/// Whether no interpretation of the word leads out of the current directory.
 bool StaysInside(const std::string& word) {
   if (word.find("..") != word.npos && word.find('/') != word.npos) return false;
   if (word.find('\0') != word.npos || word == ".." || word.find('~') != word.npos) return false;

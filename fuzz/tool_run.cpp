@@ -20,7 +20,7 @@ int ToolMain(int argument_count, char** arguments);  // the tool's main, under t
 namespace zofuzz {
 namespace {
 
-/// Leaves the label no modules but these: the schema has no types for the others.
+/// Leaves the label only these modules: the schema has no types for the others.
 void KeepModules(const std::string& label_proto, const std::vector<std::string>& modules) {
   std::istringstream text(Read(label_proto));
   std::string kept;
@@ -44,7 +44,7 @@ ToolRun RunTool(const std::vector<std::string>& words) {
   for (std::string& word : kept) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   static const bool prepared = [] {
-    // No git and no pager, and nobody to ask.
+    // No git, no pager, and no user to ask.
     return setenv("PATH", "/nonexistent", 1) == 0 && std::freopen("/dev/null", "r", stdin) != nullptr;
   }();
   Require(prepared, "the target can prepare");

@@ -1,5 +1,5 @@
 /// \file
-/// The whole console tool within a fuzz target, and a small project for it.
+/// The entire command-line tool in a fuzz target, and a small project for it.
 #pragma once
 
 #include <string>
@@ -12,15 +12,15 @@ struct ToolRun {
   std::string out, err;
 };
 
-/// Runs the tool in the current directory. A run that breaks what every command promises is a find: the exit code is 0,
-/// 1 or 2, a failure is told, and what --json prints is an object that says the same.
+/// Runs the tool in the current directory. A run that breaks what every command promises is a finding: the exit code is
+/// 0, 1 or 2, a failure is reported, and what --json prints is an object that says the same.
 ToolRun RunTool(const std::vector<std::string>& words);
 
 /// Makes a project of the example's files of these modules in `dir`; nothing in it is a link. AfCommon, the first of
-/// the label's modules, has to be among them.
+/// the label's modules, must be among them.
 void MakeSmallProject(const std::string& dir, const std::vector<std::string>& modules);
 
-/// The files in `dir` and their content, as SplitParts takes them apart; folders are files that end in "/".
+/// The files in `dir` and their contents, in the form that SplitParts parses; folders are files that end in "/".
 std::string Archive(const std::string& dir);
 
 }  // namespace zofuzz

@@ -1,5 +1,5 @@
 // Paths to label values and back. The lines of an input: a sensor, a path, the values of a configuration, and then the
-// labels, as "LABEL NUMBER NAME"; without any the labels are those of the example project.
+// labels, as "LABEL NUMBER NAME"; without any, the labels are those of the example project.
 
 #include <algorithm>
 #include <cstdlib>
@@ -29,7 +29,7 @@ std::string TakeLine(std::string_view& input) {
   return line;
 }
 
-/// Whether a folder or file may have this name without being taken for another.
+/// Whether a folder or file may have this name without being mistaken for another.
 bool IsClear(const std::string& name) {
   return name.find_first_of("/\\") == std::string::npos &&
          std::none_of(kPrefixes.begin(), kPrefixes.end(),
@@ -81,7 +81,7 @@ class Target {
       if (labels.map.count(label) == 0) labels.names.push_back(label);
       labels.map[label][number] = name;
     }
-    // In the order that is asked for, where there are no others.
+    // In the expected order, if there are no others.
     const auto known = [this](const std::string& name) { return example_.map.count(name) > 0; };
     if (std::all_of(labels.names.begin(), labels.names.end(), known)) labels.names = example_.names;
     return labels;
@@ -133,7 +133,7 @@ class Target {
     }
   }
 
-  /// Whether the names say what they have to, so that the path can be read back.
+  /// Whether the names are such that the path can be read back.
   bool CanRoundTrip(const std::string& sensor, const std::vector<int>& config, const Labels& labels) const {
     if (labels.names != example_.names || !IsClear(sensor) || config.empty()) return false;
     if (config.size() > labels.names.size() || config[0] == -1) return false;
@@ -160,7 +160,7 @@ void zofuzz::Run(const uint8_t* data, size_t size) {
   target.Run(std::string_view(reinterpret_cast<const char*>(data), size));
 }
 
-// The paths of the example project's settings with the values that they stand for, and its labels.
+// The paths of the example project's settings with the values they give, and its labels.
 void zofuzz::Seeds(const std::string& dir) {
   const std::string project = MakeExampleProject();
   std::string name, lines;

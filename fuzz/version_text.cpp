@@ -1,5 +1,5 @@
-// Version files and the version header. An input has parts: "//// file" begins a version file, "//// header" the header
-// as it was, "//// set" a name, "=", and the version that it is set to.
+// Version files and the version header. An input has parts: "//// file" starts a version file, "//// header" the
+// previous header, "//// set" a name, "=", and the version to set.
 
 #include <google/protobuf/message.h>
 #include <google/protobuf/stubs/strutil.h>
@@ -25,7 +25,7 @@ using Strings = std::vector<std::string>;
 constexpr char kMarker[] = "[3AProto]";
 constexpr size_t kMaxFiles = 5;
 
-/// Whether a text stands in JSON, in quotes, as it is.
+/// Whether a text can be put into JSON, in quotes, as it is.
 bool IsPlain(const std::string& text) {
   return text.size() < 1024 && std::all_of(text.begin(), text.end(), [](char c) {
            return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' || c == ' ';

@@ -1,6 +1,6 @@
 # Prints the reference of every public name, docs/api.md of an installation, from the public header: each with its
-# declaration and its contract, which is the comment before it. Ends with status 1, after naming the places, when a
-# declaration has no comment.
+# declaration and its contract, the comment before it. Ends with status 1, after naming the places, if a declaration has
+# no comment.
 
 function flush_text() { text = "" }
 
@@ -68,7 +68,7 @@ BEGIN {
   next
 }
 /^#/ { next }
-# A comment that is not for one name.
+# A comment that does not belong to a name.
 /^ *\/\/ / { sub(/^ *\/\/ /, ""); note = note $0 "\n"; next }
 /^ *$/ {
   if (!in_declaration) {

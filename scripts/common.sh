@@ -1,8 +1,8 @@
-# Sourced by the other scripts: the root of the repository, a way to run a command that is silent while all is well, and
-# the build.
+# Sourced by the other scripts: the root of the repository, a way to run a command silently unless it fails, and the
+# build.
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-# Builds of other clones of this repository fill the same compiler cache.
+# Builds of other clones of this repository share the compiler cache.
 export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
 
 # Runs a command with its output kept in a log, and prints the log only when the command fails.
@@ -19,7 +19,7 @@ quietly() { # LOG COMMAND [ARGUMENT...]
   return "$status"
 }
 
-# Builds a preset into out/PRESET, after installing what is missing; without a TARGET everything.
+# Builds a preset into out/PRESET, after installing what is missing; everything unless a TARGET is given.
 build() { # PRESET [TARGET...]
   local preset=$1 begin targets=()
   shift

@@ -1,4 +1,4 @@
-# Every source file of the library, relative to src/. The one list that all builds read.
+# Every source file of the library, relative to src/. The only list, read by all builds.
 set(ZOTUNING_SOURCES
   log/android_properties.cpp
   log/datacenter_logger.cpp

@@ -15,10 +15,10 @@ namespace {
 
 using google::protobuf::FieldDescriptor;
 
-// Values are followed so deep.
+// How deep values are followed.
 constexpr size_t kMaxDepth = 200;
 
-/// More levels of brackets than anything is followed. Those within strings count as well.
+/// Whether there are more levels of brackets than are followed anywhere. Those within strings count as well.
 bool IsTooDeep(std::string_view json) {
   size_t depth = 0;
   for (const char c : json) {
@@ -29,7 +29,7 @@ bool IsTooDeep(std::string_view json) {
   return false;
 }
 
-/// The type of the rows that a list is made of; null where they are no rows.
+/// The type of the rows of a list; null if its elements are not rows.
 const TypeTable* RowType(const FieldEntry& field) {
   const TypeTable* type = field.message;
   return type != nullptr && type->is_row() && type->value == 0 ? type : nullptr;
@@ -58,8 +58,8 @@ std::string ListOf(const std::vector<JsonValue>& values, size_t begin, size_t en
   return text + "]";
 }
 
-/// `input` in the form of the match's field: what the schema asks for, as JSON in one line. Nothing where it has no
-/// such form; `why` says so then.
+/// `input` in the form that the match's field needs, as JSON on one line. Nothing if it has no such form; `why` then
+/// gives the reason.
 std::optional<std::string> ToForm(const JsonValue& input, const Match& match, std::string* why) {
   const std::string path = Quoted(match.path.ToString());
   if (!match.is_list) {
@@ -73,7 +73,7 @@ std::optional<std::string> ToForm(const JsonValue& input, const Match& match, st
     *why = path + " takes a list: [...]";
     return std::nullopt;
   }
-  // A table that was turned round has as many values. Its last row may be shorter.
+  // A transposed table has the same number of values. Its last row may be shorter.
   size_t left = input.size();
   const auto has_width = [&](const JsonValue& row) {
     --left;
@@ -118,12 +118,12 @@ std::optional<std::string> ToForm(const JsonValue& input, const Match& match, st
   return text + "]";
 }
 
-/// Makes `value` mean what `wanted` means, with as few changes as that takes.
+/// Makes `value` mean the same as `wanted`, with as few changes as possible.
 bool Merge(const JsonValue& value, const JsonValue& wanted, const FieldEntry* field, size_t columns, JsonEdit& edit) {
   if (value.is_scalar() && wanted.is_scalar()) {
     if (value.kind() != JsonKind::kNull && IsSameScalar(value, wanted, field->descriptor)) return true;
     std::string text = OneLine(wanted);
-    // 64-bit integers are printed in quotes, so that other programs keep their digits.
+    // 64-bit integers are printed in quotes, so that other programs keep all digits.
     const FieldDescriptor::CppType type = field->descriptor->cpp_type();
     const bool wide = type == FieldDescriptor::CPPTYPE_INT64 || type == FieldDescriptor::CPPTYPE_UINT64;
     if (wide && value.is_string() && wanted.is_number()) text = '"' + text + '"';
@@ -162,7 +162,7 @@ bool Merge(const JsonValue& value, const JsonValue& wanted, const FieldEntry* fi
   return true;
 }
 
-/// The changes of one text.
+/// The edits to one text.
 class Assigner {
  public:
   Assigner(const JsonDocument& document, const std::string& file, DiagnosticSink& sink)
@@ -252,20 +252,20 @@ bool RequireEditable(const JsonDocument& document, const std::string& file, Diag
   return false;
 }
 
-/// Matches of one line, one after another.
+/// Consecutive matches of one line.
 size_t EndOfLine(const std::vector<Match>& matches, size_t begin) {
   size_t end = begin;
   while (end < matches.size() && matches[end].line == matches[begin].line) ++end;
   return end;
 }
 
-/// The lines that a list has in a table.
+/// The lines that a list has as a table.
 size_t LinesOf(const Match& match) {
   if (RowType(*match.field) != nullptr) return match.value.size();
   return match.columns == 0 ? 1 : (match.value.size() + match.columns - 1) / match.columns;
 }
 
-/// The lines of several tables, one below the other, as a list of tables; "" when there are not as many.
+/// The consecutive lines of several tables, as a list of tables; "" if the number of lines differs.
 std::string SplitTables(const std::vector<Match>& matches, const JsonValue& lines) {
   std::vector<JsonValue> rows;
   for (const JsonValue row : lines.elements()) rows.push_back(row);
@@ -286,7 +286,7 @@ std::string_view Trimmed(std::string_view text) {
   return text;
 }
 
-/// A cell as JSON for a field that is no message; "" where it cannot be one.
+/// A cell as JSON for a non-message field; "" if it cannot be one.
 std::string CellJson(const std::string& text, const FieldDescriptor* field) {
   const std::string cell(Trimmed(text));
   switch (field->cpp_type()) {
@@ -295,7 +295,7 @@ std::string CellJson(const std::string& text, const FieldDescriptor* field) {
     case FieldDescriptor::CPPTYPE_ENUM:
       return IsNumber(cell) ? cell : cell.empty() ? "" : EncodeJsonString(cell);
     case FieldDescriptor::CPPTYPE_BOOL:
-      // Spreadsheets write them in capitals.
+      // Spreadsheets write them in upper case.
       return cell == "true" || cell == "TRUE" ? "true" : cell == "false" || cell == "FALSE" ? "false" : "";
     case FieldDescriptor::CPPTYPE_MESSAGE:
       return "";
@@ -467,7 +467,7 @@ bool TableData::Assign(const TypedPath& path, const std::string& file, std::stri
     tables = JsonDocument(SplitTables(matches, input));
     if (tables.root()) input = tables.root();
   }
-  // One line may stand without the list around it.
+  // One line may come without the list around it.
   std::vector<JsonValue> rows;
   const bool one = lines == 1 && input.is_array() && !(input.size() == 1 && First(input).is_array());
   if (one) rows.push_back(input);

@@ -1,5 +1,5 @@
 /// \file
-/// New values for what paths name: given as JSON, calculated, or read from a table; and values as tables.
+/// New values for what paths select: given as JSON, computed, or read from a table; and values as tables.
 #pragma once
 
 #include <optional>
@@ -20,30 +20,30 @@ struct Assignment {
   PathPattern path;
   Kind kind;
   std::string value;
-  bool round = false;  ///< results for integers become the nearest ones
+  bool round = false;  ///< results for integers are rounded
 };
 
-/// Nothing where the text is none; `why` says so then.
+/// Nothing if the text is not an assignment; `why` then gives the reason.
 std::optional<Assignment> ParseAssignment(std::string_view text, std::string* why);
 
-/// Makes an assignment in a text of the type that `path` was resolved for. VALUE is JSON; for a string or enum the bare
-/// word will do. A list of lists is taken for a table in either of its forms. Each value that the path names gets the
-/// same; numbers that stay the same stay as they are written, and so does the rest of the text. Fields that are missing
+/// Applies an assignment to a text of the type that `path` was resolved for. VALUE is JSON; strings and enums may be
+/// bare words. A list of lists is taken as a table in either of its forms. Each value that the path selects gets the
+/// same one; numbers that do not change keep their spelling, and the rest of the text stays as it is. Missing fields
 /// are inserted. False after errors that name `file`.
 bool Assign(const TypedPath& path, const Assignment& assignment, const std::string& file, std::string* text,
             DiagnosticSink& sink);
 
-/// Values to be distributed over what a path names: a JSON value, or a table, whose cells are turned into the type of
-/// the field that they are meant for.
+/// Values to be distributed over what a path selects: a JSON value, or a table whose cells are converted to the type of
+/// the target field.
 class TableData {
  public:
   enum class Form { kJson, kCsv, kTsv };
 
-  /// Reads `text`, from `file`. False after errors.
+  /// Reads `text`, the contents of `file`. False after errors.
   bool Read(std::string text, Form form, const std::string& file, DiagnosticSink& sink);
 
   /// As Assign. A single value gets all of it. Otherwise each line of the table, or element of the list, goes to the
-  /// values of one list, row or object that the path names, and their numbers have to be the same.
+  /// values of one list, row or object that the path selects; there must be equally many of both.
   bool Assign(const TypedPath& path, const std::string& file, std::string* text, DiagnosticSink& sink) const;
 
  private:
@@ -56,11 +56,11 @@ class TableData {
   std::vector<std::vector<Cell>> rows_;
 };
 
-/// The form that a file's name or, without a known suffix, its contents tell.
+/// The format given by a file's suffix or, if that is unknown, by its contents.
 TableData::Form FormOf(const std::string& name, std::string_view text);
 
-/// The values that a path names in one document as the text that TableData::Read takes. False after an error that names
-/// `file`: structures have no form as a table.
+/// The values that a path selects in one document, as text for TableData::Read. False after an error that names `file`:
+/// structures cannot be a table.
 bool WriteMatches(const std::vector<Match>& matches, TableData::Form form, const std::string& file, std::string* text,
                   DiagnosticSink& sink);
 

@@ -23,8 +23,8 @@ namespace {
 
 constexpr size_t kContext = 3;
 
-// Texts that differ in more lines than this are taken to differ in all lines between the first and the last one: the
-// search for the least difference takes time and memory by its square.
+// Texts that differ in more lines than this are treated as different in all lines between the first and the last
+// difference: finding the least difference takes quadratic time and memory.
 constexpr int kMaxDifference = 2000;
 
 /// Lines with their ends; the last one may have none.
@@ -38,19 +38,19 @@ std::vector<std::string_view> SplitLines(std::string_view text) {
   return lines;
 }
 
-/// What happens to lines, in the order of both texts.
+/// What happens to consecutive lines, in the order of both texts.
 struct Change {
   size_t old_line;  ///< the next one of the old text
   size_t new_line;
-  size_t removed;  ///< as many lines from there on
+  size_t removed;  ///< number of lines from there on
   size_t added;
 };
 
-/// The changes from `a` to `b` after Myers, "An O(ND) difference algorithm and its variations". Appended with `offset`
-/// added to their lines.
+/// The changes from `a` to `b` according to Myers, "An O(ND) difference algorithm and its variations". Appended with
+/// `offset` added to their lines.
 void FindChanges(const std::vector<int>& a, const std::vector<int>& b, size_t offset, std::vector<Change>& changes) {
   const int m = static_cast<int>(a.size()), n = static_cast<int>(b.size());
-  // Of each number of differences the furthest line of `a` on each diagonal (line of a - line of b), from -d to d.
+  // For each number of differences, the furthest line of `a` on each diagonal (line of a - line of b), from -d to d.
   std::vector<std::vector<int>> reached;
   const auto at = [](const std::vector<int>& row, int k) {
     const int d = static_cast<int>(row.size()) - 1;
@@ -104,12 +104,12 @@ void AppendLine(char sign, std::string_view line, std::string* text) {
   if (line.back() != '\n') *text += "\n\\ No newline at end of file\n";
 }
 
-/// "12,3", as a hunk names lines.
+/// "12,3", the form of line ranges in hunks.
 std::string Range(size_t first, size_t count) {
   return std::to_string(count == 0 ? first : first + 1) + (count == 1 ? "" : "," + std::to_string(count));
 }
 
-/// `path` as git writes it: in quotes where it holds what would be misread.
+/// `path` as git writes it: quoted if it would be misread otherwise.
 std::string DiffPath(const char* prefix, const std::string& path) {
   std::string quoted;
   bool odd = false;
@@ -130,31 +130,31 @@ std::string DiffPath(const char* prefix, const std::string& path) {
   return odd ? '"' + quoted + '"' : quoted;
 }
 
-/// A heading line with a path that ends where the line ends.
+/// A header line with a path, ended so that git reads it correctly.
 std::string Heading(const char* sign, const std::string& path) {
   return sign + path + (path.find(' ') == std::string::npos ? "" : "\t") + "\n";
 }
 
 bool IsBinary(const std::optional<std::string>& text) { return text && text->find('\0') != std::string::npos; }
 
-/// The directory that holds `path`.
+/// The directory that contains `path`.
 std::string FolderOf(const std::string& path) {
   const size_t slash = path.rfind('/');
   return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
 }
 
-/// A path, which need not exist, without links and dots in its folders; "" where the system cannot tell.
+/// A path, which need not exist, without links and dots in its folders; "" if the system cannot resolve it.
 std::string CanonicalPath(const std::string& path) {
   std::error_code error;
   const std::filesystem::path folder = std::filesystem::weakly_canonical(FolderOf(path), error);
   return error ? "" : (folder / path.substr(path.rfind('/') + 1)).string();
 }
 
-/// Paths within `base` as git wants them, which takes them from the root of its repository.
+/// Converts paths within `base` to the form git expects, relative to the root of its repository.
 class DiffPaths {
  public:
   explicit DiffPaths(const std::string& base) : base_(CanonicalPath(base + "/")) {
-    CollectingSink none;  // a diff is of use without a repository, too
+    CollectingSink none;  // a diff is useful without a repository, too
     if (const auto repository = GitRepository::Open(base, none)) prefix_ = repository->prefix();
   }
 
@@ -174,7 +174,7 @@ mode_t ModeOf(const std::string& path) {
   return stat(path.c_str(), &info) == 0 ? info.st_mode & 07777 : 0644;
 }
 
-/// Holds back the signals of a user who stops the program until this goes, so that a change is not stopped half way.
+/// Blocks the signals that stop the program until this is destroyed, so that a change is not stopped half way.
 class HoldSignals {
  public:
   HoldSignals() {
@@ -201,7 +201,7 @@ std::string DiffLines(std::string_view old_text, std::string_view new_text) {
   while (tail < shorter - head && old_lines[old_lines.size() - 1 - tail] == new_lines[new_lines.size() - 1 - tail]) {
     ++tail;
   }
-  // Equal lines have one number.
+  // Equal lines have the same number.
   std::unordered_map<std::string_view, int> numbers;
   const auto number = [&](const std::vector<std::string_view>& lines) {
     std::vector<int> result;
@@ -216,7 +216,7 @@ std::string DiffLines(std::string_view old_text, std::string_view new_text) {
 
   std::string text;
   for (size_t i = 0; i < changes.size();) {
-    // Changes with their context next to each other make one hunk.
+    // Changes whose context touches are one hunk.
     size_t last = i;
     while (last + 1 < changes.size() &&
            changes[last + 1].old_line - (changes[last].old_line + changes[last].removed) <= 2 * kContext) {
@@ -314,12 +314,12 @@ bool ChangeSet::Check(DiagnosticSink& sink) const {
 bool ChangeSet::Apply(DiagnosticSink& sink) const {
   const HoldSignals hold;
   if (!Check(sink)) return false;
-  // Which text each path has before and after; none for no file.
+  // Which text each path has before and after; none if there is no file.
   struct State {
     const std::string* before = nullptr;
     const std::string* after = nullptr;
     mode_t mode_before = 0;
-    mode_t mode_after = 0;  ///< of a file that comes from elsewhere, else 0
+    mode_t mode_after = 0;  ///< of a file renamed from elsewhere, else 0
   };
   std::map<std::string, State> states;
   for (const FileChange& change : changes_) {
@@ -330,7 +330,7 @@ bool ChangeSet::Apply(DiagnosticSink& sink) const {
     if (change.new_text) states[change.path].after = &*change.new_text;
     if (change.old_path != change.path) states[change.path].mode_after = ModeOf(change.old_path);
   }
-  // Nothing is removed before everything is written.
+  // Nothing is removed until everything is written.
   std::vector<std::string> order;
   for (const bool removed : {false, true}) {
     for (const FileChange& change : changes_) {

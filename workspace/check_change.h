@@ -11,9 +11,9 @@
 
 namespace zotuning {
 
-/// Reports what is wrong with `after`, a text of type `type`, that was not wrong with `before`: errors and, as errors,
-/// values that their rules do not allow, unless `allow_rules`. `file` is for the diagnostics alone. True when there is
-/// nothing.
+/// Reports what is wrong with `after`, a text of type `type`, and was not wrong with `before`: errors and, as errors,
+/// values that break their rules, unless `allow_rules`. `file` is only for the diagnostics. True if there is nothing to
+/// report.
 bool CheckChange(const JsonDocument& before, const JsonDocument& after, const google::protobuf::Descriptor* type,
                  bool allow_rules, const std::string& file, DiagnosticSink& sink);
 

@@ -1,4 +1,4 @@
-// What is wrong with a text by itself; fit_check.cpp asks for what a message type wants. Tested by
+// What is wrong with a text by itself; fit_check.cpp checks it against a message type. Tested by
 // tests/workspace/check_json_test.cpp.
 
 #include "workspace/check_json.h"
@@ -15,13 +15,13 @@
 namespace zotuning {
 namespace {
 
-/// Keys that stand twice in an object.
+/// Duplicate keys in objects.
 class DuplicateCheck {
  public:
   DuplicateCheck(const JsonDocument& document, Findings& findings) : document_(document), findings_(findings) {}
 
   void Run() {
-    // The way down to what is looked at; texts can be deeper than the stack.
+    // An explicit stack; texts can be nested deeper than the call stack allows.
     std::vector<Level> levels;
     if (document_.root()) levels.push_back(Enter(document_.root()));
     while (!levels.empty()) {
@@ -38,7 +38,7 @@ class DuplicateCheck {
   }
 
  private:
-  /// What is left of an object or list.
+  /// The rest of an object or list.
   struct Level {
     JsonMembers::Iterator member, members_end;
     JsonElements::Iterator element, elements_end;
@@ -57,14 +57,14 @@ class DuplicateCheck {
 
   const JsonDocument& document_;
   Findings& findings_;
-  std::unordered_map<std::string, size_t> keys_;  ///< with the place of the first one
+  std::unordered_map<std::string, size_t> keys_;  ///< with the position of the first one
 };
 
 }  // namespace
 
 void CheckText(const JsonDocument& document, const std::string& file, DiagnosticSink& sink) {
   Findings findings(document, FitOptions().max_diagnostics);
-  // A path is searched for from the front of the text: few for large ones.
+  // Finding a path means searching from the start of the text: only a few for large ones.
   constexpr size_t kMaxPaths = 100, kMaxBytes = 50'000'000;
   size_t paths = std::min(kMaxPaths, 1 + kMaxBytes / (document.text().size() + 1));
   for (const JsonFault& fault : document.faults()) {

@@ -26,7 +26,7 @@ namespace fs = std::filesystem;
 using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
 
-/// The paths that were asked for, as paths below the project's folder.
+/// The paths given by the user, as paths below the project's folder.
 class Wanted {
  public:
   Wanted(const std::string& project_dir, const std::vector<std::string>& paths) : prefix_(DisplayPath(project_dir)) {
@@ -34,11 +34,11 @@ class Wanted {
     const std::string roots[] = {Normal(project_dir), Canonical(project_dir)};
     all_ = paths.empty();
     for (const std::string& path : paths) {
-      // As it is written, and without links on the way; a link itself is what is meant.
+      // As written, and with links resolved on the way; the last component may be a link.
       const fs::path written(Normal(path));
       const std::string forms[] = {written.string(),
                                    (Canonical(written.parent_path().string()) / written.filename()).string()};
-      std::string relative = "/";  // outside of the project
+      std::string relative = "/";  // outside the project
       for (const std::string& root : roots) {
         for (const std::string& form : forms) {
           if (form == root) relative = "";
@@ -77,7 +77,7 @@ class Wanted {
     return below;
   }
 
-  /// The path has been looked at, or something was said about it.
+  /// The path has been checked, or something was reported about it.
   void SetMet(const std::string& path) {
     if (all_) return;
     const std::string relative = Relative(path);
@@ -85,7 +85,7 @@ class Wanted {
       wanted.met = wanted.met || relative == wanted.relative || IsBelow(relative, wanted.relative);
     }
   }
-  /// As they were given.
+  /// As given by the user.
   std::vector<std::string> NotMet() const {
     std::vector<std::string> paths;
     for (const Path& wanted : paths_) {
@@ -168,7 +168,7 @@ class Check {
     return options;
   }
 
-  /// Files that look like part of the schema, and are not loaded, or should not be.
+  /// Files that look like part of the schema but are not loaded, or should not be.
   void CheckSchemaFolder() {
     const std::string dir = project_.layout().ProtoDir();
     std::vector<FoundFile> files;
@@ -196,7 +196,7 @@ class Check {
     return text;
   }
 
-  /// Names of values that the library reads as others than they seem.
+  /// Names of values that the library reads differently from what they suggest.
   void CheckLabels() {
     for (int i = 0; i < project_.label_type()->field_count(); ++i) {
       const auto* type = project_.label_type()->field(i)->enum_type();
@@ -227,7 +227,7 @@ class Check {
     sink_.Add(std::move(diagnostic));
   }
 
-  /// Modules without a type, and types in forms that templates cannot handle.
+  /// Modules without a type, and types that templates cannot handle.
   void CheckModules() {
     std::set<const Descriptor*> seen;
     for (const Project::Module& module : project_.Modules()) {
@@ -299,7 +299,7 @@ class Check {
     const std::string module = project_.ModuleName(setting.values);
     if (module.empty()) return;
     const Descriptor* type = project_.schema().FindType(module);
-    // Where the schema has errors, they may hide the type; where it has none, its absence was told.
+    // If the schema has errors, they may hide the type; if not, its absence was already reported.
     if (type == nullptr) return wanted_.SetMet(setting.path);
     if (setting.scope == kDefaultScope) {
       CheckDefault(setting.path, module, type);
@@ -313,7 +313,7 @@ class Check {
                "'zotuning template " + module + "' makes it", DisplayPath(default_path));
   }
 
-  /// What a default lacks is mostly a field that the schema got later.
+  /// What a default lacks is usually a field that was added to the schema later.
   void CheckDefault(const std::string& path, const std::string& module, const Descriptor* type) {
     CollectingSink found;
     CheckFile(path, type, fit_, found);
@@ -360,7 +360,7 @@ class Check {
     const std::string dir = project_.layout().ScopeVersionDir(kDefaultScope);
     if (!IsDirectory(dir) || !(wanted_.Touches(dir) || wanted_(header))) return;
     std::vector<VersionFile> own;
-    CollectingSink ignored;  // told by CheckFile
+    CollectingSink ignored;  // reported by CheckFile
     const bool good = ReadVersionFiles(project_, kDefaultScope, own, ignored);
     CheckNames(own);
     wanted_.SetMet(header);
@@ -398,7 +398,7 @@ class Check {
     sink_.Add(std::move(diagnostic));
   }
 
-  /// With `complete`, all of the versions are known.
+  /// If `complete`, all of the versions are known.
   void CheckHeader(const std::string& path, const std::vector<VersionFile>& versions, bool complete) {
     std::string text;
     if (!Exists(path)) {
@@ -429,7 +429,7 @@ bool MayBeHidden(const Project& project, const std::string& type) {
   const auto& files = project.schema().files();
   return std::any_of(files.begin(), files.end(), [&](const ZO_TUNING::internal::SchemaFile& file) {
     std::string text;
-    CollectingSink ignored;  // told as a fault of the schema
+    CollectingSink ignored;  // reported as a fault of the schema
     return !file.is_loaded && ReadFile(project.layout().ProtoDir() + "/" + file.name, text, ignored) &&
            text.find("message " + type) != std::string::npos;
   });

@@ -1,5 +1,5 @@
 /// \file
-/// Everything that can be wrong with a project, found in one run. Reads alone; writes nothing.
+/// Everything that can be wrong with a project, found in one run. Only reads; writes nothing.
 #pragma once
 
 #include <optional>
@@ -18,13 +18,13 @@ struct CheckOptions {
   std::optional<std::string> text;
 };
 
-/// Reports the errors of the schema that packing does not meet by itself: modules of the labels without a type.
+/// Reports the schema errors that packing does not find by itself: modules of the labels without a type.
 void CheckModuleTypes(Project& project, DiagnosticSink& sink);
 
 /// Checks the project at `dir`: schema, configuration, labels, versions and version header, defaults and the settings
-/// of every sensor. With `paths` only those files, and the files below those folders; the schema is loaded all the
-/// same, and its faults are reported where it is among them or hides theirs. Diagnostics come in the order of path and
-/// line. False when there is no project, or a path cannot be checked.
+/// of every sensor. With `paths`, only those files and the files below those folders; the schema is still loaded, and
+/// its faults are reported if it is among the paths or its faults hide theirs. Diagnostics are ordered by path and
+/// line. False if there is no project, or a path cannot be checked.
 bool CheckProject(const std::string& dir, const std::vector<std::string>& paths, const CheckOptions& options,
                   DiagnosticSink& sink);
 

@@ -13,7 +13,7 @@
 namespace zotuning {
 namespace {
 
-/// Passes on what it is given, without the warnings, and counts the errors.
+/// Forwards diagnostics except warnings, and counts the errors.
 class ErrorsOnly : public DiagnosticSink {
  public:
   explicit ErrorsOnly(DiagnosticSink& sink) : sink_(sink) {}
@@ -49,7 +49,7 @@ bool ExplainText(const std::string& file, std::string text, const google::protob
   CheckFit(document, type, options, shown, errors);
   if (errors.count() > 0) return false;
   if (refusal.empty()) return true;
-  // The structure shows nothing, so protobuf's own sentence has to do.
+  // The structure shows no fault, so protobuf's own message has to do.
   sink.Report(Code::kJsonMisfit, refusal, "", shown);
   return false;
 }

@@ -1,5 +1,5 @@
 /// \file
-/// Whether a JSON text can be packed as a message type: protobuf's verdict, and the reasons in the workspace's words.
+/// Whether a JSON text can be packed as a message type: protobuf's result, with the reasons as diagnostics.
 #pragma once
 
 #include <google/protobuf/message.h>
@@ -17,7 +17,7 @@ class OldNames;
 /// Whether every field of the type has to be spelled out, as packing demands of settings.
 enum class Fields { kAll, kAny };
 
-/// Why packing refuses a text in which the name of a field does not occur.
+/// Why packing rejects a text that does not contain the name of a field.
 std::string MissingNameText(const std::string& name);
 
 /// Reports why `text`, the content of `file`, does not fit `type`: all faults by structure. `refusal` is protobuf's own
@@ -27,11 +27,11 @@ bool ExplainText(const std::string& file, std::string text, const google::protob
                  const std::string& refusal, DiagnosticSink& sink,
                  const std::shared_ptr<OldNames>& old_names = nullptr);
 
-/// Parses `text`, the content of `file`, into `message`. False after errors that say why it does not fit.
+/// Parses `text`, the contents of `file`, into `message`. False after errors that say why it does not fit.
 bool ParseJson(const std::string& file, const std::string& text, google::protobuf::Message* message,
                DiagnosticSink& sink);
 
-/// Whether `text` fits `type` and names what packing asks for. False after errors.
+/// Whether `text` fits `type` and mentions the fields that packing requires. False after errors.
 bool CheckSettingText(Schema& schema, const std::string& file, const std::string& text,
                       const google::protobuf::Descriptor* type, Fields fields, DiagnosticSink& sink);
 

@@ -27,7 +27,7 @@ std::string Lower(std::string text) {
   return text;
 }
 
-/// Whether a file name that is not read would be one of JSON but for its case, a slip, or what an editor adds.
+/// Whether the name of an ignored file looks like JSON but for case, a typo, or what an editor appends.
 bool LooksLikeJson(const std::string& name) {
   const std::string lower = Lower(name);
   if (lower.find(".json") != std::string::npos) return true;
@@ -40,7 +40,7 @@ bool LooksLikeJson(const std::string& name) {
 /// Walks what packing does not read. `in_version` is below a folder that packing does not enter.
 void WalkUnread(const Project& project, const std::string& dir, bool in_version, bool top, DiagnosticSink& sink) {
   std::vector<ZO_TUNING::internal::DirectoryEntry> entries;
-  // What cannot be listed is told where the settings are.
+  // What cannot be listed is reported with the settings.
   (void)ZO_TUNING::internal::ReadDirectory(dir.c_str(), entries);
   std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
   for (const auto& [name, listed_kind] : entries) {
@@ -54,7 +54,7 @@ void WalkUnread(const Project& project, const std::string& dir, bool in_version,
     }
     if (kind == EntryKind::kLink && IsDirectory(path)) {
       if (name[0] == '.') continue;
-      // Whoever put it there takes the settings behind it for packed.
+      // Whoever put it there believes that the settings behind it are packed.
       sink.Error(Code::kNotRead, "this is a link to a folder; packing does not follow it",
                  "put the folder itself there", DisplayPath(path));
     } else if (kind == EntryKind::kDirectory) {
@@ -80,7 +80,7 @@ void WalkUnread(const Project& project, const std::string& dir, bool in_version,
   }
 }
 
-/// Reports each folder that the labels do not know once. Whether all of them are levels.
+/// Reports each folder that the labels do not know once. Returns whether all of them are levels.
 bool CheckFolders(const Project& project, const Setting& setting, std::set<std::string>& told, DiagnosticSink& sink) {
   if (setting.faults.empty()) return true;
   bool good = true;
@@ -133,7 +133,7 @@ void CheckPlaces(const Project& project, const std::vector<Setting>& settings, D
 void CheckUnread(const Project& project, const std::string& scope, const std::string& relative, DiagnosticSink& sink) {
   const std::string scope_dir = project.layout().ScopeDir(scope);
   const std::string dir = relative.empty() ? scope_dir : scope_dir + "/" + relative;
-  // The version files of a sensor stand in its folder, those of the project beside the schema.
+  // The version files of a sensor are in its folder, those of the project beside the schema.
   const bool is_default = scope == kDefaultScope;
   bool in_version = false;
   for (size_t begin = 0; begin < relative.size();) {

@@ -30,14 +30,14 @@ using google::protobuf::Reflection;
 
 constexpr size_t kShownBytes = 60;
 
-/// Elements beyond this are compared one by one only where asked for.
+/// Elements beyond this are compared one by one only on request.
 constexpr size_t kFewChanges = 3;
 
-/// What an element of only one list costs beside a pair, which costs up to 1: pairs of which nothing is equal are made,
-/// and half-equal ones broken up where that lets two others be equal.
+/// What an unpaired element costs, compared with a pair, which costs up to 1: elements with nothing in common are still
+/// paired, and half-equal pairs are separated if that lets two others be equal.
 constexpr float kAlone = 0.75F;
 
-/// What looking for insertions may cost for one list: pairs of elements, and comparisons of values.
+/// How much work the search for insertions may take for one list: pairs of elements, and comparisons of values.
 constexpr size_t kMaxAlignmentPairs = 4'000'000;
 constexpr size_t kMaxAlignmentWork = 100'000'000;
 
@@ -97,12 +97,12 @@ std::string Grouped(size_t count) {
 std::string Printed(const char* format, double number) {
   char text[64];
   (void)std::snprintf(text, sizeof(text), format, number);
-  // The locale of the process may have a decimal comma.
+  // The locale of the process may use a decimal comma.
   std::replace(text, text + std::strlen(text), ',', '.');
   return text;
 }
 
-/// "+1.5 %", "" without a number to compare with, and for what is too little to be told in per cent.
+/// "+1.5 %", or "" if there is no number to compare with, or the change is too small for a percentage.
 std::string PercentText(double left, double right) {
   if (!std::isfinite(left) || !std::isfinite(right) || left == 0) return "";
   const double percent = (right - left) / std::fabs(left) * 100;
@@ -110,7 +110,7 @@ std::string PercentText(double left, double right) {
   return Printed(percent != 0 && std::fabs(percent) < 0.1 ? "%+.1g %%" : "%+.1f %%", percent);
 }
 
-/// How far it is from `left` to `right`, both numbers; exact for whole ones of one kind.
+/// The difference from `left` to `right`, both numbers; exact for integers of the same kind.
 double DistanceOf(const FieldValue& left, const FieldValue& right) {
   const auto whole = [](auto from, auto to) {
     const auto wide = [](auto number) { return static_cast<uint64_t>(number); };
@@ -123,10 +123,10 @@ double DistanceOf(const FieldValue& left, const FieldValue& right) {
   double from = 0, to = 0;
   (void)NumberOf(left, &from);
   (void)NumberOf(right, &to);
-  return to - from + 0.0;  // no zero with a sign
+  return to - from + 0.0;  // no negative zero
 }
 
-/// "+0.02", exact for whole numbers.
+/// "+0.02", exact for integers.
 std::string DistanceText(const FieldValue& left, const FieldValue& right) {
   const double distance = DistanceOf(left, right);
   const bool whole =
@@ -149,7 +149,7 @@ bool IsFloating(const FieldValue& value) {
   return std::holds_alternative<float>(value) || std::holds_alternative<double>(value);
 }
 
-/// Whether two values are the same; of fields of several kinds, in the narrower one.
+/// Whether two values are equal; if their fields have different kinds, in the narrower one.
 bool SameValue(const FieldValue& left, const FieldValue& right) {
   if (left.index() == right.index() && !IsFloating(left)) return left == right;
   double a = 0, b = 0;
@@ -163,14 +163,13 @@ bool SameValue(const FieldValue& left, const FieldValue& right) {
   return a == b;
 }
 
-/// What rounding to its type may have taken from a number, as a part of it.
+/// What rounding to its type may have taken from a number, as a fraction of it.
 double RoundingOf(const FieldValue& value) {
   if (std::holds_alternative<float>(value)) return std::numeric_limits<float>::epsilon();
   return std::holds_alternative<double>(value) ? std::numeric_limits<double>::epsilon() : 0;
 }
 
-/// Whether the distance counts as none, as 1.1 - 1 does where the tolerance is 0.1. Infinities are no nearer to
-/// anything.
+/// Whether the difference is within the tolerance, as 1.1 - 1 is within 0.1. Infinities are not close to anything.
 bool Within(double a, double b, double distance, double rounding, const Tolerance& tolerance) {
   if ((tolerance.absolute <= 0 && tolerance.relative <= 0) || !std::isfinite(distance)) return false;
   const double larger = std::max(std::fabs(a), std::fabs(b));
@@ -206,7 +205,7 @@ void ClearRules(Message& message) {
   }
 }
 
-/// Without rules, which would take the place of what is shown of it.
+/// Without rules, which would take up the space of the values.
 FieldValue Summary(const Message& message) {
   const std::unique_ptr<Message> copy(message.New());
   copy->CopyFrom(message);
@@ -251,7 +250,7 @@ FieldValue SingularValue(const Message& message, const FieldDescriptor* field) {
   return Summary(reflection.GetMessage(message, field));
 }
 
-/// The scalars of a repeated field, read where they are.
+/// The scalars of a repeated field, read in place.
 class Scalars {
  public:
   Scalars() = default;
@@ -315,7 +314,7 @@ class Scalars {
     return message_->GetReflection()->GetRepeatedString(*message_, field_, static_cast<int>(i));
   }
 
-  /// The element as a double; false where it is no number.
+  /// The element as a double; false if it is not a number.
   bool NumberAt(size_t i, double* number) const {
     switch (type_) {
       case FieldDescriptor::CPPTYPE_INT32:
@@ -348,13 +347,13 @@ class Scalars {
 
   bool SameType(const Scalars& other) const { return type_ == other.type_; }
 
-  /// Whether all bytes of both are equal; false says nothing.
+  /// Whether all bytes of both are equal; false proves nothing.
   bool SameBytes(const Scalars& other) const {
     return size_ == other.size_ && data_ != nullptr && other.data_ != nullptr && width_ == other.width_ &&
            type_ == other.type_ && type_ != FieldDescriptor::CPPTYPE_ENUM &&
            std::memcmp(data_, other.data_, size_ * width_) == 0;
   }
-  /// The same of one element of each.
+  /// The same for one element of each.
   bool SameBytes(size_t i, const Scalars& other, size_t j) const {
     return data_ != nullptr && other.data_ != nullptr && width_ == other.width_ && type_ == other.type_ &&
            type_ != FieldDescriptor::CPPTYPE_ENUM &&
@@ -383,12 +382,12 @@ class Scalars {
   FieldDescriptor::CppType type_ = FieldDescriptor::CPPTYPE_MESSAGE;
   size_t size_ = 0;
   size_t width_ = 0;
-  const char* data_ = nullptr;  ///< of the elements, null for texts
+  const char* data_ = nullptr;  ///< of the elements, null for strings
 };
 
 // ---- Types ----
 
-/// The rule beside a field of a data type that tells rows and columns; null where there is none.
+/// The rule beside a field of a data type that gives rows and columns; null if there is none.
 const FieldDescriptor* TableRule(const FieldDescriptor* field) {
   if (!field->is_repeated() || field->name() != "value") return nullptr;
   const FieldDescriptor* rule = field->containing_type()->FindFieldByName("rule");
@@ -400,7 +399,7 @@ const FieldDescriptor* TableRule(const FieldDescriptor* field) {
   return rule;
 }
 
-/// The list of values in a message that is a row of a table; null where it is something else.
+/// The list of values in a message that is a row of a table; null if it is something else.
 const FieldDescriptor* RowValues(const FieldDescriptor* field) {
   const Descriptor* type = field->message_type();
   if (type == nullptr || type->field_count() != 1 || !type->field(0)->is_repeated()) return nullptr;
@@ -423,7 +422,7 @@ std::string ValueText(const FieldValue& value) { return std::visit(ToText(), val
 
 bool NumberOf(const FieldValue& value, double* number) { return std::visit(ToNumber{number}, value); }
 
-/// The fields that two types have in common, and those that only one has.
+/// The fields that two types have in common, and those that only one of them has.
 class MessageComparer::TypePairs {
  public:
   struct Pair;
@@ -482,7 +481,7 @@ class MessageComparer::Walk {
   Walk(TypePairs& types, const CompareOptions& options, std::string_view module, MessageComparison& comparison)
       : types_(types), options_(options), pattern_path_(module), comparison_(comparison) {}
 
-  /// With `made_present`, absent messages count as empty ones, as packing makes them.
+  /// If `made_present`, absent messages count as empty ones, which packing creates.
   void Messages(const Message& left, const Message& right, Pair& pair, bool made_present) {
     for (FieldPair& field : pair.fields) {
       if (field.is_rule && !options_.rules) continue;
@@ -493,7 +492,7 @@ class MessageComparer::Walk {
   }
 
  private:
-  /// The path grows while this lives.
+  /// Extends the path during its lifetime.
   class Step {
    public:
     Step(Walk& walk, const std::string& name) : walk_(walk) {
@@ -555,7 +554,7 @@ class MessageComparer::Walk {
     return options_.tolerance;
   }
 
-  /// A field that the other schema lacks, or has as something else: its values.
+  /// A field that the other schema lacks, or has with another kind: its values.
   void OnlyIn(const Message& message, const FieldDescriptor* field, DifferenceKind kind) {
     if (IsRule(field) && !options_.rules) return;
     const Reflection& reflection = *message.GetReflection();
@@ -657,12 +656,12 @@ class MessageComparer::Walk {
     if (from.size() == to.size()) {
       for (size_t i = 0; i < from.size(); ++i) cell(i, i);
     } else {
-      // Numbers that are near each other are rather the same element than distant ones.
+      // Numbers close to each other are more likely the same element than distant ones.
       const auto cost = [&](size_t i, size_t j) {
         if (SameElement(from, i, to, j, tolerance)) return 0.0F;
         double x = 0, y = 0;
         if (!from.NumberAt(i, &x) || !to.NumberAt(j, &y) || !std::isfinite(x) || !std::isfinite(y)) return 1.0F;
-        if (x == y) return 0.01F;  // zeros of two signs, and numbers that a double cannot tell apart
+        if (x == y) return 0.01F;  // zeros of different sign, and numbers that a double cannot tell apart
         const double distance = std::fabs(x - y) / std::max(std::fabs(x), std::fabs(y));
         return static_cast<float>(std::clamp(distance, 0.01, 1.0));
       };
@@ -671,14 +670,14 @@ class MessageComparer::Walk {
     AddList(std::move(list));
   }
 
-  /// A list in the making.
+  /// The state of a list comparison.
   struct Changes {
     ListChange& list;
     Tolerance tolerance;
-    double largest = -1;  ///< distance of two elements so far
+    double largest = -1;  ///< largest distance of two elements so far
   };
 
-  /// From here on doubles are not exact for whole numbers.
+  /// From here on doubles are not exact for integers.
   static bool IsLarge(double number) { return std::fabs(number) >= 0x1p53; }
 
   static bool SameElement(const Scalars& from, size_t i, const Scalars& to, size_t j, const Tolerance& tolerance) {
@@ -742,9 +741,9 @@ class MessageComparer::Walk {
     if (difference != nullptr) difference->list = std::move(list);
   }
 
-  /// Pairs the elements of two lists so that little differs: `cost` of a pair is from 0, equal, to 1; an element of
-  /// only one list costs kAlone. Calls `pair` for those that belong together. `weight` tells how many values one call
-  /// of `cost` looks at. Where that would be too much, elements go by their places.
+  /// Pairs the elements of two lists so that as little as possible differs: the `cost` of a pair is from 0, equal, to
+  /// 1; an unpaired element costs kAlone. Calls `pair` for each pair. `weight` is how many values one call of `cost`
+  /// reads. If that would be too much work, elements are paired by index.
   template <typename Cost, typename PairUp>
   static void Align(size_t left_size, size_t right_size, size_t weight, const Cost& cost, const PairUp& pair,
                     ListChange& list) {
@@ -777,7 +776,7 @@ class MessageComparer::Walk {
   template <typename Cost, typename PairUp>
   static void AlignMiddle(size_t begin, size_t rows, size_t columns, const Cost& cost, const PairUp& pair,
                           ListChange& list) {
-    // best[i][j]: the least cost of what is left from i and j on.
+    // best[i][j]: the least cost of the rest from i and j on.
     const size_t width = columns + 1;
     std::vector<float> costs(rows * columns);
     std::vector<float> best((rows + 1) * width);
@@ -819,7 +818,7 @@ class MessageComparer::Walk {
     return std::hash<std::string>()(ValueText(value));
   }
 
-  /// Appends one hash per value below `message`, so that equal places of two elements can be compared.
+  /// Appends one hash per value below `message`, so that corresponding values of two elements can be compared.
   void LeafHashes(const Message& message, Pair& pair, bool left, std::vector<uint64_t>& leaves) {
     const Reflection& reflection = *message.GetReflection();
     for (FieldPair& each : pair.fields) {
@@ -867,7 +866,7 @@ class MessageComparer::Walk {
     if (left_size == 0 && right_size == 0) return;
     Pair& pair = types_.Below(field);
     const Step step(*this, field.left->name());
-    // The line about the list comes before those about its elements.
+    // The line about the list comes before the lines about its elements.
     const size_t place = comparison_.differences.size();
     auto list = std::make_unique<ListChange>();
     list->left_size = left_size;
@@ -907,7 +906,7 @@ class MessageComparer::Walk {
 
   /// The cells of a table, in either form.
   struct Cells {
-    std::vector<Scalars> rows;  ///< one for all where rows follow one another
+    std::vector<Scalars> rows;  ///< a single one if all rows are in one list
     size_t row_count = 0;
     size_t columns = 0;
     bool rows_are_messages = false;
@@ -925,7 +924,7 @@ class MessageComparer::Walk {
     return error == std::errc() && end == text.data() + text.size() ? size : 0;
   }
 
-  /// False where the field is no table, or one with rows of several lengths.
+  /// False if the field is not a table, or has rows of different lengths.
   static bool ReadCells(const Message& message, const FieldDescriptor* field, Cells& cells) {
     const FieldDescriptor* rule = TableRule(field);
     if (rule == nullptr) return false;
@@ -961,7 +960,7 @@ class MessageComparer::Walk {
     return true;
   }
 
-  /// Of a table without a shape of its own, as in a bin, the columns of the other, where they fit.
+  /// A table without a shape of its own, as in a bin, takes the columns of the other one, if they fit.
   static void BorrowShape(Cells& cells, const Cells& other) {
     if (cells.columns != 0 || other.columns == 0) return;
     const size_t size = cells.rows_are_messages ? cells.row_count : cells.rows[0].size();
@@ -970,7 +969,7 @@ class MessageComparer::Walk {
     cells.columns = other.columns;
   }
 
-  /// Compares a field as a table; false where it is none on both sides.
+  /// Compares a field as a table; false if it is not a table on both sides.
   bool Table(const Message& left, const Message& right, const FieldPair& field) {
     if ((field.left->message_type() == nullptr) != (field.right->message_type() == nullptr)) return false;
     Cells from, to;
@@ -978,7 +977,7 @@ class MessageComparer::Walk {
     if (SameCells(from, to) && from.rows.size() == to.rows.size()) return true;
     BorrowShape(from, to);
     BorrowShape(to, from);
-    if (from.columns == 0 || to.columns == 0) return false;  // nothing tells its shape
+    if (from.columns == 0 || to.columns == 0) return false;  // nothing gives its shape
     const Step step(*this, field.left->name());
     const Tolerance tolerance = ToleranceHere();
     auto list = std::make_unique<ListChange>();
@@ -1016,7 +1015,7 @@ class MessageComparer::Walk {
   }
 
   static bool MatchesPattern(std::string_view pattern, std::string_view text) {
-    // Goes back to the last '*' where the rest does not match.
+    // Goes back to the last '*' if the rest does not match.
     size_t p = 0, t = 0, star = pattern.npos, star_text = 0;
     while (t < text.size()) {
       if (p < pattern.size() && pattern[p] == '*') {
@@ -1038,7 +1037,7 @@ class MessageComparer::Walk {
   TypePairs& types_;
   const CompareOptions& options_;
   std::string path_, left_path_;
-  std::string pattern_path_;  ///< grows only where there are patterns
+  std::string pattern_path_;  ///< extended only if there are patterns
   MessageComparison& comparison_;
 };
 
@@ -1127,7 +1126,7 @@ std::string RunsText(const std::vector<ElementRun>& runs) {
 
 std::string ShapeText(size_t rows, size_t columns) { return std::to_string(rows) + "x" + std::to_string(columns); }
 
-/// "inserted at [4], removed at [7]" after `text`, which may be empty.
+/// "inserted at [4], removed at [7]" appended to `text`, which may be empty.
 void AppendPart(const std::string& part, std::string& text) {
   if (part.empty()) return;
   text += (text.empty() ? "" : ", ") + part;

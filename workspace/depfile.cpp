@@ -7,7 +7,7 @@
 namespace zotuning {
 namespace {
 
-/// A path as Make reads it.
+/// A path, escaped for Make.
 std::string Escaped(const std::string& path) {
   std::string escaped;
   for (const char c : DisplayPath(path)) {
@@ -28,7 +28,7 @@ std::string DepfileText(const std::vector<std::string>& made, const Project& pro
     const std::string dir = project.layout().ScopeDir(scope.name);
     files.insert(dir);
     for (const auto& [path, state] : scope.states) {
-      // The file, and the folders between it and the scope's.
+      // The file, and the folders between it and the scope's folder.
       for (std::string each = path; each.size() > dir.size() && files.insert(each).second;) each.erase(each.rfind('/'));
     }
   }

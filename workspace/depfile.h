@@ -9,8 +9,8 @@
 
 namespace zotuning {
 
-/// A rule of Make: the bins `made` depend on the schema, the configuration, the files of `inputs`, and their folders,
-/// which change when files come and go. Each of them is a target of its own as well, so that one that is removed is no
+/// A Make rule: the bins `made` depend on the schema, the configuration, the files of `inputs`, and their folders,
+/// which change when files are added or removed. Each is also a target of its own, so that a removed one is not an
 /// error.
 std::string DepfileText(const std::vector<std::string>& made, const Project& project,
                         const std::vector<ScopeInputs>& inputs);

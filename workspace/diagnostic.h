@@ -1,5 +1,5 @@
 /// \file
-/// What there is to say about a project, as values: one struct, where it goes, and the codes (diagnostic_codes.inc).
+/// Errors and warnings about a project, as values: one struct, its receivers, and the codes (diagnostic_codes.inc).
 #pragma once
 
 #include <cstddef>
@@ -22,7 +22,7 @@ enum class Code {
 /// A row of the table of codes. Texts are plain sentences, for people.
 struct CodeInfo {
   Code code;
-  Severity severity;  ///< unless the caller or the user's settings say otherwise
+  Severity severity;  ///< unless the caller or the user's settings override it
   const char* name;   ///< stable and short, for example "json-syntax"
   const char* summary;
   const char* why;      ///< what goes wrong otherwise
@@ -30,7 +30,7 @@ struct CodeInfo {
   const char* mend;     ///< what to do
 };
 
-/// All codes, each at the place of its enumerator.
+/// All codes, indexed by their enumerators.
 inline constexpr CodeInfo kCodes[] = {
 #define ZOTUNING_CODE(enumerator, name, severity, ...) {Code::enumerator, Severity::severity, name, __VA_ARGS__},
 #include "workspace/diagnostic_codes.inc"
@@ -42,7 +42,7 @@ constexpr const char* Name(Code code) { return Info(code).name; }
 /// The code of that name, or null.
 const CodeInfo* FindCode(std::string_view name);
 
-/// One thing to say. Lines and columns count from 1, columns in characters; 0 stands for "unknown".
+/// One error or warning. Lines and columns count from 1, columns in characters; 0 means "unknown".
 struct Diagnostic {
   Code code = Code::kInternal;
   Severity severity = Severity::kError;
@@ -54,8 +54,8 @@ struct Diagnostic {
   std::string path;  ///< the JSON path within the file, for example "zones[2].weight.value"
   std::string message;
   std::string hint;
-  std::string excerpt;     ///< the line of the file around the place, for people only
-  int excerpt_column = 0;  ///< of the place within the excerpt, from 1
+  std::string excerpt;     ///< the line of the file around the position, for people only
+  int excerpt_column = 0;  ///< of the position within the excerpt, from 1
 
   Diagnostic() = default;
   /// With the severity of the code's row.
@@ -74,7 +74,7 @@ class DiagnosticSink {
   void Warn(Code code, std::string message, std::string hint = "", std::string file = "");
 };
 
-/// Keeps diagnostics in the order of their coming.
+/// Keeps diagnostics in the order in which they arrive.
 class CollectingSink : public DiagnosticSink {
  public:
   void Add(Diagnostic diagnostic) override;
@@ -82,7 +82,7 @@ class CollectingSink : public DiagnosticSink {
   const std::vector<Diagnostic>& diagnostics() const { return diagnostics_; }
   std::vector<Diagnostic> Take() { return std::exchange(diagnostics_, {}); }
   size_t errors() const { return errors_; }
-  /// Whether there was no error.
+  /// Whether there were no errors.
   bool ok() const { return errors_ == 0; }
 
  private:

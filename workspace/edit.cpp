@@ -10,12 +10,12 @@ namespace {
 using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
 
-// A line that a value begins in is looked for so far; longer lines are taken for a text without lines.
+// How far back the start of a value's line is searched for; longer lines count as a text without lines.
 constexpr size_t kMaxLine = 1000;
 
 constexpr std::string_view kIndents = " \t";
 
-/// Text that takes the place of another.
+/// Text that replaces other text.
 struct Splice {
   size_t begin;
   size_t end;
@@ -27,7 +27,7 @@ struct Span {
   size_t end;
 };
 
-/// Where the members (from their keys on) or elements are.
+/// The spans of the members (from their keys on) or elements.
 std::vector<Span> SpansOf(const JsonValue& container) {
   std::vector<Span> spans;
   for (const JsonMember member : container.members()) spans.push_back({member.key_begin(), member.value().end()});
@@ -35,7 +35,7 @@ std::vector<Span> SpansOf(const JsonValue& container) {
   return spans;
 }
 
-/// From the last line end on, or all of it.
+/// The part after the last line ending, or all of it.
 std::string LastLine(std::string_view space) {
   size_t at = space.rfind('\n');
   if (at == std::string_view::npos) return std::string(space);
@@ -45,10 +45,10 @@ std::string LastLine(std::string_view space) {
 
 bool HasLine(std::string_view space) { return space.find('\n') != std::string_view::npos; }
 
-/// The indentation that spaces with a line end leave.
+/// The indentation in whitespace with a line ending.
 std::string IndentOf(std::string_view space) { return std::string(space.substr(space.rfind('\n') + 1)); }
 
-/// The spaces around the items of one object or list.
+/// The whitespace around the items of one object or list.
 struct Gaps {
   std::string_view text;
   std::vector<Span> items;
@@ -66,7 +66,7 @@ struct Gaps {
     const size_t begin = i == 0 ? open : Comma(i - 1) + 1;
     return std::string(text.substr(begin, items[i].begin - begin));
   }
-  /// After the last item, with a comma that may be there.
+  /// After the last item, including a comma if there is one.
   std::string Tail() const { return std::string(text.substr(items.back().end, close - items.back().end)); }
 };
 
@@ -99,7 +99,7 @@ bool IsEditable(const JsonDocument& document) {
                      [](const JsonFault& fault) { return fault.lenient || fault.code == Code::kJsonByteOrderMark; });
 }
 
-/// How the document lays its lines out.
+/// How the document formats its lines.
 class JsonEdit::Layout {
  public:
   explicit Layout(const JsonDocument& document) : text_(document.text()) {
@@ -126,7 +126,7 @@ class JsonEdit::Layout {
   const std::string& line_end() const { return line_end_; }
   bool has_lines() const { return has_lines_; }
   const std::string& colon() const { return colon_; }
-  /// Between items in one line.
+  /// Between items on one line.
   std::string Space() const { return colon_.back() == ' ' ? " " : ""; }
 
   std::string ColonOf(const JsonMember& member) const {
@@ -134,7 +134,7 @@ class JsonEdit::Layout {
     return HasLine(colon) ? ": " : colon;
   }
 
-  /// Whether `offset` is in a line of bearable length, whose indentation is put into `indent`.
+  /// Whether `offset` is in a line of acceptable length, whose indentation is put into `indent`.
   bool IsAtLineOf(size_t offset, std::string* indent) const {
     size_t begin = offset;
     while (begin > 0 && text_[begin - 1] != '\n') {
@@ -146,7 +146,7 @@ class JsonEdit::Layout {
     return true;
   }
 
-  /// Whether nothing is before the value in its line but its key; `indent` as above.
+  /// Whether only its key is before the value on its line; `indent` as above.
   bool IsAlone(const JsonValue& value, std::string* indent) const {
     if (!IsAtLineOf(value.begin(), indent)) return false;
     size_t begin = value.begin();
@@ -154,7 +154,7 @@ class JsonEdit::Layout {
     return text_.substr(begin, value.begin() - begin).find_first_of("{[,") == std::string_view::npos;
   }
 
-  /// `json` with its lines below one that is indented by `indent`.
+  /// `json` with its lines indented below a line with the indentation `indent`.
   std::string Shift(std::string_view json, const std::string& indent) const {
     std::string shifted;
     for (size_t at = 0; at < json.size();) {
@@ -168,7 +168,7 @@ class JsonEdit::Layout {
     return shifted;
   }
 
-  /// `json` in one line.
+  /// `json` on one line.
   std::string Join(std::string_view json) const {
     std::string joined;
     for (size_t at = 0; at < json.size();) {
@@ -213,7 +213,7 @@ std::string JsonEdit::Apply() const {
     const Gaps gaps{text, SpansOf(container), container.begin() + 1, container.end() - 1};
     const size_t count = gaps.items.size();
 
-    // The spaces before the first item, before later ones, and before the closing bracket.
+    // The whitespace before the first item, before later ones, and before the closing bracket.
     std::string first, later, tail, colon = layout.colon();
     if (count > 0) {
       first = gaps.Before(0);
@@ -235,13 +235,14 @@ std::string JsonEdit::Apply() const {
              (HasLine(lines) ? layout.Shift(item.json, IndentOf(lines)) : layout.Join(item.json));
     };
 
-    // One splice for each run of removed items and of places to insert at, from the kept item before to that after.
+    // One splice for each run of removed items and insertion points, from the last kept item before it to the next
+    // after.
     std::vector<size_t> kept;
     for (size_t i = 0; i < count; ++i) {
       if (changed.removed.count(i) == 0) kept.push_back(i);
     }
     auto insertion = changed.inserted.begin();
-    bool something = false;  // is before the place reached
+    bool something = false;  // whether there is an item before the current position
     for (size_t k = 0; k <= kept.size(); ++k) {
       const size_t begin = k == 0 ? gaps.open : gaps.items[kept[k - 1]].end;
       const size_t from = k == 0 ? 0 : kept[k - 1] + 1;
@@ -280,7 +281,7 @@ std::string JsonEdit::Apply() const {
         {begin, replacement.end, lines ? layout.Shift(replacement.text, indent) : layout.Join(replacement.text)});
   }
 
-  // Of those that begin at one place, an insertion comes first, then the removal that takes the others along.
+  // Of those that start at the same position, insertions come first, then the removal that includes the others.
   std::stable_sort(splices.begin(), splices.end(), [](const Splice& a, const Splice& b) {
     if (a.begin != b.begin) return a.begin < b.begin;
     return (a.begin == a.end) != (b.begin == b.end) ? a.begin == a.end : a.end > b.end;
@@ -288,7 +289,7 @@ std::string JsonEdit::Apply() const {
   std::string result;
   size_t at = 0;
   for (const Splice& splice : splices) {
-    if (splice.begin < at) continue;  // within what is gone
+    if (splice.begin < at) continue;  // inside a removed part
     result.append(text.substr(at, splice.begin - at));
     result += splice.text;
     at = splice.end;

@@ -1,5 +1,5 @@
 /// \file
-/// Changes of a JSON text that leave everything else byte for byte: order, spacing, line ends, spelling of numbers.
+/// Edits to a JSON text that leave everything else byte for byte: order, spacing, line endings, spelling of numbers.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
@@ -16,36 +16,35 @@
 
 namespace zotuning {
 
-/// The field that protobuf's parser takes a key for: by json_name, then by name; null when the type has none.
+/// The field that protobuf's parser finds for a key: by json_name, then by name; null if the type has none.
 const google::protobuf::FieldDescriptor* FieldOfKey(const google::protobuf::Descriptor* type, std::string_view key);
 
-/// Where a member for `field` belongs in an object of its type: after the members of the fields declared before it.
-/// For JsonEdit::InsertMember.
+/// Where a member for `field` belongs in an object of its type: after the members of the fields declared before it. For
+/// JsonEdit::InsertMember.
 size_t SchemaPosition(const JsonValue& object, const google::protobuf::FieldDescriptor* field);
 
-/// Whether a text can be changed: its grammar is what protobuf's parser takes, but for a byte order mark, and its root
+/// Whether a text can be edited: protobuf's parser accepts its grammar (but there is no byte order mark), and its root
 /// is an object.
 bool IsEditable(const JsonDocument& document);
 
-/// Collects changes of one document and makes the new text. They may be named in any order; all places are those of the
-/// document, not of the changed text. Values and members belong to the document, which has to outlive this and be
-/// editable. What is changed inside of something that is replaced or removed is lost with it.
+/// Collects edits to one document and makes the new text. Edits may come in any order; all positions are those of the
+/// document, not of the edited text. Values and members belong to the document, which must outlive this and be
+/// editable. Edits inside something that is replaced or removed are lost with it.
 ///
-/// New values are given as `json`: strict JSON, as the library prints it or in one line. Lines are shifted to where
-/// they go, a level to the document's indentation and line end; inside of an object or list in one line they are
-/// joined.
+/// New values are given as `json`: strict JSON, as the library prints it or on one line. Lines are indented to their
+/// new place with the document's indentation and line endings; inside an object or list on one line they are joined.
 class JsonEdit {
  public:
   explicit JsonEdit(const JsonDocument& document) : document_(document) {}
 
-  /// A second call for the same value counts.
+  /// The last call for a value counts.
   void Replace(const JsonValue& value, std::string json);
 
   /// `name` is the plain text of the key.
   void RenameKey(const JsonMember& member, std::string_view name);
 
-  /// Inserts a member before the one at `position`, a count of the document's members; after the last one when there
-  /// are no more. Several at one position stand in the order of the calls. `name` is the plain text of the key.
+  /// Inserts a member before the one at `position`, an index into the document's members; after the last one if there
+  /// are no more. Several at one position keep the order of the calls. `name` is the plain text of the key.
   void InsertMember(const JsonValue& object, size_t position, std::string_view name, std::string json);
   void AppendMember(const JsonValue& object, std::string_view name, std::string json) {
     InsertMember(object, static_cast<size_t>(-1), name, std::move(json));
@@ -61,14 +60,14 @@ class JsonEdit {
     InsertElement(list, static_cast<size_t>(-1), std::move(json));
   }
 
-  /// Removes the member of `object`, or the element of `list`, at `position`, with one comma and its line. Nothing when
-  /// there are not so many.
+  /// Removes the member of `object`, or the element of `list`, at `position`, with one comma and its line. Does nothing
+  /// if there are fewer.
   void RemoveMember(const JsonValue& object, size_t position) { ItemsOf(object).removed.insert(position); }
   void RemoveElement(const JsonValue& list, size_t position) { ItemsOf(list).removed.insert(position); }
 
   bool empty() const { return replaced_.empty() && items_.empty(); }
 
-  /// The text with all changes made.
+  /// The text with all edits made.
   std::string Apply() const;
 
  private:
@@ -76,7 +75,7 @@ class JsonEdit {
     std::string key;  ///< with its quotes; "" for an element
     std::string json;
   };
-  /// What becomes of the members or elements of one object or list.
+  /// The edits to the members or elements of one object or list.
   struct Items {
     JsonValue container;
     std::multimap<size_t, Insertion> inserted;  ///< by position
@@ -95,7 +94,7 @@ class JsonEdit {
   }
 
   const JsonDocument& document_;
-  std::map<size_t, Replacement> replaced_;  ///< by where they begin
+  std::map<size_t, Replacement> replaced_;  ///< by offset
   std::map<uint32_t, Items> items_;         ///< by the container's id
 };
 

@@ -30,7 +30,7 @@ const char* SpecialName(mode_t mode) {
   return S_ISFIFO(mode) ? "a named pipe" : S_ISSOCK(mode) ? "a socket" : "a device";
 }
 
-/// The entries of one directory by name, none of them of unknown kind; false when it cannot be read to its end.
+/// The entries of one directory by name, none of unknown kind; false if it cannot be read to its end.
 bool ReadEntries(const std::string& dir, std::vector<DirectoryEntry>& entries, DiagnosticSink& sink) {
   const auto result = ZO_TUNING::internal::ReadDirectory(dir.c_str(), entries);
   if (!result.is_complete()) {
@@ -69,7 +69,7 @@ bool WalkFiles(const std::string& dir, const std::string& relative, std::string_
   return good;
 }
 
-/// Writes all of `text`; the errno of a failure, else 0.
+/// Writes all of `text`; returns the errno of a failure, else 0.
 int WriteAll(int file, std::string_view text) {
   while (!text.empty()) {
     const ssize_t count = write(file, text.data(), text.size());
@@ -80,7 +80,7 @@ int WriteAll(int file, std::string_view text) {
   return 0;
 }
 
-/// Writes into the file that is there; the errno of a failure, else 0.
+/// Writes into the existing file; returns the errno of a failure, else 0.
 int WriteInPlace(const std::string& path, std::string_view text) {
   UniqueFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, 0666));
   if (file.get() < 0) return errno;
@@ -96,12 +96,13 @@ mode_t NewFileMode() {
 
 enum class Then { kReplace, kRemove };
 
-/// Writes a new file beside `path`, like `old` where that is given, that takes its place or is removed again; the errno
-/// of a failure, else 0. `in_place` tells that the folder or the owner does not allow it; nothing was changed then.
+/// Writes a new file beside `path`, with the mode and owner of `old` if given, that takes its place or is removed
+/// again; returns the errno of a failure, else 0. `in_place` says that the folder or the owner does not allow it;
+/// nothing was then changed.
 int WriteBeside(const std::string& path, std::string_view text, const struct stat* old, Then then, bool* in_place) {
   const size_t slash = path.rfind('/');
   const size_t name = slash == std::string::npos ? 0 : slash + 1;
-  // Its suffix is none of a setting's, whatever becomes of it.
+  // Its suffix is never that of a setting.
   std::string beside = path.substr(0, name) + "." + path.substr(name, NAME_MAX - 8) + ".XXXXXX";
   UniqueFd file(mkostemp(beside.data(), O_CLOEXEC));
   if (file.get() < 0) {
@@ -132,7 +133,7 @@ bool Write(const std::string& path, std::string_view text, Then then, Diagnostic
     if (!S_ISREG(info.st_mode)) {
       return ReportSystemError("write", path, S_ISDIR(info.st_mode) ? EISDIR : EINVAL, sink);
     }
-    // What a link leads to is replaced, not the link.
+    // The target of a link is replaced, not the link.
     const std::unique_ptr<char, decltype(&std::free)> resolved(realpath(path.c_str(), nullptr), &std::free);
     if (resolved != nullptr) target = resolved.get();
     if (access(target.c_str(), W_OK) != 0) return ReportSystemError("write", path, errno, sink);
@@ -203,7 +204,7 @@ bool RefuseSpecialFile(const std::string& path, DiagnosticSink& sink) {
 }
 
 bool ReadFile(const std::string& path, std::string& text, DiagnosticSink& sink) {
-  // Without O_NONBLOCK a pipe put in the file's place would block right here.
+  // Without O_NONBLOCK, a pipe put in place of the file would block right here.
   const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat info;
   if (file.get() < 0 || fstat(file.get(), &info) != 0) return ReportSystemError("read", path, errno, sink);
@@ -212,7 +213,7 @@ bool ReadFile(const std::string& path, std::string& text, DiagnosticSink& sink) 
   }
   // More than protobuf reads, and than any text or bin of a project has.
   if (info.st_size > INT_MAX) return ReportSystemError("read", path, EFBIG, sink);
-  // One byte more, so that the end of the file is met without growing.
+  // One more byte, so that the end of the file is found without growing.
   text.resize(static_cast<size_t>(info.st_size) + 1);
   for (size_t size = 0;;) {
     if (size == text.size()) text.resize(2 * size);

@@ -1,6 +1,6 @@
 /// \file
-/// Files and folders as the workspace sees them: every failure is reported, nothing is passed over in silence, and a
-/// file that is replaced is old or new, whole.
+/// Files and folders as the workspace uses them: every failure is reported, nothing is skipped silently, and a replaced
+/// file has either its old or its new content.
 #pragma once
 
 #include <sys/types.h>
@@ -20,7 +20,7 @@ enum class FileKind {
   kDirectory,
   kSpecial,
   kDanglingLink,
-  kUnknown,  ///< there or not, the system does not say; errno tells why
+  kUnknown,  ///< the system does not say whether it exists; see errno
 };
 
 /// Links are followed.
@@ -28,7 +28,7 @@ FileKind KindOf(const std::string& path);
 inline bool Exists(const std::string& path) { return KindOf(path) != FileKind::kMissing; }
 inline bool IsDirectory(const std::string& path) { return KindOf(path) == FileKind::kDirectory; }
 
-/// Tells apart what a file was at one time and at another: a file written to, or put in its place, is another.
+/// Identifies a file at one time: a file that was written to or replaced is different.
 struct FileState {
   dev_t device = 0;
   ino_t number = 0;
@@ -39,53 +39,53 @@ struct FileState {
 };
 FileState StateOf(const std::string& path);
 
-/// A path for people: without "./" at its head.
+/// A path for people: without a leading "./".
 std::string DisplayPath(const std::string& path);
 
-/// The folder of bins that `dir` means: itself, or the one in it that pack made when it was given `dir`.
+/// The folder of bins that `dir` means: itself, or the one that pack made in it.
 std::string BinFolderAt(const std::string& dir);
 
 /// Reports that `what` ("read", "write") failed for `path`, with the reason of `error`, an errno. Returns false.
 bool ReportSystemError(const std::string& what, const std::string& path, int error, DiagnosticSink& sink);
 
-/// Reads a regular file whole. False after one error that names it, also for one of 2 GiB and more.
+/// Reads a regular file. False after one error that names it, also for one of 2 GiB or more.
 bool ReadFile(const std::string& path, std::string& text, DiagnosticSink& sink);
 
 /// Reads standard input to its end. False after one error.
 bool ReadStandardInput(std::string& text, DiagnosticSink& sink);
 
-/// Makes or replaces a file. The text is written to a file beside it that takes its place, with the mode and the owner
-/// of the old one; links are followed. A file that has several names, or whose folder or owner does not allow this, is
-/// written in place. False after one error that names it; the old file is whole then, unless it was written in place.
+/// Creates or replaces a file. The text is written to a file beside it that takes its place, with the mode and owner of
+/// the old one; links are followed. A file with several hard links, or whose folder or owner does not allow this, is
+/// written in place. False after one error that names it; the old file is then intact, unless it was written in place.
 bool ReplaceFile(const std::string& path, std::string_view text, DiagnosticSink& sink);
 
-/// Whether ReplaceFile would make or replace the file; all but its last step is done, and undone. False after the error
-/// that it would report.
+/// Whether ReplaceFile would create or replace the file; performs all but its last step, and undoes it. False after the
+/// error that it would report.
 bool CanReplaceFile(const std::string& path, std::string_view text, DiagnosticSink& sink);
 
-/// Makes a file that is not there yet. False, with nothing made, after one error that names it; where there is one by
-/// now, without an error and with `exists` set.
+/// Creates a new file. False, with nothing created, after one error that names it; or, if one exists by now, without an
+/// error and with `exists` set.
 bool CreateFile(const std::string& path, std::string_view text, bool* exists, DiagnosticSink& sink);
 
-/// Makes a directory and its missing parents, whose paths are appended to `made`. False after one error.
+/// Creates a directory and its missing parents, whose paths are appended to `made`. False after one error.
 bool MakeDirectories(const std::string& path, DiagnosticSink& sink, std::vector<std::string>* made = nullptr);
 
-/// Appends the names of the entries of one directory, sorted. False after an error when they could not all be read.
+/// Appends the names of the entries of one directory, sorted. False after an error if not all could be read.
 bool ListNames(const std::string& dir, std::vector<std::string>& names, DiagnosticSink& sink);
 
-/// A file below a directory that was listed.
+/// A file below a listed directory.
 struct FoundFile {
   std::string relative;
   std::string path;
 };
 
-/// Appends the files below `dir` whose name ends in `suffix`, all for "", ordered by the bytes of their paths. As in
-/// the library, directories called "version" below `dir` are not entered, and nor are links to directories. False after
-/// an error for each directory that cannot be listed to its end and each special file (which would block whoever opens
-/// it) or dangling link among the files; these are left out.
+/// Appends the files below `dir` whose name ends in `suffix` (all for ""), ordered by the bytes of their paths. As in
+/// the library, directories called "version" below `dir` are skipped; so are links to directories. False after an error
+/// for each directory that cannot be listed completely and each special file (which would block whoever opens it) or
+/// dangling link among the files; these are left out.
 bool ListFiles(const std::string& dir, std::string_view suffix, std::vector<FoundFile>& files, DiagnosticSink& sink);
 
-/// Reports a path that is there, or may be, and is neither a regular file nor a directory. True when there was none to
+/// Reports a path that exists, or may exist, and is neither a regular file nor a directory. True if there is nothing to
 /// report.
 bool RefuseSpecialFile(const std::string& path, DiagnosticSink& sink);
 

@@ -16,7 +16,7 @@ class Findings {
   /// Keeps up to `max` errors and as many warnings.
   Findings(const JsonDocument& document, size_t max) : document_(document), max_(max) {}
 
-  /// Whether the next finding of the severity is dropped; what is expensive to word need not be worded then.
+  /// Whether the next finding of this severity would be dropped; its message then need not be made.
   bool Full(Severity severity) {
     const bool full = counts_[static_cast<size_t>(severity)] >= max_;
     dropped_ = dropped_ || full;
@@ -28,10 +28,10 @@ class Findings {
   void Add(Code code, size_t begin, size_t end, std::string path, std::string message, std::string hint,
            Severity severity);
 
-  /// For a key that stands in its object already, at the offset `first`.
+  /// For a duplicate key in an object; the first one is at the offset `first`.
   void AddDuplicateKey(const JsonMember& member, size_t first, std::string path);
 
-  /// Hands everything on in text order.
+  /// Passes everything on in text order.
   void Report(const std::string& file, DiagnosticSink& sink);
 
  private:

@@ -29,17 +29,17 @@ namespace {
 using google::protobuf::FieldDescriptor;
 using ZO_TUNING::internal::SeenFields;
 
-// Deeper objects have a fault of the grammar already.
+// Deeper objects already have a syntax fault.
 constexpr int kMaxDepth = 100;
 
-/// A value within a message, cut to what a message can hold.
+/// A value for use in a message, truncated to a readable length.
 std::string ValueText(const JsonValue& value) {
   if (value.is_object()) return "{...}";
   if (value.is_array()) return "[...]";
   return Excerpt(value.raw(), 60);
 }
 
-/// One walk down a document, beside the types of its objects.
+/// One walk down a document, in step with the types of its objects.
 class FitWalk {
  public:
   FitWalk(const JsonDocument& document, const FitOptions& options, Findings& findings)
@@ -51,11 +51,11 @@ class FitWalk {
   }
 
  private:
-  /// Where an object stands.
+  /// The context of an object.
   struct Place {
     int depth = 0;
     bool in_rule = false;   ///< below a field named "rule" or "description", for which packing does not search
-    bool may_lack = false;  ///< below a rule, whatever its name is: its parts may be missing
+    bool may_lack = false;  ///< below a rule, whatever its name: its fields may be missing
   };
 
   // ---- Objects ----
@@ -72,7 +72,7 @@ class FitWalk {
     size_t next = 0;
     std::string scratch;
     for (const JsonMember member : object.members()) {
-      // Texts mostly have the fields in the order of the schema.
+      // Texts usually have the fields in the order of the schema.
       const bool usual =
           next < type.fields.size() && type.fields[next].key_is_name && member.KeyIs(type.fields[next].name());
       const std::string_view key = usual ? type.fields[next].name() : member.key(&scratch);
@@ -138,7 +138,7 @@ class FitWalk {
     } else if (type.type->IsReservedName(std::string(key))) {
       hint = "the schema reserves this name: the field was removed or renamed; remove the key";
     } else {
-      // Keys that are there were not meant.
+      // A suggestion must not be a key that is already there.
       std::vector<std::string> names;
       for (const FieldEntry& field : type.fields) {
         if (!object.Find(field.name())) names.push_back(field.name());
@@ -202,7 +202,7 @@ class FitWalk {
     for (size_t i = 0; i < type.fields.size(); ++i) {
       if (seen.Test(i)) continue;
       const FieldEntry& field = type.fields[i];
-      // In what could not be read, the field may be.
+      // The field may be in a part that could not be read.
       if (!field.has_key || !object.complete()) continue;
       if (field.descriptor->is_required()) {
         AddMissing(Code::kJsonMissingField, object, field, at, "the schema says that it is required");
@@ -223,7 +223,7 @@ class FitWalk {
     }
   }
 
-  /// Of a rule or a description, which packing can do without unless it searches for the name.
+  /// For a rule or a description, which packing does not need unless it searches for the name.
   void CheckMissingPart(const JsonValue& object, const FieldEntry& field, const PathFrame& at, const Place& place) {
     if (options_.complete_rules) {
       AddMissing(Code::kRuleMissing, object, field, at, "");
@@ -313,7 +313,7 @@ class FitWalk {
            (field.message->type->name() == "Value" || field.message->type->name() == "ListValue");
   }
 
-  /// Packing searches the text for the names of all fields, also of those that only an element has.
+  /// Packing searches the text for the names of all fields, even those that only an element has.
   void CheckEmptyList(const JsonValue& list, const FieldEntry& field, const PathFrame& at) {
     std::string lacking;
     bool asks = false;
@@ -383,7 +383,7 @@ class FitWalk {
     return !misfit || misfit->code == Code::kJsonStringForNumber;
   }
 
-  /// Types with a JSON form of their own are protobuf's to decide.
+  /// Types with a special JSON form are checked by protobuf.
   void CheckBuiltIn(const JsonValue& value, const TypeTable& type, const PathFrame& at) {
     google::protobuf::DynamicMessageFactory factory;
     const std::unique_ptr<google::protobuf::Message> message(factory.GetPrototype(type.type)->New());

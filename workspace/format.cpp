@@ -13,7 +13,7 @@
 namespace zotuning {
 namespace {
 
-// Lists that end before this column stay in one line; longer ones have as many values to a line.
+// Lists that end before this column are on one line; longer ones have this many values per line.
 constexpr size_t kLineWidth = 100;
 constexpr size_t kValuesInLine = 10;
 
@@ -30,7 +30,7 @@ void AppendEscaped(char c, std::string* out) {
   }
 }
 
-/// A key or string in double quotes, without what JSON does not know; all else as it is written.
+/// A key or string in double quotes, without anything that is not JSON; everything else as it is written.
 void AppendString(std::string_view raw, std::string* out) {
   *out += '"';
   if (raw[0] == '"' || raw[0] == '\'') raw = raw.substr(1, raw.size() - 2);
@@ -46,7 +46,7 @@ void AppendString(std::string_view raw, std::string* out) {
   *out += '"';
 }
 
-/// A number without leading zeros and with a digit after the point.
+/// A number without leading zeros and with a digit after the decimal point.
 void AppendNumber(std::string_view raw, std::string* out) {
   size_t at = raw[0] == '-' ? 1 : 0;
   out->append(raw.substr(0, at));
@@ -74,7 +74,7 @@ bool HasScalarsOnly(const JsonValue& list) {
   return true;
 }
 
-/// Whether a message that is a row stands in one line. One without values is as the library prints it.
+/// Whether a message that is a row fits on one line. One without values is formatted as the library prints it.
 bool IsRow(const JsonValue& message) {
   for (const JsonMember member : message.members()) {
     const JsonValue value = member.value();
@@ -83,7 +83,7 @@ bool IsRow(const JsonValue& message) {
   return true;
 }
 
-/// In one line.
+/// On one line.
 void AppendRow(const JsonValue& value, size_t depth, std::string* out) {
   if (!value.is_object() && !value.is_array()) return AppendScalar(value, out);
   if (depth > kMaxDepth) {
@@ -109,7 +109,7 @@ class Formatter {
  public:
   explicit Formatter(std::string* out) : out_(*out) {}
 
-  /// `type` is null where it is unknown. False when the value is nested too deeply.
+  /// `type` is null if it is unknown. False if the value is nested too deeply.
   bool Object(const JsonValue& object, const TypeTable* type, size_t depth) {
     if (depth > kMaxDepth) return false;
     if (object.empty()) {
@@ -165,7 +165,7 @@ class Formatter {
     out_.append(depth, ' ');
   }
 
-  /// Keys are no fields here.
+  /// The keys of a map are not fields.
   bool Map(const JsonValue& map, const FieldEntry* field, size_t depth) {
     const TypeTable* entry = field->message;
     const FieldEntry* value = nullptr;

@@ -33,13 +33,13 @@ struct Pipe {
   }
 };
 
-/// Starts a program with these descriptors, of which -1 stands for nothing. 0, or an errno.
+/// Starts a program with these descriptors; -1 means none. Returns 0 or an errno.
 int Spawn(const std::vector<std::string>& arguments, int in, int out, int err, pid_t* process) {
   std::vector<char*> words;
   words.reserve(arguments.size() + 1);
   for (const std::string& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
   words.push_back(nullptr);
-  // What git says is taken apart, and goes between our own words.
+  // Git's output is parsed, and included in our own messages.
   std::string language = "LC_ALL=C";
   std::vector<char*> environment = {language.data()};
   for (char** each = environ; *each != nullptr; ++each) {
@@ -56,7 +56,7 @@ int Spawn(const std::vector<std::string>& arguments, int in, int out, int err, p
       posix_spawn_file_actions_addopen(&actions, i, "/dev/null", O_RDWR, 0);
     }
   }
-  // What this process passes over, as a pipe without a reader, shall end the other.
+  // Signals ignored by this process, such as SIGPIPE, must have their default effect in the other.
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   sigset_t defaults;
@@ -78,7 +78,7 @@ int WaitFor(pid_t process) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-/// The last line that git printed, without its "fatal: ".
+/// The last line of git's messages, without its "fatal: ".
 std::string Reason(const std::string& err) {
   std::string text = err.substr(0, err.find_last_not_of('\n') + 1);
   const size_t fatal = text.rfind("fatal: ");
@@ -90,7 +90,7 @@ std::string Reason(const std::string& err) {
 
 int RunProgram(const std::vector<std::string>& arguments, std::string& out, std::string& err) {
   Pipe pipe;
-  // Messages wait in a file, so that reading one stream never blocks the other.
+  // Messages go to a file, so that reading one stream never blocks the other.
   const UniqueFile messages(std::tmpfile());
   if (messages == nullptr || !pipe.Open()) return -1;
   pid_t process = -1;
@@ -142,7 +142,7 @@ std::unique_ptr<GitRepository> GitRepository::Open(const std::string& dir, Diagn
 
 bool GitRepository::List(const std::string& revision, std::map<std::string, GitFile>& files, DiagnosticSink& sink) {
   std::string out;
-  // An option is no revision, and nor is what git takes for the index.
+  // A revision must not be an option, nor what git takes for the index.
   if (revision.empty() || revision[0] == '-') {
     sink.Report(Code::kGit, Quoted(revision) + " is not a revision");
     return false;

@@ -14,12 +14,12 @@
 
 namespace zotuning {
 
-/// Runs a program to its end, without a shell and in the "C" locale; its standard input is empty. `out` and `err`
-/// receive what it writes. The exit code, 128 and the number of the signal that ended it, or -1 with errno set when it
-/// could not be started.
+/// Runs a program to its end, without a shell and in the "C" locale, with empty standard input. `out` and `err` receive
+/// its output. Returns the exit code, 128 plus the number of the signal that ended it, or -1 with errno set if it could
+/// not be started.
 int RunProgram(const std::vector<std::string>& arguments, std::string& out, std::string& err);
 
-/// What a revision holds at one path.
+/// What a revision has at one path.
 struct GitFile {
   std::string object;
   bool is_link;
@@ -33,7 +33,7 @@ class GitRepository {
   GitRepository(const GitRepository&) = delete;
   GitRepository& operator=(const GitRepository&) = delete;
 
-  /// `dir` below the root of the work tree, with a "/" at its end; "" for the root.
+  /// `dir` relative to the root of the work tree, with a trailing "/"; "" for the root.
   const std::string& prefix() const { return prefix_; }
 
   /// Adds all files of a revision by their paths from the root. False after an error.
@@ -53,7 +53,7 @@ class GitRepository {
 
   std::string dir_;
   std::string prefix_;
-  // The process that hands out objects, started with the first.
+  // The process that delivers objects, started for the first one.
   pid_t reader_ = -1;
   std::FILE* to_reader_ = nullptr;
   std::FILE* from_reader_ = nullptr;

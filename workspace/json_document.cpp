@@ -18,7 +18,7 @@ namespace {
 
 using ZO_TUNING::internal::kTextPadding;
 
-// Line marks are this far apart.
+// Distance between line marks.
 constexpr size_t kBlockSize = size_t{1} << 16;
 
 bool IsContinuation(char c) { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; }
@@ -45,7 +45,7 @@ void AppendUtf8(uint32_t code, std::string* out) {
 std::string Padded(std::string text) {
   const size_t spare = text.capacity() - text.size();
   if (spare < kTextPadding || spare > kTextPadding + text.size() / 4) {
-    // Growing a string in place would double it, and some come as large as that.
+    // Growing a string in place would double it, and some are that large.
     std::string copy;
     copy.reserve(text.size() + kTextPadding);
     copy.append(text);
@@ -141,7 +141,7 @@ bool JsonMember::KeyIs(std::string_view name) const {
   for (size_t i = 0; i <= name.size(); ++i) {
     const char c = *++text;
     const bool last = i == name.size();
-    // Escapes can stand for anything.
+    // Escapes can stand for any character.
     if (c == '\\') return key() == name;
     if (c != (last ? '"' : name[i]) || (c == '"' && !last)) return false;
   }
@@ -202,7 +202,7 @@ TextPosition JsonDocument::PositionOf(size_t offset) const {
   position.line = static_cast<int>(mark.line);
   position.column = static_cast<int>(mark.column);
 
-  // Lines can be as long as the file: no further than the excerpt goes.
+  // Lines can be as long as the file: search no further than the excerpt needs.
   size_t begin = offset;
   while (begin > 0 && offset - begin <= kExcerptBytes && text_[begin - 1] != '\n') --begin;
   size_t line_end = offset;
@@ -214,7 +214,7 @@ TextPosition JsonDocument::PositionOf(size_t offset) const {
   size_t end = std::min(line_end, begin + kExcerptBytes);
   while (end > offset && end < line_end && IsContinuation(text_[end])) --end;
   for (size_t i = begin; i < end; ++i) {
-    // A tab takes one place, so that the mark below the line stands right.
+    // A tab takes one column, so that the mark below the line is in the right place.
     position.excerpt += text_[i] == '\t' ? ' ' : text_[i];
     if (i < offset && !IsContinuation(text_[i])) ++position.excerpt_column;
   }
@@ -274,7 +274,7 @@ std::string_view DecodeJsonString(std::string_view raw, std::string* scratch) {
         continue;
       }
     }
-    // Other characters after a backslash mean themselves.
+    // Other characters after a backslash stand for themselves.
     static constexpr std::string_view kNames = "bfnrtv";
     const size_t known = kNames.find(raw[i + 1]);
     scratch->push_back(known == std::string_view::npos ? raw[i + 1] : "\b\f\n\r\t\v"[known]);

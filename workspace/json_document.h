@@ -1,7 +1,7 @@
 /// \file
-/// A JSON text with the place of every key and value. The grammar is that of protobuf's parser, which is wider than
+/// A JSON text with the position of every key and value. The grammar is that of protobuf's parser, which is wider than
 /// JSON (unquoted and single-quoted keys, trailing commas, control characters in strings) and in places narrower; see
-/// docs/json-trees.md. What that parser refuses is a fault; what only it accepts is noted as a lenient one.
+/// docs/json-trees.md. What that parser rejects is a fault; what only it accepts is recorded as a lenient fault.
 #pragma once
 
 #include <cstddef>
@@ -27,7 +27,7 @@ using JsonElements = JsonRange<JsonValue, 0>;
 
 enum class JsonKind : uint8_t {
   kNone,     ///< there is no value
-  kInvalid,  ///< a fault stands where the value should; its key or its place in the list counts
+  kInvalid,  ///< there is a fault in place of the value; its key or position in the list counts
   kNull,
   kTrue,
   kFalse,
@@ -37,8 +37,8 @@ enum class JsonKind : uint8_t {
   kArray,
 };
 
-/// A value of a document: as cheap as a pointer, valid while the document is neither moved nor destroyed. All places
-/// are byte offsets into the document's text.
+/// A value of a document: as cheap as a pointer, valid until the document is moved or destroyed. All positions are byte
+/// offsets into the document's text.
 class JsonValue {
  public:
   JsonValue() = default;
@@ -53,32 +53,32 @@ class JsonValue {
 
   /// Of its first character.
   size_t begin() const;
-  /// After its last character. Of an object or list without an end: where reading it ended.
+  /// After its last character. For an unterminated object or list: where reading it ended.
   size_t end() const;
-  /// Its first character; the text goes on to the end of the document, and zero bytes follow.
+  /// Its first character; the text continues to the end of the document, followed by zero bytes.
   const char* text() const;
   /// Its text; strings with their quotes.
   std::string_view raw() const;
 
-  /// Of an object or list: whether all of it was read. Where it was not, members or elements may be missing.
+  /// For an object or list: whether all of it was read. If not, members or elements may be missing.
   bool complete() const;
-  /// Of an object or list: whether nothing is in it. Constant time, unlike size().
+  /// For an object or list: whether it is empty. Constant time, unlike size().
   bool empty() const;
-  /// Number of members or elements, 0 for scalars. Linear in it.
+  /// Number of members or elements, 0 for scalars. Takes linear time.
   size_t size() const;
 
-  /// In the order of the text; empty when this is no object.
+  /// In text order; empty if this is not an object.
   JsonMembers members() const;
-  /// In the order of the text; empty when this is no list.
+  /// In text order; empty if this is not a list.
   JsonElements elements() const;
-  /// Value of the last member with this key, which is the one that counts; none when there is none.
+  /// Value of the last member with this key, the one that counts; none if there is none.
   JsonValue Find(std::string_view key) const;
 
-  /// The text that a string stands for; `scratch` holds it where it had to be unescaped. Empty for other kinds.
+  /// The unescaped text of a string; `scratch` holds it if it had escapes. Empty for other kinds.
   std::string_view String(std::string* scratch) const;
   std::string String() const;
 
-  /// The same for the same value; rises in text order.
+  /// The same for the same value; increases in text order.
   uint32_t id() const { return index_; }
   const JsonDocument* document() const { return document_; }
   friend bool operator==(const JsonValue& a, const JsonValue& b) {
@@ -110,9 +110,9 @@ class JsonMember {
   size_t key_end() const;
   /// With its quotes, if it has any.
   std::string_view raw_key() const;
-  /// Whether the key stands for `name`; quicker than asking for the key.
+  /// Whether the key is `name`; faster than getting the key.
   bool KeyIs(std::string_view name) const;
-  /// The text that the key stands for; `scratch` holds it where it had to be unescaped.
+  /// The unescaped text of the key; `scratch` holds it if it had escapes.
   std::string_view key(std::string* scratch) const;
   std::string key() const;
   JsonValue value() const { return JsonValue(document_, index_ + 1); }
@@ -157,53 +157,53 @@ class JsonRange {
   uint32_t end_;
 };
 
-/// Where a text breaks the grammar, and how.
+/// A syntax fault and its position.
 struct JsonFault {
   size_t offset = 0;
-  size_t end = 0;  ///< after the text at fault
+  size_t end = 0;  ///< after the faulty text
   Code code = Code::kJsonSyntax;
-  bool lenient = false;  ///< protobuf's parser takes it, other programs refuse it
+  bool lenient = false;  ///< protobuf's parser accepts it, other programs reject it
   std::string message;
   std::string hint;
 };
 
-/// A place in a text, for people. Line and column count from 1, columns in characters.
+/// A position in a text, for people. Line and column count from 1, columns in characters.
 struct TextPosition {
   int line = 1;
   int column = 1;
-  std::string excerpt;     ///< the line around the place, cut to the width of a screen; tabs as spaces
-  int excerpt_column = 1;  ///< of the place within the excerpt
+  std::string excerpt;     ///< the line around the position, truncated to the width of a screen; tabs as spaces
+  int excerpt_column = 1;  ///< of the position within the excerpt
 };
 
-/// Owns a text and the index over it. Movable, which invalidates its values. Not for several threads at once, since the
-/// line index is made when it is first asked for.
+/// Owns a text and the index over it. Movable, which invalidates its values. Not thread-safe, since the line index is
+/// made on first use.
 class JsonDocument {
  public:
-  /// Larger texts are refused: they have a fault and no root.
+  /// Larger texts are rejected: they have a fault and no root.
   static constexpr size_t kMaxTextSize = (size_t{1} << 31) - 1;
-  /// Of each kind of fault, so many are kept.
+  /// How many faults of each kind are kept.
   static constexpr size_t kMaxFaultsPerCode = 200;
 
   JsonDocument() : JsonDocument(std::string()) {}
-  /// Reads `text`, from front to end, whatever it holds. Throws std::bad_alloc alone.
+  /// Reads `text`, whatever it contains. Throws only std::bad_alloc.
   explicit JsonDocument(std::string text);
 
   std::string_view text() const { return std::string_view(text_.data(), size_); }
 
-  /// The outermost value, of whatever kind; none where there is none. Where the text is at fault, what could be read.
+  /// The outermost value, of any kind; none if there is none. If the text has faults, what could be read.
   JsonValue root() const { return tape_size_ == 0 ? JsonValue() : JsonValue(this, 0); }
 
-  /// In text order. Reading goes on after a fault with the next member or element where that is safe.
+  /// In text order. Reading continues after a fault with the next member or element where that is safe.
   const std::vector<JsonFault>& faults() const { return faults_; }
-  /// Whether protobuf's parser accepts the grammar: there are none but lenient faults.
+  /// Whether protobuf's parser accepts the grammar: all faults are lenient ones.
   bool ok() const { return ok_; }
 
-  /// Line, column and excerpt of an offset; of the end of the text for larger ones.
+  /// Line, column and excerpt of an offset; larger offsets count as the end of the text.
   TextPosition PositionOf(size_t offset) const;
-  /// The innermost value whose text, or whose key's text, covers the offset; none outside of the root.
+  /// The innermost value whose text, or whose key, covers the offset; none outside the root.
   JsonValue ValueAt(size_t offset) const;
 
-  /// Bytes of the text and of all that belongs to it.
+  /// Memory used by the text and its index.
   size_t memory_bytes() const;
 
  private:
@@ -227,9 +227,9 @@ class JsonDocument {
 
   std::string text_;  ///< followed by zero bytes
   size_t size_ = 0;
-  // The tape: a word per scalar and per key, its offset. The top bit of a word marks a value that is no valid one, or
-  // an object or list with nothing in it. Others are three words and their contents: the offset; the index after the
-  // last word; and, as the last word, the offset of the end, whose top bit says that not all of it could be read.
+  // The tape: a word per scalar and per key, its offset. The top bit of a word marks an invalid value, or an empty
+  // object or list. Other objects and lists are three words and their contents: the offset; the index after the last
+  // word; and, as the last word, the offset of the end, whose top bit says that not all of it could be read.
   std::unique_ptr<uint32_t[], Free> tape_;
   size_t tape_size_ = 0;
   std::vector<JsonFault> faults_;
@@ -297,14 +297,14 @@ inline size_t JsonMember::key_begin() const { return document_->tape_[index_] & 
 /// Sets line, column, their ends and the excerpt of a diagnostic from offsets.
 void SetPosition(const JsonDocument& document, size_t begin, size_t end, Diagnostic* diagnostic);
 
-/// The text that a key or string stands for, given with its quotes if it has any, as protobuf's parser reads it.
-/// `scratch` holds it where it had to be unescaped.
+/// The unescaped text of a key or string, given with its quotes if it has any, as protobuf's parser reads it. `scratch`
+/// holds it if it had escapes.
 std::string_view DecodeJsonString(std::string_view raw, std::string* scratch);
 
-/// `text` as a string of strict JSON, with its quotes.
+/// `text` as a strict JSON string, with its quotes.
 std::string EncodeJsonString(std::string_view text);
 
-/// A text from a file within a message: cut when it is long, but not within a character.
+/// A text from a file for use in a message: truncated if long, but not within a character.
 std::string Excerpt(std::string_view text, size_t max_bytes = 80);
 
 }  // namespace zotuning

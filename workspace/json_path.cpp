@@ -13,7 +13,7 @@ bool IsPlain(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '$' || c == '-';
 }
 
-/// The value in `container` that is or holds `id`, whose step is appended.
+/// The value in `container` that is or contains `id`, whose step is appended.
 JsonValue StepTo(const JsonValue& container, uint32_t id, JsonPath* path) {
   JsonValue found;
   std::optional<JsonMember> holder;

@@ -12,10 +12,10 @@
 
 namespace zotuning {
 
-/// The way from the outermost value to another. An empty path is the outermost value itself.
+/// The path from the outermost value to another. An empty path is the outermost value itself.
 class JsonPath {
  public:
-  /// A key, or the place of an element from 0.
+  /// A key, or the index of an element from 0.
   struct Step {
     static constexpr size_t kName = static_cast<size_t>(-1);
     std::string name;
@@ -24,9 +24,9 @@ class JsonPath {
     friend bool operator==(const Step& a, const Step& b) { return a.index == b.index && a.name == b.name; }
   };
 
-  /// Reads what ToString writes. Nothing where the text is no path; `why` says so then, when given.
+  /// Parses the output of ToString. Nothing if the text is not a path; `why`, if given, then says why.
   static std::optional<JsonPath> Parse(std::string_view text, std::string* why = nullptr);
-  /// Of a value of a document.
+  /// Of a value in a document.
   static JsonPath Of(const JsonValue& value);
 
   void Push(std::string name) { steps_.push_back({std::move(name), Step::kName}); }
@@ -35,10 +35,10 @@ class JsonPath {
   const std::vector<Step>& steps() const { return steps_; }
   bool empty() const { return steps_.empty(); }
 
-  /// "" for the outermost value. Names that are not made of letters, digits, '_', '$' and '-' stand as ["name"].
+  /// "" for the outermost value. Names that are not made of letters, digits, '_', '$' and '-' are written as ["name"].
   std::string ToString() const;
 
-  /// The value at this path below `root`, none where there is none. Keys match exactly; of several equal ones the last.
+  /// The value at this path below `root`, none if there is none. Keys match exactly; of duplicates the last.
   JsonValue Find(const JsonValue& root) const;
 
   friend bool operator==(const JsonPath& a, const JsonPath& b) { return a.steps_ == b.steps_; }

@@ -1,4 +1,4 @@
-// Reads what is right; json_recovery.cpp goes on after what is not. Tested by tests/workspace/json_document_test.cpp.
+// Reads valid text; json_recovery.cpp continues after faults. Tested by tests/workspace/json_document_test.cpp.
 
 #include "workspace/json_reader.h"
 
@@ -45,7 +45,7 @@ void JsonReader::Read() {
   std::stable_sort(document_.faults_.begin(), document_.faults_.end(),
                    [](const JsonFault& a, const JsonFault& b) { return a.offset < b.offset; });
   if (tape_size_ < tape_capacity_) {
-    // Cannot fail to shrink, and if it does, nothing is lost.
+    // Shrinking cannot fail, and if it does, nothing is lost.
     void* shrunk = std::realloc(document_.tape_.get(), std::max<size_t>(tape_size_, 1) * sizeof(uint32_t));
     if (shrunk != nullptr) {
       static_cast<void>(document_.tape_.release());
@@ -77,11 +77,11 @@ bool JsonReader::RefuseWhole() {
 }
 
 /// Every key and value follows a comma, a colon or an opening bracket, or is the first; an object or list takes two
-/// words more than those in it.
+/// words in addition to its contents.
 bool JsonReader::ReserveTape() {
   size_t single = 0, brackets = 0;
   for (const char* p = text_; p < end_;) {
-    // In bytes, which compilers count many at a time.
+    // In bytes, which compilers can count many at a time.
     uint8_t some_single = 0, some_brackets = 0;
     const char* block_end = p + std::min<std::ptrdiff_t>(end_ - p, 255);
     for (; p < block_end; ++p) {
@@ -117,7 +117,7 @@ void JsonReader::ReserveMore() {
 void JsonReader::Run() {
   while (open_ != kNone) {
     if (errors_ > kMaxErrors) {
-      // Whatever the limit for each kind says.
+      // Regardless of the limit for each kind.
       document_.faults_.push_back(
           {Offset(p_), Offset(p_), Code::kJsonSyntax, false, "there are too many faults; the rest is not read", ""});
       Finish();
@@ -200,7 +200,7 @@ void JsonReader::ReadElement() {
   }
 }
 
-/// Elements as long as they are numbers of strict JSON, the way that large tables go.
+/// Elements while they are strict JSON numbers, the fast way for large tables.
 void JsonReader::ReadNumbers() {
   const char* p = p_;
   uint32_t* tape = tape_ + tape_size_;
@@ -320,7 +320,7 @@ void JsonReader::ReadNumber() {
   if (IsNameStart(*end) || parsed != end || digits.empty()) {
     BadNumber("is not a number");
   } else if (digits[0] == '.') {
-    // Protobuf's parser takes or refuses it by the process's locale.
+    // Whether protobuf's parser accepts it depends on the process's locale.
     BadNumber("has no digit before the point");
   } else if (!fraction && digits.size() > 1 && digits[0] == '0') {
     BadNumber("has a leading zero");
@@ -359,7 +359,7 @@ void JsonReader::ReadString() {
   }
 }
 
-/// The end of the string at hand, or null when there is none; notes what is unusual in it.
+/// The end of the current string, or null if there is none; records what is unusual in it.
 const char* JsonReader::ReadOddString() {
   const char quote = *p_;
   const char* const begin = p_;
@@ -406,7 +406,7 @@ void JsonReader::ReadLiteral(const char* literal, size_t size) {
   }
 }
 
-/// Takes what stands here for a value, so that its key or its place in the list counts.
+/// Treats what is here as a value, so that its key or its position in the list counts.
 void JsonReader::Invalid(const char* begin) {
   tape_[tape_size_++] = Offset(begin) | kMark;
   p_ = FindInvalidEnd(begin, end_);

@@ -1,5 +1,5 @@
 /// \file
-/// The reader that fills a JsonDocument. For the documents alone.
+/// The reader that fills a JsonDocument. Only for documents.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@
 
 namespace zotuning {
 
-/// One pass over a text. After a fault it goes on where that is safe; see docs/json-trees.md for the grammar.
+/// One pass over a text. It continues after a fault where that is safe; see docs/json-trees.md for the grammar.
 class JsonReader {
  public:
   explicit JsonReader(JsonDocument* document);
@@ -26,9 +26,9 @@ class JsonReader {
   };
   static constexpr uint32_t kNone = 0xffffffff;
   static constexpr uint32_t kMark = JsonDocument::kMark;
-  /// After so many errors the rest of a text is not read.
+  /// After this many errors the rest of a text is not read.
   static constexpr size_t kMaxErrors = 1000;
-  /// A fault lets this many words onto the tape that the brackets, commas and colons of the text do not account for.
+  /// A fault may put this many words onto the tape that the brackets, commas and colons of the text do not account for.
   static constexpr size_t kWordsPerFault = 8;
 
   bool RefuseWhole();
@@ -57,7 +57,7 @@ class JsonReader {
   void BadValue();
   void Invalid(const char* begin);
 
-  // What may stand between tokens, and what should not.
+  // Text between tokens, allowed or not.
   void SkipSpace() {
     p_ = ZO_TUNING::internal::SkipBlanks(p_);
     if (MayBeOddSpace(*p_)) SkipOddSpace();
@@ -65,7 +65,7 @@ class JsonReader {
   void SkipOddSpace();
   bool SkipConflict();
 
-  // Faults, and going on after them: json_recovery.cpp.
+  // Faults, and continuing after them: json_recovery.cpp.
   void AddFault(JsonFault fault);
   void Note(Code code, const char* begin, const char* end, const char* message);
   void Fail(Code code, const char* begin, const char* end, std::string message, std::string hint = "");
@@ -83,7 +83,7 @@ class JsonReader {
   void GoOnAfterLine(const char* p);
   void SkipItem();
 
-  /// Whether the innermost object or list has nothing on the tape yet.
+  /// Whether the innermost object or list is still empty on the tape.
   bool IsEmptySoFar() const { return tape_size_ == open_ + 2; }
   uint32_t Offset(const char* p) const { return static_cast<uint32_t>(p - text_); }
   void Push(const char* p) { tape_[tape_size_++] = Offset(p); }
@@ -96,13 +96,13 @@ class JsonReader {
   size_t tape_size_ = 0;
   size_t tape_capacity_ = 0;
   size_t tape_bound_ = 0;  ///< words that the text can need
-  uint32_t open_ = kNone;  ///< index of the innermost open object or list; its second word has the one around it
-  char close_ = '\0';      ///< the bracket that ends it
+  uint32_t open_ = kNone;  ///< index of the innermost open object or list; its second word links to the one around it
+  char close_ = '\0';      ///< the bracket that closes it
   Expect expect_ = Expect::kFirst;
-  const char* comma_ = nullptr;     ///< the one read last
-  bool forgive_separator_ = false;  ///< whether a comma may be missing here, since what was passed over held it
+  const char* comma_ = nullptr;     ///< the last one read
+  bool forgive_separator_ = false;  ///< whether a comma may be missing here, since the skipped text contained it
   bool in_conflict_ = false;
-  bool conflict_ends_ = true;  ///< whether a marker of an end may follow
+  bool conflict_ends_ = true;  ///< whether a conflict end marker may follow
   bool string_valid_ = true;   ///< cleared by ReadOddString
   bool too_deep_ = false;
   size_t object_depth_ = 0;

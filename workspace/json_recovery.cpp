@@ -1,4 +1,4 @@
-// What to say about faults of a text, and where to go on reading. Tested by tests/workspace/json_document_test.cpp.
+// How to report faults of a text, and where to continue reading. Tested by tests/workspace/json_document_test.cpp.
 
 #include <algorithm>
 #include <cstring>
@@ -14,7 +14,7 @@ using ZO_TUNING::internal::SkipBlanks;
 
 namespace {
 
-/// For what people and editors put where JSON has no place for it.
+/// For what people and editors put where JSON does not allow it.
 const char* HintAt(const char* p) {
   if (StartsWith(p, "\xC2\xA0") || StartsWith(p, "\xE2\x80\x8B") || StartsWith(p, "\xEF\xBB\xBF")) {
     return "there is an invisible character here that is not a space in JSON";
@@ -58,7 +58,7 @@ void JsonReader::NoteInvalidUtf8() {
     Fail(Code::kJsonEncoding, begin, p, "this is not UTF-8 text", "save the file as UTF-8");
     if (errors_ >= JsonDocument::kMaxFaultsPerCode) break;
   }
-  errors_ = 0;  // the text is read all the same
+  errors_ = 0;  // the text is still read
 }
 
 void JsonReader::SkipOddSpace() {
@@ -129,7 +129,8 @@ void JsonReader::BadValue() {
   Invalid(p_);
 }
 
-/// The lines that a version control system leaves where two changes meet. The first version is read, the others not.
+/// The lines that a version control system leaves where two changes conflict. The first version is read, the others are
+/// not.
 bool JsonReader::SkipConflict() {
   const auto marker = [&](const char* p) -> char {
     const char sign = *p;
@@ -159,7 +160,7 @@ bool JsonReader::SkipConflict() {
 }
 
 void JsonReader::EndOfText() {
-  // A value or key that is missing at the end has said so.
+  // A value or key that is missing at the end has already been reported.
   if (last_error_ != end_) {
     const TextPosition opened = document_.PositionOf(tape_[open_] & ~kMark);
     Fail(Code::kJsonSyntax, end_, end_, std::string("the text ends before '") + close_ + "'",
@@ -195,7 +196,7 @@ void JsonReader::BadSeparator() {
   }
 }
 
-/// After a key that no colon follows.
+/// After a key without a colon.
 void JsonReader::BadColon(const char* key, const char* key_end) {
   if (p_ < end_ && ReopenString(true)) return;
   const std::string_view name(key, static_cast<size_t>(key_end - key));
@@ -256,7 +257,7 @@ bool JsonReader::IsDecimalComma() const {
 /// A closing bracket of the other kind: one is missing before it, or it is the wrong one.
 bool JsonReader::CloseMismatch() {
   if ((*p_ != '}' && *p_ != ']') || *p_ == close_) return false;
-  constexpr int kLevels = 64;  // keeps texts of nothing but brackets cheap
+  constexpr int kLevels = 64;  // keeps texts of nothing but brackets fast
   uint32_t index = tape_[open_ + 1];
   for (int i = 0; i < kLevels && index != kNone && CloseOf(index) != *p_; ++i) index = tape_[index + 1];
   const bool missing = index != kNone && CloseOf(index) == *p_;
@@ -281,8 +282,8 @@ bool JsonReader::CloseMismatch() {
   return true;
 }
 
-/// When the string or key read last goes over a line end, it is that which is at fault: its quote is missing, and the
-/// one that ended it begins another. Goes back to the end of its first line.
+/// If the string or key read last goes past the end of its line, it is at fault: its quote is missing, and the one that
+/// ended it starts another string. Goes back to the end of its first line.
 bool JsonReader::ReopenString(bool key) {
   if (IsEmptySoFar()) return false;
   const uint32_t word = tape_[tape_size_ - 1];
@@ -307,7 +308,7 @@ bool JsonReader::ReopenString(bool key) {
   return true;
 }
 
-/// Whether the outermost object seems to end although more members follow: there is a bracket too many up to here.
+/// Whether the outermost object seems to end although more members follow: there is one bracket too many before.
 bool JsonReader::PassOverEnd() {
   if (close_ != '}' || tape_[open_ + 1] != kNone) return false;
   const char* next = SkipBlanks(p_ + 1);
@@ -318,7 +319,7 @@ bool JsonReader::PassOverEnd() {
   return true;
 }
 
-/// When a key follows in a list, the list's bracket is missing.
+/// If a key follows in a list, the list's bracket is missing.
 bool JsonReader::CloseBeforeKey() {
   if (close_ != ']' || *p_ != ':' || IsEmptySoFar() || tape_[open_ + 1] == kNone) return false;
   const uint32_t word = tape_[tape_size_ - 1];
@@ -335,8 +336,8 @@ bool JsonReader::CloseBeforeKey() {
   return true;
 }
 
-/// When a string is followed by letters at once, one of its quotes is not meant, and nothing after it on its line can
-/// be trusted.
+/// If a string is directly followed by letters, one of its quotes is wrong, and nothing after it on its line can be
+/// trusted.
 bool JsonReader::PassOverQuotes() {
   if (IsEmptySoFar() || (!IsNameStart(*p_) && !IsDigit(*p_))) return false;
   const uint32_t word = tape_[tape_size_ - 1];
@@ -348,7 +349,7 @@ bool JsonReader::PassOverQuotes() {
   return true;
 }
 
-/// Goes on with the next line, as if a comma ended this one.
+/// Continues with the next line, as if a comma ended this one.
 void JsonReader::GoOnAfterLine(const char* p) {
   MarkIncomplete();
   p_ = FindLineEnd(p, end_);
@@ -358,7 +359,7 @@ void JsonReader::GoOnAfterLine(const char* p) {
   if (p_ == end_) last_error_ = end_;
 }
 
-/// Passes over what makes no sense here, up to the next comma or closing bracket of the same level or the line's end.
+/// Skips what makes no sense here, up to the next comma or closing bracket of the same level or the end of the line.
 void JsonReader::SkipItem() {
   MarkIncomplete();
   expect_ = Expect::kSeparator;

@@ -1,6 +1,6 @@
 /// \file
-/// Tokens of JSON as protobuf's parser takes them. All functions read in a text that is followed by zero bytes. For the
-/// reader of documents and the documents themselves.
+/// The tokens of JSON as protobuf's parser reads them. All functions expect zero bytes after the text. For documents
+/// and their reader.
 #pragma once
 
 #include <cstddef>
@@ -16,12 +16,12 @@ inline bool IsNameStart(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && 
 inline bool IsQuote(char c) { return c == '"' || c == '\''; }
 inline bool IsDigit(char c) { return ZO_TUNING::internal::IsDigit(c); }
 
-/// What protobuf's parser takes for a part of a number.
+/// What protobuf's parser accepts as part of a number.
 inline bool IsNumberSign(char c) {
   return IsDigit(c) || c == '.' || c == 'e' || c == 'E' || c == '+' || c == '-' || c == 'x';
 }
 
-/// Spaces to protobuf's parser but not to JSON, and what begins comments, conflict markers and zero bytes.
+/// Whitespace to protobuf's parser but not to JSON, and what starts comments, conflict markers and zero bytes.
 inline bool MayBeOddSpace(char c) {
   switch (c) {
     case '\0':
@@ -42,14 +42,14 @@ inline bool MayBeOddSpace(char c) {
 inline const char* SkipDigits(const char* p) {
   for (;;) {
     const uint64_t values = ZO_TUNING::internal::LoadWord(p) ^ ZO_TUNING::internal::Repeat('0');
-    // The lowest top bit stands at the first byte that is no digit.
+    // The lowest top bit is at the first byte that is not a digit.
     const uint64_t others = (values | (values + ZO_TUNING::internal::Repeat(0x76))) & ZO_TUNING::internal::Repeat(0x80);
     if (others != 0) return p + ZO_TUNING::internal::FirstByte(others);
     p += sizeof(values);
   }
 }
 
-/// The end of a number of strict JSON that a double can hold, or null for any other text.
+/// The end of a strict JSON number that a double can hold, or null for any other text.
 inline const char* SkipNumber(const char* p) {
   constexpr std::ptrdiff_t kMaxDigits = 200;  // with an exponent of two digits, less than the largest double
   if (*p == '-') ++p;
@@ -69,11 +69,11 @@ inline const char* SkipNumber(const char* p) {
     p = SkipDigits(p);
     if (p == exponent || p - exponent > 2) return nullptr;
   }
-  // Most numbers end before a comma, a line end or a bracket.
+  // Most numbers are followed by a comma, a line ending or a bracket.
   return *p == ',' || (!IsNumberSign(*p) && !IsNameStart(*p)) ? p : nullptr;
 }
 
-/// Whether JSON knows this form of a number.
+/// Whether this form of a number is valid JSON.
 bool IsStrictNumber(std::string_view number);
 
 /// Whether a number that a double cannot hold, given without its sign, is too small rather than too large.
@@ -81,14 +81,14 @@ bool Vanishes(std::string_view digits);
 
 // Ends of tokens, from their first character on.
 const char* FindNumberEnd(const char* p);
-/// After the closing quote, or null when there is none before `end`.
+/// After the closing quote, or null if there is none before `end`.
 const char* FindStringEnd(const char* p, const char* end);
 const char* FindKeyEnd(const char* p, const char* end);
-/// Of what stands where a value should: to the next sign that may follow a value, or the end of the line.
+/// The end of text in place of a value: the next character that may follow a value, or the end of the line.
 const char* FindInvalidEnd(const char* p, const char* end);
 const char* FindLineEnd(const char* p, const char* end);
 
-/// A \uXXXX or a pair of them.
+/// A \uXXXX escape or a pair of them.
 struct UnicodeEscape {
   uint32_t code = 0;
   size_t size = 0;
@@ -96,9 +96,9 @@ struct UnicodeEscape {
 };
 UnicodeEscape ReadUnicodeEscape(std::string_view text);
 
-/// Bytes of the UTF-8 character at `p`, 0 when it is none.
+/// Number of bytes of the UTF-8 character at `p`, 0 if it is invalid.
 size_t CharacterLength(const char* p, const char* end);
-/// The first byte from `p` on that is no part of UTF-8 text, or `end`.
+/// The first byte from `p` on that is not valid UTF-8, or `end`.
 const char* FindInvalidUtf8(const char* p, const char* end);
 
 inline bool StartsWith(const char* p, std::string_view start) {

@@ -48,7 +48,7 @@ std::optional<int> ParseValue(const Project& project, size_t index, const std::s
   std::optional<int> found;
   for (const auto& [number, name] : values) {
     if (name == text && !name.empty() && number != kLabelNotSet)
-      found = number;  // the highest one, as a path is read back
+      found = number;  // the highest one, as when reading a path
   }
   if (!found) {
     const std::string what = index == 0 ? "no module " + Quoted(text) : Quoted(label) + " has no value " + Quoted(text);
@@ -176,7 +176,7 @@ bool PlanSettings(Project& project, const std::string& scope, const std::vector<
       }
     }
     const std::string path = project.dir() + "/" + project.SettingPath(scope, each);
-    // The names of values and sensors may look like other levels of the tree when they are read back.
+    // The names of values and sensors may look like other levels of the tree when the path is read back.
     const std::vector<int> read_back = project.LabelsOf(path);
     if (read_back != each) {
       sink.Report(Code::kAmbiguousPath,

@@ -1,5 +1,5 @@
 /// \file
-/// Settings chosen by named label values, as on a command line: module=AfCommon,AWGain mode=1 sensor=main_wide.
+/// Settings selected by label values, as on a command line: module=AfCommon,AWGain mode=1 sensor=main_wide.
 #pragma once
 
 #include <functional>
@@ -12,41 +12,41 @@
 namespace zotuning {
 
 struct LabelChoice {
-  std::vector<std::string> scopes;       ///< of "sensor=", kDefaultScope for "default"; empty where it is not given
-  std::vector<std::vector<int>> values;  ///< by label; empty where it is not given, kLabelNotSet for "label="
+  std::vector<std::string> scopes;       ///< of "sensor=", kDefaultScope for "default"; empty if not given
+  std::vector<std::vector<int>> values;  ///< by label; empty if not given, kLabelNotSet for "label="
 
-  /// Whether the setting has one of the values for each label that is given.
+  /// Whether the setting has one of the values for each label given.
   bool Takes(const Setting& setting) const;
 
-  /// All combinations of the values, the last label changing fastest; labels that are not given are not set.
+  /// All combinations of the values, the last label changing fastest; labels not given are not set.
   std::vector<std::vector<int>> Combine() const;
 };
 
 enum class ChoiceResult {
   kOk,
-  kMisuse,   ///< it has another form
+  kMisuse,   ///< not of this form
   kUnknown,  ///< no such label, value or sensor
 };
 
-/// Reads "label=value,value" words. Reports every fault. "sensor=" and "label=" are taken where `scopes` says so.
+/// Parses "label=value,value" words. Reports every fault. "sensor=" and "label=" are allowed if `scopes` says so.
 ChoiceResult ParseLabelChoice(const Project& project, const std::vector<std::string>& words, bool scopes,
                               LabelChoice& choice, DiagnosticSink& sink);
 
-/// Whether settings can be made for the choice: a module is given, and no level of the tree is left out before another.
-/// False after one error.
+/// Whether settings can be created for the choice: a module is given, and no level of the tree is skipped. False after
+/// one error.
 bool CheckLevels(const Project& project, const LabelChoice& choice, DiagnosticSink& sink);
 
-/// A setting to be made.
+/// A setting to create.
 struct NewSetting {
   std::vector<int> values;
   std::string path;
   std::string text;
 };
 
-/// Where the setting of a module is copied from; "" after an error.
+/// The path to copy the setting of a module from; "" after an error.
 using CopySource = std::function<std::string(const std::string& module)>;
 
-/// Plans settings of `scope`, one for each of `values`, as copies of what `source` says, by default the modules'
+/// Plans settings of `scope`, one for each of `values`, as copies of what `source` selects, by default the modules'
 /// defaults. Checks their texts, and that the paths read back as the values. False after errors.
 bool PlanSettings(Project& project, const std::string& scope, const std::vector<std::vector<int>>& values,
                   const CopySource& source, std::vector<NewSetting>& plan, DiagnosticSink& sink);

@@ -32,14 +32,14 @@ using google::protobuf::FieldDescriptor;
 // As deep as protobuf's parser goes.
 constexpr size_t kMaxDepth = 100;
 
-/// A type and the name of a field that it had.
+/// A type and the name of a field it had.
 using OldField = std::pair<const Descriptor*, std::string>;
 
 bool Contains(const std::vector<std::string>& names, const std::string& name) {
   return std::find(names.begin(), names.end(), name) != names.end();
 }
 
-/// The key that protobuf's parser takes for a field of this name beside the name itself.
+/// The key, besides the name itself, that protobuf's parser accepts for a field of this name.
 std::string CamelCase(const std::string& name) {
   std::string key;
   bool upper = false;
@@ -54,7 +54,7 @@ std::string CamelCase(const std::string& name) {
   return key;
 }
 
-/// Whether two values are the same text or number, however they are quoted.
+/// Whether two values are the same string or number, however they are quoted.
 bool SameScalar(const JsonValue& a, const JsonValue& b) {
   const auto text = [](const JsonValue& value) {
     return value.is_string() ? value.String() : std::string(value.raw());
@@ -62,7 +62,8 @@ bool SameScalar(const JsonValue& a, const JsonValue& b) {
   return a && b && !a.is_object() && !a.is_array() && !b.is_object() && !b.is_array() && text(a) == text(b);
 }
 
-/// Whether a field can hold what another one, of the same number, held: of one type, or now within a data type.
+/// Whether a field can hold what another one, of the same number, held: they have the same type, or it is now inside a
+/// data type.
 bool CanHold(const FieldDescriptor* field, const FieldDescriptor* old) {
   if (field->message_type() != nullptr && old->message_type() == nullptr) {
     const FieldDescriptor* value = field->message_type()->FindFieldByName("value");
@@ -73,7 +74,7 @@ bool CanHold(const FieldDescriptor* field, const FieldDescriptor* old) {
   return field->enum_type() == nullptr || field->enum_type()->name() == old->enum_type()->name();
 }
 
-/// What both schemas know, and the names that link them.
+/// What both schemas know, and the names that connect them.
 class Names {
  public:
   Names(Project& project, const MigrateOptions& options) : project_(project), options_(options) {}
@@ -95,7 +96,7 @@ class Names {
     return good;
   }
 
-  /// The new field that an unknown key of a type was renamed to, null when none.
+  /// The new field that an unknown key of a type was renamed to, null if none.
   const FieldDescriptor* NewField(const Descriptor* type, const std::string& key) const {
     const auto found = renames_.find({type, key});
     return found == renames_.end() ? nullptr : found->second;
@@ -120,10 +121,10 @@ class Names {
   bool renames_folders() const { return !folder_renames_.empty(); }
   const std::vector<std::string>& modules() const { return modules_; }
 
-  /// Null where no old schema is known.
+  /// Null if no old schema is known.
   SchemaRevision* old() const { return old_.get(); }
 
-  /// The new name of a value that has the number of this old one; "" when there is none. Index 0 is the module.
+  /// The new name of a value with the number of this old one; "" if there is none. Index 0 is the module.
   std::string Successor(size_t label, const std::string& old_name) const {
     if (label >= old_labels_.size()) return "";
     const std::vector<std::string> names = project_.ValueNames(label);
@@ -136,7 +137,7 @@ class Names {
 
  private:
   bool LoadOld(DiagnosticSink& sink) {
-    // Without --since, the old schema is a help that may be missing.
+    // Without --since, the old schema helps but is optional.
     CollectingSink faults;
     const std::string revision = options_.since.empty() ? "HEAD" : options_.since;
     old_ = SchemaRevision::Load(project_.layout().ProtoDir(), revision, faults);
@@ -234,7 +235,7 @@ class Names {
     drops_.insert({type, CamelCase(old_name)});
   }
 
-  /// Whether a value may be renamed: the old name is gone, the new one is there.
+  /// Whether a value may be renamed: the old name is gone, the new one exists.
   static bool CheckValue(const std::string& label, const std::vector<std::string>& names, const std::string& old_name,
                          const std::string& new_name, DiagnosticSink& sink) {
     if (Contains(names, old_name)) {
@@ -293,7 +294,7 @@ class Names {
   std::map<std::string, std::string> folder_renames_;
 };
 
-/// Templates by type, made when they are asked for.
+/// Templates by type, made on demand.
 class Templates {
  public:
   Templates(Schema& schema, SchemaRevision* old) : schema_(schema), old_(old) {}
@@ -332,7 +333,7 @@ struct Dropped {
   std::string json;
 };
 
-/// A rename that the old schema lets suppose, with the number of places.
+/// A rename that the old schema suggests, with the number of places.
 using Suggestions = std::map<std::pair<std::string, std::string>, size_t>;
 
 /// Migrates the text of one file.
@@ -367,15 +368,15 @@ class TextMigration {
     JsonValue in_default;
     const Descriptor* old_type;
     JsonValue in_old_template;
-    bool in_rule;   ///< within fields named "rule" or "description", of which packing asks for nothing
-    bool may_lack;  ///< within these or a type of rules, whose parts may be missing
+    bool in_rule;   ///< within fields named "rule" or "description", in which packing requires nothing
+    bool may_lack;  ///< within these or a rule type, whose fields may be missing
     size_t depth;
   };
 
   void Object(const JsonValue& object, const Place& place, const PathFrame& at) {
     const TypeTable& type = *place.type;
     if (place.depth > kMaxDepth || type.built_in) return;
-    std::vector<size_t> field_of;  // of each member; kNone for one that goes
+    std::vector<size_t> field_of;  // of each member; kNone for a removed one
     std::set<size_t> present;
     for (const JsonMember member : object.members()) {
       const auto found = type.by_key.find(member.key());
@@ -447,7 +448,7 @@ class TextMigration {
     below.in_rule = place.in_rule || field.exempt;
     below.may_lack = place.may_lack || field.exempt || field.message->is_rule;
     below.depth = place.depth + 1;
-    // What a template says of a rule depends on where it stands.
+    // The template of a rule depends on where the rule is.
     if (field.message->is_rule && !field.repeated) {
       below.in_template = place.in_template.Find(field.name());
       below.in_old_template = place.in_old_template.Find(old_name);
@@ -506,10 +507,10 @@ class TextMigration {
     }
   }
 
-  /// A value that stands where its data type is expected now.
+  /// A value in place of which its data type is now expected.
   void Wrap(const JsonValue& value, const Place& place, const PathFrame& at) {
     const FieldEntry& inner = place.type->fields[place.type->value];
-    // Rows of rows, and lists where one value is expected, are for people.
+    // Rows of rows, and lists in place of a single value, need a decision by a person.
     if (inner.message != nullptr || (value.is_array() && !inner.repeated)) return;
     const std::optional<std::string> json = FormatValue(value, inner.descriptor, 0);
     const std::optional<std::string> parameter = FormatValue(place.in_template, nullptr, 0);
@@ -523,8 +524,8 @@ class TextMigration {
     file_.moved.push_back(at.Text());
   }
 
-  /// Values that the field takes in another form now: alone or in a list, in one list or in rows. False where the form
-  /// is the right one, or a value would be lost.
+  /// Values whose field now has another form: single or in a list, in one list or in rows. False if the form is already
+  /// right, or a value would be lost.
   bool Reshape(const JsonValue& object, const JsonValue& value, const FieldEntry& field, const std::string& old_name,
                const Place& place, const PathFrame& at) {
     const FieldDescriptor* old = place.old_type == nullptr ? nullptr : place.old_type->FindFieldByName(old_name);
@@ -532,7 +533,7 @@ class TextMigration {
     std::vector<JsonValue> values;
     std::string json;
     if (field.message == nullptr && value.is_array() != field.repeated) {
-      // One value is taken for a list, too; it stays as it is where it always was one.
+      // A single value is accepted for a list; it stays as it is if it always was one.
       if (value.is_object() || value.size() > 1 || old == nullptr || old->is_repeated() == field.repeated) return false;
       if (value.is_array() && !AppendScalars(value, values)) return false;
       if (!field.repeated && values.empty()) return false;
@@ -560,7 +561,7 @@ class TextMigration {
     return true;
   }
 
-  /// False where an element is no scalar.
+  /// False if an element is not a scalar.
   static bool AppendScalars(const JsonValue& list, std::vector<JsonValue>& values) {
     for (const JsonValue element : list.elements()) {
       if (element.is_object() || element.is_array()) return false;
@@ -575,7 +576,7 @@ class TextMigration {
     return text + "]";
   }
 
-  /// The other way round: a data type whose value alone is expected now. The rest of it goes to the report.
+  /// The reverse: a data type of which only the value is now expected. The rest of it goes to the report.
   void Unwrap(const JsonValue& value, const FieldEntry& field, const PathFrame& at) {
     const JsonValue inner = value.is_object() ? value.Find("value") : JsonValue();
     if (!inner || inner.is_object() || inner.is_array() != field.repeated) return;
@@ -589,7 +590,7 @@ class TextMigration {
     file_.moved.push_back(at.Text());
   }
 
-  /// Brings the parts of a rule up to the template where they still were the template's, or all of them.
+  /// Updates the parts of a rule to the template if they were still the old template's, or all of them.
   void Rule(const JsonValue& rule, const Place& place, const PathFrame& at) {
     for (const JsonMember member : rule.members()) {
       const auto found = place.type->by_key.find(member.key());
@@ -615,7 +616,7 @@ class TextMigration {
       if (present.count(i) > 0 || !field.has_key || !IsWanted(field, place) || HasSibling(field, type, present))
         continue;
       JsonValue source = place.in_default.Find(field.name());
-      // A parameter without a value has been packed as 0, and goes on so.
+      // A parameter without a value has been packed as 0, and still is.
       const bool is_value = i == type.value && type.is_parameter();
       if (!source || source.kind() == JsonKind::kNull || is_value) source = place.in_template.Find(field.name());
       if (!source) continue;
@@ -629,7 +630,7 @@ class TextMigration {
 
   static size_t Columns(const Place& place, bool is_value) { return is_value ? TableColumns(place.in_default) : 0; }
 
-  /// As the check of completeness has it; what is new in the schema is wanted everywhere.
+  /// As in the check of completeness; what is new in the schema is added everywhere.
   bool IsWanted(const FieldEntry& field, const Place& place) const {
     if (all_rules_) return true;
     if (place.old_type != nullptr && place.type->type->full_name() == place.old_type->full_name() &&
@@ -680,7 +681,7 @@ class Migrator {
   bool Run() {
     if (!names_.Read(migration_.misuse, sink_)) return false;
     templates_ = std::make_unique<Templates>(project_.schema(), names_.old());
-    // The defaults first: settings take from them what they lack.
+    // The defaults first: settings take missing fields from them.
     for (const std::string& scope : project_.Scopes()) {
       if (scope == kDefaultScope) Scope(scope);
     }
@@ -694,7 +695,7 @@ class Migrator {
   }
 
  private:
-  /// Passes on, and knows whether there were errors.
+  /// Forwards diagnostics, and remembers whether there were errors.
   class CountingSink : public DiagnosticSink {
    public:
     explicit CountingSink(DiagnosticSink& sink) : sink_(sink) {}
@@ -709,7 +710,7 @@ class Migrator {
     bool ok_ = true;
   };
 
-  /// The files of a module that is gone.
+  /// The files of a removed module.
   struct Left {
     size_t count = 0;
     std::string path;  ///< of the first
@@ -797,7 +798,7 @@ class Migrator {
     const std::string new_text =
         run.Run(type, old_type, is_default || found == defaults_.end() ? JsonValue() : found->second->root());
     for (const auto& [rename, count] : run.suggestions()) suggestions_[rename] += count;
-    // As long as names are open, the text is not what it is going to be.
+    // While names are unresolved, the text is not final.
     const bool good =
         !run.suggestions().empty() || CheckSettingText(project_.schema(), path, new_text, type, Fields::kAll, sink_);
     if (is_default && good && path == project_.layout().DefaultPath(module)) {
@@ -830,7 +831,7 @@ class Migrator {
     }
   }
 
-  /// `what` is the option's end and the old name: "module AfCommon".
+  /// `what` is the end of the option's name and the old name: "module AfCommon".
   static std::string RenameHint(const std::string& what, const std::string& new_name) {
     return "renamed? --rename-" + what + "=" + new_name;
   }

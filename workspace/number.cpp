@@ -43,7 +43,7 @@ Decimal Normal(Decimal number) {
   return number;
 }
 
-/// Nothing for texts that are no numbers, and for more digits than fit.
+/// Nothing for texts that are not numbers, or have more digits than fit.
 std::optional<Decimal> ToDecimal(std::string_view text) {
   Decimal number;
   size_t at = 0;
@@ -101,7 +101,7 @@ std::optional<Decimal> Add(Decimal a, Decimal b) {
   return Normal(a);
 }
 
-/// The nearest whole number, away from zero at a half.
+/// The nearest integer, halves away from zero.
 Decimal Rounded(Decimal number) {
   Uint128 last = 0;
   for (; number.exponent < 0 && (number.mantissa != 0 || last != 0); ++number.exponent) {
@@ -123,7 +123,7 @@ std::string ToText(const Decimal& number) {
   return (number.negative ? "-" : "") + digits + (number.exponent == 0 ? "" : "e" + std::to_string(number.exponent));
 }
 
-/// Infinite where it is too large.
+/// Infinity if it is too large.
 double ToDouble(std::string_view text) {
   double number = 0;
   const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -133,7 +133,7 @@ double ToDouble(std::string_view text) {
   return e != std::string_view::npos && e + 1 < text.size() && text[e + 1] == '-' ? 0.0 : HUGE_VAL;
 }
 
-/// As a float holds it; as it is where no float does.
+/// As a float holds it; unchanged if no float does.
 double Narrow(double number) {
   return std::fabs(number) <= static_cast<double>(std::numeric_limits<float>::max())
              ? static_cast<double>(static_cast<float>(number))
@@ -184,7 +184,7 @@ std::optional<std::string> RealText(double number, const FieldDescriptor* field,
     fits = std::fabs(number) <= static_cast<double>(std::numeric_limits<float>::max());
     const float narrow = fits ? static_cast<float>(number) : 0.0F;
     text = Shortest(narrow);
-    // It is read as a double, which is rounded once more.
+    // It is read as a double, which adds a second rounding.
     if (static_cast<float>(ToDouble(text)) != narrow) text = Shortest(static_cast<double>(narrow));
   }
   if (fits) return text == "-0" ? "-0.0" : text;
@@ -252,7 +252,7 @@ bool IsSameScalar(const JsonValue& left, const JsonValue& right, const FieldDesc
     const std::optional<Decimal> x = ToDecimal(a), y = ToDecimal(b);
     if (!x || !y) return a == b;
     if (!IsReal(field)) return *x == *y;
-    // A zero with a point or an exponent keeps its sign, a whole one does not.
+    // A zero with a decimal point or an exponent keeps its sign, an integer zero does not.
     const auto negative_zero = [](std::string_view text) {
       return text[0] == '-' && text.find_first_of(".eE") != std::string_view::npos;
     };

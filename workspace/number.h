@@ -1,5 +1,5 @@
 /// \file
-/// Arithmetic on the numbers of JSON texts: decimal, so that 0.1 * 1.05 is 0.105, and as wide as the field's type.
+/// Arithmetic on the numbers of JSON texts: decimal, so that 0.1 * 1.05 is 0.105, and exact for the field's type.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
@@ -14,12 +14,12 @@ namespace zotuning {
 
 enum class Operation { kMultiply, kAdd };
 
-/// Whether `text` is a number that Calculate takes as its operand.
+/// Whether `text` is a number that Calculate accepts as its operand.
 bool IsNumber(std::string_view text);
 
 /// The number of a field after an operation, in the shortest form that reads back as the nearest value of the field's
-/// type; as it is written where it does not change. Nothing where it is no number, or the type cannot hold the result:
-/// `why` says so then. With `round` an integer becomes the nearest one, away from zero at a half.
+/// type; spelled as before if it does not change. Nothing if it is not a number, or the type cannot hold the result:
+/// `why` then gives the reason. With `round`, an integer is rounded to the nearest one, halves away from zero.
 std::optional<std::string> Calculate(const JsonValue& number, Operation operation, std::string_view operand, bool round,
                                      const google::protobuf::FieldDescriptor* field, std::string* why);
 

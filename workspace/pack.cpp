@@ -74,11 +74,11 @@ class Packing {
     if (result.status != PackStatus::kOk && result.status != PackStatus::kNotWritten) Refuse(setting.path);
     switch (result.status) {
       case PackStatus::kOk:
-        // What the fast path has seen to be complete need not be looked at again. A name that the text lacks may stand
+        // A text that the fast path found to be complete needs no further check. A name that the text lacks may be
         // there in camelCase.
         return (result.is_complete && result.field.empty()) || !options_.check_fields ||
                Explain(setting, result.module, "");
-      case PackStatus::kNotWritten:  // told when the bin is closed
+      case PackStatus::kNotWritten:  // reported when the bin is closed
         return true;
       case PackStatus::kBadLabel:
         return ReportLabelFault(result.label, project_.schema(), sink_);
@@ -124,7 +124,7 @@ bool ListInputs(Project& project, const std::vector<std::string>& scopes, std::v
     good = good && found.ok();
     for (Diagnostic& diagnostic : found.Take()) sink.Add(std::move(diagnostic));
     for (Setting& setting : settings) {
-      if (project.ModuleName(setting.values).empty()) continue;  // told by CheckPlaces
+      if (project.ModuleName(setting.values).empty()) continue;  // reported by CheckPlaces
       scope.states.emplace_back(setting.path, StateOf(setting.path));
       scope.settings.push_back(std::move(setting));
     }

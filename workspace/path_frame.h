@@ -1,5 +1,5 @@
 /// \file
-/// The path of a value while a walk goes down to it: as cheap as a pointer until it is asked for. For the checks alone.
+/// The path of a value during a walk down to it: as cheap as a pointer until it is needed. Only for the checks.
 #pragma once
 
 #include <cstddef>

@@ -14,7 +14,7 @@ namespace {
 
 bool IsRowType(const TypeTable& type) { return type.fields.size() == 1 && type.value == 0; }
 
-/// Whether ".value" goes without saying.
+/// Whether ".value" is implied.
 bool ImpliesValue(const TypeTable* type) { return type != nullptr && (type->is_parameter() || IsRowType(*type)); }
 
 std::vector<std::string> FieldNames(const TypeTable& type) {
@@ -25,7 +25,7 @@ std::vector<std::string> FieldNames(const TypeTable& type) {
 
 void FindPathsTo(const TypeTable& type, std::string_view name, const std::string& prefix, int depth,
                  std::vector<std::string>& paths) {
-  constexpr int kMaxDepth = 10;  // of types that contain themselves
+  constexpr int kMaxDepth = 10;  // of recursive types
   constexpr size_t kMaxPaths = 3;
   for (const FieldEntry& field : type.fields) {
     if (paths.size() >= kMaxPaths) return;
@@ -45,7 +45,7 @@ bool ReadSize(std::string_view text, size_t* size) {
 std::optional<PathPattern> PathPattern::Parse(std::string_view text, std::string* why) {
   PathPattern pattern;
   pattern.text_ = std::string(text);
-  // Ranges become the indices under which they are kept, so that the rest is a plain path.
+  // Ranges are replaced by the index of their entry, so that the rest is a plain path.
   std::vector<Range> ranges;
   std::string plain;
   for (size_t at = 0; at < text.size();) {
@@ -160,7 +160,7 @@ std::optional<TypedPath> TypedPath::Resolve(const PathPattern& pattern, const Ty
   return path;
 }
 
-/// The way through one document.
+/// The walk through one document.
 struct TypedPath::Walk {
   const TypedPath& path;
   const std::string& file;
@@ -181,7 +181,7 @@ struct TypedPath::Walk {
     matches.push_back({here, value, path.field_, path.is_list_, path.is_list_ ? columns : 0, line, {}, {}});
   }
 
-  /// The elements of `range`; `count` of them, of what `what` names.
+  /// The elements of `range`; there are `count` elements, called `what` in messages.
   bool IsWithin(const JsonValue& value, const Range& range, size_t count, const char* what) {
     const size_t needed = range.open ? range.begin + (range.begin > 0 ? 1 : 0) : range.end;
     return needed <= count || Fail(value, Quoted(here.ToString()) + " has " + Count(count, what));
@@ -267,7 +267,7 @@ struct TypedPath::Walk {
     return good;
   }
 
-  /// What is left of the path is not there: a match without a value where it has fields alone.
+  /// The rest of the path does not exist: a match without a value if it consists only of fields.
   bool Miss(size_t at, const JsonValue& object) {
     std::vector<const FieldEntry*> missing;
     JsonPath whole = here;

@@ -1,5 +1,5 @@
 /// \file
-/// Paths that name many values of settings at once: zones[*].weight, gain[3][17], codes[4:8].
+/// Paths that select many values of settings at once: zones[*].weight, gain[3][17], codes[4:8].
 #pragma once
 
 #include <cstddef>
@@ -15,16 +15,15 @@
 
 namespace zotuning {
 
-/// A path as diagnostics print it, in which [*], [4:8], [4:] and [:8] name several elements. The ".value" of a
-/// parameter and of a row may be left out. Of a table that is one list, whose rule has "col", [3][17] are row and
-/// column.
+/// A path as diagnostics print it, in which [*], [4:8], [4:] and [:8] select several elements. The ".value" of a
+/// parameter and of a row may be left out. For a table in one list, whose rule has "col", [3][17] are row and column.
 class PathPattern {
  public:
-  /// Nothing where the text is no path; `why` says so then.
+  /// Nothing if the text is not a path; `why` then gives the reason.
   static std::optional<PathPattern> Parse(std::string_view text, std::string* why);
 
   const std::string& text() const { return text_; }
-  /// The name that it begins with.
+  /// The name that it starts with.
   const std::string& first_name() const { return steps_.front().name; }
 
  private:
@@ -43,30 +42,30 @@ class PathPattern {
   std::vector<Step> steps_;
 };
 
-/// A value that a path names in a document.
+/// A value that a path selects in a document.
 struct Match {
   JsonPath path;
-  JsonValue value;  ///< none where the document lacks it
+  JsonValue value;  ///< none if the document lacks it
   const FieldEntry* field;
   bool is_list;    ///< the list of the field, not one of its elements
-  size_t columns;  ///< of a list that is a table: the values in a row, else 0
-  size_t line;  ///< counts the lists, rows and objects that the matches are in: those of one are in one line of a table
-  /// Where there is no value: the innermost object that there is, and the fields that are missing in it and below.
+  size_t columns;  ///< of a list that is a table: the values per row, else 0
+  size_t line;     ///< numbers the lists, rows and objects around the matches; one is one line of a table
+  /// If there is no value: the innermost existing object, and the fields that are missing in it and below.
   JsonValue parent;
   std::vector<const FieldEntry*> missing;
 };
 
-/// A path that a message type has.
+/// A path resolved for a message type.
 class TypedPath {
  public:
-  /// Nothing where the type, whose table has to outlive the path, does not have it; `why` says so then.
+  /// Nothing if the type does not have it; `why` then gives the reason. The type's table must outlive the path.
   static std::optional<TypedPath> Resolve(const PathPattern& pattern, const TypeTable& type, std::string* why);
 
   /// The field of the values, for their type.
   const FieldEntry& field() const { return *field_; }
 
-  /// Appends the values in text order. False after an error that names `file`: an element that is not there, a list
-  /// that is none.
+  /// Appends the values in text order. False after an error that names `file`: a missing element, or a list that is not
+  /// a list.
   bool Find(const JsonDocument& document, const std::string& file, std::vector<Match>& matches,
             DiagnosticSink& sink) const;
 
@@ -75,7 +74,7 @@ class TypedPath {
   enum class Kind { kField, kKey, kElements, kCells };
   struct Step {
     Kind kind;
-    const TypeTable* type = nullptr;  ///< that has the field
+    const TypeTable* type = nullptr;  ///< the one with the field
     const FieldEntry* field = nullptr;
     std::string key;  ///< of a map
     Range first;
@@ -88,7 +87,7 @@ class TypedPath {
   bool is_list_ = false;
 };
 
-/// Appends the paths of the fields called `name` at any depth of a type, the first few of them.
+/// Appends the paths of the fields called `name` at any depth of a type, up to a small number.
 void FindPathsTo(const TypeTable& type, std::string_view name, std::vector<std::string>& paths);
 
 }  // namespace zotuning

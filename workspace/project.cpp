@@ -35,7 +35,7 @@ std::vector<std::string> SplitFolders(const std::string& relative) {
   return folders;
 }
 
-/// The place of a declaration in its file of the schema.
+/// The position of a declaration in its schema file.
 template <typename Declared>
 void SetPlace(const Schema& schema, const Declared& declared, const google::protobuf::FileDescriptor* file,
               Diagnostic* diagnostic) {
@@ -78,7 +78,7 @@ std::unique_ptr<Schema> LoadSchema(const std::string& proto_dir, DiagnosticSink&
     return std::string(KindOf(path) == FileKind::kSpecial ? "this is a named pipe or a device, not a file" : "");
   });
   bool good = ReportSchemaFaults(*schema, faults, sink);
-  // What could not be listed while the schema was loaded is missing without an error.
+  // Entries that could not be listed while the schema was loaded are missing without an error.
   for (const FoundFile& file : files) {
     if (!good || file.relative.find('/') != std::string::npos || IsDirectory(file.path)) continue;
     const auto& loaded = schema->files();
@@ -119,7 +119,7 @@ const Descriptor* RequireType(const Schema& schema, const std::string& short_nam
                 "the message type " + Quoted(found.qualified_name) + " holds too many levels of types", "", proto_dir);
     return nullptr;
   }
-  // The commonest slip is the right type in another package.
+  // The most common mistake is the right type in the wrong package.
   sink.Report(Code::kSchemaType, "the schema has no message type " + Quoted(found.qualified_name),
               OtherPackageHint(schema, short_name), proto_dir);
   return nullptr;
@@ -191,7 +191,7 @@ bool Project::LoadAll(DiagnosticSink& sink) {
   bool has_errors = false;
   schema_ = LoadSchema(proto_dir, sink, &has_errors);
   if (schema_ == nullptr) return false;
-  // A type that an error of the schema hides is no second fault.
+  // A type that is hidden by an error of the schema is not a second fault.
   const auto find = [&](const char* name) { return has_errors ? schema_->FindType(name) : RequireType(name, sink); };
   const Descriptor* config_type = find("TuningProjConfig");
   label_type_ = find("TuningDataLabel");
@@ -252,7 +252,7 @@ bool Project::ReadUsableLabels(DiagnosticSink& sink) {
 
 std::vector<std::string> Project::UnlistedFolders() const {
   std::vector<std::string> names, unlisted;
-  CollectingSink ignored;  // what cannot be listed is told by those who need it
+  CollectingSink ignored;  // what cannot be listed is reported where it is needed
   ListNames(dir(), names, ignored);
   for (const std::string& name : names) {
     const std::string path = dir() + "/" + name;
@@ -388,14 +388,14 @@ void Project::ReadLabels(Setting& setting) const {
     if (!known->second.empty()) setting.faults.push_back(known->second);
   }
   if (!setting.faults.empty()) return;
-  // Read alone, the part below the scope's folder has to mean the same: a level is recognised anywhere in a name.
+  // Read by itself, the part below the scope's folder must mean the same: a level is recognised anywhere in a name.
   if (LabelsOf("/" + setting.relative) != setting.values) {
     setting.faults.push_back("the name of the folder " + Quoted(setting.scope) + " or one above it is read as a level");
   }
 }
 
 std::string Project::FolderFault(const std::string& folder) const {
-  // The level whose prefix leads, the longest one first.
+  // The level whose prefix is at the start, the longest one first.
   size_t level = 0;
   for (size_t i = 1; i < labels().names().size(); ++i) {
     const std::string prefix = labels().names()[i] + "_";

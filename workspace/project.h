@@ -30,47 +30,47 @@ struct Setting {
   std::string scope;
   std::string relative;  ///< its path below the scope's folder
   std::string path;
-  std::vector<int> values;          ///< label values, kLabelNotSet for those that are not set
+  std::vector<int> values;          ///< label values, kLabelNotSet for those not set
   std::vector<std::string> faults;  ///< what the labels do not know about its folders and name
 };
 
-/// The name of the module that a setting's file name gives, known or not.
+/// The module name that a setting's file name gives, known or not.
 std::string ModuleOfFile(const std::string& path);
 
-/// Why a name cannot be that of a folder of a project, such as a sensor's; "" when it can.
+/// Why a name cannot be used for a folder of a project, such as a sensor's; "" if it can.
 std::string NameFault(const std::string& name);
 
-/// Loads the schema below `proto_dir` and reports every fault of every file; special files among it, which would block,
-/// are refused. Null when it cannot be read, and, unless `has_errors` is given, when it has errors: its other types can
+/// Loads the schema below `proto_dir` and reports every fault of every file; special files, which would block, are
+/// rejected. Null if it cannot be read and, unless `has_errors` is given, if it has errors: its other types can still
 /// be used.
 std::unique_ptr<Schema> LoadSchema(const std::string& proto_dir, DiagnosticSink& sink, bool* has_errors = nullptr);
 
-/// The message type that a short name stands for; null after an error that says what the schema has instead.
+/// The message type that a short name refers to; null after an error that says what the schema has instead.
 const google::protobuf::Descriptor* RequireType(const Schema& schema, const std::string& short_name,
                                                 DiagnosticSink& sink);
 
-/// The place of what the schema declares.
+/// The position of a declaration in the schema.
 void SetSchemaPlace(const Schema& schema, const google::protobuf::FieldDescriptor& field, Diagnostic* diagnostic);
 void SetSchemaPlace(const Schema& schema, const google::protobuf::EnumValueDescriptor& value, Diagnostic* diagnostic);
 
-/// Says where a type that is missing stands in another package; "" when it is in none.
+/// Says in which other package a missing type is; "" if in none.
 std::string OtherPackageHint(const Schema& schema, const std::string& short_name);
 
-/// Reports why labels cannot be used, as reading or setting them told. False, so that it can be returned in turn.
+/// Reports why labels cannot be used, from the result of reading or setting them. Returns false.
 bool ReportLabelFault(const ZO_TUNING::internal::LabelResult& result, const Schema& schema, DiagnosticSink& sink);
 
 class Project {
  public:
-  /// The nearest directory from `from` up that holds a configuration, as a path from `from`; "" when there is none.
+  /// The nearest directory from `from` upwards with a configuration, as a path from `from`; "" if there is none.
   static std::string FindNearest(const std::string& from = ".");
 
-  /// Loads the project at `dir`; null after an error when there is none. One that has faults is not ok().
+  /// Loads the project at `dir`; null after an error if there is none. A project with faults is not ok().
   static std::unique_ptr<Project> Load(const std::string& dir, DiagnosticSink& sink);
 
   /// Whether schema, configuration and labels were read without an error.
   bool ok() const { return ok_; }
-  /// Whether labels are known, although the schema may have errors elsewhere. Where the configuration cannot be read,
-  /// the folders that hold settings stand for the sensors.
+  /// Whether labels are known, even if the schema has errors elsewhere. If the configuration cannot be read, the
+  /// folders that contain settings are taken as the sensors.
   bool has_labels() const { return has_labels_; }
   /// Whether there is a schema at all.
   bool has_schema() const { return schema_ != nullptr; }
@@ -89,8 +89,8 @@ class Project {
     return zotuning::RequireType(*schema_, short_name, sink);
   }
 
-  /// Modules that the labels name and that have a type, in number order; the type of the others is null. The number 0
-  /// stands for no module at all where it has no type, and is left out then.
+  /// Modules that the labels name and that have a type, in number order; others have a null type. The number 0 means no
+  /// module if it has no type, and is then left out.
   struct Module {
     std::string name;
     int number;
@@ -100,9 +100,9 @@ class Project {
 
   /// Names of the values of label `index` in number order.
   std::vector<std::string> ValueNames(size_t index) const;
-  /// The short name of a value, its number for an int32 label, "" for one without a name.
+  /// The short name of a value, the number for an int32 label, "" if it has no name.
   std::string ValueText(size_t index, int value) const;
-  /// "AfCommon", the module of label values; "" when they name none.
+  /// "AfCommon", the module of label values; "" if there is none.
   std::string ModuleName(const std::vector<int>& values) const;
   /// "module=AfCommon mode=1", the labels that are set.
   std::string LabelText(const std::vector<int>& values) const;
@@ -113,25 +113,25 @@ class Project {
   /// kDefaultScope and the sensors.
   std::vector<std::string> Scopes() const;
 
-  /// Folders of the project that hold settings or versions as a sensor's do, and are not listed.
+  /// Folders of the project that contain settings or versions like a sensor's, but are not listed.
   std::vector<std::string> UnlistedFolders() const;
 
-  /// The settings of a scope, ordered by path. False after an error when they could not all be listed.
+  /// The settings of a scope, ordered by path. False after an error if not all could be listed.
   bool ListSettings(const std::string& scope, std::vector<Setting>& settings, DiagnosticSink& sink) const;
 
   /// What the labels do not know about the name of a folder, "" for a level.
   std::string FolderFault(const std::string& folder) const;
 
-  /// The label values that a path of a JSON file reads as.
+  /// The label values read from the path of a JSON file.
   std::vector<int> LabelsOf(const std::string& path) const;
 
-  /// The path of a setting below the project's folder. Makes nothing on disk.
+  /// The path of a setting below the project's folder. Creates nothing on disk.
   std::string SettingPath(const std::string& scope, const std::vector<int>& values) const;
 
  private:
   explicit Project(const std::string& dir) : layout_(dir) {}
   bool LoadAll(DiagnosticSink& sink);
-  /// Reads the labels but for values without a short name, which are reported. False when they are of no use at all.
+  /// Reads the labels, reporting values without a short name. False if the labels are unusable.
   bool ReadUsableLabels(DiagnosticSink& sink);
   bool CheckConfig(const ZO_TUNING::internal::LoadResult& loaded, DiagnosticSink& sink) const;
   void ReadLabels(Setting& setting) const;
@@ -143,7 +143,7 @@ class Project {
   std::unique_ptr<Schema> schema_;
   const google::protobuf::Descriptor* label_type_ = nullptr;
   const google::protobuf::Descriptor* version_type_ = nullptr;
-  mutable std::map<std::string, std::string> folder_faults_;  ///< of the folders met so far
+  mutable std::map<std::string, std::string> folder_faults_;  ///< cache
 };
 
 }  // namespace zotuning

@@ -13,7 +13,7 @@
 namespace zotuning {
 namespace {
 
-/// Comments become spaces, so that all places stay.
+/// Comments become spaces, so that all positions stay the same.
 void BlankComments(std::string& text) {
   for (size_t i = 0; i < text.size(); ++i) {
     if (text[i] == '"') {
@@ -28,7 +28,7 @@ void BlankComments(std::string& text) {
       end = std::min(text.find('\n', i), text.size());
     } else if (text[i + 1] == '*') {
       const size_t close = text.find("*/", i + 2);
-      if (close == text.npos) return;  // JSON's own complaint names the place
+      if (close == text.npos) return;  // JSON's own error names the position
       end = close + 2;
     }
     for (; i < end; ++i) {
@@ -79,7 +79,7 @@ class Reader {
            "unknown key " + Quoted(member.key()) + DidYouMean(member.key(), known));
   }
 
-  /// Refuses a value that is no object.
+  /// Rejects a value that is not an object.
   bool IsObject(const JsonValue& value, const std::string& key) {
     if (!value.is_object()) Refuse(value, Quoted(key) + " must be an object");
     return value.is_object();

@@ -1,5 +1,5 @@
 /// \file
-/// zotuning.json beside ProjConf.bin: what a project's people have agreed on. JSON, with comments.
+/// zotuning.json beside ProjConf.bin: permanent settings of a project. JSON, with comments.
 #pragma once
 
 #include <map>
@@ -15,8 +15,8 @@ namespace zotuning {
 struct ProjectSettings {
   /// "diff": {"tolerances": [{"path": "AfCommon.gain.*", "abs": 0.5, "rel": 0.01}]}
   std::vector<PathTolerance> tolerances;
-  /// "severities": {"json-missing-field": "warning"}: by the name of a code, "error", "warning" or "off". Whether there
-  /// is such a code is checked.
+  /// "severities": {"json-missing-field": "warning"}: by the name of a code, "error", "warning" or "off". Unknown codes
+  /// are checked later.
   std::map<std::string, std::string> severities;
 };
 

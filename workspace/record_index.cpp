@@ -16,7 +16,7 @@ using ZO_TUNING::internal::BinScanner;
 
 constexpr size_t kChunk = size_t{64} << 10;
 
-/// The next bytes of an item; none at its end, and where the file has become shorter.
+/// The next bytes of an item; none at its end, or if the file has become shorter.
 std::string_view ReadChunk(std::FILE* file, uint64_t offset, uint64_t size, std::vector<char>& chunk) {
   chunk.resize(kChunk);
   const size_t wanted = static_cast<size_t>(std::min<uint64_t>(size, chunk.size()));

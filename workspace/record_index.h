@@ -1,6 +1,6 @@
 /// \file
-/// Which versions and records two bins have in common, byte for byte and in whatever order. Memory grows by a few bytes
-/// with each item of one of them, and not with the size of an item, nor with the other.
+/// Which versions and records two bins have in common, byte for byte and in any order. Memory grows by a few bytes per
+/// item of one of them, and does not depend on the size of an item or on the other bin.
 #pragma once
 
 #include <cstddef>
@@ -14,19 +14,19 @@
 
 namespace zotuning {
 
-/// The items of one bin, each to be taken out once.
+/// The items of one bin, each of which can be taken once.
 class RecordIndex {
  public:
-  /// `file` is the bin; it stays the caller's and has to outlive the index.
+  /// `file` is the bin; it remains the caller's and must outlive the index.
   explicit RecordIndex(std::FILE* file) : file_(file) {}
 
-  /// Adds the item that a scanner of the bin is at.
+  /// Adds the item at which a scanner of the bin is.
   void Add(ZO_TUNING::internal::BinScanner& scanner);
 
-  /// Takes out an item with the bytes of the one that a scanner of the bin `other` is at. False when none is left.
+  /// Takes an item with the same bytes as the one at which a scanner of the bin `other` is. False if none is left.
   bool Take(std::FILE* other, ZO_TUNING::internal::BinScanner& scanner);
 
-  /// Whether the item that was added as the index-th was taken out.
+  /// Whether the index-th added item was taken.
   bool is_taken(size_t index) const { return items_[index].is_taken; }
 
  private:

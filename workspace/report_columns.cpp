@@ -33,7 +33,7 @@ void WriteHead(uint8_t kind, int scale, size_t count, std::string& bytes) {
 std::vector<Bytef> Deflated(std::string_view bytes, int level) {
   uLongf size = compressBound(static_cast<uLong>(bytes.size()));
   std::vector<Bytef> compressed(size);
-  // Memory is all that it can lack.
+  // Lack of memory is the only possible failure.
   if (compress2(compressed.data(), &size, reinterpret_cast<const Bytef*>(bytes.data()),
                 static_cast<uLong>(bytes.size()), level) != Z_OK) {
     throw std::bad_alloc();
@@ -42,7 +42,7 @@ std::vector<Bytef> Deflated(std::string_view bytes, int level) {
   return compressed;
 }
 
-/// The lowest bits of numbers, one after the other.
+/// The lowest bits of numbers, packed one after the other.
 std::string PackedBits(const std::vector<uint64_t>& numbers, uint64_t low, int width) {
   std::string bytes((numbers.size() * static_cast<size_t>(width) + 7) / 8, '\0');
   size_t at = 0;
@@ -58,7 +58,7 @@ std::string PackedBits(const std::vector<uint64_t>& numbers, uint64_t low, int w
   return bytes;
 }
 
-/// Numbers of `width` bytes each, in the form that takes fewer bytes in the end. Signed ones are extended to 64 bits.
+/// Numbers of `width` bytes each, in the form that ends up smaller. Signed ones are extended to 64 bits.
 void WriteNumbers(uint8_t kind, int scale, size_t width, const std::vector<uint64_t>& numbers, bool is_signed,
                   std::string& bytes) {
   const size_t count = numbers.size();
@@ -73,7 +73,7 @@ void WriteNumbers(uint8_t kind, int scale, size_t width, const std::vector<uint6
     });
     int bits = 0;
     while (bits < 64 && (*high - *low) >> bits != 0) ++bits;
-    // What has no order is not compressed any further.
+    // What looks random does not compress any further.
     if ((count * static_cast<size_t>(bits) + 7) / 8 + 9 < Deflated(planes, Z_BEST_SPEED).size()) {
       WriteHead(kind | kPackedKind, scale, count, bytes);
       AppendUint32(*low & 0xFFFFFFFF, bytes);
@@ -87,7 +87,7 @@ void WriteNumbers(uint8_t kind, int scale, size_t width, const std::vector<uint6
   bytes += planes;
 }
 
-/// Whole numbers with a scale, in as many bytes as the largest needs. False where it needs more than four.
+/// Integers with a scale, in as many bytes as the largest needs. False if it needs more than four.
 bool WriteScaled(const std::vector<int64_t>& numbers, int scale, std::string& bytes) {
   int64_t low = 0, high = 0;
   for (const int64_t number : numbers) {
@@ -101,8 +101,8 @@ bool WriteScaled(const std::vector<int64_t>& numbers, int scale, std::string& by
   return true;
 }
 
-/// The fewest digits that a number reads back from, as a whole number times a power of ten. False for zero with a sign
-/// and what is no number.
+/// The fewest digits from which a number reads back, as an integer times a power of ten. False for negative zero and
+/// what is not a number.
 struct Decimal {
   int64_t digits = 0;
   int exponent = 0;
@@ -219,7 +219,7 @@ bool ReportColumn::WriteDecimals(std::string& bytes) const {
       if (std::abs(number) > std::numeric_limits<int32_t>::max()) return false;
       number *= 10;
     }
-    // More digits than a float has bits: its own bits are fewer.
+    // With more digits than a float has bits, its own bits are smaller.
     if (type_ == Type::kFloat && std::abs(number) > 1 << 24) return false;
     scaled.push_back(number);
   }

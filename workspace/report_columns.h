@@ -1,16 +1,16 @@
 /// \file
-/// Values of a report as columns of bytes, small before they are compressed. web/report/columns.js reads them.
+/// Values of a report as columns of bytes, compact even before compression. web/report/columns.js reads them.
 ///
 /// column := kind:u8 scale:u8 count:u32 data
-///   kind 1, 2, 4   signed whole numbers of so many bytes, to be divided by 10 to the power of `scale`
+///   kind 1, 2, 4   signed integers of this many bytes, to be divided by 10 to the power of `scale`
 ///   kind 5, 6      float, double
 ///   kind 7, 8      int64, uint64
-///   kind 9         texts: the bytes of each as u32, then the texts
-///   kind 10        no data: the list at the place `count` of the setting that this one is compared with
-///   kind + 128     numbers of few bits: the lowest number as u64, the bits of each as u8, then what each is above the
-///                  lowest, one after the other from the lowest bit of the first byte on. Of float and double this is
-///                  about their bits.
-/// Everything is little-endian. Other numbers of several bytes stand apart: the lowest byte of each, then the next of
+///   kind 9         strings: the length of each as u32, then the strings
+///   kind 10        no data: the list with the index `count` of the setting that this one is compared with
+///   kind + 128     bit-packed numbers: the lowest number as u64, the bits per number as u8, then the difference of
+///                  each from the lowest, packed from the lowest bit of the first byte on. For float and double this
+///                  applies to their bits.
+/// Everything is little-endian. Other numbers of several bytes are split: the lowest byte of each, then the next of
 /// each, which compresses better.
 #pragma once
 
@@ -23,17 +23,16 @@
 
 namespace zotuning {
 
-/// Values of one field: those of a scalar over many settings, or the elements of a list.
+/// Values of one field: those of a scalar in many settings, or the elements of a list.
 class ReportColumn {
  public:
-  /// Appends the value of a field that holds no messages, or one of its elements. Every call is for a field of one
-  /// type.
+  /// Appends the value of a non-message field, or one of its elements. All calls must be for fields of the same type.
   void Append(const google::protobuf::Message& message, const google::protobuf::FieldDescriptor* field);
   void AppendElement(const google::protobuf::Message& message, const google::protobuf::FieldDescriptor* field,
                      int index);
 
   size_t size() const { return texts_.size() + numbers_.size() + reals_.size(); }
-  /// Of those from `begin` on, how many numbers are not within the range, infinities and NaN among them.
+  /// How many numbers from index `begin` on are outside the range, including infinities and NaN.
   size_t CountOutside(size_t begin, double low, double high) const;
 
   /// Appends the bytes of the column.
@@ -49,15 +48,15 @@ class ReportColumn {
   std::vector<std::string> texts_;
 };
 
-/// Appends a column that stands for the one at a place of another setting.
+/// Appends a column that refers to the one at an index of another setting.
 void AppendReference(size_t place, std::string& bytes);
 
-/// Appends a number of four bytes.
+/// Appends a four-byte number.
 void AppendUint32(size_t number, std::string& bytes);
 
-/// The bytes in zlib's format, as text: 13 bits, the lowest first, are two characters, a number to the base of 91; up
-/// to 6 bits at the end are one. A digit is a visible ASCII character, in their order and without '&', '<' and '>', so
-/// that HTML takes the text as it is. A thirteenth less than base64 takes.
+/// The bytes compressed with zlib, as text: 13 bits, the lowest first, are two characters, a number in base 91; up to 6
+/// bits at the end are one. The digits are the visible ASCII characters in order, without '&', '<' and '>', so the text
+/// can be put into HTML as it is. A thirteenth shorter than base64.
 std::string PackedText(std::string_view bytes);
 
 }  // namespace zotuning

@@ -25,7 +25,7 @@ using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
 using google::protobuf::Reflection;
 
-/// A page is for people; of more differences in one setting the page has the number.
+/// A page is for people; if one setting has more differences, the page only gives their number.
 constexpr size_t kMaxDifferences = 1000;
 
 /// Kinds of nodes, as the page knows them.
@@ -38,7 +38,7 @@ std::string JsonNumber(double number) {
 
 void AppendItem(const std::string& json, std::string& list) { list += (list.empty() ? "" : ",") + json; }
 
-/// The comment above a declaration, or behind it, as text for JSON.
+/// The comment above or after a declaration, as text for JSON.
 template <typename Element>
 std::string Comment(const Element* element) {
   google::protobuf::SourceLocation place;
@@ -55,7 +55,7 @@ std::string Comment(const Element* element) {
   return EncodeJsonString(lines);
 }
 
-/// Items that many settings share, each written once.
+/// Items shared by many settings, each written once.
 class SharedItems {
  public:
   size_t Of(const std::string& json) {
@@ -73,7 +73,7 @@ class SharedItems {
 /// The rule beside a value.
 struct Rule {
   int index = -1;         ///< -1 for none
-  bool is_table = false;  ///< it speaks of rows and columns
+  bool is_table = false;  ///< it gives rows and columns
   std::optional<ValueRange> range;
   std::optional<size_t> length, rows, columns;
 };
@@ -85,7 +85,7 @@ struct Layout {
   size_t rows = 0;
 };
 
-/// What the walk through one message comes to.
+/// The result of walking through one message.
 struct Shape {
   struct Scalar {
     const Message* message;
@@ -98,7 +98,7 @@ struct Shape {
   size_t outside = 0;
 };
 
-/// What the types and rules of all settings come to.
+/// The types and rules of all settings.
 class Schemas {
  public:
   int FieldIndex(const FieldDescriptor* field) {
@@ -144,7 +144,7 @@ class Schemas {
     const auto [place, fresh] = by_texts_.try_emplace(texts);
     Rule& rule = place->second;
     if (!fresh) return rule;
-    RangeFault fault;  // what is unclear is for 'check' to say
+    RangeFault fault;  // unclear rules are left to 'check'
     bool unclear;
     rule.range = ReadRange(sizes["recommend"], &fault);
     rule.length = ReadSize(sizes["len"], &unclear);
@@ -174,7 +174,7 @@ class Schemas {
   SharedItems fields_, rules_;
 };
 
-/// Goes through one message.
+/// Walks through one message.
 class Walk {
  public:
   Walk(Schemas& schemas, Shape& shape) : schemas_(schemas), shape_(shape) {}
@@ -186,7 +186,7 @@ class Walk {
     for (int i = 0; i < type->field_count(); ++i) {
       const FieldDescriptor* field = type->field(i);
       if (field->message_type() != nullptr && !field->is_repeated()) {
-        // Rules are shown with what they speak of.
+        // Rules are shown with what they describe.
         if (schemas_.Table(field->message_type()).is_rule || !of.HasField(message, field)) continue;
       }
       if (field->has_presence() && !of.HasField(message, field)) continue;
@@ -209,7 +209,7 @@ class Walk {
   }
 
  private:
-  /// A value at the current path, which `named` is the declaration of.
+  /// A value at the current path, declared by `named`.
   void Field(const Message& message, const FieldDescriptor* field, const FieldDescriptor* named, const Rule& rule) {
     const Reflection& of = *message.GetReflection();
     if (field->is_repeated()) {
@@ -279,7 +279,7 @@ class Walk {
       Node(kArray, named, rule, "," + std::to_string(size));
       return;
     }
-    // Row after row: what the rule leaves open follows from the number of values.
+    // Row by row: if the rule leaves one size open, it follows from the number of values.
     size_t columns = rule.columns.value_or(0);
     if (columns == 0 && rule.rows.value_or(0) > 0) columns = size / *rule.rows;
     const bool fits = columns > 0 && size % columns == 0 && (!rule.rows || size / columns == *rule.rows);
@@ -346,7 +346,7 @@ struct Row {
   size_t differences = 0;
   std::string difference_json = {};
   int other = -1;  ///< the row that it is compared with
-  int owner = -1;  ///< of "other": the first row that is compared with it, and has the lists that are the same
+  int owner = -1;  ///< of "other": the first row that is compared with it, and stores the lists that are equal
 };
 
 std::string DifferenceJson(const MessageComparison& comparison) {
@@ -443,7 +443,7 @@ class ReportMaker {
     }
   }
 
-  /// The path in the project: where that stands on this machine is nobody's concern.
+  /// The path in the project; its location on this machine does not matter.
   static std::string ShownPath(const Row& row) {
     const std::string dir = DisplayPath(row.side->project().dir()) + "/";
     return row.entry->path.compare(0, dir.size(), dir) == 0 ? row.entry->path.substr(dir.size()) : row.entry->path;
@@ -508,7 +508,7 @@ class ReportMaker {
     return json + ",\"b\":" + std::to_string(AddBlock(block)) + "}";
   }
 
-  /// The column of a list; where the setting that this one is compared with has the same, only its place there.
+  /// The column of a list; if the setting that this one is compared with has the same list, only a reference to it.
   std::string SharedList(const Row& row, const std::string& list) {
     const auto places = row.owner < 0 ? lists_.end() : lists_.find(row.owner);
     if (places == lists_.end()) return list;
@@ -519,7 +519,7 @@ class ReportMaker {
     return reference.size() < list.size() ? reference : list;
   }
 
-  /// Blocks of the same bytes are one.
+  /// Identical blocks are stored once.
   size_t AddBlock(const std::string& bytes) {
     std::string text = PackedText(bytes);
     const auto [place, fresh] = by_text_.try_emplace(text, data_.blocks.size());
@@ -539,7 +539,7 @@ class ReportMaker {
   std::vector<std::pair<size_t, const SideEntry*>> lefts_;  ///< by the row that is compared with them
   std::vector<Layout> layouts_;
   std::unordered_map<std::string, size_t> by_json_, by_text_;
-  std::unordered_map<int, std::unordered_map<std::string, size_t>> lists_;  ///< places by column, of each owner
+  std::unordered_map<int, std::unordered_map<std::string, size_t>> lists_;  ///< indices by column, for each owner
   std::string versions_;
 };
 

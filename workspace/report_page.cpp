@@ -10,7 +10,7 @@
 namespace zotuning {
 namespace {
 
-/// A hash as a security policy names it.
+/// A hash in the form of a security policy.
 std::string PolicyHash(std::string_view hex) {
   std::string bytes, text;
   for (size_t i = 0; i + 1 < hex.size(); i += 2) {
@@ -45,7 +45,7 @@ std::string ReportPage(const ReportData& data) {
   page += "<style>";
   page += assets.style;
   page += "</style>\n</head>\n<body>\n<div id=\"app\"><noscript>This report needs JavaScript.</noscript></div>\n";
-  // The first screen needs the first block alone.
+  // The first screen needs only the first block.
   AppendBlock(data, 0, page);
   page += "<script>";
   page += assets.script;

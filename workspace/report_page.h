@@ -1,5 +1,5 @@
 /// \file
-/// The page of a report: one HTML file with everything in it, that asks for nothing from anywhere.
+/// The page of a report: one self-contained HTML file.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace zotuning {
 
-/// Code and style of the page, made from web/report when the tool is built. Empty where esbuild or uPlot was missing.
+/// Code and style of the page, made from web/report when the tool is built. Empty if esbuild or uPlot was missing.
 struct ReportAssets {
   const char* script;
   const char* style;
@@ -20,7 +20,7 @@ extern const ReportAssets kReportAssets;
 /// Whether this program was built with the page.
 bool HasReportPage();
 
-/// The page with the data in it. Its security policy lets run what was built in, and nothing else.
+/// The page with the data in it. Its security policy allows only what was built in.
 std::string ReportPage(const ReportData& data);
 
 }  // namespace zotuning

@@ -11,14 +11,14 @@
 namespace zotuning {
 namespace {
 
-// Of one parameter; the others are counted.
+// For one parameter; the others are counted.
 constexpr size_t kMaxOutside = 10;
 
 std::string Amount(size_t count, const std::string& noun) {
   return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
-/// One rule beside its value.
+/// One rule and its value.
 class RuleCheck {
  public:
   RuleCheck(const JsonValue& rule, const PathFrame& rule_at, RuleOptions options, Findings& findings)
@@ -71,7 +71,7 @@ class RuleCheck {
                   Quoted(path) + " cannot be understood: " + Excerpt(value.raw(), 60), hint);
   }
 
-  /// Other texts than ranges are for people.
+  /// Texts other than ranges are for people.
   std::optional<ValueRange> ReadRecommended() {
     if (!recommend_.is_string()) return std::nullopt;
     RangeFault fault;
@@ -84,7 +84,7 @@ class RuleCheck {
     return range;
   }
 
-  /// A size, nothing where none is fixed.
+  /// A size; nothing if none is given.
   std::optional<size_t> ReadPart(const char* part, const JsonValue& value) {
     if (!value.is_string() && !value.is_number()) return std::nullopt;
     bool unclear = false;
@@ -94,7 +94,7 @@ class RuleCheck {
     return size;
   }
 
-  /// Sizes that the recommendation names, as in "0..511, 9 elements".
+  /// Sizes that the recommendation gives, as in "0..511, 9 elements".
   Sizes RecommendedSizes() const { return recommend_.is_string() ? ReadSizes(recommend_.String()) : Sizes(); }
 
   void CheckNumbers(const JsonValue& value, const PathFrame& at, const ValueRange* range, int depth) {
@@ -172,7 +172,7 @@ class RuleCheck {
         "correct the list or " + Quoted(PathFrame::Member(rule_at_, "len").Text()));
   }
 
-  /// The list of numbers of a row that is an object; the row itself where it is a list.
+  /// The list of numbers of a row that is an object; the row itself if it is a list.
   static JsonValue RowList(const JsonValue& row) {
     if (row.is_array()) return row;
     for (const JsonMember member : row.members()) {
@@ -198,7 +198,7 @@ class RuleCheck {
       AddTable(table, at,
                Quoted(at.Text()) + " has " + Amount(count, "row") + ", its rule says " + std::to_string(*rows));
     }
-    // Without a number of columns the first row gives it.
+    // Without a number of columns, the first row gives it.
     std::optional<size_t> width = columns;
     size_t index = 0;
     for (const JsonValue row : table.elements()) {
@@ -214,12 +214,12 @@ class RuleCheck {
     }
   }
 
-  /// Row after row.
+  /// Row by row.
   void CheckFlatTable(const JsonValue& table, const PathFrame& at, size_t count, std::optional<size_t> rows,
                       std::optional<size_t> columns) {
     std::string wanted;
     if (rows && columns) {
-      // Compared by division, since rules may say anything.
+      // Compared by division, since rules may contain any number.
       const bool fits = *columns == 0 ? count == 0 : count % *columns == 0 && count / *columns == *rows;
       if (!fits) wanted = std::to_string(*rows) + " rows of " + std::to_string(*columns);
     } else if (rows || columns) {
@@ -237,7 +237,7 @@ class RuleCheck {
                   "correct the table, or 'row' and 'col' of " + Quoted(rule_at_.Text()));
   }
 
-  /// 1: no value is smaller than the one before it; -1: none is larger. The first that is says enough.
+  /// 1: no value is smaller than the one before it; -1: none is larger. Only the first violation is reported.
   void CheckOrder(const JsonValue& list, const PathFrame& at) {
     const bool ascending = order_.is_number() && order_.raw() == "1";
     if (!list.is_array() || !(ascending || (order_.is_number() && order_.raw() == "-1"))) return;

@@ -128,7 +128,7 @@ CommentRule ReadCommentRule(const std::string& comment) {
   }
   const size_t range = text.find(kRange);
   if (range != std::string_view::npos) {
-    // A number in later words is none of this range.
+    // A number in later words is not part of this range.
     RangeFault fault;
     rule.range = ReadRange(text.substr(range), &fault);
     rule.sizes = ReadSizes(text.substr(range + kRange.size()));

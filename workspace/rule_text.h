@@ -1,5 +1,5 @@
 /// \file
-/// What rules, and comments of the schema, say of a parameter in words: "0..511", "9 elements", "3 rows of 6", "17x13".
+/// What rules and schema comments say about a parameter in words: "0..511", "9 elements", "3 rows of 6", "17x13".
 #pragma once
 
 #include <google/protobuf/descriptor.h>
@@ -11,7 +11,7 @@
 
 namespace zotuning {
 
-/// A finite number, with spaces around it or not.
+/// A finite number, with or without spaces around it.
 std::optional<double> ToNumber(std::string_view text);
 
 struct ValueRange {
@@ -23,14 +23,14 @@ struct ValueRange {
 enum class RangeFault {
   kNone,
   kOrder,  ///< the first number is the larger one
-  kForm,   ///< one of the two is no number
+  kForm,   ///< one of the two is not a number
 };
 
-/// The range that a text begins with, after "Range:" or not; what follows a space or comma is for people. Nothing where
-/// there is none; `fault` tells whether one was meant.
+/// The range at the start of a text, after "Range:" or not; what follows a space or comma is for people. Nothing if
+/// there is none; `fault` tells whether one was intended.
 std::optional<ValueRange> ReadRange(std::string_view text, RangeFault* fault);
 
-/// A number of elements, rows or columns: "9" or "9 elements". Nothing for "", "None" and -1, which fix none, and,
+/// A number of elements, rows or columns: "9" or "9 elements". Nothing for "", "None" and -1, which give none, and,
 /// with `unclear` set, for other texts.
 std::optional<size_t> ReadSize(std::string_view text, bool* unclear);
 
@@ -42,7 +42,7 @@ struct Sizes {
 };
 Sizes ReadSizes(std::string_view text);
 
-/// What the comment at a field says in the form "Unit: code. Range: 0..511, 9 elements."
+/// What the comment on a field says in the form "Unit: code. Range: 0..511, 9 elements."
 struct CommentRule {
   std::optional<ValueRange> range;
   Sizes sizes;
@@ -50,7 +50,7 @@ struct CommentRule {
 };
 CommentRule ReadCommentRule(const std::string& comment);
 
-/// The comments before and after a declaration, in one line of text; "" where there are none.
+/// The comments before and after a declaration, as one line of text; "" if there are none.
 template <typename Declaration>
 std::string CommentOf(const Declaration* declaration) {
   google::protobuf::SourceLocation location;

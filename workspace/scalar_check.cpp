@@ -53,7 +53,7 @@ bool InRange(const Integer& integer, const IntegerRange& range) {
   return integer.magnitude <= (integer.negative ? range.max_negative : range.max);
 }
 
-/// The digits of the integer that a number stands for, without zeros in front; nothing where it is none.
+/// The digits of the integer that a number equals, without leading zeros; nothing if it is not an integer.
 std::optional<std::string> WholeDigits(std::string_view number) {
   if (!number.empty() && number[0] == '-') number.remove_prefix(1);
   const size_t exponent_at = std::min(number.find_first_of("eE"), number.size());
@@ -77,7 +77,7 @@ std::optional<std::string> WholeDigits(std::string_view number) {
   }
   if (digits.empty()) return digits;
   if (exponent < 0) return std::nullopt;
-  // Longer ones fit nowhere.
+  // Longer ones never fit.
   constexpr long kMaxZeros = 400;
   digits.append(static_cast<size_t>(std::min(exponent, kMaxZeros)), '0');
   return digits;
@@ -104,7 +104,7 @@ std::optional<Misfit> CheckOddInteger(std::string_view number, const std::string
   return rounded;
 }
 
-/// What the parser of strings in protobuf refuses before anything else.
+/// What protobuf's string parser rejects before anything else.
 bool HasOuterSpace(std::string_view text) { return !text.empty() && (text.front() == ' ' || text.back() == ' '); }
 
 bool IsIntegerText(FieldDescriptor::CppType type, std::string_view text) {
@@ -153,7 +153,7 @@ std::optional<Misfit> CheckInteger(const FieldDescriptor* field, const JsonValue
     if (wide) return std::nullopt;
     return Misfit{Code::kJsonStringForNumber, "remove the quotes"};
   }
-  // Numbers in quotes that are right but for their size.
+  // Numbers in quotes that are valid except for their size.
   const size_t sign = !string.empty() && string[0] == '-' ? 1 : 0;
   const bool digits = string.size() > sign && string.find_first_not_of("0123456789", sign) == std::string::npos;
   if (digits) return Misfit{Code::kJsonRange, RangeText(TypeName(field), range)};
@@ -232,7 +232,7 @@ std::optional<Misfit> CheckBool(const JsonValue& value) {
   return Misfit{Code::kJsonMisfit, "true or false is expected"};
 }
 
-/// The values that there are, up to the width of a few lines.
+/// The existing values, up to a few lines' worth.
 std::string ValueNames(const std::vector<std::string>& names) {
   constexpr size_t kMaxSize = 400;
   std::string text = "the values are ";
@@ -269,7 +269,7 @@ std::optional<Misfit> CheckEnum(const FieldDescriptor* field, const JsonValue& v
   return Misfit{Code::kJsonEnumNumber, ValueNames(names)};
 }
 
-/// Whether a text is base64 of either alphabet, and what its bytes would be written as, but for '='s at the end.
+/// Whether a text is base64 in either alphabet, and how its bytes would be written, except for '='s at the end.
 bool IsBase64(const std::string& text) {
   using google::protobuf::StringPiece;
   const StringPiece piece(text.data(), text.size());

@@ -1,5 +1,6 @@
 /// \file
-/// Whether a value that is no object and no list fits a field, as protobuf's parser decides it. For the checks alone.
+/// Whether a value that is neither an object nor a list fits a field, as protobuf's parser decides it. Only for the
+/// checks.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
@@ -11,7 +12,7 @@
 
 namespace zotuning {
 
-/// Why a value does not fit, or fits only by luck.
+/// Why a value does not fit, or fits only in protobuf.
 struct Misfit {
   Code code = Code::kJsonMisfit;
   std::string hint;

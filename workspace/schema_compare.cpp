@@ -17,7 +17,7 @@ using google::protobuf::EnumDescriptor;
 using google::protobuf::EnumValueDescriptor;
 using google::protobuf::FieldDescriptor;
 
-/// Types with the same letter are read as each other.
+/// Types with the same letter read as each other.
 char WireGroup(FieldDescriptor::Type type) {
   switch (type) {
     case FieldDescriptor::TYPE_INT32:
@@ -97,7 +97,7 @@ class Comparison {
             NumberText(value->number()) + " no longer has a name");
       } else if (same_name == nullptr) {
         const bool taken = old_enum->FindValueByName(same_number->name()) != nullptr;
-        // The other one is reported for its number.
+        // The other one is reported with its number.
         Add(taken, "ENUM_VALUE_SAME_NAME", new_enum->name() + "." + same_number->name(),
             "was " + value->name() + (taken ? ", whose number is used again" : ""));
       }
@@ -113,18 +113,18 @@ class Comparison {
   }
 
  private:
-  /// What packing strips does not count: rules beside single parameters, and those of lists.
+  /// What pruning removes does not count: rules beside singular parameters, and those of lists.
   static bool Reaches(const FieldDescriptor* field) {
     if (field->message_type() == nullptr || field->is_repeated()) return true;
     return ZO_TUNING::internal::FindRuleKind(field->message_type()->name()) == nullptr;
   }
 
-  /// Two fields of one number.
+  /// Two fields with the same number.
   void Fields(const FieldDescriptor* old_field, const FieldDescriptor* field) {
     const std::string name = field->containing_type()->name() + "." + field->name();
     const std::string kinds = "was " + KindText(old_field) + ", is " + KindText(field);
     if (old_field->name() != field->name()) {
-      // A field that had another number before has been put in the place of this one.
+      // A field that had another number before has taken the place of this one.
       const bool moved = old_field->containing_type()->FindFieldByName(field->name()) != nullptr ||
                          field->containing_type()->FindFieldByName(old_field->name()) != nullptr;
       Add(moved, "FIELD_SAME_NAME", name,
@@ -149,7 +149,7 @@ class Comparison {
     Add(!alike, "FIELD_SAME_TYPE", name, kinds + (alike ? "; the same on the wire within its range" : ""));
   }
 
-  /// A type under another name is that field's own change, wherever else both are used.
+  /// A type under another name counts as a change of that field, wherever else both are used.
   void Messages(const FieldDescriptor* old_field, const FieldDescriptor* field, const std::string& name,
                 const std::string& kinds) {
     const Descriptor* old_type = old_field->message_type();

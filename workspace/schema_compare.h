@@ -1,6 +1,5 @@
 /// \file
-/// What a change of the schema does to bins that are on devices already, in the terms of buf's rules for breaking
-/// changes.
+/// What a schema change does to bins that are already on devices, in the terms of buf's breaking-change rules.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
@@ -15,19 +14,19 @@
 namespace zotuning {
 
 struct SchemaChange {
-  bool breaks;  ///< bins or the programs that read them: with one schema a bin is read otherwise than with the other
-  std::string rule;  ///< for example "FIELD_SAME_TYPE"; "" for what no rule forbids
-  std::string name;  ///< of the type's member in the new schema, or in the old one when it is gone: "AfLens.backlash"
+  bool breaks;       ///< bins are read differently with one schema than with the other
+  std::string rule;  ///< for example "FIELD_SAME_TYPE"; "" if no rule forbids it
+  std::string name;  ///< of the member in the new schema, or in the old one if it is gone: "AfLens.backlash"
   std::string text;  ///< what changed, for people
 };
 
-/// Compares everything that a bin can hold: labels, versions and the modules. Message types are paired by where they
-/// are used and modules by their numbers, as in a bin, so that a type may have another name. Rules beside single
+/// Compares everything that a bin can contain: labels, versions and the modules. Message types are paired by where they
+/// are used and modules by their numbers, as in a bin, so a type may have another name. Rules beside singular
 /// parameters are left out, since they do not reach a bin. False after errors.
 bool CompareSchemas(const SchemaRevision& old_schema, Project& project, std::vector<SchemaChange>& changes,
                     DiagnosticSink& sink);
 
-/// Likewise, of one message type.
+/// The same for one message type.
 void CompareTypes(const google::protobuf::Descriptor* old_type, const google::protobuf::Descriptor* new_type,
                   std::vector<SchemaChange>& changes);
 

@@ -18,7 +18,7 @@ namespace {
 using ZO_TUNING::internal::Schema;
 using ZO_TUNING::internal::SchemaFault;
 
-/// The text between the first pair of quotes after `after`; "" when `message` does not have that.
+/// The text between the first pair of quotes after `after`; "" if `message` has none.
 std::string QuotedAfter(const std::string& message, const std::string& after) {
   const size_t at = message.find(after);
   if (at == std::string::npos) return "";
@@ -27,7 +27,7 @@ std::string QuotedAfter(const std::string& message, const std::string& after) {
   return end == std::string::npos ? "" : message.substr(begin + 1, end - begin - 1);
 }
 
-/// Reads protobuf's own sentences; what it does not recognise is passed on as it is.
+/// Parses protobuf's own messages; those it does not recognise are passed on unchanged.
 class FaultReport {
  public:
   FaultReport(const Schema& schema, const std::vector<SchemaFault>& faults, DiagnosticSink& sink)
@@ -86,9 +86,9 @@ class FaultReport {
       ReportTwice(fault, other);
     } else if (twins_.count(fault.file) != 0 && (fault.message.find("is already defined in") != std::string::npos ||
                                                  fault.message.rfind("Note that enum values", 0) == 0)) {
-      // Values of enums have no file in protobuf's sentence; told with the types.
+      // Protobuf's message about enum values names no file; reported with the types.
     } else if (!Exists(PathOf(fault.file)) && fault.line == 0 && IsImported(fault.file)) {
-      // "File not found": told where it is imported.
+      // "File not found": reported where it is imported.
     } else {
       Add(fault, fault.message, "");
     }
@@ -118,7 +118,7 @@ class FaultReport {
            fault.message.find("seems to be defined in") != std::string::npos;
   }
 
-  /// The file of the schema that declares a type as another file names it; "" when none does.
+  /// The schema file that declares a type that another file names; "" if there is none.
   std::string FileOf(const std::string& type) const {
     const std::string name = type[0] == '.' ? type.substr(1) : type;
     for (const char* package :
@@ -134,7 +134,7 @@ class FaultReport {
     std::string file = QuotedAfter(fault.message, "seems to be defined in");
     if (file.empty() && !type.empty()) file = FileOf(type);
     if (const auto broken = bad_imports_.find(fault.file); broken != bad_imports_.end()) {
-      // The import that failed would have brought it, or may have.
+      // The failed import would have provided it, or may have.
       const bool unknown = std::any_of(broken->second.begin(), broken->second.end(),
                                        [&](const std::string& each) { return Exists(PathOf(each)); });
       if (unknown || !file.empty()) return;
@@ -172,7 +172,7 @@ class FaultReport {
     diagnostic.column = fault.column;
     if (fault.is_warning) diagnostic.severity = Severity::kWarning;
     if (IsDirectory(path)) {
-      // The library passes a directory with such a name over.
+      // The library skips a directory with such a name.
       diagnostic.severity = Severity::kWarning;
       diagnostic.message = "this is a directory; its name makes it look like a schema file";
       diagnostic.line = diagnostic.column = 0;
@@ -185,7 +185,7 @@ class FaultReport {
   const std::vector<SchemaFault>& faults_;
   DiagnosticSink& sink_;
   std::map<std::string, std::vector<std::string>> bad_imports_;  ///< by the file that imports them
-  std::set<std::string> twins_;                                  ///< files with types of another file
+  std::set<std::string> twins_;                                  ///< files that declare types of another file
   std::set<std::pair<std::string, std::string>> told_;           ///< the file at fault, and the other one
   std::set<std::tuple<std::string, int, int, std::string>> added_;
   std::map<std::string, bool> other_texts_;  ///< by the file

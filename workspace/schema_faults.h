@@ -1,5 +1,5 @@
 /// \file
-/// What protobuf says about the files of a schema, told once for each cause.
+/// What protobuf reports about the files of a schema, once for each cause.
 #pragma once
 
 #include <string>
@@ -10,11 +10,11 @@
 
 namespace zotuning {
 
-/// Whether the name of a .proto file is one that people and programs give to copies: "af.orig.proto", "af (1).proto".
+/// Whether the name of a .proto file looks like that of a copy: "af.orig.proto", "af (1).proto".
 bool LooksLikeCopy(const std::string& file);
 
-/// Reports the faults of loading `schema`. Those that follow from another one are left out: types that a missing or
-/// broken import would have brought, and all but the first of those that two files declare. False after an error.
+/// Reports the faults of loading `schema`. Consequential faults are left out: types that a missing or broken import
+/// would have provided, and all but the first of those that two files declare. False after an error.
 bool ReportSchemaFaults(const ZO_TUNING::internal::Schema& schema,
                         const std::vector<ZO_TUNING::internal::SchemaFault>& faults, DiagnosticSink& sink);
 

@@ -42,7 +42,7 @@ std::unique_ptr<SchemaRevision> SchemaRevision::FromTexts(std::map<std::string, 
   ZO_TUNING::internal::ImportGuard guard("");
   for (const auto& [name, text] : schema->source_tree_.texts()) guard.Add(name, text);
   for (const auto& [name, text] : schema->source_tree_.texts()) {
-    // As in a project, files in folders are there to be imported.
+    // As in a project, files in subfolders are there to be imported.
     if (name.find('/') != name.npos) continue;
     const std::string refusal = guard.Refusal(name);
     if (!refusal.empty()) schema->faults_.AddError(name, -1, -1, refusal);

@@ -1,5 +1,5 @@
 /// \file
-/// The schema of a project as a revision of git has it.
+/// The schema of a project at a git revision.
 #pragma once
 
 #include <google/protobuf/compiler/importer.h>
@@ -17,19 +17,19 @@
 
 namespace zotuning {
 
-/// Descriptors belong to it.
+/// Owns its descriptors.
 class SchemaRevision {
  public:
-  /// Reads the .proto files that were in `proto_dir` at `revision`. Null after errors, of git or of the files.
+  /// Reads the .proto files that were in `proto_dir` at `revision`. Null after errors, from git or in the files.
   static std::unique_ptr<SchemaRevision> Load(const std::string& proto_dir, const std::string& revision,
                                               DiagnosticSink& sink);
 
-  /// From texts by file name. Null after errors, whose files begin with `prefix`.
+  /// From texts by file name. Null after errors, in whose file names `prefix` comes first.
   static std::unique_ptr<SchemaRevision> FromTexts(std::map<std::string, std::string> texts, const std::string& prefix,
                                                    DiagnosticSink& sink);
 
-  /// The message type that a short name stands for, as in Schema::FindType; null when there is none, and when
-  /// it is too deep for this thread's stack.
+  /// The message type that a short name refers to, as in Schema::FindType; null if there is none, or if it is too deep
+  /// for this thread's stack.
   const google::protobuf::Descriptor* FindType(const std::string& short_name) const;
 
   /// The message type of a full name, for its fields alone; null when there is none.

@@ -1,5 +1,5 @@
 /// \file
-/// The settings that a command is about: those of a choice of labels whose module has the paths.
+/// The settings that a command applies to: those selected by labels whose module has the paths.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
@@ -21,7 +21,7 @@ struct SelectedModule {
   std::vector<TypedPath> paths;  ///< one for each pattern
 };
 
-/// A setting and which of the modules it holds.
+/// A setting and which of the modules it belongs to.
 struct SelectedSetting {
   Setting setting;
   size_t module;
@@ -30,12 +30,12 @@ struct SelectedSetting {
 /// Valid as long as its project.
 class Selection {
  public:
-  /// Finds the modules of the choice, or all, that have all of the paths. False after errors: there is none.
+  /// Finds the modules of the choice, or all, that have all of the paths. False after errors: there are none.
   bool FindModules(const Project& project, const LabelChoice& choice, const std::vector<PathPattern>& patterns,
                    DiagnosticSink& sink);
 
-  /// Lists the settings of these modules that the choice takes, by scope and path. False after errors: there is none,
-  /// or a folder cannot be read.
+  /// Lists the settings of these modules that the choice selects, by scope and path. False after errors: there are
+  /// none, or a folder cannot be read.
   bool FindSettings(const Project& project, const LabelChoice& choice, DiagnosticSink& sink);
 
   const std::vector<SelectedModule>& modules() const { return modules_; }

@@ -15,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A folder made beside the others, removed again unless it is put in its place.
+/// A folder made beside the others, removed again unless it is moved into place.
 class NewFolder {
  public:
   explicit NewFolder(std::string path) : path_(std::move(path)), beside_(path_) {
@@ -115,7 +115,7 @@ bool AddSensor(Project& project, const std::string& name, const std::string& fro
     if (!folder.Make(from.empty() ? "" : project.layout().ScopeDir(from), sink) || !folder.PutInPlace(sink))
       return false;
   } else if (IsDirectory(dir) && from.empty()) {
-    // Packing asks for it, although it may be empty.
+    // Packing requires it, although it may be empty.
     if (!MakeDirectories(project.layout().ScopeVersionDir(name), sink)) return false;
   } else {
     sink.Report(Code::kExists, "this exists already; it is kept",
@@ -134,7 +134,7 @@ bool RemoveSensor(Project& project, const std::string& name, DiagnosticSink& sin
   if (!project.RequireSensor(name, sink)) return false;
   std::vector<std::string> sensors = project.sensors();
   sensors.erase(std::remove(sensors.begin(), sensors.end(), name), sensors.end());
-  // First the list: a folder that is not listed is packed by nobody.
+  // First the list: a folder that is not listed is never packed.
   if (!WriteList(project, sensors, sink)) return false;
   std::error_code error;
   const std::string dir = project.layout().ScopeDir(name);

@@ -19,7 +19,7 @@ const CodeInfo* RequireCode(const std::string& name, const std::string& file, Di
   return nullptr;
 }
 
-/// The mend of the code's row as a hint: "Remove the comma." becomes "remove the comma".
+/// The advice of the code's row as a hint: "Remove the comma." becomes "remove the comma".
 std::string UsualHint(Code code) {
   std::string hint = Info(code).mend;
   if (hint.size() > 1 && hint[0] >= 'A' && hint[0] <= 'Z' && hint[1] >= 'a') hint[0] = static_cast<char>(hint[0] + 32);

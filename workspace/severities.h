@@ -1,5 +1,5 @@
 /// \file
-/// What becomes of diagnostics on their way to the user: which are wanted, and how severe they are.
+/// Which diagnostics reach the user, and how severe they are.
 #pragma once
 
 #include <map>
@@ -11,26 +11,25 @@
 
 namespace zotuning {
 
-/// Passes diagnostics on as people have asked for.
+/// Filters diagnostics as the user has asked.
 class SeverityFilter : public DiagnosticSink {
  public:
   explicit SeverityFilter(DiagnosticSink& sink) : sink_(sink) {}
 
-  /// Names of codes and "error", "warning" or "off". False after an error at a code that is unknown; `file` is where
-  /// they stand.
+  /// Names of codes and "error", "warning" or "off", from `file`. False after an error at an unknown code.
   bool SetSeverities(const std::map<std::string, std::string>& severities, const std::string& file);
-  /// Only these codes; none of these. False after an error at one that is unknown.
+  /// Only these codes; none of these. False after an error at an unknown one.
   bool Select(const std::vector<std::string>& names) { return AddCodes(names, selected_); }
   bool Ignore(const std::vector<std::string>& names) { return AddCodes(names, ignored_); }
-  /// These are warnings, said to be allowed. False after an error at one that is unknown.
+  /// These become warnings, marked as allowed. False after an error at an unknown one.
   bool Allow(const std::vector<std::string>& names) { return AddCodes(names, allowed_); }
-  /// Warnings are errors.
+  /// Treat warnings as errors.
   void SetStrict(bool strict) { strict_ = strict; }
 
   void Add(Diagnostic diagnostic) override;
 
   bool allows(Code code) const { return allowed_.count(code) != 0; }
-  /// Whether errors may have become something less, and whether warnings may have become errors.
+  /// Whether errors may have been downgraded, and whether warnings may have become errors.
   bool changes_severities() const { return !allowed_.empty() || !severities_.empty() || !off_.empty(); }
   bool makes_errors() const;
   size_t errors() const { return errors_; }

@@ -46,7 +46,7 @@ bool IsWithin(const std::string& path, const std::string& dir) {
   return dir.empty() || path == dir || (path.rfind(dir, 0) == 0 && path[dir.size()] == '/');
 }
 
-/// Says where a file is for people where the path that was read is a temporary one.
+/// Shows people where a file is if the path that was read is temporary.
 class RenamingSink : public DiagnosticSink {
  public:
   RenamingSink(DiagnosticSink& sink, std::string from, std::string to)
@@ -66,7 +66,7 @@ class RenamingSink : public DiagnosticSink {
   std::string from_, to_;
 };
 
-/// Holds the file that was read last.
+/// Holds the last file read.
 struct TextBuffer {
   ZO_TUNING::internal::PaddedFile file;
   std::string text;
@@ -87,11 +87,11 @@ class ProjectFiles {
                     DiagnosticSink& sink) const = 0;
   /// The names of the files in a folder.
   virtual bool Names(const std::string& dir, std::vector<std::string>& names, DiagnosticSink& sink) const = 0;
-  /// Zero bytes follow the text, as many as a lexer may read. Valid until the next use of the buffer.
+  /// Zero bytes follow the text, as many as a lexer may read. Valid until the buffer is used again.
   virtual bool Read(const std::string& path, TextBuffer& buffer, std::string_view& text, DiagnosticSink& sink) = 0;
   /// For people.
   virtual std::string Shown(const std::string& path) const = 0;
-  /// Whether a folder without files is there at all.
+  /// Whether a folder exists, even without files.
   virtual bool KeepsEmptyFolders() const { return true; }
 };
 
@@ -130,7 +130,7 @@ class GitFiles : public ProjectFiles {
  public:
   using Files = std::map<std::string, GitFile>;
 
-  /// The project is at `prefix` of the revision; "" or with a "/" at its end.
+  /// The project is at `prefix` of the revision: "", or a path ending in "/".
   GitFiles(std::shared_ptr<GitRepository> repository, std::shared_ptr<const Files> files, std::string revision,
            std::string prefix)
       : repository_(std::move(repository)),
@@ -281,7 +281,7 @@ class TreeSide : public Side {
     return true;
   }
 
-  /// The whole of a scope.
+  /// All of a scope.
   bool AddScope(const std::string& scope, DiagnosticSink& sink) {
     scopes_.push_back(scope);
     const FileKind kind = files_->Kind(scope);
@@ -366,7 +366,7 @@ class BinSide : public Side {
     is_bin_ = true;
   }
 
-  /// Adds the bin of a scope. False after an error: what was read before a damage is there.
+  /// Adds the bin of a scope. False after an error: what was read before the damage is there.
   bool Add(const std::string& scope, std::string bytes, const std::string& shown, DiagnosticSink& sink) {
     bins_.push_back({std::make_unique<std::string>(std::move(bytes)), nullptr, scope, shown});
     scopes_.push_back(scope);
@@ -380,13 +380,13 @@ class BinSide : public Side {
     return unknown.ReportModules(*project_, shown, sink) && scanner.fault() == nullptr;
   }  // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks): bins_ owns the bytes
 
-  /// Becomes the bin of a scope, of which AddItem adds the items. `file` has to outlive this.
+  /// Becomes the bin of a scope, to which AddItem adds the items. `file` must outlive this.
   void Open(const std::string& scope, std::FILE* file, const std::string& shown) {
     bins_.push_back({nullptr, file, scope, shown});
     scopes_.push_back(scope);
   }
 
-  /// Adds what a scanner of the bin added last is at.
+  /// Adds the item at which a scanner of the last added bin is.
   void AddItem(BinScanner& scanner) {
     const size_t index = places_.size();
     const Bin& bin = bins_.back();
@@ -433,7 +433,7 @@ class BinSide : public Side {
 
  private:
   struct Bin {
-    std::unique_ptr<std::string> bytes;  ///< null when they are in `file`
+    std::unique_ptr<std::string> bytes;  ///< null if they are in `file`
     std::FILE* file;
     std::string scope, shown;
   };
@@ -614,7 +614,7 @@ class SideOpener::Impl {
     return absolute;
   }
 
-  /// Without "." and slashes at the end.
+  /// Without "." and trailing slashes.
   static std::string Normal(const std::string& path) {
     std::string normal = std::filesystem::path(path).lexically_normal().string();
     while (!normal.empty() && normal.back() == '/') normal.pop_back();
@@ -647,7 +647,7 @@ class SideOpener::Impl {
     return nullptr;
   }
 
-  /// The project that a path is in; for others the current one, or the only one that is known. Empty after an error.
+  /// The project that contains a path; otherwise the current one, or the only one that is known. Empty after an error.
   OpenProject ProjectFor(const std::string& path, DiagnosticSink& sink) {
     for (std::string dir = Absolute(path); dir.size() > 1; dir.resize(std::max<size_t>(dir.rfind('/'), 1))) {
       const auto known = on_disk_.find(dir);
@@ -655,7 +655,7 @@ class SideOpener::Impl {
       if (Exists(ProjectLayout(dir).ConfigPath())) return Load(dir, dir == Absolute(path) ? path : dir, sink);
     }
     if (current_.project != nullptr) return current_;
-    // Bins anywhere are those of the other side's project.
+    // Bins elsewhere belong to the other side's project.
     if (on_disk_.size() == 1) return on_disk_.begin()->second;
     sink.Report(Code::kNoProject, "no project contains " + Quoted(path), "choose one with -C DIR");
     return {};
@@ -695,7 +695,7 @@ class SideOpener::Impl {
     return nullptr;
   }
 
-  /// A form of the tree: the path is relative to the project, and something is there.
+  /// A form of the tree: the path is relative to the project, and exists.
   std::unique_ptr<Side> OpenForm(const OpenProject& project, const std::string& path, const std::string& name,
                                  DiagnosticSink& sink) {
     const std::vector<std::string> scopes = project.project->Scopes();
@@ -752,7 +752,7 @@ class SideOpener::Impl {
     return reported_ ? nullptr : std::move(side);
   }
 
-  /// A bin or a folder of bins; null where the path is neither, or, with `reported_`, after an error.
+  /// A bin or a folder of bins; null if the path is neither or, with `reported_`, after an error.
   std::unique_ptr<Side> OpenBins(const OpenProject& project, const std::string& path, const std::string& name,
                                  DiagnosticSink& sink) {
     reported_ = false;
@@ -819,7 +819,7 @@ class SideOpener::Impl {
       }
       files = std::make_shared<const GitFiles::Files>(std::move(listed));
     }
-    // A path in the project, or as git has it, one from the root of the repository, or from here with "./".
+    // A path in the project, or as in git, relative to the root of the repository, or with "./" to the current folder.
     std::string path = Normal(form);
     std::vector<std::string> places = {Normal(repository_->prefix() + path), path};
     if (form.rfind("./", 0) == 0 || form.rfind("../", 0) == 0) {
@@ -849,7 +849,7 @@ class SideOpener::Impl {
     OpenProject& opened = at_revision_[{revision, prefix}];
     if (opened.project != nullptr) return opened;
     auto at_revision = std::make_shared<GitFiles>(repository_, files, revision, prefix);
-    // The schema and the configuration alone are laid out as files, for the importer, and go at once.
+    // Only the schema and the configuration are written as files, for the importer, and removed right away.
     std::error_code error;
     const std::string temp = std::filesystem::temp_directory_path(error).string();
     const auto staging = StagingDir::Make(error ? "/tmp" : temp, nullptr, sink);
@@ -879,7 +879,7 @@ class SideOpener::Impl {
   std::shared_ptr<GitRepository> repository_;
   std::map<std::string, std::shared_ptr<const GitFiles::Files>> revisions_;
   std::map<std::pair<std::string, std::string>, OpenProject> at_revision_;
-  bool reported_ = false;  ///< by what returned null last
+  bool reported_ = false;  ///< by whatever returned null last
 };
 
 SideOpener::SideOpener(const std::shared_ptr<Project>& project) : impl_(std::make_unique<Impl>(project)) {}
@@ -934,7 +934,7 @@ class SidesComparer {
     }
     for (const auto& [project, other] : {std::pair<Side&, Side&>{left_, right_}, {right_, left_}}) {
       if (project.form() != SideForm::kProject || other.scopes() != std::vector<std::string>{kDefaultScope}) continue;
-      // The defaults are for every sensor.
+      // The defaults apply to every sensor.
       for (const std::string& scope : project.scopes()) {
         if (scope == kDefaultScope) continue;
         CompareScopes(&project == &left_ ? scope : kDefaultScope, &project == &left_ ? kDefaultScope : scope);
@@ -1009,7 +1009,7 @@ class SidesComparer {
     return (side.form() == SideForm::kSetting || side.form() == SideForm::kFolder) && !side.versions().empty();
   }
 
-  /// Where one side is a version, or the versions of a scope.
+  /// If one side is a version, or the versions of a scope.
   void CompareVersions(const std::string& left_scope, const std::string& right_scope) {
     for (const auto& [side, other] : {std::pair<Side&, Side&>{left_, right_}, {right_, left_}}) {
       if (other.form() != SideForm::kSetting || HasOnlyVersions(other)) continue;
@@ -1095,7 +1095,7 @@ class SidesComparer {
     }
   }
 
-  /// Those of one key in the order of either side, where there are several.
+  /// The entries with the same key in the order of either side, if there are several.
   template <typename KeyOf>
   void Pair(const Entries& left, const Entries& right, const KeyOf& key_of) {
     std::unordered_map<std::string, Entries> by_key;

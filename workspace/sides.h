@@ -1,6 +1,6 @@
 /// \file
-/// What can be compared: a setting, a folder, a sensor, the defaults, bins, a whole project, on disk or at a revision
-/// of git. Nothing is written but the schema of a revision, into a temporary folder.
+/// What can be compared: a setting, a folder, a sensor, the defaults, bins, a whole project, on disk or at a git
+/// revision. Writes nothing except the schema of a revision, to a temporary folder.
 #pragma once
 
 #include <google/protobuf/message.h>
@@ -26,7 +26,7 @@ using ZO_TUNING::internal::RuleBytes;
 
 enum class SideForm {
   kSetting,
-  kFolder,   ///< of one scope; some labels may be the same for all in it
+  kFolder,   ///< of one scope; all in it may share some labels
   kScope,    ///< a sensor, or the defaults
   kProject,  ///< every scope
 };
@@ -42,12 +42,12 @@ struct SideEntry {
   std::string scope;
   std::string module;  ///< "" for a version
   LabelNames labels;   ///< of a version: {{"version", its name}}
-  std::string path;    ///< its file, for people; of a record that of the bin
+  std::string path;    ///< its file, for people; for a record, the bin
   const google::protobuf::Descriptor* type = nullptr;
-  size_t index = 0;  ///< for the side that it is of
+  size_t index = 0;  ///< for its own side only
 };
 
-/// One of the two that are compared.
+/// One of the two sides of a comparison.
 class Side {
  public:
   virtual ~Side() = default;
@@ -60,17 +60,17 @@ class Side {
   /// By scope and path; of a bin by record.
   const std::vector<SideEntry>& settings() const { return settings_; }
   const std::vector<SideEntry>& versions() const { return versions_; }
-  /// Of a folder: the labels that its path sets.
+  /// Of a folder: the labels that its path gives.
   const LabelNames& fixed_labels() const { return fixed_labels_; }
 
-  /// The text that an entry is made of; empty in a bin. Valid until the next call for this side. False after an error.
+  /// The text of an entry; empty in a bin. Valid until the next call for this side. False after an error.
   virtual bool ReadText(const SideEntry& entry, std::string_view& text, DiagnosticSink& sink) = 0;
-  /// The wire bytes of the entry's message. What a bin holds has lost its rules already. Valid until the next call for
-  /// this side. False after errors.
+  /// The wire bytes of the entry's message. Those from a bin have no rules. Valid until the next call for this side.
+  /// False after errors.
   virtual bool ReadBytes(const SideEntry& entry, RuleBytes rules, std::string_view& bytes, DiagnosticSink& sink) = 0;
-  /// The bytes of the label of a record; empty where the side is no bin.
+  /// The bytes of the label of a record; empty if the side is not a bin.
   virtual std::string_view LabelBytes(const SideEntry& entry) const = 0;
-  /// Reports that bytes of an entry are no message of its type.
+  /// Reports that the bytes of an entry are not a message of its type.
   virtual void ReportBadBytes(const SideEntry& entry, DiagnosticSink& sink) const = 0;
 
  protected:
@@ -112,19 +112,19 @@ constexpr size_t kMaxBinEntries = 10000;
 /// Opens sides, and keeps the projects that they share.
 class SideOpener {
  public:
-  /// `project` is the one that names of sensors, and bins, are of; may be null.
+  /// `project` is the one for names of sensors, and for bins; may be null.
   explicit SideOpener(const std::shared_ptr<Project>& project);
   ~SideOpener();
 
-  /// Opens what `text` names; null after errors. What of it cannot be read is reported, and left out. Tried in this
-  /// order: "default" and the names of sensors, a path from here, a path in the project, and REVISION:FORM with a form
-  /// of the tree at a revision of git.
+  /// Opens what `text` names; null after errors. Parts that cannot be read are reported and left out. Tried in this
+  /// order: "default" and the names of sensors, a path from the current folder, a path in the project, and
+  /// REVISION:FORM with one of these forms at a git revision.
   std::unique_ptr<Side> Open(const std::string& text, DiagnosticSink& sink);
 
-  /// The defaults of the project that a side is of, at its revision. Null after errors.
+  /// The defaults of the project that a side belongs to, at its revision. Null after errors.
   std::unique_ptr<Side> OpenDefaultOf(const Side& side, DiagnosticSink& sink);
 
-  /// The setting or bin at `path`, with `bytes` as its content, wherever they are from.
+  /// The setting or bin at `path`, with `bytes` as its contents, wherever they are from.
   std::unique_ptr<Side> OpenBytes(const std::string& path, std::string bytes, DiagnosticSink& sink);
 
   /// Opens two bins of a scope for CompareSides, each shown under its name, without what they have in common. False
@@ -137,23 +137,23 @@ class SideOpener {
   std::unique_ptr<Impl> impl_;
 };
 
-/// Two entries that belong together, or one that has no other.
+/// Two paired entries, or one without a counterpart.
 struct EntryComparison {
   const SideEntry* left = nullptr;
   const SideEntry* right = nullptr;
-  MessageComparison comparison;  ///< when there are both
+  MessageComparison comparison;  ///< if there are both
 };
 
 struct CompareSidesOptions {
   CompareOptions compare;
-  /// Every byte counts, those of labels too: a difference without a name is one.
+  /// Every byte counts, including labels: a difference that no field accounts for is one.
   bool bytes = false;
 };
 
 struct SidesComparison {
   size_t same = 0;
-  size_t different = 0;  ///< entries, those of one side only among them
-  /// What only one schema has, or has as something else: "AfLens.gain".
+  size_t different = 0;  ///< entries, including those on one side only
+  /// What only one schema has, or has with another kind: "AfLens.gain".
   std::vector<std::string> only_left_schema, only_right_schema;
 };
 

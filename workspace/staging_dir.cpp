@@ -28,10 +28,9 @@ namespace fs = std::filesystem;
 constexpr int kTickMilliseconds = 100;
 constexpr const char* kPrefix = ".zo_tuning-";
 constexpr size_t kRandomCharacters = 6;
-/// Says that the folder was made here; a folder of somebody else with such a name lacks it.
+/// Marks the folder as made here; someone else's folder with such a name lacks it.
 constexpr const char* kMarker = ".made-by-zotuning";
-/// What the old target is called while it is replaced in two steps. The file kReplacedTarget tells its
-/// place.
+/// The name of the old target while it is replaced in two steps. The file kReplacedTarget contains its original path.
 constexpr const char* kReplaced = "replaced";
 constexpr const char* kReplacedTarget = ".replaced-target";
 
@@ -42,7 +41,7 @@ bool IsStagingName(const std::string& name) {
                      [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); });
 }
 
-/// Opens a folder and locks it against being taken for a stale one; none when somebody else has.
+/// Opens a folder and locks it against being taken for a stale one; none if someone else has the lock.
 UniqueFd LockFolder(const std::string& path) {
   UniqueFd folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (folder.get() >= 0 && flock(folder.get(), LOCK_EX | LOCK_NB) == 0) return folder;
@@ -56,15 +55,15 @@ bool IsAt(const UniqueFd& folder, const std::string& path) {
          held.st_ino == found.st_ino;
 }
 
-/// renameat2; ENOSYS and EINVAL where the system or file system lacks the flag, EXDEV where an overlay does.
+/// renameat2; ENOSYS and EINVAL if the system or file system lacks the flag, EXDEV on an overlay.
 int Rename(const std::string& from, const std::string& to, unsigned flags) {
   return renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), flags) == 0 ? 0 : errno;
 }
 
 bool Unsupported(int error) { return error == ENOSYS || error == EINVAL || error == EXDEV; }
 
-/// Takes the folder `target` out of its place, to `aside`; the errno of a failure, else 0. An overlay that has it from
-/// a lower layer cannot rename it; there a copy takes its place.
+/// Moves the folder `target` aside, to `aside`; returns the errno of a failure, else 0. An overlay that has it from a
+/// lower layer cannot rename it; there it is copied instead.
 int MoveAside(const std::string& target, const std::string& aside) {
   if (std::rename(target.c_str(), aside.c_str()) == 0) return 0;
   if (errno != EXDEV) return errno;
@@ -77,7 +76,7 @@ int MoveAside(const std::string& target, const std::string& aside) {
   return error.value();
 }
 
-/// Whether every entry of the folder `aside` is in `target`, too.
+/// Whether every entry of the folder `aside` is also in `target`.
 bool HoldsAllOf(const std::string& target, const std::string& aside) {
   std::vector<std::string> names;
   CollectingSink ignored;
@@ -85,7 +84,7 @@ bool HoldsAllOf(const std::string& target, const std::string& aside) {
          std::all_of(names.begin(), names.end(), [&](const std::string& name) { return Exists(target + "/" + name); });
 }
 
-/// Puts the folder that a killed run had moved aside back in its place. False when it is still in there.
+/// Restores the folder that a killed run had moved aside. False if it is still in there.
 bool PutBack(const std::string& staging) {
   const std::string aside = staging + "/" + kReplaced;
   if (KindOf(aside) == FileKind::kMissing) return true;
@@ -93,7 +92,7 @@ bool PutBack(const std::string& staging) {
   CollectingSink ignored;
   if (!ReadFile(staging + "/" + kReplacedTarget, name, ignored) || name.find('/') != std::string::npos) return false;
   const std::string target = fs::path(staging).parent_path() / name;
-  // Where the new folder is in place already, the old one is no longer wanted.
+  // If the new folder is already in place, the old one is no longer needed.
   if (KindOf(target) != FileKind::kMissing && HoldsAllOf(target, aside)) return true;
   std::error_code error;
   fs::remove_all(target, error);
@@ -113,14 +112,14 @@ void RemoveStale(const std::string& parent) {
     if (folder.get() < 0 || fstat(folder.get(), &info) != 0 || info.st_uid != geteuid()) continue;
     std::error_code error;
     if (KindOf(path + "/" + kMarker) != FileKind::kRegular) {
-      rmdir(path.c_str());  // killed before the marker was made; one with contents is somebody else's and stays
+      rmdir(path.c_str());  // killed before the marker was made; one with contents is someone else's and stays
     } else if (PutBack(path)) {
       fs::remove_all(path, error);
     }
   }
 }
 
-/// Signals that end the process unless somebody has them ignored, as nohup does.
+/// Signals that end the process unless they are ignored, as under nohup.
 sigset_t EndingSignals() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -140,7 +139,7 @@ std::unique_ptr<StagingDir> StagingDir::Make(const std::string& parent, Tick tic
 }
 
 StagingDir::StagingDir(Tick tick) : tick_(std::move(tick)), signals_(EndingSignals()) {
-  // Before anything is made: a signal waits for the watcher, or for the end.
+  // Before anything is created: a signal waits for the watcher, or for the end.
   pthread_sigmask(SIG_BLOCK, &signals_, &mask_before_);
 }
 
@@ -154,7 +153,7 @@ bool StagingDir::Create(const std::string& parent, DiagnosticSink& sink) {
       return ReportSystemError("make a working folder in", parent, errno, sink);
     }
     UniqueFd lock = LockFolder(path);
-    // Another run may have taken the folder, empty and not yet locked, for one that was left behind.
+    // Another run may have taken the folder, empty and not yet locked, for a stale one.
     if (lock.get() < 0 || !IsAt(lock, path)) {
       rmdir(path.c_str());
       if (tries < kTries) continue;
@@ -194,9 +193,9 @@ void StagingDir::Watch() {
     signalfd_siginfo info;
     if (ready <= 0 || read(descriptor.get(), &info, sizeof(info)) != static_cast<ssize_t>(sizeof(info))) continue;
     const int number = static_cast<int>(info.ssi_signo);
-    // The other thread may be about to stop this one and look at the result; whoever comes second stops for good.
+    // The other thread may be about to stop this one and look at the result; whoever is second stops for good.
     if (!obeying_.try_lock()) {
-      (void)kill(getpid(), number);  // waits until this folder goes
+      (void)kill(getpid(), number);  // waits until this folder is removed
       break;
     }
     Remove();
@@ -224,7 +223,7 @@ int StagingDir::Exchange(const std::string& from, const std::string& target, con
                          DiagnosticSink& sink) {
   int error = Rename(from, target, RENAME_EXCHANGE);
   if (error != 0 || may_replace(from, sink)) return error;
-  // Somebody put something into the old folder meanwhile.
+  // Someone put something into the old folder meanwhile.
   error = Rename(from, target, RENAME_EXCHANGE);
   if (error == 0) return ECANCELED;
   const std::string kept = std::exchange(path_, "");
@@ -237,7 +236,7 @@ int StagingDir::Exchange(const std::string& from, const std::string& target, con
 int StagingDir::ReplaceInTwoSteps(const std::string& from, const std::string& target, const MayReplace& may_replace,
                                   DiagnosticSink& sink) {
   const std::string aside = path_ + "/" + kReplaced;
-  // The next run restores by this, should this one be killed in between.
+  // The next run restores from this if this one is killed in between.
   if (!ReplaceFile(path_ + "/" + kReplacedTarget, fs::path(target).filename().string(), sink)) return ECANCELED;
   int error = MoveAside(target, aside);
   if (error != 0) return error;

@@ -8,7 +8,7 @@ namespace {
 
 char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
-/// Edits that make `a` into `b`; two exchanged neighbours count as one.
+/// Edits that turn `a` into `b`; two swapped neighbours count as one.
 size_t Distance(std::string_view a, std::string_view b) {
   std::vector<size_t> before(b.size() + 1), last(b.size() + 1), row(b.size() + 1);
   std::iota(last.begin(), last.end(), size_t{0});
@@ -45,7 +45,7 @@ std::string NearestByEdits(std::string_view name, const std::vector<std::string>
 
 std::string Nearest(std::string_view name, const std::vector<std::string>& candidates) {
   constexpr size_t kShortestBegin = 3;
-  name = name.substr(0, 256);  // a file may hold names of any length; the search stays cheap
+  name = name.substr(0, 256);  // a file may contain names of any length; the search stays cheap
   std::string begun;
   size_t count = 0;
   for (const std::string& candidate : candidates) {

@@ -8,8 +8,8 @@
 
 namespace zotuning {
 
-/// The one candidate that begins with `name`, else the nearest by edit distance, letter case aside; "" when none is
-/// near. Never `name` itself.
+/// The one candidate that starts with `name`, else the nearest by edit distance, ignoring case; "" if none is near.
+/// Never `name` itself.
 std::string Nearest(std::string_view name, const std::vector<std::string>& candidates);
 
 /// "; did you mean 'X'?" or "".

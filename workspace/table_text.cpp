@@ -8,7 +8,7 @@ namespace zotuning {
 
 bool ReadTable(std::string_view text, char separator, const std::string& file, std::vector<std::vector<Cell>>& rows,
                DiagnosticSink& sink) {
-  if (text.substr(0, 3) == "\xef\xbb\xbf") text.remove_prefix(3);  // spreadsheets begin their files with it
+  if (text.substr(0, 3) == "\xef\xbb\xbf") text.remove_prefix(3);  // spreadsheets start their files with it
   int line = 1;
   for (size_t at = 0; at < text.size();) {
     std::vector<Cell> row;

@@ -1,5 +1,5 @@
 /// \file
-/// Tables as spreadsheets write and read them: CSV after RFC 4180, or TSV with the same quotes.
+/// Tables as spreadsheets write and read them: CSV according to RFC 4180, or TSV with the same quoting.
 #pragma once
 
 #include <string>
@@ -16,8 +16,8 @@ struct Cell {
   int column;  ///< of cells, from 1
 };
 
-/// Appends the rows of `text`; lines without any text are passed over. Rows may differ in length. False after an error
-/// that names `file`.
+/// Appends the rows of `text`; empty lines are skipped. Rows may differ in length. False after an error that names
+/// `file`.
 bool ReadTable(std::string_view text, char separator, const std::string& file, std::vector<std::vector<Cell>>& rows,
                DiagnosticSink& sink);
 

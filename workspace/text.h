@@ -1,5 +1,5 @@
 /// \file
-/// Small pieces of messages.
+/// Helpers for the wording of messages.
 #pragma once
 
 #include <cstddef>

@@ -27,7 +27,7 @@ bool TakesNull(const FieldDescriptor* field) {
          (field->enum_type() != nullptr && field->enum_type()->full_name() == "google.protobuf.NullValue");
 }
 
-/// Pairs each StructArrayRule with the list of structures whose name it begins with, or with the only one there is.
+/// Pairs each StructArrayRule with the list of structures that its name starts with, or with the only one.
 std::vector<ListRule> FindListRules(const TypeTable& table) {
   std::vector<size_t> rules, lists;
   for (size_t i = 0; i < table.fields.size(); ++i) {
@@ -61,7 +61,7 @@ const TypeTable& TypeTables::Get(const Descriptor* type) {
   std::unique_ptr<TypeTable>& slot = tables_[type];
   if (slot != nullptr) return *slot;
   slot = std::make_unique<TypeTable>();
-  // Stays where it is while the types below are added.
+  // Does not move when the types below are added.
   TypeTable& table = *slot;
   table.type = type;
   table.is_rule = ZO_TUNING::internal::FindRuleKind(type->name()) != nullptr;

@@ -1,6 +1,5 @@
 /// \file
-/// Message types as the checks of JSON texts need them: fields by key, what has to be spelled out, parameters and
-/// rules.
+/// Message types as the checks of JSON texts need them: fields by key, what must be spelled out, parameters and rules.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
@@ -17,19 +16,19 @@ struct TypeTable;
 
 struct FieldEntry {
   const google::protobuf::FieldDescriptor* descriptor;
-  const TypeTable* message;  ///< null where the field is no message
+  const TypeTable* message;  ///< null if the field is not a message
   bool repeated;
   bool map;
-  bool takes_null;     ///< null is a value: of google.protobuf.Value and NullValue
-  bool key_is_name;    ///< its name as a key means it, not another one's json_name
-  bool has_key;        ///< whether any key sets it: others' json_names can take both of its names
+  bool takes_null;     ///< null is a valid value: of google.protobuf.Value and NullValue
+  bool key_is_name;    ///< its name as a key means this field, not another one's json_name
+  bool has_key;        ///< whether any key sets it: json_names of other fields can take both of its names
   bool exempt;         ///< named "rule" or "description", which may be missing
-  bool in_real_oneof;  ///< of which one field at most may be set
+  bool in_real_oneof;  ///< at most one of these fields may be set
 
   const std::string& name() const { return descriptor->name(); }
 };
 
-/// A rule of repeated structures beside the list that it speaks of.
+/// A rule of repeated structures, beside the list that it describes.
 struct ListRule {
   size_t rule;
   size_t list;
@@ -42,10 +41,10 @@ struct TypeTable {
   std::vector<FieldEntry> fields;
   /// Field by key, as protobuf's parser matches them: the json_name of one field comes before the name of another.
   std::unordered_map<std::string_view, size_t> by_key;
-  size_t value = kNone;  ///< of a parameter, which has both of these fields
+  size_t value = kNone;  ///< set for a parameter, which has both of these fields
   size_t rule = kNone;
-  bool is_rule;   ///< one of the types of rules, whose parts may be missing
-  bool built_in;  ///< a type with a JSON form of its own, such as google.protobuf.Timestamp
+  bool is_rule;   ///< one of the rule types, whose fields may be missing
+  bool built_in;  ///< a type with a special JSON form, such as google.protobuf.Timestamp
   std::vector<ListRule> list_rules;
 
   bool is_parameter() const { return value != kNone && rule != kNone; }
@@ -53,7 +52,7 @@ struct TypeTable {
   bool is_row() const { return fields.size() == 1 && fields[0].repeated && fields[0].message == nullptr; }
 };
 
-/// The tables of the types met so far.
+/// The tables of the types seen so far.
 class TypeTables {
  public:
   const TypeTable& Get(const google::protobuf::Descriptor* type);

@@ -22,7 +22,7 @@ std::string TextField(const google::protobuf::Message& message, const char* name
   return message.GetReflection()->GetString(message, field);
 }
 
-/// Why the scan misses or misreads the value of one key; `at` becomes the place.
+/// Why the scan misses or misreads the value of a key; `at` is set to the position.
 std::string KeyFault(const VersionFile& file, const JsonDocument& document, const std::string& key,
                      const std::string& value, size_t* at) {
   const std::string quoted = "\"" + key + "\"";
@@ -43,7 +43,7 @@ std::string KeyFault(const VersionFile& file, const JsonDocument& document, cons
 
 using Lines = std::vector<std::string>;
 
-/// The #define block without its numbers, which follow the order of the file system, in an order of its own.
+/// The #define block without its numbers, which follow the order of the file system, sorted.
 Lines Unnumbered(const Lines& lines, size_t kept) {
   Lines pairs;
   std::string name;

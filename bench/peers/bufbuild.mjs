@@ -1,6 +1,6 @@
 #!/usr/bin/env node
-// @bufbuild/protobuf: has no reader for .proto files, so that protoc makes a descriptor set beforehand, outside the
-// clock; fromJson refuses unknown keys as the library does. There is no field check.
+// @bufbuild/protobuf: cannot read .proto files, so protoc makes a descriptor set beforehand, outside the measured time;
+// fromJson rejects unknown keys as the library does. There is no field check.
 
 import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';

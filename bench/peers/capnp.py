@@ -1,8 +1,8 @@
 #!/usr/bin/python3 -B
 """capnp convert: JSON to Cap'n Proto, one process per module, which reads all settings of it as one stream.
 
-Names in its schemas have no underscores, so that it gets a schema and a copy of the files in camel case, made
-beforehand. Its output is another format, one file per module. It makes no labels, no versions and no bins, drops no
+Names in its schemas cannot have underscores, so it gets a schema and a copy of the files in camel case, made
+beforehand. Its output is a different format, one file per module. It makes no labels, no versions and no bins, drops no
 rules, and checks no fields."""
 
 import collections

@@ -1,5 +1,5 @@
-// What the peers on Node have in common: the walk through a project and the bins. A peer gives a function that loads the
-// schema anew and returns how to encode one message:
+// What the peers on Node share: the walk through a project and the bins. A peer provides a function that loads the
+// schema again and returns how to encode one message:
 //
 //   loadSchema(protoDir, setup) -> { labels, encodeLabel(label), encodeVersion(text), encodeModule(typeName, text) }
 //
@@ -66,7 +66,7 @@ function packScope(schema, scope, versionDir, binPath) {
   fs.closeSync(fd);
 }
 
-// Answers one line of standard input after another, as pack_bench asks; `setup` makes what is not measured.
+// Answers lines of standard input, as pack_bench asks; `setup` makes what is not measured.
 export async function main(loadSchema, setup) {
   const [project, out] = process.argv.slice(2);
   const prepared = setup ? setup(path.join(project, 'proto'), out) : undefined;

@@ -1,6 +1,6 @@
 #!/usr/bin/env node
-// protobufjs: reads the .proto files itself; JSON.parse, then fromObject, which takes names of enums and 64-bit numbers
-// in quotes. Unknown keys are passed over, and there is no field check.
+// protobufjs: reads the .proto files itself; JSON.parse, then fromObject, which accepts enum names and 64-bit numbers
+// in quotes. Unknown keys are skipped, and there is no field check.
 
 import fs from 'node:fs';
 import path from 'node:path';
@@ -14,7 +14,7 @@ try {
   process.exit(1);
 }
 
-// Pruning, on the parsed JSON: what is not there is not encoded.
+// Pruning, on the parsed JSON: what is removed is not encoded.
 function prune(object, type) {
   for (const field of type.fieldsArray) {
     const kind = field.resolvedType;

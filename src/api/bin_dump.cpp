@@ -28,12 +28,13 @@ using google::protobuf::Message;
 constexpr char kDump[] = "DumpProjTuningBins";
 constexpr char kNoProject[] = "Input proj_dir doesn't existed";
 
-/// ParseVersionMsgFromBin, under whose name it logs; `next_message` returns the message that the next version replaces.
+/// ParseVersionMsgFromBin, under whose name it logs; `next_message` returns the message to be replaced by the next
+/// version.
 bool ReadVersionBlock(const std::string& path, const std::function<Message*()>& next_message) {
   static constexpr char kFunction[] = "ParseVersionMsgFromBin";
   const UniqueFile file(std::fopen(path.c_str(), "rb"));
   if (file == nullptr) {
-    // Exact text, whichever bin it is.
+    // Exact text, whatever the bin.
     TuningLog(kLogError, __LINE__, kFunction, "Open default bin file failed: %s", path.c_str());
     return false;
   }
@@ -65,15 +66,15 @@ enum class DumpResult {
   kNoModuleType,  ///< logged; fails the call
 };
 
-/// What the walk over the bins of one folder works with.
+/// The data for the walk over the bins of one folder.
 struct BinDump {
   Schema& schema;
   const Labels labels;
   const BinTypes types;
   const std::vector<std::string>& paths;
 
-  /// The path that the lines about the version record `index` name: the one at that position of the list, whichever
-  /// bin is being read, and the current one past the end of the list.
+  /// The path for log lines about the version record `index`: the list entry at that position, whichever bin is being
+  /// read, or the current path past the end of the list.
   const char* VersionRecordPath(int32_t index, const std::string& current) const {
     const size_t position = static_cast<size_t>(index);
     return position < paths.size() ? paths[position].c_str() : current.c_str();
@@ -174,7 +175,7 @@ bool DumpBinVersions(const ProjectLayout& layout, const char* bin_dir) {
   // The default bin is read first, wherever it is in the listing.
   const auto default_path = bins.paths.begin() + (default_name - bins.names.begin());
   std::rotate(bins.paths.begin(), default_path, default_path + 1);
-  // One message for all versions: a damaged count may promise more of them than anybody has memory for.
+  // One message for all versions: a damaged count may promise more of them than there is memory for.
   const std::unique_ptr<Message> version = schema.NewMessage(types.version);
   return std::all_of(bins.paths.begin(), bins.paths.end(),
                      [&](const std::string& path) { return ReadVersionBlock(path, [&] { return version.get(); }); });

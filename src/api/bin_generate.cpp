@@ -1,4 +1,4 @@
-// Tuning bin generation: GenerateProjTuningBins and GenerateSpecificSensorBin, which are the same steps in other words.
+// Tuning bin generation: GenerateProjTuningBins and GenerateSpecificSensorBin, the same steps with different log lines.
 // Tested by tests/bin/generate_test.cpp.
 
 #include <sys/stat.h>
@@ -28,7 +28,7 @@ constexpr mode_t kBinFolderMode = 0700;
 constexpr char kProject[] = "GenerateProjTuningBins";
 constexpr char kSpecific[] = "GenerateSpecificSensorBin";
 
-/// What one generation call works with.
+/// The data of one generation call.
 class Generation {
  public:
   /// Loads schema and configuration; what cannot be read is logged and stays empty.
@@ -99,7 +99,7 @@ void ReportNotWritten(const char* function, const PackResult& result, const BinJ
             job.bin_path.c_str(), std::strerror(result.error));
 }
 
-// ---- The words of GenerateProjTuningBins ----
+// ---- Log lines of GenerateProjTuningBins ----
 
 class ProjectListener : public LogListener {
  public:
@@ -162,7 +162,7 @@ bool PackForProject(BinPacker& packer, const BinJob& job, bool is_default) {
   return result.ok();
 }
 
-// ---- The words of GenerateSpecificSensorBin ----
+// ---- Log lines of GenerateSpecificSensorBin ----
 
 class SpecificDefaultListener : public LogListener {
  public:
@@ -252,15 +252,15 @@ void ReportSpecificSensor(const PackResult& result, const BinJob& job) {
   }
 }
 
-/// Lists the sensors on standard output and reads the index of one from standard input. False when what was typed is no
-/// index of them.
+/// Lists the sensors on standard output and reads the index of one from standard input. False if the input is not one
+/// of the indexes.
 bool AskForSensor(const std::vector<std::string>& sensor_names, size_t* index) {
   std::printf("Sensors:\n");
   for (size_t i = 0; i < sensor_names.size(); ++i) std::printf("  %zu  %s\n", i, sensor_names[i].c_str());
   std::printf("Index of the sensor to pack: ");
   (void)std::fflush(stdout);
   int typed = 0;
-  // The comparison is unsigned, so that a negative number is refused.
+  // The comparison is unsigned, so a negative number is rejected.
   // NOLINTNEXTLINE(cert-err34-c): a number beyond int is read as scanf reads it.
   if (std::scanf("%d", &typed) != 1 || static_cast<unsigned>(typed) >= sensor_names.size()) return false;
   *index = static_cast<size_t>(typed);

@@ -1,5 +1,5 @@
 /// \file
-/// The border of the library: the one place that catches.
+/// The border of the library: the one place that catches exceptions.
 #pragma once
 
 #include <exception>
@@ -9,9 +9,9 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// Runs the body of an exported operation. An exception out of it becomes one error line of `function`, and false or
-/// null where there is a result. Bodies call one another without a border, so that it is the outermost operation that
-/// reports: a result that an operation ignores is about a file that cannot be read, not about lack of memory.
+/// Runs the body of an exported operation. An exception from it becomes one error line of `function`, and false or null
+/// if there is a result. Bodies call one another without a border, so that the outermost operation reports: a result
+/// that an operation ignores is about an unreadable file, not about lack of memory.
 template <typename Body>
 __attribute__((visibility("hidden"))) auto AtBorder(SourceLine at, const char* function, const Body& body)
     -> decltype(body()) {

@@ -52,7 +52,7 @@ bool GenerateDefaultModuleData(const ProjectLayout& layout, const std::string& m
     return false;
   }
   std::string json;
-  // True from here on, although printing or writing may have failed.
+  // True from here on, even if printing or writing failed.
   if (!ModuleTemplate(schema, found.type, ReportTemplateFault, &json).ok) ReportNotPrinted();
   WriteTextFile(layout.DefaultPath(module), json);
   return true;

@@ -1,6 +1,6 @@
 /// \file
-/// The bodies of exported operations that are steps of other ones, and the lines that operations share. A body has the
-/// name of its operation, under which it logs, and no border: see border-inl.h.
+/// The bodies of exported operations that are steps of other operations, and the lines that operations share. A body
+/// has the name of its operation, under which it logs, and no border: see border-inl.h.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
@@ -23,13 +23,13 @@ namespace api {
 
 // ---- Schema and configuration ----
 
-/// The type that a short name stands for. Null after an error line of GetDescByClassName.
+/// The type that a short name refers to. Null after an error line of GetDescByClassName.
 const google::protobuf::Descriptor* FindType(const Schema& schema, const std::string& short_name);
 
-/// That line, when a type was not found.
+/// That line, for a type that was not found.
 void ReportType(const TypeResult& result);
 
-/// The types of what a bin holds beside the modules.
+/// The types of what a bin holds besides the modules.
 struct BinTypes {
   const google::protobuf::Descriptor* label = nullptr;
   const google::protobuf::Descriptor* version = nullptr;
@@ -42,8 +42,8 @@ bool FindBinTypes(const Schema& schema, const char* function, BinTypes& types,
 /// The version type alone. Null after a line of `function`.
 const google::protobuf::Descriptor* FindVersionType(const Schema& schema, const char* function);
 
-/// Whether a project and its folder of schema files exist; false after a line of `function`. `no_project` begins the
-/// one about the project.
+/// Whether a project and its folder of schema files exist; false after a line of `function`. `no_project` starts the
+/// line about the project.
 bool HasProjectAndSchema(const ProjectLayout& layout, const char* function,
                          const char* no_project = "Cannot find project dir");
 
@@ -56,7 +56,7 @@ bool ParseTuningLabelMsg(const google::protobuf::Message& message, const google:
 /// The line of GetProjectTuningLabelsMap about a label type.
 void ReportLabelType(const LabelResult& result);
 
-/// The line of `function` about label values that did not go into a message or out of it. Returns result.ok().
+/// The line of `function` about label values that could not be set or read. Returns result.ok().
 bool ReportLabel(const LabelResult& result, const char* function);
 
 /// Writes to standard error that a field is missing in a JSON text.
@@ -73,7 +73,7 @@ bool FindAllJsonFiles(const char* dir, std::vector<std::string>& files);
 bool GetVersionMsgs(const std::string& version_dir, const google::protobuf::Message* prototype,
                     VersionMessages& messages);
 
-/// Logs what is passed over on the way, each under the name of the operation whose step it is.
+/// Logs what is skipped on the way, each item under the name of the operation whose step it is.
 class LogListener : public PackListener {
  public:
   void OnFolderPassedOver(const std::string& path) override;

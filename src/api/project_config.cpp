@@ -24,7 +24,7 @@ namespace {
 constexpr mode_t kDirMode = 0700;
 constexpr char kInitProjConfigMsgFromBin[] = "InitProjConfigMsgFromBin";
 
-/// The line about a configuration that was not set or read. Returns result.ok().
+/// The line about a configuration that could not be set or read. Returns result.ok().
 bool ReportConfig(const ConfigResult& result, const char* function, const char* path) {
   switch (result.status) {
     case ConfigStatus::kOk:
@@ -100,7 +100,7 @@ void InitProjectConfig(const char* proto_dir, const char* proj_name, const std::
 bool GetProjectConfig(const ProjectLayout& layout, Schema& schema, ProjectConfig& config) {
   const LoadResult result = LoadProjectConfig(layout, schema, config);
   if (!ReportConfig(result.config, kInitProjConfigMsgFromBin, layout.ConfigPath().c_str())) {
-    // Logged and without consequence: the labels are read all the same.
+    // Logged, without further consequence: the labels are still read.
     TuningLog(kLogError, __LINE__, __func__, "Failed in project config message initialization from bin");
   }
   switch (result.status) {

@@ -97,7 +97,7 @@ bool CheckFieldInString(const google::protobuf::FieldDescriptor* field, const st
 }  // namespace ZO_TUNING
 
 void ZoTuningUtils::ImportDescriptors(const char* dir, google::protobuf::compiler::Importer& importer) {
-  // What cannot be listed or loaded is passed over in silence.
+  // What cannot be listed or loaded is skipped silently.
   AtBorder(__LINE__, __func__, [&] { (void)ImportFiles(dir, importer, nullptr); });
 }
 

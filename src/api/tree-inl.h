@@ -22,7 +22,7 @@ inline void TUNING_CONFIG_TO_PATH(const char* proj_dir, const std::string& senso
                                   const std::vector<std::string>& label_names, LabelMap& label_map,
                                   const std::vector<int>& config, std::string& path) {
   std::string built = ProjectLayout(proj_dir).ScopeDir(sensor);
-  // Callers rely on it that what is looked up is in their map afterwards.
+  // Callers rely on names that were looked up being in their map afterwards.
   const size_t levels = std::min(config.size(), label_names.size());
   for (size_t i = 1; i < levels && config[i] != kLabelNotSet; ++i) {
     if (label_names[i] != kModeLabel) label_map[label_names[i]][config[i]];
@@ -37,7 +37,7 @@ inline void TUNING_CONFIG_TO_PATH(const char* proj_dir, const std::string& senso
   path = JoinPath(built, SettingFile(labels, config));
 }
 
-/// The line of PATH_TO_TUNING_CONFIG about a file that is named after no module.
+/// The line of PATH_TO_TUNING_CONFIG about a file that is not named after a module.
 inline void ReportUnknownModule(const std::string& module_name) {
   TuningLog(
       kLogError, __LINE__, "PATH_TO_TUNING_CONFIG",
@@ -47,7 +47,7 @@ inline void ReportUnknownModule(const std::string& module_name) {
 
 inline void PATH_TO_TUNING_CONFIG(const std::string& path, const std::vector<std::string>& label_names,
                                   LabelMap& label_map, std::vector<int>& config) {
-  // Callers rely on it that what is looked up is in their map afterwards.
+  // Callers rely on names that were looked up being in their map afterwards.
   const auto enter = [&](const std::string& label) { label_map[label]; };
   const PathResult result = ReadSettingPath(Labels(label_names, label_map), path, config, enter);
   if (!result.ok) ReportUnknownModule(result.module_name);

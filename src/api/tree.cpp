@@ -58,7 +58,7 @@ bool CreateMultipleNewTuningSetting(const ProjectLayout& layout, const std::vect
     std::string path;
     TUNING_CONFIG_TO_PATH(layout.dir().c_str(), sensor, label_names, label_map, config, path);
     if (PathExists(path)) {
-      // A deliberate skip, at error priority all the same.
+      // A deliberate skip, but logged at error priority.
       TuningLog(kLogError, __LINE__, __func__, "[Quokka] (%s) File is existed, Skip this replacing", path.c_str());
       continue;
     }

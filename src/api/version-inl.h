@@ -46,12 +46,12 @@ inline bool HEADER_FILE_TO_STR(const std::string& path, std::string& text) {
     TuningLog(kLogError, __LINE__, __func__, "Fail to read json file: %s", path.c_str());
     return false;
   }
-  // Otherwise the stream keeps it to itself when memory runs out.
+  // Otherwise the stream swallows a lack of memory.
   file.exceptions(std::ios::badbit);
   try {
     AppendKeptLines(file, text);
   } catch (const std::ios::failure&) {
-    // A header that breaks off counts as far as it was read.
+    // A header that cannot be read to its end counts as far as it was read.
   }
   return true;
 }
@@ -68,7 +68,7 @@ inline bool CONSIST_VERSION_TO_STR(std::string& text, const std::vector<std::str
 inline bool STR_TO_HEADER_FILE(const std::string& path, const std::string& text) {
   struct stat info;
   while (stat(path.c_str(), &info) != 0) {
-    // Exact text; the test is inverted with respect to it, and callers rely on that.
+    // Exact text; the test contradicts it, and callers rely on that.
     TuningLog(kLogError, __LINE__, __func__, "[Warning] the file is existed, remove it automatically.");
     (void)std::remove(path.c_str());
     sched_yield();

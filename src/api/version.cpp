@@ -18,7 +18,7 @@ namespace api {
 
 namespace {
 
-/// The lines of a scan of version files. Whether files were read, or there are none.
+/// Logs the result of a scan of version files. Returns whether files were read, or there are none.
 bool ReportVersions(const VersionResult& result, const char* function, const char* version_dir) {
   switch (result.status) {
     case VersionStatus::kOk:
@@ -53,7 +53,7 @@ bool UpdateProtoVersionJsonFile(const ProjectLayout& layout, const char* name, c
   LogListener listener;
   const VersionResult result = SetVersion(version_dir, schema, type, name, version, listener, ReportTemplateFault);
   if (!result.print_failure.empty()) ReportNotPrinted();
-  // Callers match this function name of the lines of the scan.
+  // Callers match the function name in the lines of the scan.
   ReportVersions(result, "operator()", version_dir.c_str());
   if (result.status != VersionStatus::kOk) {
     TuningLog(kLogError, __LINE__, __func__, "Cannot find version name %s in proto version", name);
@@ -77,7 +77,7 @@ bool GeneratedNewVersionHeader(const std::string& schema_dir) {
   }
   std::vector<std::string> versions;
   for (const std::string& file : files) {
-    // A file that cannot be read or scanned contributes nothing; the numbering goes on without a gap.
+    // A file that cannot be read or scanned contributes nothing; the numbering continues without a gap.
     std::string json;
     JSON_FILE_TO_STR(file, json);
     PARSE_VERSION_FROM_STR(json, versions);

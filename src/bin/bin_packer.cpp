@@ -117,7 +117,7 @@ PackResult BinPacker::PackLabel(const std::string& json_path, BinWriter& bin, Pa
   }
   bin.WriteMessageBytes(LabelBytes(*label));
 
-  // A label type without fields names no module.
+  // A label type without fields cannot name a module.
   result.module = labels_.ModuleName(values);
   result.type = schema_.Find(result.module);
   *module_type = result.type.type;

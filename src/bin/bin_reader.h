@@ -13,18 +13,18 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// Reads the items of one bin in their order: the version count, then length and message of each version, then length
-/// and message of label and module until the end. Which message is expected is the caller's knowledge.
+/// Reads the items of one bin in order: the version count, then length and message of each version, then length and
+/// message of label and module until the end. The caller knows which message comes next.
 class BinReader {
  public:
-  /// `file` is open for binary reading, stays the caller's and has to outlive the reader.
+  /// `file` is open for binary reading, remains the caller's and must outlive the reader.
   explicit BinReader(std::FILE* file) : records_(file) {}
 
-  /// The number of version messages that follow, 0 where the bin holds no version block (also when it is too short for
-  /// the number or the number is negative).
+  /// The number of version messages that follow; 0 if the bin has no version block, is too short for the number, or the
+  /// number is negative.
   int32_t ReadVersionCount();
 
-  /// The length of the next message. kEnd where the bin ends in good order.
+  /// The length of the next message. kEnd if the bin ends properly.
   [[nodiscard]] ReadStatus ReadLength(int32_t* length) { return records_.ReadInt32(length); }
 
   /// The bytes of the next message, valid until the next call.
@@ -32,7 +32,7 @@ class BinReader {
     return records_.ReadBytes(length, bytes);
   }
 
-  /// Replaces `message` with the next `length` bytes; kParseFailed when they are no message of its type.
+  /// Replaces `message` with the next `length` bytes; kParseFailed if they are not a message of its type.
   [[nodiscard]] ReadStatus ReadMessage(int32_t length, google::protobuf::Message* message);
 
   /// Bytes consumed so far.

@@ -14,7 +14,7 @@ namespace internal {
 
 namespace {
 
-/// Of bytes that are passed over, so many are read at once.
+/// How many skipped bytes are read at once.
 constexpr int32_t kPiece = 1 << 16;
 
 std::string Bytes(uint64_t count) { return std::to_string(count) + (count == 1 ? " byte" : " bytes"); }
@@ -68,7 +68,7 @@ bool BinScanner::ReadVersionCount() {
   return true;
 }
 
-/// False at a fault, and where the bin ends in good order before an item that need not follow.
+/// False at a fault, and if the bin ends properly before an optional item.
 bool BinScanner::ReadLength(const std::string& name, bool has_to_follow, BinItem& item) {
   item.message.reset();
   item.bytes = {};
@@ -100,7 +100,7 @@ bool BinScanner::ReadItem(const std::string& name, const google::protobuf::Descr
   return true;
 }
 
-/// Passes over an item a piece at a time. With a type the bytes have to be a message of it.
+/// Skips an item piece by piece. If a type is given, the bytes must be a message of it.
 bool BinScanner::PassItem(const std::string& name, const google::protobuf::Descriptor* type, BinItem& item) {
   if (!ReadLength(name, true, item)) return false;
   const uint64_t data_offset = reader_.offset();

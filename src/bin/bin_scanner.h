@@ -1,6 +1,6 @@
 /// \file
 /// A walk through a tuning bin that says what is where, and what is wrong with it. Format: docs/tuning-bin.md. Stricter
-/// than the dumps: everything that they pass over is a fault.
+/// than the dumps: everything that they skip is a fault.
 #pragma once
 
 #include <google/protobuf/message.h>
@@ -21,7 +21,7 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// Where a bin stops making sense. The texts are for people.
+/// Where a bin stops making sense. The texts are messages for people.
 struct BinFault {
   uint64_t offset;       ///< in bytes from the start of the bin
   std::string item;      ///< "length of version 0"
@@ -34,13 +34,13 @@ struct BinFault {
 struct BinItem {
   uint64_t offset = 0;  ///< of the length; the bytes start four later
   int32_t length = 0;
-  std::string_view bytes;                              ///< where it is parsed; valid until the scanner's next step
-  std::unique_ptr<google::protobuf::Message> message;  ///< null where it is not parsed
+  std::string_view bytes;                              ///< set if parsed; valid until the scanner's next step
+  std::unique_ptr<google::protobuf::Message> message;  ///< null if not parsed
 };
 
 struct BinRecord {
   size_t index = 0;
-  BinItem label;  ///< its bytes are gone once the module is read
+  BinItem label;  ///< its bytes are gone once the module has been read
   std::vector<int> values;
   std::string module_name;                             ///< "" when the labels have no module of that number
   const google::protobuf::Descriptor* type = nullptr;  ///< of the module; null when the schema has none
@@ -65,8 +65,8 @@ class BinScanner {
     kSkip,   ///< any bytes will do for a module
   };
 
-  /// `file` is a regular file, open for binary reading at its start; it, the schema and the labels stay the caller's
-  /// and have to outlive the scanner.
+  /// `file` is a regular file, open for binary reading at its start; it, the schema and the labels remain the caller's
+  /// and must outlive the scanner.
   BinScanner(std::FILE* file, Schema& schema, const Labels& labels, Modules modules = Modules::kParse);
   /// A bin in memory.
   BinScanner(std::string_view bytes, Schema& schema, const Labels& labels, Modules modules = Modules::kParse);
@@ -74,7 +74,7 @@ class BinScanner {
   /// Goes to the next version or record. False at the end of the bin and at a fault.
   [[nodiscard]] bool Next();
 
-  /// What the last step came to; may be moved from.
+  /// The result of the last step; may be moved from.
   bool is_version() const { return is_version_; }
   BinItem& version() { return version_; }
   BinRecord& record() { return record_; }
@@ -85,7 +85,7 @@ class BinScanner {
   /// Null as long as there is none.
   const BinFault* fault() const { return fault_.get(); }
 
-  /// Read so far, without fault.
+  /// Bytes read so far without a fault.
   size_t versions() const { return versions_; }
   size_t records() const { return records_; }
 

@@ -23,7 +23,7 @@ bool BinWriter::Open(const std::string& path) {
     return false;
   }
   stream_buffer_.resize(kStreamBufferSize);
-  // Without the larger buffer the stream works all the same.
+  // If the larger buffer cannot be set, the stream still works.
   (void)std::setvbuf(file_.get(), &stream_buffer_[0], _IOFBF, stream_buffer_.size());
   return true;
 }
@@ -38,7 +38,7 @@ void BinWriter::WriteMessage(const google::protobuf::Message& message) {
   const size_t size = message.ByteSizeLong();
   if (!FitsRecord(size)) return Fail(EFBIG);
   message_bytes_.resize(size);
-  // With the sizes just computed; like the partial forms it does not stop at an unset required field.
+  // With the sizes just computed; like the partial forms, it does not stop at an unset required field.
   message.SerializeWithCachedSizesToArray(reinterpret_cast<uint8_t*>(&message_bytes_[0]));
   WriteMessageBytes(message_bytes_);
 }

@@ -14,15 +14,15 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// Writes one bin through a buffer that every way out flushes: what was written before a failure is in the file. A
-/// failure sticks: later writes do nothing, and ok() and Close() stay false.
+/// Writes one bin through a buffer that is always flushed: what was written before a failure is in the file. A failure
+/// sticks: later writes do nothing, and ok() and Close() stay false.
 class BinWriter {
  public:
   BinWriter() = default;
   BinWriter(const BinWriter&) = delete;
   BinWriter& operator=(const BinWriter&) = delete;
 
-  /// Creates or empties the file. False when it cannot be opened; error() tells why.
+  /// Creates or empties the file. False if it cannot be opened; see error().
   [[nodiscard]] bool Open(const std::string& path);
 
   /// The version block: the number of messages, then each of them.
@@ -31,15 +31,15 @@ class BinWriter {
   /// The length of `message` and its wire bytes.
   void WriteMessage(const google::protobuf::Message& message);
 
-  /// The length of `bytes` and the bytes, a message that is serialised already.
+  /// The length of `bytes` and the bytes, an already serialised message.
   void WriteMessageBytes(std::string_view bytes);
 
-  /// Flushes and closes. False when any byte did not reach the file; error() tells why.
+  /// Flushes and closes. False if any byte did not reach the file; see error().
   [[nodiscard]] bool Close();
 
   bool ok() const { return error_ == 0; }
 
-  /// The errno of the first failure, 0 without one.
+  /// The errno of the first failure, or 0.
   int error() const { return error_; }
 
  private:

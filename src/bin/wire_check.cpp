@@ -27,7 +27,7 @@ using google::protobuf::FileDescriptor;
 
 constexpr uint32_t kStartGroup = 3, kEndGroup = 4;
 constexpr int32_t kChunk = 1 << 16;
-// protobuf keeps this much room after a run of bytes, and refuses lengths that leave none.
+// protobuf reserves this much room after a run of bytes, and rejects lengths that leave less.
 constexpr uint64_t kMaxLength = INT_MAX - 16;
 
 WireType WireTypeOf(FieldDescriptor::Type type) {
@@ -51,7 +51,7 @@ WireType WireTypeOf(FieldDescriptor::Type type) {
   }
 }
 
-/// How many bytes at the end of `text` may begin a character that goes on after it.
+/// How many bytes at the end of `text` may start a character that continues after it.
 size_t OpenTail(std::string_view text) {
   for (size_t count = 1; count <= std::min<size_t>(3, text.size()); ++count) {
     const auto byte = static_cast<unsigned char>(text[text.size() - count]);
@@ -163,7 +163,7 @@ class Checker {
     return true;
   }
 
-  /// The length of what follows; it lies within the limit.
+  /// The length of what follows, which is within the limit.
   bool Length(uint64_t* length) { return Varint(5, length) && *length <= kMaxLength && *length <= limit_ - offset(); }
 
   bool Varint(size_t max_size, uint64_t* value) {
@@ -213,9 +213,9 @@ class Checker {
   const uint64_t length_;
   uint64_t limit_;
   uint64_t delivered_ = 0;      ///< by the reader
-  const char* at_ = nullptr;    ///< in what it delivered last
-  const char* end_ = nullptr;   ///< of that
-  const char* stop_ = nullptr;  ///< the same, but not after the limit
+  const char* at_ = nullptr;    ///< in the bytes delivered last
+  const char* end_ = nullptr;   ///< of these bytes
+  const char* stop_ = nullptr;  ///< the same, but not past the limit
   bool is_short_ = false;
 };
 

@@ -1,5 +1,5 @@
 /// \file
-/// Whether bytes are a message of a type, without making the message. Memory does not grow with the bytes.
+/// Whether bytes are a message of a type, without creating the message. Memory does not grow with the bytes.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
@@ -12,8 +12,8 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// Whether CheckWire can judge messages of a type. It cannot where a verdict depends on more than the bytes at hand: on
-/// required fields, extensions or message sets, in the type itself or in one that it holds.
+/// Whether CheckWire can check messages of a type. It cannot if the result depends on more than the bytes at hand: on
+/// required fields, extensions or message sets, in the type itself or in a type that it contains.
 bool CanCheckWire(const google::protobuf::Descriptor* type);
 
 enum class WireVerdict {

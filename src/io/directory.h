@@ -1,5 +1,5 @@
 /// \file
-/// Reading directories, and telling files by their names.
+/// Reading directories, and telling files apart by their names.
 #pragma once
 
 #include <sys/stat.h>
@@ -22,7 +22,7 @@ enum class EntryKind {
   kDirectory,
   kLink,
   kOther,    ///< a pipe, socket or device
-  kUnknown,  ///< some file systems do not say
+  kUnknown,  ///< not provided by some file systems
 };
 
 struct DirectoryEntry {
@@ -31,14 +31,14 @@ struct DirectoryEntry {
 };
 
 struct [[nodiscard]] DirectoryResult {
-  bool is_open = false;  ///< whether the directory could be opened; `entries` holds what was read of it then
-  int error = 0;         ///< errno of the failure to open it or to read it to its end, 0 without one
+  bool is_open = false;  ///< whether the directory could be opened; `entries` then holds what could be read
+  int error = 0;         ///< errno of the failure to open it or read it to its end, or 0
 
   bool is_complete() const { return is_open && error == 0; }
 };
 
-/// Appends the entries of `dir` without "." and "..", in directory order. The directory is closed again before this
-/// returns, so that a walk holds one descriptor however deep it goes. Null is a directory that cannot be opened.
+/// Appends the entries of `dir` without "." and "..", in directory order. The directory is closed before this returns,
+/// so a walk needs one descriptor however deep it goes. Null is a directory that cannot be opened.
 DirectoryResult ReadDirectory(const char* dir, std::vector<DirectoryEntry>& entries);
 
 /// Whether the part of `name` from its last "." on is exactly `suffix`, which starts with that dot.

@@ -22,7 +22,7 @@ namespace {
 
 constexpr size_t kFirstCapacity = size_t{64} << 10;
 
-// Protobuf counts the bytes of a text in an int, and reads a longer one cut.
+// Protobuf counts the bytes of a text in an int, and truncates longer ones.
 constexpr size_t kMaxSize = std::numeric_limits<int32_t>::max();
 
 bool TooLarge() {
@@ -39,7 +39,7 @@ bool PaddedFile::Read(const std::string& path) {
   struct stat info;
   if (fstat(file.get(), &info) != 0) return false;
   if (S_ISREG(info.st_mode) && static_cast<uint64_t>(info.st_size) > kMaxSize) return TooLarge();
-  // One byte more, so that the end of the file is met without growing.
+  // One more byte, so that the end of the file is found without growing.
   const size_t expected = S_ISREG(info.st_mode) ? static_cast<size_t>(info.st_size) + 1 : 0;
   if (capacity_ < expected + kTextPadding) Grow(std::max(expected + kTextPadding, kFirstCapacity));
   for (;;) {

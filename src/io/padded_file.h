@@ -1,5 +1,5 @@
 /// \file
-/// Reading files whole, one after another, into one buffer.
+/// Reading files, one after another, into one buffer.
 #pragma once
 
 #include <cstddef>
@@ -10,14 +10,14 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// Zero bytes that are readable after a text, so that a lexer needs no bounds checks.
+/// Number of zero bytes that follow a text, so that a lexer needs no bounds checks.
 constexpr size_t kTextPadding = 64;
 
-/// The text of the file read last, with kTextPadding zero bytes after it.
+/// The text of the last file read, followed by kTextPadding zero bytes.
 class PaddedFile {
  public:
-  /// Replaces the text. False, with errno set, when the file cannot be opened or read to its end;
-  /// EFBIG for one of 2 GiB and more.
+  /// Replaces the text. False, with errno set, if the file cannot be opened or read to its end; EFBIG for a file of 2
+  /// GiB or more.
   [[nodiscard]] bool Read(const std::string& path);
 
   /// Valid until the next Read.

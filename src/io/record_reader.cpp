@@ -11,7 +11,7 @@ namespace internal {
 
 namespace {
 
-// What is allocated at once on the word of a length, beyond what the file has delivered.
+// How much is allocated at once because a length says so, beyond what the file has delivered.
 constexpr size_t kMaxStep = size_t{1} << 20;
 
 }  // namespace
@@ -20,7 +20,7 @@ RecordReader::RecordReader(std::FILE* file) : file_(file) {
   struct stat info;
   const int descriptor = fileno(file);
   const long begin = std::ftell(file);
-  // Files of /proc and the like say 0 and still deliver bytes.
+  // Files in /proc and the like report 0 and still deliver bytes.
   if (descriptor >= 0 && begin >= 0 && fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > begin) {
     size_ = static_cast<uint64_t>(info.st_size - begin);
   }

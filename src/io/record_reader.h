@@ -14,21 +14,21 @@ namespace internal {
 
 enum class ReadStatus {
   kOk,
-  kEnd,          ///< no byte was left, or could be read, where an integer starts
+  kEnd,          ///< no byte was left, or could be read, at the start of an integer
   kShortLength,  ///< fewer than four bytes were left there
-  kBadLength,    ///< the length is negative, or promises more than the file holds
+  kBadLength,    ///< the length is negative, or exceeds the rest of the file
   kShortData,    ///< the file ended, or could not be read on, within the data
-  kParseFailed,  ///< the data is no message of the expected type; reading can go on after it
+  kParseFailed,  ///< the data is not a message of the expected type; reading can continue after it
 };
 
 /// Reads 32-bit integers in host byte order and runs of bytes from a file or from memory. After a failure the rest
-/// counts as used up, as after a read past the end. A length is compared with what is left before anything is
-/// allocated; where a file's size is not known, memory grows only with the bytes that arrive, a step ahead of them.
+/// counts as consumed, as after a read past the end. A length is compared with what is left before anything is
+/// allocated; if the size of a file is unknown, memory grows only with the bytes that arrive, one step ahead of them.
 class RecordReader {
  public:
-  /// `file` is open for binary reading, stays the caller's and has to outlive the reader.
+  /// `file` is open for binary reading, remains the caller's and must outlive the reader.
   explicit RecordReader(std::FILE* file);
-  /// `bytes` have to outlive the reader.
+  /// `bytes` must outlive the reader.
   explicit RecordReader(std::string_view bytes) : memory_(bytes), size_(bytes.size()) {}
 
   [[nodiscard]] ReadStatus ReadInt32(int32_t* value);
@@ -43,11 +43,11 @@ class RecordReader {
   ReadStatus Fail(ReadStatus status);
   size_t Read(void* to, size_t wanted);
 
-  std::FILE* file_ = nullptr;  ///< null when the bytes are in memory
+  std::FILE* file_ = nullptr;  ///< null if the bytes are in memory
   std::string_view memory_;
   std::string buffer_;
   uint64_t offset_ = 0;
-  uint64_t size_ = UINT64_MAX;  ///< bytes there are, when that is known
+  uint64_t size_ = UINT64_MAX;  ///< total number of bytes, if known
   bool used_up_ = false;
 };
 

@@ -9,13 +9,13 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// Replaces `text` with the whole file. False, with `text` untouched, when it cannot be opened. A file that cannot be
-/// read to its end counts as far as it was read.
+/// Replaces `text` with the contents of the file. False, with `text` unchanged, if it cannot be opened. A file that
+/// cannot be read to its end counts as far as it was read.
 [[nodiscard]] inline bool ReadTextFile(const std::string& path, std::string& text) {
   const std::ifstream file(path);
   if (file.fail() || file.bad()) return false;
   std::ostringstream contents;
-  // Otherwise the stream keeps it to itself when memory runs out.
+  // Otherwise the stream swallows a lack of memory.
   contents.exceptions(std::ios::failbit);
   try {
     contents << file.rdbuf();
@@ -26,7 +26,7 @@ namespace internal {
   return true;
 }
 
-/// Replaces the file. Failures are not noticed.
+/// Replaces the file. Failures are not detected.
 inline void WriteTextFile(const std::string& path, const std::string& text) {
   std::ofstream file(path, std::ios::out | std::ios::ate);
   file << text;

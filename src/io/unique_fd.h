@@ -9,7 +9,7 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// Owns a file descriptor; a negative number is none.
+/// Owns a file descriptor; a negative number means none.
 class UniqueFd {
  public:
   explicit UniqueFd(int number = -1) : number_(number) {}
@@ -27,7 +27,7 @@ class UniqueFd {
   bool is_open() const { return number_ >= 0; }
   int Release() { return std::exchange(number_, -1); }
 
-  /// False, with errno set, when what was written may not have reached the file.
+  /// False, with errno set, if what was written may not have reached the file.
   bool Close() {
     const int closing = Release();
     return closing < 0 || ::close(closing) == 0;

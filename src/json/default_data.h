@@ -12,8 +12,8 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// Replaces `json` with the template of the module type `type`: what its default file holds. What the schema lacks for
-/// it goes to `sink`; the text is as complete as the schema allows.
+/// Replaces `json` with the template of the module type `type`, the content of its default file. Anything the schema
+/// lacks for it goes to `sink`; the text is as complete as the schema allows.
 JsonResult ModuleTemplate(Schema& schema, const google::protobuf::Descriptor* type, const TemplateSink& sink,
                           std::string* json);
 

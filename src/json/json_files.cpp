@@ -11,7 +11,7 @@ namespace internal {
 
 namespace {
 
-// A folder whose path is longer is not entered.
+// A folder with a longer path is not entered.
 constexpr size_t kMaxFolderPath = 1023;
 
 }  // namespace
@@ -24,7 +24,7 @@ DirectoryResult FindJsonFiles(const char* dir, std::vector<std::string>& files, 
   };
   Folder root{dir == nullptr ? "" : dir, {}, 0};
   const DirectoryResult result = ReadDirectory(dir, root.entries);
-  std::vector<Folder> open;  // not calls within calls: folders can be deeper than a stack
+  std::vector<Folder> open;  // not recursion: folders can be nested deeper than a stack
   open.push_back(std::move(root));
   while (!open.empty()) {
     Folder& folder = open.back();
@@ -38,7 +38,7 @@ DirectoryResult FindJsonFiles(const char* dir, std::vector<std::string>& files, 
       if (HasSuffix(entry.name, kJsonSuffix)) files.push_back(std::move(path));
     } else if (entry.name != kVersionFolder) {
       const bool is_cut = path.size() > kMaxFolderPath;
-      // A cut path may exist elsewhere, even lead back here; it is never entered.
+      // A truncated path may exist elsewhere, or even lead back here; it is never entered.
       if (is_cut) path.resize(kMaxFolderPath);
       Folder below{path, {}, 0};
       if (is_cut || !ReadDirectory(path.c_str(), below.entries).is_open) {

@@ -10,13 +10,12 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// Told of what is passed over on the way, as it happens.
+/// Notified of what is skipped on the way, as it happens.
 class FileListener {
  public:
   virtual ~FileListener() = default;
 
-  /// A folder below the one that is walked cannot be opened, or its path is too long to be entered (`path` is cut
-  /// then).
+  /// A folder below the walked one cannot be opened, or its path is too long to enter (`path` is then truncated).
   virtual void OnFolderPassedOver([[maybe_unused]] const std::string& path) {}
 
   /// A JSON file cannot be read; it counts as an empty text.
@@ -24,7 +23,7 @@ class FileListener {
 };
 
 /// Appends the paths of all "*.json" entries below `dir` to `files`, in directory order. Directories named "version"
-/// below `dir` are not entered. The result tells of `dir` itself; null cannot be opened.
+/// below `dir` are skipped. The result is about `dir` itself; null cannot be opened.
 DirectoryResult FindJsonFiles(const char* dir, std::vector<std::string>& files, FileListener& listener);
 
 }  // namespace internal

@@ -1,6 +1,6 @@
 /// \file
-/// JSON text to messages and back: the one place that calls protobuf's JSON utilities. What is read and printed:
-/// docs/json-trees.md.
+/// JSON text to messages and back: the one place that calls protobuf's JSON utilities. docs/json-trees.md says what is
+/// read and printed.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
@@ -21,14 +21,14 @@ namespace internal {
 
 struct [[nodiscard]] JsonResult {
   bool ok = true;
-  std::string reason;  ///< protobuf's message of a failure
+  std::string reason;  ///< protobuf's error message
 };
 
 inline constexpr const char* kTextTooLong = "The text has 2 GiB or more.";
 
-/// Parses `json` into `message`; unknown keys are refused. After a failure `message` is in no particular state.
+/// Parses `json` into `message`; unknown keys are rejected. After a failure the content of `message` is unspecified.
 inline JsonResult ParseJson(const std::string& json, google::protobuf::Message* message) {
-  // Protobuf counts in an int, and would read the rest of a longer text, or nothing.
+  // Protobuf counts in an int, and would read only the rest of a longer text, or nothing.
   if (json.size() > static_cast<size_t>(std::numeric_limits<int32_t>::max())) return {false, kTextTooLong};
   google::protobuf::util::JsonParseOptions options;
   options.ignore_unknown_fields = false;
@@ -38,8 +38,8 @@ inline JsonResult ParseJson(const std::string& json, google::protobuf::Message* 
   return {false, status.message().ToString()};
 }
 
-/// MessageToJsonString for a message with unset required fields, at which protobuf builds with checks stop: prints what
-/// the builds without them print.
+/// MessageToJsonString for a message with unset required fields, at which protobuf stops when built with checks: prints
+/// what it prints when built without.
 inline auto PrintPartialMessage(const google::protobuf::Message& message,
                                 const google::protobuf::util::JsonPrintOptions& options, std::string* json) {
   static constexpr char kUrl[] = "type.googleapis.com";
@@ -50,7 +50,7 @@ inline auto PrintPartialMessage(const google::protobuf::Message& message,
                                                     message.SerializePartialAsString(), json, options);
 }
 
-/// Appends the print of `message` to `json`: all fields, in the schema's names.
+/// Appends the JSON of `message` to `json`: all fields, under the schema's names.
 inline JsonResult PrintJson(const google::protobuf::Message& message, std::string* json) {
   google::protobuf::util::JsonPrintOptions options;
   options.add_whitespace = true;
@@ -63,8 +63,8 @@ inline JsonResult PrintJson(const google::protobuf::Message& message, std::strin
   return {false, status.message().ToString()};
 }
 
-/// Fills `message`, of type `type`, with its rule templates and appends its print to `json`. What the schema lacks for
-/// them goes to `sink`.
+/// Fills `message`, of type `type`, with its rule templates and appends its JSON to `json`. Anything the schema lacks
+/// for them goes to `sink`.
 inline JsonResult PrintTemplate(google::protobuf::Message* message, const google::protobuf::Descriptor* type,
                                 const TemplateSink& sink, std::string* json) {
   FillTemplate(message, type, sink);

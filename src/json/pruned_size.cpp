@@ -23,8 +23,8 @@ using google::protobuf::Message;
 constexpr size_t kMaxBytes = static_cast<size_t>(std::numeric_limits<int32_t>::max());
 constexpr int kReadLevels = 100;
 
-/// Follows RulePruner without creating anything. What a type comes to is remembered unless it depends on the types that
-/// are open around it, so that the work is bounded by the types and by the bytes counted.
+/// Mirrors RulePruner without creating anything. The size of a type is cached unless it depends on the types that are
+/// open around it, so that the work is bounded by the types and by the bytes counted.
 class PruningCount {
  public:
   bool Fits(const Message& message, const Descriptor* type) {
@@ -35,7 +35,7 @@ class PruningCount {
  private:
   static constexpr size_t kNone = std::numeric_limits<size_t>::max();
 
-  // About what a dynamic message and its allocation take.
+  // Roughly what a dynamic message and its allocation take.
   static size_t BytesOf(const Descriptor* type) { return 64 + 16 * static_cast<size_t>(type->field_count()); }
 
   static bool IsCreated(const FieldDescriptor* field) {
@@ -43,7 +43,7 @@ class PruningCount {
            !IsStructArrayRule(field->message_type()->name());
   }
 
-  /// Counts what would be created in a message that is there. Its type is not open yet.
+  /// Counts what would be created in an existing message. Its type is not open yet.
   void CountIn(const Message& message, const Descriptor* type) {
     open_.emplace(type, open_.size());
     for (int i = 0; i < type->field_count() && bytes_ <= kMaxBytes; ++i) {
@@ -59,7 +59,7 @@ class PruningCount {
     open_.erase(type);
   }
 
-  /// Counts a message that would be created. The least depth of an open type that it ended at, kNone for none.
+  /// Counts a message that would be created. Returns the least depth of an open type at which it ended, or kNone.
   size_t CountAbsent(const Descriptor* type) {
     const auto known = counted_.find(type);
     if (known != counted_.end()) {
@@ -75,7 +75,7 @@ class PruningCount {
       if (IsCreated(type->field(i))) least = std::min(least, CountAbsent(type->field(i)->message_type()));
     }
     open_.erase(type);
-    // A type in a cycle comes to less within the others of the cycle.
+    // A type in a cycle is smaller inside the other types of the cycle.
     if (least > depth) counted_[type] = bytes_ - before;
     return least;
   }

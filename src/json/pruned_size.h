@@ -1,5 +1,5 @@
 /// \file
-/// What pruning would make of a message, found out before anything is made.
+/// What pruning would make of a message, determined before anything is created.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
@@ -12,7 +12,7 @@ namespace internal {
 /// Creates nothing.
 bool PruningFits(const google::protobuf::Message& message, const google::protobuf::Descriptor* type);
 
-/// Whether protobuf's readers take `message` back: they go 100 levels of messages down, and no further.
+/// Whether protobuf's parsers accept `message` again: they go down 100 levels of messages and no further.
 bool CanBeRead(const google::protobuf::Message& message);
 
 }  // namespace internal

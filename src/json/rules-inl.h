@@ -1,5 +1,5 @@
 /// \file
-/// Rule templates and pruning: one table of the parameter kinds, and the two walks that use it. The annotations:
+/// Rule templates and pruning: one table of the parameter kinds, and the two walks that use it. Annotations:
 /// docs/rule-annotations.md.
 #pragma once
 
@@ -16,7 +16,7 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// Which fields of a rule beside its description a template sets.
+/// Which fields of a rule a template sets besides its description.
 enum class RuleForm {
   kScalar,  ///< recommend
   kArray,   ///< recommend, order, len
@@ -24,8 +24,8 @@ enum class RuleForm {
   kStruct,  ///< len
 };
 
-/// One kind of parameter: its rule type, the data type that holds it, and the description of its template. Types are
-/// known by their short names alone.
+/// One kind of parameter: its rule type, the data type that contains it, and the description in its template. Types are
+/// recognised by their short names only.
 struct ParameterKind {
   const char* rule_type;
   const char* data_type;  ///< null for structure arrays, whose rule is beside them
@@ -74,10 +74,10 @@ inline bool IsDataType(const std::string& type_name) {
   });
 }
 
-/// Whether pruning removes a field of this message type whole.
+/// Whether pruning removes a field of this message type completely.
 inline bool IsStructArrayRule(const std::string& type_name) { return type_name == "StructArrayRule"; }
 
-/// The message types that are open on the way down, so that a type that contains itself ends the walk.
+/// The message types that are open on the way down; a type that contains itself ends the walk.
 class OpenTypes {
  public:
   explicit OpenTypes(const google::protobuf::Descriptor* root) : types_{root} {}
@@ -91,7 +91,7 @@ class OpenTypes {
   std::vector<const google::protobuf::Descriptor*> types_;
 };
 
-/// What a schema lacks for a template. The walk goes on after each.
+/// Anything a schema lacks for a template. The walk continues after each fault.
 struct TemplateFault {
   enum class Kind {
     kRepeatedType,   ///< `field` is repeated and of a type that templates do not support; it stays empty
@@ -105,7 +105,7 @@ struct TemplateFault {
   google::protobuf::FieldDescriptor::Type field_type;
 };
 
-/// Called with each fault, as it is met.
+/// Called with each fault as it is found.
 using TemplateSink = std::function<void(const TemplateFault& fault)>;
 
 /// Turns a message into its template.
@@ -145,7 +145,7 @@ class TemplateFiller {
       case FieldDescriptor::TYPE_UINT32:
         break;
       case FieldDescriptor::TYPE_MESSAGE:
-        // A repeated rule is no annotation: its element is walked like any other message.
+        // A repeated rule is not an annotation: its element is walked like any other message.
         Descend(reflection->AddMessage(msg, field), field->message_type());
         break;
       default:
@@ -200,13 +200,13 @@ class TemplateFiller {
   std::set<const google::protobuf::Descriptor*> reported_;
 };
 
-/// Strips a message for a bin.
+/// Prunes a message for a bin.
 class RulePruner {
  public:
   explicit RulePruner(const google::protobuf::Descriptor* root) : open_(root) {}
 
-  /// Within itself a type is entered where it is present, since no rule may reach a bin; but nothing is created in it
-  /// (`creates` is false then), which would have no end.
+  /// Inside itself, a type is entered where it is present, since no rule may reach a bin, but nothing is created in it
+  /// (`creates` is then false), since that would never end.
   void Prune(google::protobuf::Message* msg, const google::protobuf::Descriptor* desc, bool creates = true) {
     using google::protobuf::FieldDescriptor;
     const google::protobuf::Reflection* reflection = msg->GetReflection();
@@ -240,7 +240,7 @@ inline void FillTemplate(google::protobuf::Message* message, const google::proto
   TemplateFiller(type, sink).Fill(message, type);
 }
 
-/// Strips `message`, of type `type`, for a bin in place; see MSG_PRONE_FOR_BIN.
+/// Prunes `message`, of type `type`, for a bin in place; see MSG_PRONE_FOR_BIN.
 inline void PruneRules(google::protobuf::Message* message, const google::protobuf::Descriptor* type) {
   RulePruner(type).Prune(message, type);
 }

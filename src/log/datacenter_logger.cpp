@@ -135,7 +135,7 @@ void DatacenterLoggerFunction(const char* file, int line, const char* function, 
   char header[250];
   (void)std::snprintf(header, sizeof(header), "%s[ZoDatacenterLib] %s:%d: %s", LevelTag(level), file, line, function);
   char text[1024];
-  // Both parts together may exceed the buffer; the text is cut then.
+  // Both parts together may exceed the buffer; the text is then truncated.
   if (std::snprintf(text, sizeof(text), "%s %s", header, message) < 0) text[0] = '\0';
   WriteLoggerText(level, text);
   CloseDebugFile();

@@ -20,7 +20,7 @@ void EndTime(const char* file, int line, const char* function, int slot) {
   gettimeofday(&end, nullptr);
   const long long cost_us = (static_cast<long long>(end.tv_sec) - start.tv_sec) * 1000000 + end.tv_usec - start.tv_usec;
   char text[256];
-  // The microseconds carry no leading zeros; this form is kept as it is.
+  // The microseconds have no leading zeros; this form is kept.
   (void)std::snprintf(text, sizeof(text), "[TimeDiff] %s:%d: %s Start: %ld.%ld -> %ld.%ld, Cost: %llu us", file, line,
                       function, static_cast<long>(start.tv_sec), static_cast<long>(start.tv_usec),
                       static_cast<long>(end.tv_sec), static_cast<long>(end.tv_usec),

@@ -7,7 +7,7 @@ namespace internal {
 
 namespace {
 
-/// Walks fields until a name is missing, which it keeps.
+/// Walks fields until a name is missing, and keeps that name.
 class MissingField {
  public:
   explicit MissingField(const std::string& json)

@@ -12,9 +12,9 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// The names that a field check asks for, in its order. Each message type is entered once however many fields have it:
-/// its names do not depend on where it is used, and the first missing one ends a check anyway. That also ends types
-/// that contain themselves.
+/// The names that a field check looks for, in order. Each message type is entered once however many fields have it: its
+/// names do not depend on where it is used, and the first missing one ends a check anyway. That also stops recursive
+/// types.
 class RequiredFieldNames {
  public:
   /// Called with each name; false ends the walk.
@@ -22,7 +22,7 @@ class RequiredFieldNames {
 
   explicit RequiredFieldNames(Visitor visitor) : visitor_(std::move(visitor)) {}
 
-  /// Visits the names of `field` and of all fields below it. False when the visitor ended the walk.
+  /// Visits the names of `field` and of all fields below it. False if the visitor ended the walk.
   bool Walk(const google::protobuf::FieldDescriptor* field);
 
  private:
@@ -31,7 +31,7 @@ class RequiredFieldNames {
 };
 
 /// The first name that does not occur in `json`, of `field` and the fields below it, or of all fields of a type. Null
-/// when all occur; otherwise it belongs to the descriptor.
+/// if all occur; otherwise it belongs to the descriptor.
 const std::string* FindMissingField(const google::protobuf::FieldDescriptor* field, const std::string& json);
 const std::string* FindMissingField(const google::protobuf::Descriptor* type, const std::string& json);
 

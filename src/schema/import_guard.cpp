@@ -17,21 +17,21 @@ namespace internal {
 
 namespace {
 
-// More than any stack holds: a file that must not be parsed, and so whatever imports it.
+// More than fits on any stack: for a file that must not be parsed, and so for whatever imports it.
 constexpr size_t kUnheld = size_t{1} << 32;
 
 bool IsNameChar(int c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '.';
 }
 
-/// Reads the imports and the nesting of a schema file. The tokens are those of protobuf: a zero byte or, in a string,
-/// the end of the line ends what was begun.
+/// Reads the imports and the nesting of a schema file. It uses protobuf's tokens: a zero byte or, in a string, the end
+/// of the line ends the current token.
 class ImportScanner {
  public:
-  /// Appends to `imports`, as they are written.
+  /// Appends to `imports`, as written.
   ImportScanner(const std::string& text, std::vector<std::string>& imports) : text_(text), imports_(imports) { Next(); }
 
-  /// The most brackets that are open at once, those of each kind counted by themselves.
+  /// The largest number of brackets open at once, each kind counted separately.
   size_t Scan() {
     while (c_ != EOF) {
       if (IsNameChar(c_)) {
@@ -61,7 +61,7 @@ class ImportScanner {
   void ReadName() {
     std::string word;
     for (; c_ != EOF && IsNameChar(c_); Next()) {
-      if (word.size() < 7) word += static_cast<char>(c_);  // enough to tell "import"
+      if (word.size() < 7) word += static_cast<char>(c_);  // enough to recognise "import"
     }
     if (word != "import") return;
     is_import_ = true;
@@ -130,7 +130,7 @@ class ImportScanner {
   const std::string& text_;
   std::vector<std::string>& imports_;
   size_t at_ = 0;
-  int c_ = EOF;  // the character looked at; EOF again and again at the end
+  int c_ = EOF;  // the current character; stays EOF at the end
   Nesting braces_, brackets_, angles_;
   bool is_import_ = false;
   std::string import_;
@@ -158,7 +158,7 @@ std::string ImportGuard::Refusal(const std::string& name) {
 const ImportGuard::File* ImportGuard::Look(const std::string& name) {
   const auto [found, is_new] = files_.try_emplace(name);
   if (is_new && !dir_.empty()) Read(dir_ + "/" + name, found->second);
-  return &found->second;  // stays where it is when others are added
+  return &found->second;  // stays in place when others are added
 }
 
 void ImportGuard::Add(const std::string& name, std::string text) {

@@ -1,5 +1,5 @@
 /// \file
-/// A look at .proto files before protobuf's parser, which recurses through what they nest and import without a limit.
+/// Inspects .proto files before protobuf's parser, which recurses through nesting and imports without a limit.
 #pragma once
 
 #include <string>
@@ -10,19 +10,19 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// Looks at the files of one schema folder, each at most once.
+/// Inspects the files of one schema folder, each at most once.
 class ImportGuard {
  public:
-  /// With "" for the folder there are only the files that are added.
+  /// If the folder is "", only files that are added are known.
   explicit ImportGuard(std::string dir) : dir_(std::move(dir)) {}
 
   void Add(const std::string& name, std::string text);
 
-  /// Why the file must not be imported on this thread's stack, with all that it imports; "" when it may be. A file that
-  /// cannot be read imports nothing here: protobuf meets and reports that itself.
+  /// Why the file and everything it imports must not be imported on this thread's stack; "" if it may be. A file that
+  /// cannot be read imports nothing here: protobuf reports it itself.
   std::string Refusal(const std::string& name);
 
-  /// The text of a file as it was looked at; null when it could not be read. Valid as long as the guard.
+  /// The text of an inspected file; null if it could not be read. Valid as long as the guard.
   const std::string* Text(const std::string& name);
 
  private:

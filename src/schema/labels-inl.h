@@ -16,18 +16,18 @@ using LabelMap = std::map<std::string, std::map<int, std::string>>;
 /// Means "not set" among label values.
 inline constexpr int kLabelNotSet = -1;
 
-/// Look-ups in label names and value names that belong to somebody else (see ProjectConfig::labels) and have to outlive
-/// this. No look-up changes anything: what is unknown has the name "".
+/// Look-ups in label names and value names that are owned elsewhere (see ProjectConfig::labels) and must outlive this.
+/// No look-up changes anything: unknown items have the name "".
 class Labels {
  public:
   Labels(const std::vector<std::string>& names, const LabelMap& value_names)
       : names_(&names), value_names_(&value_names) {}
 
-  /// In the order of the schema. Index 0 is the module.
+  /// In schema order. Index 0 is the module.
   const std::vector<std::string>& names() const { return *names_; }
   const LabelMap& value_names() const { return *value_names_; }
 
-  /// The value names by number; empty for an int32 label and for an unknown one.
+  /// The value names by number; empty for an int32 label and for an unknown label.
   const std::map<int, std::string>& ValuesOf(const std::string& name) const {
     const auto found = value_names_->find(name);
     return found == value_names_->end() ? NoValues() : found->second;
@@ -36,11 +36,11 @@ class Labels {
     return index < names_->size() ? ValuesOf((*names_)[index]) : NoValues();
   }
 
-  /// "" where the value has no name, as those of int32 labels.
+  /// "" if the value has no name, as for int32 labels.
   const std::string& ValueName(const std::string& name, int value) const { return NameIn(ValuesOf(name), value); }
   const std::string& ValueName(size_t index, int value) const { return NameIn(ValuesOf(index), value); }
 
-  /// The name of the module that label values choose; "" when they name none.
+  /// The name of the module that label values give; "" if there is none.
   const std::string& ModuleName(const std::vector<int>& values) const {
     return values.empty() ? NoName() : ValueName(size_t{0}, values[0]);
   }

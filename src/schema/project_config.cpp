@@ -22,7 +22,7 @@ using google::protobuf::Message;
 constexpr char kNameField[] = "proj_name";
 constexpr char kSensorsField[] = "sensor_names";
 
-// A field that reflection cannot read as the one that is meant counts as missing.
+// A field that reflection cannot read as the expected type counts as missing.
 const FieldDescriptor* FindNameField(const Descriptor* type) {
   const FieldDescriptor* field = type->FindFieldByName(kNameField);
   const bool usable = field != nullptr && field->type() == FieldDescriptor::TYPE_STRING && !field->is_repeated();
@@ -47,7 +47,7 @@ ConfigResult ReadRecords(RecordReader& reader, Message* message) {
   int32_t length = 0;
   for (;;) {
     result.offset = reader.offset();
-    // One to three bytes after the last record are no length and end the file as well.
+    // One to three bytes after the last record are not a length, and also end the file.
     if (reader.ReadInt32(&length) != ReadStatus::kOk) return {};
     std::string_view bytes;
     if (reader.ReadBytes(length, &bytes) != ReadStatus::kOk) {
@@ -127,7 +127,7 @@ LoadResult LoadProjectConfig(const ProjectLayout& layout, Schema& schema, Projec
   const std::unique_ptr<Message> message = schema.NewMessage(config_type);
   result.config =
       ReadConfigFile(layout.ConfigPath().c_str(), message.get(), config_type, config.name, config.sensor_names);
-  // Without consequence: the labels are read all the same.
+  // Without consequence: the labels are still read.
   result.type = schema.Find("TuningDataLabel");
   if (result.type.type == nullptr) return fail(LoadStatus::kNoLabelType);
   result.labels = AppendLabels(result.type.type, config.label_names, config.label_map);

@@ -1,5 +1,5 @@
 /// \file
-/// The project configuration, its file ProjConf.bin, and what a project's operations start from. Format:
+/// The project configuration, its file ProjConf.bin, and what operations on a project start from. Format:
 /// docs/project-directory.md.
 #pragma once
 
@@ -32,9 +32,9 @@ struct ProjectConfig {
 
 enum class ConfigStatus {
   kOk,
-  kNotOpened,  ///< `error` tells why
-  kNotRead,    ///< the record at `offset` is cut short or has an impossible length
-  kNotParsed,  ///< the record at `offset` is no message of the type
+  kNotOpened,  ///< see `error`
+  kNotRead,    ///< the record at `offset` is truncated or has an impossible length
+  kNotParsed,  ///< the record at `offset` is not a message of the type
   kNoField,    ///< the type has no usable field `field`
 };
 
@@ -47,26 +47,26 @@ struct [[nodiscard]] ConfigResult {
   bool ok() const { return status == ConfigStatus::kOk; }
 };
 
-/// Sets "proj_name" and appends to "sensor_names" of a TuningProjConfig. Ends at the first missing field; what was set
-/// before stays.
+/// Sets "proj_name" and appends to "sensor_names" of a TuningProjConfig. Ends at the first missing field; fields
+/// already set keep their values.
 ConfigResult SetConfig(google::protobuf::Message* message, const google::protobuf::Descriptor* type,
                        const char* proj_name, const std::vector<std::string>& sensor_names);
 
 /// Reads ProjConf.bin through `message`, a TuningProjConfig, and replaces both outputs. The last of several records
-/// wins; no record at all gives an empty name and list. One to three bytes after the last record are ignored.
+/// wins; without a record, both outputs are empty. One to three bytes after the last record are ignored.
 ConfigResult ReadConfigFile(const char* path, google::protobuf::Message* message,
                             const google::protobuf::Descriptor* type, std::string& proj_name,
                             std::vector<std::string>& sensor_names);
 
-/// The same from the bytes of the file.
+/// The same from the contents of the file.
 ConfigResult ReadConfigBytes(std::string_view bytes, google::protobuf::Message* message,
                              const google::protobuf::Descriptor* type, std::string& proj_name,
                              std::vector<std::string>& sensor_names);
 
-// The way back is RecordOf(message), see io/message_record-inl.h.
+// The reverse is RecordOf(message), see io/message_record-inl.h.
 
 enum class LoadStatus {
-  kOk,  ///< although ProjConf.bin may be unreadable: see `config`
+  kOk,  ///< even if ProjConf.bin is unreadable: see `config`
   kNoProjectDir,
   kNoProtoDir,
   kNoConfigType,
@@ -83,8 +83,8 @@ struct [[nodiscard]] LoadResult {
   bool ok() const { return status == LoadStatus::kOk; }
 };
 
-/// Reads a project's configuration and labels. `schema` is that of layout.ProtoDir(). Name and sensors are replaced
-/// when ProjConf.bin can be read, the labels are appended; what was read before a fault stays.
+/// Reads a project's configuration and labels. `schema` is that of layout.ProtoDir(). Name and sensors are replaced if
+/// ProjConf.bin can be read, the labels are appended; what was read before a fault is kept.
 LoadResult LoadProjectConfig(const ProjectLayout& layout, Schema& schema, ProjectConfig& config);
 
 }  // namespace internal

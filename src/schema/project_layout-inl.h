@@ -1,5 +1,5 @@
 /// \file
-/// Which file of a project is where. See docs/project-directory.md.
+/// The paths of a project's files. See docs/project-directory.md.
 #pragma once
 
 #include <string>

@@ -32,7 +32,7 @@ DirectoryResult ImportGuarded(const char* dir, ImportGuard& guard, google::proto
   const DirectoryResult listing = ReadDirectory(dir, entries);
   if (!listing.is_open) return listing;
   for (DirectoryEntry& entry : entries) {
-    // A directory with such a name is tried as well, and fails like a file that does not parse.
+    // A directory with such a name is tried too, and fails like a file that does not parse.
     if (!HasSuffix(entry.name, ".proto")) continue;
     const std::string refusal = guard.Refusal(entry.name);
     if (!refusal.empty()) on_refused(entry.name, refusal);
@@ -79,7 +79,7 @@ void Schema::FaultCollector::AddWarning(const std::string& file, int line, int c
 void Schema::FaultCollector::Add(const std::string& file, int line, int column, bool is_warning,
                                  const std::string& message) noexcept {
   try {
-    // Both count from 0 here; -1 is the whole file.
+    // Both count from 0 here; -1 means the whole file.
     faults_.push_back({file, line + 1, line < 0 ? 0 : column + 1, is_warning, message});
   } catch (...) {
     failure_ = std::current_exception();

@@ -20,16 +20,16 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// What protobuf says about one place of a .proto file.
+/// What protobuf reports about a position in a .proto file.
 struct SchemaFault {
   std::string file;  ///< relative to the schema's folder
-  int line;          ///< from 1; 0 when the fault is in no one line
+  int line;          ///< from 1; 0 if the fault is not in a particular line
   int column;        ///< from 1, in bytes; 0 as for the line
   bool is_warning;
   std::string message;
 };
 
-/// Asked before a .proto file is opened: the reason why it must not be, "" to open it.
+/// Called before a .proto file is opened: returns the reason to reject it, or "" to open it.
 using RefuseFile = std::function<std::string(const std::string& path)>;
 
 /// A "*.proto" entry of the schema's folder.
@@ -42,41 +42,41 @@ struct SchemaFile {
 enum class TypeStatus {
   kFound,
   kMissing,
-  kTooManyLevels,  ///< it holds more levels of message types than this thread's stack can walk
+  kTooManyLevels,  ///< it has more levels of message types than fit on this thread's stack
 };
 
 struct [[nodiscard]] TypeResult {
   TypeStatus status;
   const google::protobuf::Descriptor* type;  ///< null unless found
-  std::string qualified_name;                ///< as it was looked for, before a cut at "LinkKey"
+  std::string qualified_name;                ///< the name looked up, not yet truncated after "LinkKey"
   std::string full_name;                     ///< of the type itself, with kTooManyLevels
   size_t levels;                             ///< of message types from this one down; 0 when missing
 };
 
-/// The type with the qualified name `name`, which is cut after a first "LinkKey"; null when there is none.
+/// The type with the qualified name `name`, truncated after the first "LinkKey"; null if there is none.
 const google::protobuf::Descriptor* FindTypeByName(const google::protobuf::DescriptorPool& pool,
                                                    const std::string& name);
 
-/// Imports every "*.proto" entry of `dir` in directory order, and appends what each came to to `files` when that is not
+/// Imports every "*.proto" entry of `dir` in directory order, and appends the result of each to `files` unless that is
 /// null. A file that cannot be loaded is absent from the pool.
 DirectoryResult ImportFiles(const char* dir, google::protobuf::compiler::Importer& importer,
                             std::vector<SchemaFile>* files);
 
-/// Every .proto file of one directory, and the messages made of its types. Schema errors are silent without a
-/// collector: the types that they spoil are not found.
+/// Every .proto file of one directory, and the messages made of its types. Without a collector, schema errors are
+/// silent: the types affected are not found.
 ///
-/// Descriptors and prototypes belong to the schema. Messages made from it belong to the caller and have to be deleted
-/// before it goes; the order of its members takes care of the rest (factory, importer, source tree).
+/// Descriptors and prototypes belong to the schema. Messages made from it belong to the caller and must be deleted
+/// before it; the order of its members takes care of the rest (factory, importer, source tree).
 class Schema {
  public:
-  /// Loads the files. With `faults` everything that protobuf says about any of them is appended to it, by file, line
-  /// and column. With `refuse` no file that it refuses is opened, whether found in the folder or imported by another;
-  /// its reason becomes a fault.
+  /// Loads the files. With `faults`, everything that protobuf reports about any of them is appended to it, with file,
+  /// line and column. With `refuse`, no file that it rejects is opened, whether found in the folder or imported by
+  /// another; the reason becomes a fault.
   explicit Schema(const std::string& proto_dir, std::vector<SchemaFault>* faults = nullptr, RefuseFile refuse = {});
   Schema(const Schema&) = delete;
   Schema& operator=(const Schema&) = delete;
 
-  /// The type that a short name stands for (package by its first two characters, cut at "LinkKey").
+  /// The type that a short name refers to (package by its first two characters, truncated after "LinkKey").
   TypeResult Find(const std::string& short_name) const;
 
   /// The same, or null.
@@ -94,7 +94,7 @@ class Schema {
   const google::protobuf::DescriptorPool& pool() const { return *importer_.pool(); }
   const std::string& proto_dir() const { return source_tree_.dir(); }
 
-  /// Whether the folder could be read, and what its "*.proto" entries came to, in directory order.
+  /// Whether the folder could be read, and the result of each "*.proto" entry, in directory order.
   const DirectoryResult& listing() const { return listing_; }
   const std::vector<SchemaFile>& files() const { return files_; }
 
@@ -102,7 +102,7 @@ class Schema {
   class SourceTree : public google::protobuf::compiler::DiskSourceTree {
    public:
     SourceTree(const std::string& dir, RefuseFile refuse);
-    /// Files of the folder itself are read once, and given to protobuf as they were looked at.
+    /// Files of the folder itself are read once, and passed to protobuf as they were inspected.
     google::protobuf::io::ZeroCopyInputStream* Open(const std::string& name) override;
     std::string GetLastErrorMessage() override;
     const std::string& dir() const { return dir_; }
@@ -113,10 +113,10 @@ class Schema {
     std::string dir_;
     std::unique_ptr<ImportGuard> guard_;  ///< until everything is imported
     RefuseFile refuse_;
-    std::string refusal_;  ///< of the file asked for last
+    std::string refusal_;  ///< for the last file asked about
   };
 
-  /// Keeps an exception to itself until the import is over: protobuf is not written to let one through.
+  /// Holds back an exception until the import is over: protobuf is not exception-safe.
   class FaultCollector : public google::protobuf::compiler::MultiFileErrorCollector {
    public:
     void AddError(const std::string& file, int line, int column, const std::string& message) override;

@@ -12,7 +12,7 @@ namespace internal {
 
 namespace {
 
-// Also where the stack cannot be asked for.
+// Also used if the stack size is unavailable.
 constexpr size_t kAlwaysHeld = size_t{32} << 10;
 
 size_t StackBytesLeft() {

@@ -1,5 +1,5 @@
 /// \file
-/// What this thread's stack holds of protobuf's calls within calls. The one place that decides it.
+/// How deep protobuf may recurse on this thread's stack. The one place that decides it.
 #pragma once
 
 #include <cstddef>
@@ -9,30 +9,30 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// What one level is taken to need of the stack, in bytes.
-inline constexpr size_t kStackPerTypeLevel = 1024;  ///< message types that hold one another
-inline constexpr size_t kStackPerNesting = 2048;    ///< brackets within brackets of a .proto file
+/// Assumed stack use of one level, in bytes.
+inline constexpr size_t kStackPerTypeLevel = 1024;  ///< message types that contain one another
+inline constexpr size_t kStackPerNesting = 2048;    ///< nested brackets of a .proto file
 inline constexpr size_t kStackPerImport = 4096;     ///< .proto files that import one another
 
-/// Whether what is left of this thread's stack is enough for so many levels. 32 kB always are.
+/// Whether the rest of this thread's stack is enough for this many levels. 32 kB always are.
 bool StackHolds(size_t levels, size_t bytes_per_level);
 
-/// The weight of the longest chain from `first` down, itself included; nodes in a cycle weigh together, since calls can
-/// pass through all of them. Remembers what it counts in `counted`, and takes no stack.
-/// `successor(node, i, &next)` gives the i-th successor, a null one to be passed over, or false beyond the last.
+/// The weight of the longest chain from `first` down, itself included; the nodes of a cycle weigh together, since calls
+/// can pass through all of them. Caches its counts in `counted`, and does not recurse. `successor(node, i, &next)`
+/// returns the i-th successor, a null one to be skipped, or false past the last.
 template <typename Node, typename Successor, typename Weight>
 size_t LongestChain(Node first, std::unordered_map<Node, size_t>& counted, Successor successor, Weight weight) {
   struct Visit {
     Node node;
     size_t next;
     size_t index;
-    size_t lowest;  // index that can be reached from here: below `index` in the midst of a cycle
+    size_t lowest;  // index that can be reached from here: below `index` inside a cycle
     size_t below;
   };
   const auto known = counted.find(first);
   if (known != counted.end()) return known->second;
   std::vector<Visit> open;
-  std::vector<Node> pending;  // met, and the cycle that they belong to is not closed yet
+  std::vector<Node> pending;  // visited, and the cycle that they belong to is not closed yet
   std::unordered_map<Node, size_t> indices;
   const auto enter = [&](Node node) {
     const size_t index = indices.size();

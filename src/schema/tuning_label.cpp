@@ -103,7 +103,7 @@ LabelResult GetLabelValues(const google::protobuf::Message& label, const google:
 std::string LabelBytes(const google::protobuf::Message& label) {
   const google::protobuf::Reflection* reflection = label.GetReflection();
   std::vector<const FieldDescriptor*> fields;
-  reflection->ListFields(label, &fields);  // by field number, as they are on the wire
+  reflection->ListFields(label, &fields);  // by field number, as on the wire
   std::string bytes;
   {
     google::protobuf::io::StringOutputStream stream(&bytes);
@@ -114,7 +114,7 @@ std::string LabelBytes(const google::protobuf::Message& label) {
                                                                                 : reflection->GetInt32(label, field));
     }
   }
-  // Where a closed enum keeps the numbers that it does not define.
+  // The numbers that a closed enum does not define are kept there.
   std::string unknown;
   (void)reflection->GetUnknownFields(label).SerializeToString(&unknown);
   return bytes + unknown;

@@ -1,6 +1,6 @@
 /// \file
-/// How deep message types hold one another. Protobuf makes and walks messages by calls within calls, one a level, and a
-/// schema can hold more levels than a stack.
+/// How deeply message types are nested. Protobuf creates and walks messages recursively, one call per level, and a
+/// schema can have more levels than fit on a stack.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
@@ -11,18 +11,18 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// Counts the levels of types and remembers them.
+/// Counts the levels of types and caches the results.
 class TypeLevels {
  public:
-  /// The levels of message types from `type` down, itself among them; those of a cycle count together, each once. Takes
-  /// no stack.
+  /// The levels of message types from `type` down, itself included; those of a cycle are added up, each once. Does not
+  /// recurse.
   size_t Count(const google::protobuf::Descriptor* type);
 
  private:
   std::unordered_map<const google::protobuf::Descriptor*, size_t> levels_;
 };
 
-/// Whether what is left of this thread's stack is enough for messages of so many levels.
+/// Whether the rest of this thread's stack is enough for messages of this many levels.
 bool StackHolds(size_t levels);
 
 }  // namespace internal

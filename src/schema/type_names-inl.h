@@ -7,7 +7,7 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// `name` qualified by the package that its first two characters choose.
+/// `name` qualified by the package that its first two characters select.
 inline std::string QualifiedTypeName(const std::string& name) {
   const std::string key = name.substr(0, 2);
   std::string qualified = "ZO_TUNING";

@@ -51,14 +51,14 @@ bool IsUtf8(const char* p, const char* end) {
     if (lead < 0x80) {
       ++p;
     } else if (lead < 0xc2) {
-      return false;  // a continuation, or a form that is too long
+      return false;  // a continuation byte, or an overlong form
     } else if (lead < 0xe0) {
       if (left < 2 || !IsContinuation(p[1])) return false;
       p += 2;
     } else if (lead < 0xf0) {
       if (left < 3 || !IsContinuation(p[1]) || !IsContinuation(p[2])) return false;
       const unsigned char second = static_cast<unsigned char>(p[1]);
-      if (lead == 0xe0 && second < 0xa0) return false;  // too long
+      if (lead == 0xe0 && second < 0xa0) return false;  // overlong
       if (lead == 0xed && second > 0x9f) return false;  // a surrogate
       p += 3;
     } else {
@@ -66,7 +66,7 @@ bool IsUtf8(const char* p, const char* end) {
         return false;
       }
       const unsigned char second = static_cast<unsigned char>(p[1]);
-      if (lead == 0xf0 && second < 0x90) return false;  // too long
+      if (lead == 0xf0 && second < 0x90) return false;  // overlong
       if (lead == 0xf4 && second > 0x8f) return false;  // above U+10FFFF
       p += 4;
     }

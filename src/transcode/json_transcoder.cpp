@@ -1,4 +1,4 @@
-// The scanner of the fast path: one pass over the text, guided by the table, writing wire bytes as it goes. Tested by
+// The core of the fast path: one pass over the text, guided by the table, writing wire bytes as it goes. Tested by
 // tests/transcode/differential_test.cpp against the slow path.
 
 #include "transcode/json_transcoder.h"
@@ -19,8 +19,8 @@ namespace {
 
 constexpr size_t kFirstCapacity = size_t{64} << 10;
 
-// Protobuf's parser counts text and wire bytes in an int. Before it packs them it writes up to 13 bytes of wire for two
-// of text ("1,"), so that nothing below this size can reach its limit.
+// Protobuf's parser counts text and wire bytes in an int. Before packing numbers it writes up to 13 bytes of wire for
+// two of text ("1,"), so nothing below this size can reach its limit.
 constexpr size_t kMaxTextSize = static_cast<size_t>(std::numeric_limits<int32_t>::max()) / 7;
 
 /// The C++ type that holds a value of a kind, and whether two's complement or its bits go to the wire.
@@ -46,7 +46,7 @@ constexpr bool IsUnsigned(ValueKind kind) {
          kind == ValueKind::kFixed64;
 }
 
-/// Reads an integer of the range of a kind, as 64 bits in two's complement. Null where it is unsupported.
+/// Reads an integer within the range of a kind, as 64 bits in two's complement. Null if it is unsupported.
 template <ValueKind kKind>
 const char* ReadIntegerOf(const char* p, uint64_t* value) {
   // Protobuf prints 64-bit integers as strings.
@@ -99,7 +99,7 @@ const char* ReadBool(const char* p, uint64_t* value) {
 const char* ReadFloat(const char* p, float* value) {
   double real = 0;
   p = ReadReal(p, &real);
-  // Protobuf compares before it rounds: what would round down to the largest float is refused.
+  // Protobuf compares before it rounds: a number that would round down to the largest float is rejected.
   if (p == nullptr || real > FLT_MAX || real < -FLT_MAX) return nullptr;
   *value = static_cast<float>(real);
   // Protobuf takes what is too small, too; whoever wrote it did not mean 0.
@@ -130,14 +130,14 @@ char* WriteScalar(typename Scalar<kKind>::Type value, char* out) {
   } else if constexpr (kKind == ValueKind::kFixed32 || kKind == ValueKind::kSfixed32) {
     return WriteFixed(static_cast<uint32_t>(value), out);
   } else if constexpr (kKind == ValueKind::kSint32 || kKind == ValueKind::kSint64) {
-    // A 32-bit value has its sign in all upper bits, so that the 64-bit form is the same varint.
+    // The upper bits of a 32-bit value all equal its sign, so the 64-bit form is the same varint.
     return WriteVarint(ZigZag(static_cast<int64_t>(value)), out);
   } else {
     return WriteVarint(value, out);
   }
 }
 
-/// Whether a value is the default that is left out, which -0.0 is not.
+/// Whether a value is a default to be left out; -0.0 is not.
 template <typename T>
 bool IsDefault(T value) {
   if constexpr (std::is_floating_point_v<T>) {
@@ -149,7 +149,7 @@ bool IsDefault(T value) {
 
 }  // namespace
 
-/// One text on its way through a transcoder. Its functions return false as soon as the text is unsupported.
+/// The state for one text. Its functions return false as soon as the text is unsupported.
 class TextTranscoder {
  public:
   TextTranscoder(JsonTranscoder& encoder, std::string_view text)
@@ -195,7 +195,7 @@ class TextTranscoder {
     out_ += size;
   }
 
-  /// Begins a run of bytes with their length in front. Room is left for a length as long as the field's last one was.
+  /// Starts a run of bytes preceded by their length. Reserves room for a length as long as the field's last one.
   size_t BeginDelimited(const FieldEntry& field) {
     Reserve(field.tag_size + kMaxVarintSize);
     std::memcpy(out_, field.tag, sizeof(field.tag));
@@ -217,7 +217,7 @@ class TextTranscoder {
     WriteVarint(length, begin_ + begin);
   }
 
-  /// At the "{" of an object: appends the bytes of the message, its parts in field-number order.
+  /// At the "{" of an object: appends the bytes of the message, its fields in field-number order.
   bool EncodeMessage(const MessageTable& table) {
     if (*p_ != '{') return false;
     p_ = SkipBlanks(p_ + 1);
@@ -242,7 +242,7 @@ class TextTranscoder {
         if (field.required) {
           ++required_count;
         } else {
-          transcoder_.complete_ = complete;  // whatever a rule lacks
+          transcoder_.complete_ = complete;  // rules may be incomplete
         }
         if (field.pruned) {
           out_ = begin_ + begin;
@@ -267,7 +267,7 @@ class TextTranscoder {
     return true;
   }
 
-  /// Puts the parts of a message into field-number order, and those among them that pruning creates.
+  /// Sorts the fields of a message by number, inserting those that pruning creates.
   void Rearrange(const MessageTable& table, const SeenFields& seen, size_t message_begin, size_t first_part) {
     std::vector<std::pair<int32_t, std::string_view>> parts;
     for (size_t i = first_part; i < transcoder_.spans_.size(); ++i) {
@@ -286,7 +286,7 @@ class TextTranscoder {
     Append(arranged.data(), arranged.size());
   }
 
-  /// Reads a key and the colon after it; `index` is the field that usually comes here, and then the one that does.
+  /// Reads a key and its colon; `index` is the field that usually comes here, and on return the one that does.
   bool ReadKey(const MessageTable& table, size_t* index) {
     if (*index < table.fields.size()) {
       const FieldEntry& field = table.fields[*index];
@@ -355,7 +355,7 @@ class TextTranscoder {
     return false;
   }
 
-  /// At the "[" of an array: calls `encode_element` at each element.
+  /// At the "[" of an array: calls `encode_element` for each element.
   template <typename EncodeElement>
   bool ForEachElement(EncodeElement encode_element) {
     if (*p_ != '[') return false;
@@ -379,7 +379,7 @@ class TextTranscoder {
   bool EncodeMessages(const FieldEntry& field) {
     const size_t begin = Offset();
     if (!ForEachElement([&] { return EncodeSubmessage(field); })) return false;
-    if (Offset() == begin) transcoder_.complete_ = false;  // there is no element to spell out the fields
+    if (Offset() == begin) transcoder_.complete_ = false;  // there is no element that spells out the fields
     return true;
   }
 

@@ -1,5 +1,6 @@
 /// \file
-/// The fast path: the JSON text of one file straight to the pruned wire bytes of its module. See docs/fast-path.md.
+/// The fast path: from the JSON text of one file straight to the pruned wire bytes of its module. See
+/// docs/fast-path.md.
 #pragma once
 
 #include <cstddef>
@@ -15,24 +16,24 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// Turns texts into wire bytes, one after another, through buffers that it keeps. Strict: what it does not handle with
-/// certainty makes the whole text fall back: the slow path (protobuf's own parser) reads it. What it does encode
-/// is byte for byte what the slow path writes.
+/// Turns texts into wire bytes, one after another, reusing its buffers. Strict: if a text has anything that it cannot
+/// handle with certainty, the whole text falls back to the slow path (protobuf's own parser). What it does transcode is
+/// byte for byte what the slow path writes.
 class JsonTranscoder {
  public:
-  /// Encodes `text` (with kTextPadding zero bytes after it) by `table`. False when the text is unsupported; this says
+  /// Transcodes `text` (followed by kTextPadding zero bytes) using `table`. False if the text is unsupported; this says
   /// nothing about whether the slow path accepts it.
   [[nodiscard]] bool Transcode(const ModuleTable& table, std::string_view text);
 
-  /// The bytes of the last text that was encoded, valid until the next call.
+  /// The bytes of the last transcoded text, valid until the next call.
   std::string_view wire() const { return {buffer_.get(), size_}; }
 
-  /// Whether every object of the last text spelled out all its fields, and every list of objects had one. Rules and
-  /// descriptions do not count.
+  /// Whether every object of the last text spelled out all its fields, and every list of objects had an element. Rules
+  /// and descriptions do not count.
   bool complete() const { return complete_; }
 
   /// The first name of the field check that does not occur in `text`, or null. Only after Transcode returned true for
-  /// the same arguments: names met as keys are not searched again.
+  /// the same arguments: names read as keys are not searched for again.
   const std::string_view* FindMissingName(const ModuleTable& table, std::string_view text) const;
 
  private:
@@ -50,7 +51,7 @@ class JsonTranscoder {
   size_t size_ = 0;
   bool complete_ = true;
   std::vector<uint8_t> names_seen_;  ///< by name id
-  std::vector<FieldSpan> spans_;     ///< of the messages that are open, outermost first
+  std::vector<FieldSpan> spans_;     ///< of the open messages, outermost first
   std::string scratch_;
 };
 

@@ -20,7 +20,7 @@ using google::protobuf::FieldDescriptor;
 // Objects and arrays together stay well below the hundred levels at which protobuf's parsers stop.
 constexpr size_t kMaxLevels = 40;
 
-// Of absent parts, in all tables of a module: types that hold others twice double them with each level.
+// Limit for absent messages, in all tables of a module: types that contain others twice double them with each level.
 constexpr size_t kMaxDefaultBytes = size_t{64} << 20;
 
 ValueKind KindOf(const FieldDescriptor* field) {
@@ -58,7 +58,7 @@ ValueKind KindOf(const FieldDescriptor* field) {
     case FieldDescriptor::TYPE_MESSAGE:
       return ValueKind::kMessage;
     default:
-      return ValueKind::kUnsupported;  // bytes are base64 in JSON; groups have names of their own
+      return ValueKind::kUnsupported;  // bytes are base64 in JSON; groups have different names
   }
 }
 
@@ -80,12 +80,12 @@ WireType WireTypeOf(ValueKind kind) {
   }
 }
 
-/// Types that protobuf reads from JSON, or writes, by rules of their own: the well-known ones and map entries.
+/// Types with a special JSON form in protobuf: the well-known types and map entries.
 bool HasOwnRules(const Descriptor* type) {
   return type->full_name().rfind("google.protobuf.", 0) == 0 || type->map_key() != nullptr;
 }
 
-/// The fields that pruning creates, as they are on the wire: in field-number order.
+/// The wire bytes of the fields that pruning creates, in field-number order.
 std::string DefaultContent(const MessageTable& table) {
   std::vector<const FieldEntry*> materialized;
   for (const FieldEntry& field : table.fields) {
@@ -147,7 +147,7 @@ bool ModuleTable::FillFields(const Descriptor* type, Pruning pruning, MessageTab
     table->materialized_count += field.materialized ? 1 : 0;
     table->required_count += field.required ? 1 : 0;
     if (field.message != nullptr) table->levels = std::max(table->levels, field.message->levels + 1);
-    // Two fields of one json_name: which of them a key means is protobuf's affair.
+    // Two fields with the same json_name: which of them a key means is up to protobuf.
     if (!table->by_key.emplace(type->field(i)->json_name(), static_cast<uint32_t>(i)).second) return false;
   }
   for (int i = 0; i < type->field_count(); ++i) {
@@ -187,7 +187,7 @@ bool ModuleTable::FillField(const FieldDescriptor* field, Pruning pruning, Field
     table->message = MakeMessage(type, below);
     if (table->message == nullptr) return false;
     if (table->materialized) {
-      // Once in the field, and once more in the message that holds it.
+      // Once in the field, and once more in the message that contains it.
       default_bytes_ += 2 * (table->tag_size + kMaxVarintSize + table->message->default_content.size());
       if (default_bytes_ > kMaxDefaultBytes) return false;
       table->default_bytes = DefaultBytes(*table);

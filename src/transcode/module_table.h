@@ -1,5 +1,5 @@
 /// \file
-/// What the fast path knows of a module type: one table per message type, made once per operation. See
+/// What the fast path knows about a module type: one table per message type, built once per operation. See
 /// docs/fast-path.md.
 #pragma once
 
@@ -40,30 +40,30 @@ enum class ValueKind : uint8_t {
 
 struct MessageTable;
 
-/// The values of an enum. A number that it does not define is unsupported: closed enums treat it in a way of their own.
+/// The values of an enum. A number that it does not define is unsupported: closed enums treat such numbers differently.
 struct EnumTable {
   std::unordered_map<std::string_view, int32_t> numbers;  ///< by name; views into the descriptor
   const google::protobuf::EnumDescriptor* descriptor;
 };
 
 struct FieldEntry {
-  std::string quoted_name;  ///< `"name":`, as the key usually is in the text
-  bool name_is_key;         ///< not so when the name is the json_name of another field
-  uint32_t name_id;         ///< which name of the field check the key proves; 0 for none
+  std::string quoted_name;  ///< `"name":`, the usual form of the key in the text
+  bool name_is_key;         ///< false if the name is the json_name of another field
+  uint32_t name_id;         ///< which name of the field check the key satisfies; 0 for none
   int32_t number;
   uint8_t tag_size;
   char tag[5] = {};  ///< of one value, or of the packed run
   ValueKind kind;
   bool repeated;
-  bool required;  ///< a text that leaves it out is not complete; rules and descriptions may be left out
+  bool required;  ///< a text without it is incomplete; rules and descriptions may be left out
   bool packed;
   bool has_presence;  ///< a default value is written as well
   bool pruned;        ///< read and checked, but pruned from the bin
   bool materialized;  ///< pruning makes it present when the text leaves it out
   const MessageTable* message = nullptr;
   const EnumTable* enumeration = nullptr;
-  std::string default_bytes;  ///< of a materialized field: what is on the wire when the text leaves it out
-  /// How long the length of the last run of bytes was; the next one is most likely as long.
+  std::string default_bytes;  ///< of a materialized field: its wire bytes when the text leaves it out
+  /// Size of the length prefix of the last run of bytes; the next one is most likely the same.
   mutable uint8_t length_size = 1;
 
   std::string_view name() const { return std::string_view(quoted_name).substr(1, quoted_name.size() - 3); }
@@ -73,16 +73,16 @@ struct MessageTable {
   std::vector<FieldEntry> fields;  ///< in declaration order
   /// Field index by key. A json_name wins over the name of another field.
   std::unordered_map<std::string_view, uint32_t> by_key;
-  std::string default_content;    ///< what pruning makes of this message where it is absent
+  std::string default_content;    ///< what pruning creates for this message if it is absent
   size_t required_count = 0;      ///< of fields that are `required`
   size_t materialized_count = 0;  ///< of fields that are `materialized`
-  size_t levels = 1;              ///< of messages, this one and below
+  size_t levels = 1;              ///< of messages, this one included
 };
 
-/// What becomes of rules: packing prunes them, comparing may need them.
+/// What to do with rules: packing prunes them, comparing may need them.
 enum class RuleBytes { kPruned, kKept };
 
-/// The table of one module type, and the names that its field check asks for.
+/// The table of one module type, and the names for its field check.
 class ModuleTable {
  public:
   /// With kKept the bytes are those of the message that protobuf reads, before pruning.
@@ -90,19 +90,18 @@ class ModuleTable {
   ModuleTable(const ModuleTable&) = delete;
   ModuleTable& operator=(const ModuleTable&) = delete;
 
-  /// Null when the type holds what the fast path has no table for: required fields, oneofs, maps, groups, well-known
-  /// types, types that contain themselves, too many levels, or absent
-  /// parts of too many bytes. Every text of it falls back then.
+  /// Null if the type contains something the fast path does not support: required fields, oneofs, maps, groups,
+  /// well-known types, itself, too many levels, or absent messages of too many bytes. All its texts then fall back.
   const MessageTable* root() const { return root_; }
 
-  /// The names that the field check looks for, in its order; their ids are their positions plus one.
+  /// The names that the field check looks for, in order; their ids are their positions plus one.
   const std::vector<std::string_view>& required_names() const { return required_names_; }
 
  private:
   /// What pruning does to the fields of a message.
   enum class Pruning {
     kNone,    ///< below repeated fields and inside data messages: nothing
-    kRule,    ///< a data message: its field "rule" goes
+    kRule,    ///< a data message: its field "rule" is dropped
     kModule,  ///< the way down from the module: see MSG_PRONE_FOR_BIN
   };
 

@@ -1,5 +1,5 @@
 /// \file
-/// The few pieces of the protobuf wire format that the fast path writes by itself.
+/// The parts of the protobuf wire format that the fast path writes itself.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 /// \file
-/// Label values to the path of a setting and back. The grammar of the paths: docs/json-trees.md. Nothing here touches
-/// the disk or changes the labels.
+/// Label values to the path of a setting and back. Grammar of the paths: docs/json-trees.md. Nothing here touches the
+/// disk or changes the labels.
 #pragma once
 
 #include <algorithm>
@@ -21,7 +21,7 @@ namespace internal {
 /// The label whose levels hold a number instead of a value name.
 inline constexpr const char* kModeLabel = "mode";
 
-/// The folders of a setting from its scope's folder down, outermost first. They end at the first value that is not set.
+/// The folders of a setting below its scope's folder, outermost first. They end at the first value that is not set.
 inline std::vector<std::string> SettingFolders(const Labels& labels, const std::vector<int>& values) {
   std::vector<std::string> folders;
   const size_t levels = std::min(values.size(), labels.names().size());
@@ -33,7 +33,7 @@ inline std::vector<std::string> SettingFolders(const Labels& labels, const std::
   return folders;
 }
 
-/// The file name of a setting: its module, which is "" when the values name none, and ".json".
+/// The file name of a setting: its module, or "" if the values give none, and ".json".
 inline std::string SettingFile(const Labels& labels, const std::vector<int>& values) {
   return labels.ModuleName(values) + kJsonSuffix;
 }
@@ -45,7 +45,7 @@ inline std::string SettingPath(const Labels& labels, const std::vector<int>& val
   return path + SettingFile(labels, values);
 }
 
-/// A level of the tree as it is read back: the folder prefix and the index of the label value that it sets.
+/// A level of the tree as it is read: the folder prefix and the index of the label value that it sets.
 struct TreeLevel {
   const char* prefix;
   size_t index;
@@ -53,14 +53,14 @@ struct TreeLevel {
 
 inline constexpr size_t kModeIndex = 1;
 
-// In the order in which the prefixes are tried: a sub-function folder holds "function_" as well.
+// In the order in which the prefixes are tried: a sub-function folder contains "function_" as well.
 inline constexpr TreeLevel kTreeLevels[] = {
     {"filter_", 7},   {"scene_", 6},    {"sub_function_", 5},  {"function_", 4},
     {"feature0_", 3}, {"scenario_", 2}, {"mode_", kModeIndex},
 };
 
-/// Sets values[index] to the number whose name in `names` is `name`; the highest one wins. Untouched without a match,
-/// and where there is no such value.
+/// Sets values[index] to the number whose name in `names` is `name`; the highest one wins. Unchanged without a match,
+/// and if there is no such value.
 inline void ReadNamedValue(const std::map<int, std::string>& names, const std::string& name, size_t index,
                            std::vector<int>& values) {
   if (index >= values.size()) return;
@@ -69,7 +69,7 @@ inline void ReadNamedValue(const std::map<int, std::string>& names, const std::s
   }
 }
 
-/// The level of the tree that a folder name is, null when it is none.
+/// The level that a folder name gives, or null if it is not a level.
 inline const TreeLevel* FindTreeLevel(const std::string& folder) {
   const auto* level = std::find_if(std::begin(kTreeLevels), std::end(kTreeLevels), [&](const TreeLevel& tried) {
     return folder.find(tried.prefix) != std::string::npos;
@@ -84,17 +84,17 @@ inline std::string LabelOf(const TreeLevel& level) {
   return prefix;
 }
 
-/// What a path of a setting was read as.
+/// The result of reading a setting's path.
 struct [[nodiscard]] PathResult {
-  bool ok = true;           ///< false when the file is named after no module: no value is set then
+  bool ok = true;           ///< false if the file is not named after a module: no value is then set
   std::string module_name;  ///< the file name without its suffix; "" for a path without a separator
 };
 
 /// Called with each label whose value names are looked up.
 using LabelVisitor = std::function<void(const std::string& label)>;
 
-/// Replaces `values` with the label values that the path of a JSON file names: element 0 from the file name, elements 1
-/// to 7 from its folders, kLabelNotSet where there is none. The folders end at the first one that is no level.
+/// Replaces `values` with the label values that the path of a JSON file gives: element 0 from the file name, elements 1
+/// to 7 from its folders, kLabelNotSet where there is none. The folders end at the first one that is not a level.
 inline PathResult ReadSettingPath(const Labels& labels, const std::string& path, std::vector<int>& values,
                                   const LabelVisitor& visit = {}) {
   PathResult result;
@@ -127,7 +127,7 @@ inline PathResult ReadSettingPath(const Labels& labels, const std::string& path,
       if (visit) visit(label);
       ReadNamedValue(labels.ValuesOf(label), value, level->index, values);
     } else if (kModeIndex < values.size()) {
-      // NOLINTNEXTLINE(cert-err34-c): a mode that is no number is 0.
+      // NOLINTNEXTLINE(cert-err34-c): a mode that is not a number is 0.
       values[kModeIndex] = std::atoi(value.c_str());
     }
     dir.resize(separator);

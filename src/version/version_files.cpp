@@ -32,7 +32,7 @@ VersionResult FindVersionFiles(const char* version_dir, std::vector<std::string>
   return result;
 }
 
-/// Fills `message` with what the file at `path` holds.
+/// Fills `message` from the file at `path`.
 VersionResult ReadVersionFile(const std::string& path, Message* message, FileListener& listener) {
   VersionResult result;
   if (!ReadTextFile(path, result.text)) listener.OnFileNotRead(path);

@@ -18,9 +18,9 @@ namespace internal {
 
 enum class VersionStatus {
   kOk,
-  kNoFiles,       ///< none is below the folder; an error only where one is looked for
+  kNoFiles,       ///< none below the folder; an error only where one is needed
   kNotListed,     ///< the folder cannot be opened
-  kNotConverted,  ///< the text of `path` is no message of the type
+  kNotConverted,  ///< the text of `path` is not a message of the type
   kNoField,       ///< the type has no text field `field`
   kNotFound,      ///< no file has the name
 };
@@ -28,14 +28,14 @@ enum class VersionStatus {
 struct [[nodiscard]] VersionResult {
   VersionStatus status = VersionStatus::kOk;
   std::string path;
-  std::string text;    ///< with kNotConverted: what `path` holds
+  std::string text;    ///< with kNotConverted: the contents of `path`
   std::string reason;  ///< with kNotConverted: protobuf's message
   const char* field = "";
-  std::string print_failure;  ///< protobuf's message when a print failed; what there was of it is used all the same
+  std::string print_failure;  ///< protobuf's message when a print failed; its partial output is still used
 };
 
 /// Replaces `messages` with one new message per version file below `version_dir`, in directory order. The caller owns
-/// them, also after a failure, when unread slots are null; pointers that the list held are dropped.
+/// them, also after a failure, when unread slots are null; pointers already in the list are dropped.
 VersionResult ReadVersionMessages(const char* version_dir, const google::protobuf::Message* prototype,
                                   std::vector<google::protobuf::Message*>& messages, FileListener& listener);
 
@@ -47,14 +47,14 @@ class VersionMessages {
   VersionMessages& operator=(const VersionMessages&) = delete;
   ~VersionMessages() { Clear(); }
 
-  /// Replaces the messages by those of the files below `version_dir`.
+  /// Replaces the messages with those of the files below `version_dir`.
   VersionResult Read(const std::string& version_dir, const google::protobuf::Message* prototype,
                      FileListener& listener) {
     Clear();
     return ReadVersionMessages(version_dir.c_str(), prototype, messages_, listener);
   }
 
-  /// Adds one that was made elsewhere.
+  /// Adds one made elsewhere.
   void Add(std::unique_ptr<google::protobuf::Message> message);
 
   const std::vector<google::protobuf::Message*>& messages() const { return messages_; }
@@ -65,16 +65,16 @@ class VersionMessages {
   std::vector<google::protobuf::Message*> messages_;
 };
 
-/// A field of the version type that reflection can read as one text, or null.
+/// A field of the version type that reflection can read as a single string, or null.
 const google::protobuf::FieldDescriptor* FindTextField(const google::protobuf::Descriptor* type, const char* name);
 
 /// Appends the new text of a version file to `text`: the template of `message`, which is of the version type, with
-/// another version. kNoField when the type has none.
+/// another version. kNoField if the type has none.
 VersionResult PrintWithVersion(google::protobuf::Message* message, const std::string& version, const TemplateSink& sink,
                                std::string* text);
 
 /// Sets the version text of the first file below `version_dir` whose "name" is `name`, and rewrites the file; a failed
-/// write is not noticed. Ends at the first file that cannot be used.
+/// write is not detected. Ends at the first file that cannot be used.
 VersionResult SetVersion(const std::string& version_dir, Schema& schema, const google::protobuf::Descriptor* type,
                          const std::string& name, const std::string& version, FileListener& listener,
                          const TemplateSink& sink);

@@ -14,7 +14,7 @@
 namespace ZO_TUNING {
 namespace internal {
 
-/// A value longer than this less one byte is cut.
+/// A value longer than this less one byte is truncated.
 inline constexpr size_t kVersionBufferSize = 1024;
 /// In the last line of a version header that its authors own.
 inline constexpr const char* kVersionMarker = "[3AProto]";
@@ -22,13 +22,13 @@ inline constexpr const char* kVersionMarker = "[3AProto]";
 enum class ScanStatus {
   kOk,
   kNoMemory,
-  kNoKey,  ///< the text holds no "name" or no "version" in double quotes
+  kNoKey,  ///< the text has no "name" or no "version" in double quotes
 };
 
 /// A value that the scan found.
 struct ScannedText {
   std::string text;
-  bool is_closed = false;  ///< whether the closing double quote was met
+  bool is_closed = false;  ///< whether the closing double quote was found
 };
 
 struct [[nodiscard]] VersionScan {
@@ -37,7 +37,7 @@ struct [[nodiscard]] VersionScan {
   ScannedText version;
 };
 
-/// The text between the first two double quotes from `begin` on, cut to fit `buffer` and at a zero byte.
+/// The text between the first two double quotes after `begin`, truncated to fit `buffer` and at a zero byte.
 inline ScannedText ScanQuotedText(const std::string& text, size_t begin, char* buffer) {
   std::memset(buffer, 0, kVersionBufferSize);
   const size_t open = text.find('"', begin);
@@ -70,8 +70,8 @@ inline VersionScan ScanVersionText(const std::string& json) {
   return scan;
 }
 
-/// Appends the lines of a version header up to and with the first one that holds the marker; every one ends in a line
-/// feed then. A stream that throws has delivered whole lines.
+/// Appends the lines of a version header up to and including the first one with the marker; every line then ends in a
+/// line feed. If the stream throws, the lines read so far are complete.
 inline void AppendKeptLines(std::istream& header, std::string& text) {
   for (std::string line; std::getline(header, line);) {
     text += line;
@@ -92,7 +92,7 @@ inline std::string VersionBlock(const std::vector<std::string>& versions) {
   return block + "#define VERSION_NUM " + std::to_string(pairs) + "\n";
 }
 
-/// The part of a version header that its authors own; a header without a marker is kept whole.
+/// The part of a version header that its authors own; without a marker, all of it.
 inline std::string KeptHeader(const std::string& header) {
   std::istringstream stream(header);
   std::string kept;
@@ -100,8 +100,8 @@ inline std::string KeptHeader(const std::string& header) {
   return kept;
 }
 
-/// The new text of the version header `header`. "" where there is nothing to write it from: the header is empty, or
-/// there is no version.
+/// The new text of the version header `header`. "" if there is nothing to write: the header is empty, or there is no
+/// version.
 inline std::string NewHeader(const std::string& header, const std::vector<std::string>& versions) {
   const std::string kept = KeptHeader(header);
   return kept.empty() || versions.empty() ? std::string() : kept + VersionBlock(versions);

@@ -1,8 +1,8 @@
-# Compares the symbols that LIBRARY exports with the list EXPORTS, and what it needs with what it may need.
+# Compares the symbols that LIBRARY exports with the list EXPORTS, and the libraries it needs with those it may need.
 
 execute_process(COMMAND ${NM} -D --defined-only -C ${LIBRARY} OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
 string(REGEX REPLACE "(^|\n)[0-9a-f]+ [A-Za-z] " "\\1" symbols "${symbols}")
-# The list is written as in the header: without what templates add by default.
+# The list is written as in the header: without default template arguments.
 foreach(depth RANGE 4)
   string(REGEX REPLACE "(, )?std::(allocator|less|char_traits|pair)<[^<>]*(<[^<>]*>)?[^<>]*>" "" symbols "${symbols}")
   string(REGEX REPLACE "std::__[a-z0-9]+::basic_string<char *>" "std::string" symbols "${symbols}")

@@ -1,5 +1,4 @@
-// The shared library as a client sees it: the whole path from an empty directory to packed bins, and the operations
-// beside it.
+// The shared library as a client uses it: everything from an empty directory to packed bins, and the other operations.
 
 #include <filesystem>
 #include <thread>
@@ -14,8 +13,8 @@ using namespace zotest;
 
 const std::string kStop = E("PARSE_VERSION_FROM_STR", "Stop Parsing");
 
-/// From an empty directory to a packed bin, which is compared with bytes made here. Leaves two lines of the header's
-/// scan in the log.
+/// From an empty directory to a packed bin, which is compared with bytes made here. Leaves two lines of the header scan
+/// in the log.
 void FollowTheExample() {
   const TempDir temp;
   const std::string proj = temp / "demo ö%s", out = temp / "out";
@@ -62,7 +61,7 @@ TEST_F(ClientTest, TheWholeLifeOnTwoThreadsOnTwoProjects) {
   EXPECT_ERRORS(kStop, kStop, kStop, kStop);
 }
 
-// One call of each; what they do is tested beside their sources.
+// One call of each; what they do is tested with their sources.
 TEST_F(ClientTest, OtherOperations) {
   Schema schema(dir_ + "/proto");
   const auto* type = ZoTuningUtils::GetDescByClassName(schema.importer(), "ZO_TUNING.TuningProjConfig");
@@ -114,7 +113,7 @@ TEST_F(ClientTest, LoggerAndTiming) {
   ZoTuningDateTime now = {};
   GetDateTime(&now);
   EXPECT_GE(now_ms() / 1000.0, static_cast<double>(now.seconds));
-  // This process brings no system properties: every one is unset.
+  // This process provides no system properties: every one is unset.
   char value[92] = "before";
   EXPECT_EQ(__property_get("any", value, nullptr), 0);
   EXPECT_STREQ(value, "");
@@ -126,7 +125,7 @@ TEST_F(ClientTest, TheReadmesProgramPacksAProject) {
   };
   EXPECT_EQ(run("\"" + dir_ + "\" \"" + project_.out + "\""), 0) << Read(project_ / "printed");
   EXPECT_TRUE(Exists(BinPath("default")) && Exists(BinPath("tele")));
-  EXPECT_NE(run("\"" + dir_ + "\" \"" + project_.out + "\""), 0);  // the folder of bins is there already
+  EXPECT_NE(run("\"" + dir_ + "\" \"" + project_.out + "\""), 0);  // the folder of bins already exists
 }
 
 }  // namespace

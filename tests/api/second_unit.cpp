@@ -1,4 +1,4 @@
-// A second unit with the public header, first in it: whatever it leaves out or defines twice does not build. The list
+// A second unit, with the public header first: it does not build if the header lacks or duplicates something. The list
 // of exports pins the types of the other functions, this unit those of the inline ones.
 
 #include "ZoTuningUtils.h"

@@ -67,7 +67,7 @@ TEST_F(DumpTest, AcceptsEveryBinThatDecodes) {
   EXPECT_THAT(parsed_, ElementsAre(R"(name: "A" version: "1")", ""));
 }
 
-// fuzz/bin.cpp goes over every cut and change; here is what the library says of each item that can break.
+// fuzz/bin.cpp covers every truncation and change; this is what the library says about each item that can be damaged.
 TEST_F(DumpTest, NamesTheItemThatBreaks) {
   const std::string v0 = Item(VersionBytes("AF", "1.0")), v1 = Item(VersionBytes("AE", "2"));
   const std::string label = Item(LabelBytes({kAWGain, 3})), gain = Item(GainBytes(1.5)), bad = Item("\xff");
@@ -88,7 +88,7 @@ TEST_F(DumpTest, NamesTheItemThatBreaks) {
   struct Row {
     std::string bytes;
     Strings dumped;      // the lines of a dump
-    std::string parsed;  // the line of the version reader alone
+    std::string parsed;  // the line of the version reader by itself
   };
   for (const Row& row : {
            Row{I32(3) + "\1", {version(no_length, 0)}, parsed_length},
@@ -96,7 +96,7 @@ TEST_F(DumpTest, NamesTheItemThatBreaks) {
            Row{I32(3) + v0.substr(0, 5), {version(no_message, 0), version(no_length, 1)}, parsed_message},
            Row{I32(3) + I32(-1) + v0, {version(no_message, 0), version(no_length, 1)}, parsed_message},
            Row{I32(3) + v0 + v1 + v0.substr(0, 6), {version(no_message, 2)}, parsed_message},
-           // The reading goes on with the next version, but not with the records.
+           // Reading continues with the next version, but not with the records.
            Row{I32(3) + v0 + bad + bad + bad,
                {version(no_version, 1), version(no_version, 2)},
                no_version + Bin("tele")},

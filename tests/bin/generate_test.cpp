@@ -32,14 +32,14 @@ class GenerateTest : public ProjectTest {
     add("mode_1/scenario_Video/AWGain.json", GainJson("-0.25"), {kAWGain, 1, 1}, GainBytes(-0.25));
     add("mode_1/PdCalib.json", R"({"slope": {"value": [1.5, -2]}})", {kPdCalib, 1},
         Len(1, Len(1, Raw(1.5F) + Raw(-2.0F))));
-    // By protobuf's leniency: a comma too many.
+    // Accepted by protobuf: an extra comma.
     add("AEMeter.json", R"({"weight": {"value": [{"col": [true, false,]}], "rule": {}}})", {kAEMeter},
         Len(1, Len(1, Len(1, Varint(1) + Varint(0)))));
     add("filter_Mono/Noise.json", R"({"profile": {"value": ["-9007199254740993"]}})",
         {kNoise, -1, -1, -1, -1, -1, -1, 1}, Len(1, Len(1, Varint(-9007199254740993))));
     add("mode_2/scenario_Photo/AfLinkKeyTable.json", R"({"key": {"value": 4000000000}})", {kAfLinkKeyTable, 2, 0},
         Len(1, Int(1, 4000000000)));
-    // A label of zeros alone takes no bytes.
+    // A label of only zeros takes no bytes.
     add("mode_0/scenario_Photo/feature0_None/function_Base/sub_function_Main/scene_Day/filter_Off/AfCommon.json",
         kAfJson, {0, 0, 0, 0, 0, 0, 0, 0}, AfBytes());
   }
@@ -58,7 +58,7 @@ TEST_F(GenerateTest, PacksEveryScopeByteForByte) {
   EXPECT_LOG(W("GetVersionMsgs", "Cannot find any version json file under dir: " + dir_ + "/wide ö/version"),
              W("GenerateProjTuningBins", "Cannot found any json file under dir: " + dir_ + "/wide ö"));
 
-  // A configuration that names no sensor.
+  // A configuration without sensors.
   Forget();
   Write(dir_ + "/ProjConf.bin", "");
   EXPECT_TRUE(Generate());
@@ -72,7 +72,7 @@ const std::string kOne = "GenerateSpecificSensorBin";
 
 class GenerateSpecificTest : public GenerateTest {
  protected:
-  /// Runs with `input`, in a child; `output` gets what is printed.
+  /// Runs with `input`, in a child; `output` receives what is printed.
   bool Run(const std::string& input, std::string* output) {
     FeedStdin(input);
     testing::internal::CaptureStdout();
@@ -83,7 +83,7 @@ class GenerateSpecificTest : public GenerateTest {
 };
 
 TEST_F(GenerateSpecificTest, EitherIsTrueOnlyWhenEveryByteReachedTheFile) {
-  // Larger than the buffer of a stream, so that writing can fail before the file is closed.
+  // Larger than a stream's buffer, so that writing can fail before the file is closed.
   const auto noise = [](size_t count) {
     std::string list = "1";
     for (size_t i = 1; i < count; ++i) list += ",1";
@@ -135,7 +135,7 @@ TEST_F(GenerateTest, PacksTextsOfSizesAroundEveryBuffer) {
 TEST_F(GenerateSpecificTest, PacksDefaultAndTheSensorChosen) {
   MakeDirs(dir_ + "/wide%s/version");
   Write(dir_ + "/ProjConf.bin", Item(ConfigBytes("proj", {"missing", "tele", "gone", "wide%s"})));
-  project_.Add("tele", {{"mode_1/AWGain.json", "{}", {kAWGain, 1}, Len(1, "")}});  // a missing field is no fault here
+  project_.Add("tele", {{"mode_1/AWGain.json", "{}", {kAWGain, 1}, Len(1, "")}});  // a missing field is allowed here
   project_.Add("default", {{"AWGain.json", GainJson("2"), {kAWGain}, GainBytes(2)}});
   Write(dir_ + "/tele/version/a.json", VersionJson("T", "1"));
   const std::string getcha = E(kOne, "[Quokka] Getcha the json is " + dir_ + "/default/AWGain.json");
@@ -165,14 +165,14 @@ TEST_F(GenerateSpecificTest, PacksDefaultAndTheSensorChosen) {
   }
 }
 
-// ---- Failures, which either operation words in its own way ----
+// ---- Failures, for which the operations have different log lines ----
 
-/// A fault in a project that holds no settings, and what comes of it.
+/// A fault in a project without settings, and its consequences.
 struct Fault {
   std::function<void()> put;
   std::string told;                    // the functions that report it before the operation does
-  std::string all, one;                // the line of either operation; empty for none, "-" where it is no fault
-  std::string scope = "", bytes = "";  // the bin that was begun last, and what it holds
+  std::string all, one;                // the line of either operation; empty for none, "-" if it is not a fault
+  std::string scope = "", bytes = "";  // the bin that was started last, and its contents
   std::string printed = "";
 };
 
@@ -194,7 +194,7 @@ class GenerateFaultTest : public GenerateSpecificTest {
         EXPECT_THAT(errors, StartsWith(fault.printed));
         for (const std::string& error : TakeLog(6)) {
           const std::string function = error.substr(2, error.find(':') - 2);
-          // These are of error priority, but are no faults.
+          // These have error priority, but are not faults.
           if (error.find("Getcha") != error.npos || error.find("from default folder") != error.npos) continue;
           if (function != (only_one ? kOne : kAll))
             told += (told.empty() ? "" : " ") + function;
@@ -219,7 +219,7 @@ class GenerateFaultTest : public GenerateSpecificTest {
   std::function<void()> Put(const std::string& path, const std::string& text) const {
     return [=] { Write(dir_ + path, text); };
   }
-  /// Changes the schema, and adds a setting that does not matter.
+  /// Changes the schema, and adds an unrelated setting.
   std::function<void()> Retype(const std::string& from, const std::string& to, const std::string& json = "/a") {
     return [=] {
       Rewrite(dir_ + "/proto/project.proto", from, to);
@@ -277,7 +277,7 @@ TEST_F(GenerateFaultTest, InASetting) {
           "[Quokka] error to translate the json file to message", "tele", gain});
   const auto unreadable = [&] { std::filesystem::create_symlink("nowhere", default_ + "/AWGain.json"); };
   Expect({unreadable, "JSON_FILE_TO_STR JSON_STR_TO_MSG", no_fit, no_write, "default", gain});
-  // A field that the text does not name, on the fast path and on the slow one.
+  // A field that the text does not mention, on the fast path and on the slow path.
   for (const std::string scope : {"default", "tele"}) {
     Expect({Put("/" + scope + "/AWGain.json", "{}"), "", no_fit, "-", scope, gain,
             "Error: Field 'gain' not found in Json.\n"});
@@ -299,7 +299,7 @@ TEST_F(GenerateTest, TwentyMegabytesOfJson) {
   project_.Add("tele", {{"mode_1/Noise.json", json, {kNoise, 1}, Len(1, Len(1, values))}});
   EXPECT_TRUE(Generate());
   EXPECT_TRUE(Read(BinPath("tele")) == project_.Bin("tele"));  // without printing both
-  // The same text with a fault is logged whole.
+  // The same text with a fault is logged completely.
   Forget();
   json.pop_back();
   Write(dir_ + "/tele/mode_1/Noise.json", json);

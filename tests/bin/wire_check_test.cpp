@@ -1,4 +1,4 @@
-// The check of wire bytes against protobuf's own reading, on random and damaged bytes.
+// The check of wire bytes against protobuf's own parser, on random and damaged bytes.
 
 #include "bin/wire_check.h"
 
@@ -60,7 +60,7 @@ class WireCheckTest : public testing::Test {
     return message->ParseFromString(bytes);
   }
 
-  /// Whether the check says the same as protobuf, from memory and in pieces from a file.
+  /// Whether the check agrees with protobuf, from memory and in pieces from a file.
   void Agrees(const Descriptor* type, const std::string& bytes) {
     const WireVerdict expected = Expected(type, bytes) ? WireVerdict::kMessage : WireVerdict::kNoMessage;
     RecordReader reader{std::string_view(bytes)};
@@ -76,14 +76,14 @@ class WireCheckTest : public testing::Test {
     std::string text;
     for (; value >= 0x80; value >>= 7) text += static_cast<char>(value | 0x80);
     text += static_cast<char>(value);
-    if (Below(40) == 0) {  // a longer form than it needs
+    if (Below(40) == 0) {  // an overlong form
       text.back() = static_cast<char>(text.back() | 0x80);
       text.append(Below(9), '\x80').append(1, Below(8) == 0 ? '\x7f' : '\0');
     }
     return text;
   }
 
-  /// Fields of any number and wire type, most of them whole.
+  /// Fields of any number and wire type, most of them complete.
   std::string Fields(int depth) {
     static const char* const kTexts[] = {"",         "abc",          "\xc3\xa9", "\xe2\x82\xac!", "\xf0\x9f\x98\x80",
                                          "\xc0\x80", "\xed\xa0\x80", "\xff",     "\xe2\x82",      "\xf4\x90\x80\x80"};
@@ -121,7 +121,7 @@ TEST_F(WireCheckTest, SaysWhatProtobufSays) {
     if (Below(3) == 0) bytes.resize(Below(bytes.size()));
     for (const Descriptor* type : types) Agrees(type, bytes);
   }
-  // Both verdicts have to occur.
+  // Both results must occur.
   EXPECT_GT(good, 5000u);
   EXPECT_LT(good, 55000u);
 }
@@ -142,7 +142,7 @@ TEST_F(WireCheckTest, NestsAsDeepAsProtobuf) {
 
 TEST_F(WireCheckTest, ReadsFilesInPieces) {
   const Descriptor* type = Type(kProto3, "M");
-  // Characters across the ends of pieces, wherever these are; the tail is in the last one.
+  // Characters across the ends of pieces, wherever those are; the tail is in the last one.
   for (const std::string& tail : {std::string(), std::string("\xe2\x82")}) {
     std::string text = "1";
     while (text.size() < 300000) text += "\xe2\x82\xac\xf0\x9f\x98\x80";

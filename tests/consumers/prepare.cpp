@@ -1,4 +1,4 @@
-// Makes the list of sensors of a copy of the example project, as its README says.
+// Makes the list of sensors for a copy of the example project, as its README says.
 #include "ZoTuningUtils.h"
 
 int main() {

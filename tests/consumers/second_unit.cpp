@@ -1,4 +1,4 @@
-// The header in a second unit of the same program, with every inline function compiled into it.
+// The header in a second unit of the same program, with all inline functions compiled into it.
 #include "ZoTuningUtils.h"
 
 template <typename... Functions>

@@ -1,4 +1,4 @@
-// The worked examples of docs/, made and read by the library as they are printed.
+// The worked examples of docs/, written and read by the library exactly as printed.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ using zotest::E;
 using zotest::Message;
 using zotest::Strings;
 
-/// The texts of a page's blocks that are fenced as `language`.
+/// The contents of a page's blocks that are fenced as `language`.
 Strings Blocks(const std::string& page, const std::string& language) {
   std::istringstream lines(zotest::Read(std::string(ZOTUNING_SOURCE_DIR) + "/docs/" + page));
   Strings blocks;
@@ -36,7 +36,7 @@ Strings Blocks(const std::string& page, const std::string& language) {
   return blocks;
 }
 
-/// The one such block.
+/// The only such block.
 std::string Block(const std::string& page, const std::string& language) {
   const Strings blocks = Blocks(page, language);
   EXPECT_EQ(blocks.size(), 1U) << page << ": blocks of " << language;
@@ -59,7 +59,7 @@ std::string HexBlock(const std::string& page) {
   return bytes;
 }
 
-/// The project that the pages speak of: the schema of docs/tuning-bin.md, the sensors "main" and "wide".
+/// The project used in the pages: the schema of docs/tuning-bin.md, the sensors "main" and "wide".
 class DocsTest : public zotest::LogTest {
  protected:
   void SetUp() override {
@@ -92,7 +92,7 @@ TEST_F(DocsTest, TuningBinIsPackedAndDecodedAsPrinted) {
   EXPECT_EQ(zotest::Read(bins + "/main.bin"), printed);
   EXPECT_EQ(zotest::Read(bins + "/wide.bin"), std::string(4, '\0')) << "the shortest bin";
 
-  // The bytes of the page alone, read by the library.
+  // The bytes of the page by themselves, read by the library.
   zotest::Write(bins + "/main.bin", printed);
   EXPECT_TRUE(ZoTuningUtils::DumpProjTuningBins(dir_.c_str(), bins.c_str()));
   zotest::Schema schema(dir_ + "/proto");
@@ -103,7 +103,7 @@ TEST_F(DocsTest, TuningBinIsPackedAndDecodedAsPrinted) {
   const zotest::MessagePtr version(versions[0]);
   EXPECT_EQ(zotest::Text(*version), zotest::Text(*schema.New("ZO_TUNING.Version", "name: 'Flash' version: '1.0'")));
 
-  // Every byte less breaks the last item that the page names.
+  // One byte less damages the last item that the page names.
   zotest::Write(bins + "/main.bin", printed.substr(0, printed.size() - 1));
   EXPECT_TRUE(ZoTuningUtils::DumpProjTuningBins(dir_.c_str(), bins.c_str()));
   EXPECT_THAT(zotest::TakeLog(6), ElementsAre(E("DumpProjTuningBins", "Parse module msg failed: Flash")));
@@ -153,7 +153,7 @@ TEST_F(DocsTest, VersionHeaderIsGeneratedAsPrinted) {
   const Strings headers = Blocks("versions.md", "c");
   ASSERT_EQ(files.size(), 2U);
   ASSERT_EQ(headers.size(), 2U);
-  // The page supposes that the directory gives a.json first. Where it does not, the names change places.
+  // The page assumes that the directory returns a.json first. If it does not, the names are swapped.
   const std::string version_dir = dir_ + "/proto/version";
   zotest::Write(version_dir + "/a.json", "");
   zotest::Write(version_dir + "/b.json", "");

@@ -27,9 +27,9 @@ const char* g_fired_file;
 
 bool g_unknown_kinds, g_no_flags, g_no_links, g_no_rename, g_has_fixed;
 struct stat g_fixed;           // the directory that cannot be renamed
-std::atomic<long> g_room{-1};  // bytes until the disk is full; below 0 without end
+std::atomic<long> g_room{-1};  // bytes until the disk is full; negative for no limit
 
-// Counts a call of `name` and says whether it is the one that fails.
+// Counts a call of `name` and returns whether it is the one that fails.
 bool Hit(const char* name, int error) {
   if (std::strcmp(g_call, name) != 0 || ++g_calls != g_nth) return false;
   if (g_fired_file != nullptr) {
@@ -50,7 +50,7 @@ bool Unrenamable(const char* path) {
   return g_has_fixed && stat(path, &info) == 0 && info.st_ino == g_fixed.st_ino && info.st_dev == g_fixed.st_dev;
 }
 
-// How many of `wanted` bytes still go to a file; -1, with errno set, for none.
+// How many of `wanted` bytes still fit into a file; -1, with errno set, for none.
 ssize_t Room(size_t wanted) {
   if (g_room < 0 || wanted == 0) return static_cast<ssize_t>(wanted);
   const long room = std::min(g_room.load(), static_cast<long>(wanted));
@@ -60,8 +60,8 @@ ssize_t Room(size_t wanted) {
   return -1;
 }
 
-// Whether libprotobuf is at work. The caller alone does not tell: templates of the standard library that libprotobuf
-// uses may stand in the program.
+// Whether libprotobuf is on the stack. The caller alone is not enough: templates of the standard library that
+// libprotobuf uses may be in the program.
 bool InProtobuf(void* caller) {
   const auto belongs = [](void* address) {
     dl_find_object found;
@@ -85,7 +85,7 @@ void* AllocateOrThrow(size_t size, void* caller) {
 
 __attribute__((constructor)) void ArmByEnvironment() {
   void* first[1];
-  backtrace(first, 1);  // loads what it needs, so that it does not later
+  backtrace(first, 1);  // loads what it needs now rather than later
   const char* call = std::getenv("FAIL_CALL");
   const char* nth = std::getenv("FAIL_NTH");
   g_fired_file = std::getenv("FAIL_FIRED");
@@ -115,7 +115,7 @@ bool Fired() { return g_nth > 0 && g_calls >= g_nth; }
 
 }  // namespace fail_nth
 
-// A function that fails: under which name, how and with which errno; its result, name and parameters; the arguments.
+// A failing function: under which name, how and with which errno; its result, name and parameters; the arguments.
 #define FAILING(call, failed, error, result, name, parameters, ...)                           \
   extern "C" result name parameters {                                                         \
     static const auto real = reinterpret_cast<result(*) parameters>(dlsym(RTLD_NEXT, #name)); \
@@ -224,7 +224,7 @@ extern "C" int renameat2(int d, const char* from, int e, const char* to, unsigne
   return real(d, from, e, to, flags);
 }
 
-// All forms of new and delete, so that what one takes another can give back.
+// All forms of new and delete, so that allocation and deallocation match.
 void* operator new(size_t size) { return AllocateOrThrow(size, CALLER); }
 void* operator new[](size_t size) { return AllocateOrThrow(size, CALLER); }
 void* operator new(size_t size, const std::nothrow_t&) noexcept { return Allocate(size, CALLER); }

@@ -1,7 +1,7 @@
 /// \file
-/// Faults of the system, made on purpose: the n-th call of one function fails as the system would fail it. Linked into
-/// a test program, or preloaded into any program and told by the environment: FAIL_CALL what fails, FAIL_NTH which
-/// call, FAIL_FIRED a file that is made at the moment of the fault.
+/// Injected system faults: the n-th call of one function fails as the system would make it fail. Linked into a test
+/// program, or preloaded into any program and controlled by the environment: FAIL_CALL gives the function, FAIL_NTH the
+/// call, FAIL_FIRED a file that is created at the moment of the fault.
 ///
 /// And disks that answer differently, by the environment alone: FAIL_DISK holds any of the words "unknown" (directories
 /// do not tell the kinds of their entries), "noexchange" (renameat2 knows no flags), "nolinks" (a file has one name) and

@@ -1,6 +1,6 @@
-// Every operation that uses the disk or memory, with the first, second, third, ... call of one function of the system
-// failing until it gets through without a fault: a failure shows in the log, and what is lost without a word is listed.
-// And states of the disk that no other test makes.
+// Every operation that uses the disk or memory, with the first, second, third, ... call of one system function failing
+// until it finishes without a fault: a failure shows in the log, and silent losses are listed. Also states of the disk
+// that no other test creates.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -21,11 +21,11 @@
 #include "support/child.h"
 #include "support/project.h"
 
-// Warnings and errors, as they are written. Kept without memory of their own; each ends in a zero byte.
+// Warnings and errors as logged. Stored without allocation; each ends in a zero byte.
 static char g_lines[1 << 16];
 static size_t g_used = 0;
 
-// In place of the log calls of the library and of this file.
+// Replaces the log calls of the library and of this file.
 extern "C" int __wrap___android_log_write(int, const char*, const char*) { return 0; }
 extern "C" int __wrap___android_log_print(int priority, const char*, const char* format, ...) {
   va_list arguments;
@@ -54,7 +54,7 @@ std::string Files() {
   return files;
 }
 
-/// What the operations are given and deliver. Made before a fault is armed, so that memory for it can be had.
+/// Inputs and outputs of the operations. Created before a fault is armed, so that they have their memory.
 struct Work {
   std::string dir = kRoot + "/proj", proto = dir + "/proto", version_dir = proto + "/version", bins = kRoot + "/bins";
   std::string header = dir + "/src/ZoTuningVersion.h", json = dir + "/default/AWGain.json", bin = bins + "/default.bin";
@@ -96,7 +96,7 @@ struct Operation {
   std::string name;
   bool has_result;
   bool (*run)(Work& w);
-  /// The calls whose failure loses something, or makes the operation fail, without a word.
+  /// The calls whose failure silently loses something, or silently makes the operation fail.
   const char* loses = "";
 };
 
@@ -153,7 +153,7 @@ struct Ran {
   Strings lines;
 };
 
-/// What the lines of a run say that a run without a fault does not.
+/// What the lines of a run say beyond those of a run without a fault.
 bool SaysMore(const Ran& clean, const Ran& run) {
   return std::any_of(run.lines.begin(), run.lines.end(), [&](const std::string& line) {
     const auto same = [&](const std::string& other) {  // "file.cpp:12 Function() message"
@@ -195,14 +195,14 @@ class FaultTest : public ProjectTest {
     fs::copy(project_.temp.str(), kRoot, fs::copy_options::recursive);
   }
 
-  /// Runs the operation on the project as it was while a call fails.
+  /// Runs the operation on a fresh copy of the project while a call fails.
   Ran RunWith(const Operation& operation, const std::string& call, long nth) {
     if (files_.empty() || files_ != fresh_files_) {
       StartOver();
       fresh_files_ = Files();
     }
     Work work;
-    // A header that stat fails for counts as missing, is removed, and waited for without end: this makes it again.
+    // If stat fails for a header, it counts as missing, is removed, and waited for endlessly: this creates it again.
     std::atomic<bool> done{call != "stat"};
     std::thread maker([&done, header = work.header] {
       for (; !done; usleep(1000)) {

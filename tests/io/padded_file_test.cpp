@@ -14,7 +14,7 @@
 
 namespace {
 
-/// The text and the zero bytes behind it.
+/// The text and the zero bytes after it.
 void ExpectText(const ZO_TUNING::internal::PaddedFile& file, const std::string& text) {
   const size_t padded_size = text.size() + ZO_TUNING::internal::kTextPadding;
   EXPECT_EQ(file.text().size(), text.size());
@@ -26,7 +26,7 @@ TEST(TextFileTest, ReadsFilesOfAnySizeOneAfterAnother) {
   ZO_TUNING::internal::PaddedFile file;
   EXPECT_FALSE(file.Read(temp / "none.json"));
   EXPECT_FALSE(file.Read(temp.str()));
-  // Shorter texts behind longer ones, an empty one, and sizes around that of the first buffer.
+  // Shorter texts after longer ones, an empty one, and sizes around that of the first buffer.
   for (const int size : {3, 0, 65535 - 64, 65536 - 64, 65536, 7, 1 << 20}) {
     std::string text(static_cast<size_t>(size), 'x');
     if (size > 2) text[2] = '\0';

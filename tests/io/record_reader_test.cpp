@@ -17,7 +17,7 @@ ReadStatus ReadRecord(RecordReader& reader, std::string_view* bytes) {
 
 TEST(RecordReaderTest, TellsACleanEndFromACut) {
   struct Row {
-    std::string bytes;  // behind one good record
+    std::string bytes;  // after one good record
     ReadStatus in_file, in_stream;
     std::string record = "";
   };
@@ -50,7 +50,7 @@ TEST(RecordReaderTest, TellsACleanEndFromACut) {
         EXPECT_EQ(reader.offset(), 9 + 4 + row.record.size());
         EXPECT_EQ(bytes, row.record);
       } else {
-        // Whatever was left is used up.
+        // The rest counts as consumed.
         int32_t length = 0;
         EXPECT_EQ(reader.ReadInt32(&length), ReadStatus::kEnd);
         EXPECT_EQ(reader.ReadBytes(0, &bytes), ReadStatus::kShortData);

@@ -15,7 +15,7 @@ TEST_F(DefaultDataTest, WritesTheTemplateOverEdits) {
     EXPECT_THAT(Read(path),
                 AllOf(StartsWith("{\n \"slope\": {\n  \"value\": [],\n"), testing::EndsWith("\n  }\n }\n}\n")));
   }
-  MakeDirs(dir_ + "/default/AWGain.json");  // a file that cannot be written is not noticed
+  MakeDirs(dir_ + "/default/AWGain.json");  // a file that cannot be written is not detected
   EXPECT_TRUE(ZoTuningUtils::GenerateDefaultModuleData(dir_.c_str(), "AWGain"));
   EXPECT_TRUE(ZoTuningUtils::GenerateDefaultModuleData(dir_.c_str(), "AfLinkKeyTable"));
   EXPECT_TRUE(Exists(dir_ + "/default/AfLinkKeyTable.json"));

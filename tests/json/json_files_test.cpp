@@ -28,7 +28,7 @@ TEST_F(JsonFilesTest, ListsInDirectoryOrderWithoutVersions) {
   EXPECT_EQ(found, wanted);
   EXPECT_EQ(found.size(), 2 + listed.size());
 
-  // The directory that was asked for may itself be named "version".
+  // The directory passed in may itself be named "version".
   found.clear();
   EXPECT_TRUE(ZoTuningUtils::FindAllJsonFiles((dir / "version").c_str(), found));
   EXPECT_THAT(found, ElementsAre(dir / "version/h.json"));
@@ -66,7 +66,7 @@ TEST_F(JsonFilesTest, CutsSubdirectoriesButNotFilesAtTheBuffersEnd) {
   EXPECT_TRUE(ZoTuningUtils::FindAllJsonFiles(dir.c_str(), found));
   const std::string file = "/" + std::string(200, 'f') + ".json";
   EXPECT_THAT(found, UnorderedElementsAre(dir + "/ab" + file, dir + "/" + std::string(200, 'g') + ".json"));
-  // 1,023 bytes still fit, "/ab"; the other two are cut to the same name, which is not entered.
+  // 1,023 bytes still fit, "/ab"; the other two are truncated to the same name, which is not entered.
   const std::string cut = E("FindAllJsonFiles", "Open directory failed: " + dir + "/ab");
   EXPECT_LOG(cut, cut);
 }

@@ -44,7 +44,7 @@ TEST_F(RulesTest, EveryKindIsAnnotatedAndPruned) {
   EXPECT_EQ(Text(*message), pruned);
 }
 
-// Rules are known by their short names alone, in any package and nested; other spellings are ordinary messages.
+// Rules are recognised by their short names only, in any package and nested; other spellings are ordinary messages.
 constexpr char kOrdinary[] = R"(syntax = "proto3";
   message BoolRule { string description = 1; string recommend = 2; int32 other = 3; }
   message boolRule { string description = 1; BoolRule in = 2; }
@@ -169,7 +169,7 @@ TEST_F(RulesTest, WhatPruningComesToIsKnownBeforehand) {
     text += "message D" + at + " { D" + next + " a = 1; D" + next + " b = 2; }";
     text += "message K" + at + " { K" + next + " a = 1; repeated K" + next + " b = 2; }";
   }
-  // Twelve types that all hold one another are created on 12! ways.
+  // Twelve types that all contain one another would be created in 12! ways.
   for (int i = 0; i < 12; ++i) {
     text += "message A" + std::to_string(i) + " { ";
     for (int k = 0; k < 12; ++k)

@@ -64,7 +64,7 @@ TEST_F(DatacenterLoggerTest, WritesWhatTheMasksLetThrough) {
     DatacenterLoggerFunction("dir/a.cpp", 17, "Fn", row.group, row.level, "%d%% of %s", 5, "%s");
     EXPECT_THAT(testing::internal::GetCapturedStdout(), MatchesRegex("fopen a FD 0x0x[0-9a-f]+"));
     const std::vector<RawLine> lines = TakeRawLog();
-    EXPECT_EQ(HoldsOpen(path_), row.priority == 0);  // a message that is dropped leaves the file open
+    EXPECT_EQ(HoldsOpen(path_), row.priority == 0);  // a dropped message leaves the file open
     ASSERT_EQ(lines.size(), row.priority == 0 ? 0U : 1U);
     for (const auto& [priority, tag, text] : lines) {
       EXPECT_EQ(priority, row.priority);
@@ -111,14 +111,14 @@ TEST_F(DatacenterLoggerTest, CutsWhatIsTooLong) {
 
 TEST_F(DatacenterLoggerTest, EndTimeWritesTheCostAndResetsTheSlot) {
   start_t[255] = {5, 42};
-  EndTime("dir/a.cpp", 9, "Fn", 255);  // whatever the masks say
+  EndTime("dir/a.cpp", 9, "Fn", 255);  // whatever the masks are
   EndTime("a.cpp", 9, std::string(300, 'f').c_str(), 0);
   // A debug file that happens to be open gets the line and stays open.
   SetMasks(1, 0);
   testing::internal::CaptureStdout();
   FileCreate();
   testing::internal::GetCapturedStdout();
-  EndTime("a.cpp", 9, "Fn", 7);  // a slot that was never started begins at zero
+  EndTime("a.cpp", 9, "Fn", 7);  // a slot that was never started starts at zero
   EXPECT_TRUE(HoldsOpen(path_));
   SetMasks(0, 2);
   FileCreate();

@@ -1,4 +1,4 @@
-// The answers on all kinds of schemas are compared with the plain search in transcode/differential_test.cpp.
+// The results for all kinds of schemas are compared with the plain search in transcode/differential_test.cpp.
 
 #include "ZoTuningUtils.h"
 #include "support/log.h"
@@ -8,7 +8,7 @@ namespace {
 
 using namespace zotest;
 
-/// `missing` is empty when the check succeeds.
+/// `missing` is empty if the check succeeds.
 void ExpectCheck(const google::protobuf::FieldDescriptor* field, const std::string& json, const std::string& missing) {
   bool found = false;
   const std::string printed = StderrOf([&] { found = ZO_TUNING::CheckFieldInString(field, json); });
@@ -36,7 +36,7 @@ TEST(FieldCheckTest, SearchesNamesAsPlainText) {
 }
 
 TEST(FieldCheckTest, CostDoesNotMultiplyAndRecursionEnds) {
-  // Searched plainly, forty levels of two fields each are 2^40 visits.
+  // With a naive search, forty levels of two fields each are 2^40 visits.
   std::string proto = "syntax = \"proto3\"; message T40 { int32 last = 1; T0 again = 2; }";
   for (int level = 0; level < 40; ++level) {
     const std::string next = "T" + std::to_string(level + 1);

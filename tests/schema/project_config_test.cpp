@@ -14,7 +14,7 @@ class ProjectConfigTest : public LogTest {
 
   TempDir temp_;
   const std::string schema_dir_ = temp_ / "schema";
-  const std::string root_ = temp_ / "root/";  // gives doubled separators
+  const std::string root_ = temp_ / "root/";  // causes doubled separators
   const std::string proj_ = root_ + "/50%s ö";
 };
 
@@ -35,7 +35,7 @@ TEST_F(ProjectConfigTest, MakesAProjectOnceAndExtendsItLater) {
   EXPECT_EQ(Read(proj_ + "/tele/version/.gitkeep"), "");
   EXPECT_EQ(Read(proj_ + "/ProjConf.bin"), Item(ConfigBytes("50%s ö", {"tele", "wide lens"})));
 
-  // What exists is kept as it is, even a sensor without its version directory; the configuration is rewritten.
+  // What exists is kept unchanged, even a sensor without its version directory; the configuration is rewritten.
   MakeDirs(proj_ + "/bare");
   Init({"tele", "bare", "new"}, schema_dir_);
   EXPECT_LOG(line("Existed project tuning dir", ""), line("Sensor dir has already been created", "/tele"),
@@ -66,13 +66,13 @@ TEST_F(ProjectConfigTest, MakesNothingWithoutAUsableSchema) {
   EXPECT_LOG(NoType("ZO_TUNING.TuningProjConfig"));
   EXPECT_EQ(Tree(root_), Strings());
 
-  // A root that is missing shows up only when the configuration is written.
+  // A missing root shows up only when the configuration is written.
   ZoTuningUtils::InitProjectConfig(schema_dir_.c_str(), "p", {}, (temp_ / "gone").c_str());
   EXPECT_LOG(I("InitProjectConfig", "Create the default dir " + (temp_ / "gone/p/default")),
              E("MSG_TO_BIN", "Cannot open output file " + (temp_ / "gone/p/ProjConf.bin")));
 }
 
-// fuzz/project_config.cpp goes over every cut and change.
+// fuzz/project_config.cpp covers every truncation and change.
 TEST_F(ProjectConfigTest, ReadsWhateverTheConfigurationHolds) {
   const Project project;
   const std::string path = project / "ProjConf.bin", good = Item(ConfigBytes("old", {"a", "b"}));

@@ -13,7 +13,7 @@ namespace {
 
 using namespace zotest;
 
-/// Runs `work` on a thread with a stack of so many kB.
+/// Runs `work` on a thread with a stack of this many kB.
 void OnStack(size_t kilobytes, std::function<void()> work) {
   pthread_attr_t attributes;
   ASSERT_EQ(pthread_attr_init(&attributes), 0);
@@ -55,7 +55,7 @@ void WriteLevels(Kind kind, int levels, const std::string& dir) {
   Write(dir + "/a.proto", text);
 }
 
-// What a stack holds is used; what it does not is refused before protobuf recurses, as nothing survives after.
+// What fits on the stack works; what does not is rejected before protobuf recurses, as a crash could not be survived.
 TEST(StackDepthTest, EveryKindOfDepthIsBoundedByTheStack) {
   struct Row {
     Kind kind;
@@ -84,7 +84,7 @@ TEST(StackDepthTest, EveryKindOfDepthIsBoundedByTheStack) {
       WriteLevels(row.kind, levels, dir.str());
       OnStack(row.stack_kilobytes, [&] {
         ZO_TUNING::internal::Schema schema(dir.str());
-        // The last type of a cycle is no less deep than the first.
+        // The last type of a cycle is as deep as the first.
         for (const std::string& type : {std::string("T0"), "T" + std::to_string(levels - 1)}) {
           if (row.kind != Kind::kCycle && type != "T0") continue;
           const auto* found = schema.FindType(type);
@@ -110,7 +110,7 @@ TEST(StackDepthTest, FoldersTakeNoStack) {
   });
 }
 
-// What a file names is followed as protobuf does it: escapes, pieces, comments.
+// Import names are read as protobuf reads them: escapes, pieces, comments.
 TEST(StackDepthTest, ImportsAreSeenHoweverTheyAreWritten) {
   for (const std::string import : {"import \"i1.proto\";", "import 'i' \"1.proto\";",
                                    "import public \"\\1511.prot\\x6f\";", "import /* ; */ weak // \"\n\"i1.proto\";"}) {

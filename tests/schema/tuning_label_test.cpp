@@ -8,7 +8,7 @@ using namespace zotest;
 
 class TuningLabelTest : public SchemaTest {
  protected:
-  /// A label type with these fields, beside a few enums.
+  /// A label type with these fields, besides a few enums.
   void LoadLabel(const std::string& fields) {
     message_.reset();  // before the schema that it was made from
     Load(R"(syntax = "proto3"; package ZO_TUNING;
@@ -50,7 +50,7 @@ TEST_F(TuningLabelTest, MapStopsAtAFieldOfAnotherType) {
   const std::string invalid = "Invalid tuning data label type: ";
   EXPECT_LOG(E("GetProjectTuningLabelsMap", invalid + "9"), E("GetProjectTuningLabelsMap", invalid + "11"),
              E("GetProjectTuningLabelsMap", invalid + "17"));
-  // A value name that is too short for its enum gives one line of our own wording and no short name.
+  // A value name that is too short for its enum produces one line of our own wording and no short name.
   for (const std::string type : {"Short", "Late"}) {
     LoadLabel(type + " field = 1; int32 next = 2;");
     EXPECT_FALSE(MakeMap());
@@ -66,7 +66,7 @@ TEST_F(TuningLabelTest, FillsAndReadsMessages) {
     Strings names;
     std::vector<int> values;
     std::string filled;
-    std::string line;  // empty when both ways succeed
+    std::string line;  // empty if both directions succeed
     std::vector<int> read;
   };
   const std::string missing = "Error in finding the field descriptor of ";

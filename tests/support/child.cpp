@@ -22,7 +22,7 @@ bool InChild(const std::function<void()>& body) {
   std::fflush(nullptr);
   const pid_t child = fork();
   if (child == 0) {
-    EXPECT_NO_THROW(body());  // it must not get out into the test program's own run
+    EXPECT_NO_THROW(body());  // it must not escape into the test program's own run
     EXPECT_THAT(TakeLog(6), testing::IsEmpty()) << "error lines that the test did not expect";
     std::fflush(nullptr);
     _exit(testing::Test::HasFailure() ? 1 : 0);

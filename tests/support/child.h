@@ -7,15 +7,15 @@
 
 namespace zotest {
 
-/// Runs `body` in a forked child. Failures there, unexpected error lines and any other end than the normal one fail the
-/// calling test. False when the body called CannotRunHere.
+/// Runs `body` in a forked child. Failures in it, unexpected error lines and any abnormal exit fail the calling test.
+/// False if the body called CannotRunHere.
 bool InChild(const std::function<void()>& body);
 
-// For bodies of children only:
+// Only for bodies of children:
 [[noreturn]] void CannotRunHere();
 void FeedStdin(const std::string& text);
 void LimitFileSize(size_t bytes);                           ///< writes past the limit fail; the process is not killed
-void MountSmallDisk(const std::string& dir, size_t bytes);  ///< seen by this child alone
-void BecomeNobody();                                        ///< so that permissions bind
+void MountSmallDisk(const std::string& dir, size_t bytes);  ///< visible only to this child
+void BecomeNobody();                                        ///< so that permissions apply
 
 }  // namespace zotest

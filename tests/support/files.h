@@ -10,7 +10,7 @@ namespace zotest {
 
 using Strings = std::vector<std::string>;
 
-/// A directory that removes itself. Its name holds a blank, a letter beyond ASCII and what printf would expand.
+/// A directory that removes itself. Its name contains a space, a non-ASCII letter and what printf would expand.
 class TempDir {
  public:
   TempDir();
@@ -25,8 +25,8 @@ class TempDir {
 };
 
 void MakeDirs(const std::string& dir);
-// These two throw when they cannot.
-void Write(const std::string& path, std::string_view text);  ///< makes the directories above as well
+// These two throw on failure.
+void Write(const std::string& path, std::string_view text);  ///< creates missing directories as well
 std::string Read(const std::string& path);
 bool Exists(const std::string& path);
 unsigned Mode(const std::string& path);  ///< permission bits
@@ -34,11 +34,11 @@ unsigned Mode(const std::string& path);  ///< permission bits
 /// Everything below `dir` as sorted relative paths, directories with a trailing "/".
 Strings Tree(const std::string& dir);
 
-/// The paths of the "*.json" files below `dir` in the order of a walk that enters each directory where the directory
-/// stream delivers it, directories named "version" left out.
+/// The paths of the "*.json" files below `dir` in the order of a walk that enters each directory when the directory
+/// stream returns it, without directories named "version".
 Strings JsonInOrder(const std::string& dir);
 
-/// Whether this process holds the file open.
+/// Whether this process has the file open.
 bool HoldsOpen(const std::string& path);
 
 }  // namespace zotest

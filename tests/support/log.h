@@ -28,7 +28,7 @@ struct RawLine {
   std::string text;
 };
 
-/// All lines since the last take, as they were written.
+/// All lines since the last take, as written.
 std::vector<RawLine> TakeRawLog();
 
 /// The lines of the library's operations since the last take, as "<priority> <function>: <message>", without those
@@ -47,7 +47,7 @@ inline std::string NoType(const std::string& name) {
   return E("GetDescByClassName", "Find descriptor of " + name + " failed, please check the protos under project dir");
 }
 
-/// The line about a file that is named by no module.
+/// The line about a file that is not named after a module.
 inline std::string UnknownModule(const std::string& name) {
   return E("PATH_TO_TUNING_CONFIG", "Unknown module name " + name +
                                         " in EnumTuningDataLable_Module, please check the setting of "
@@ -62,11 +62,11 @@ std::string StderrOf(Body body) {
   return testing::internal::GetCapturedStderr();
 }
 
-/// Takes the log and compares it with these lines, all of them or the error lines alone.
+/// Takes the log and compares it with these lines, either all lines or only the error lines.
 #define EXPECT_LOG(...) EXPECT_THAT(zotest::TakeLog(), testing::ElementsAre(__VA_ARGS__))
 #define EXPECT_ERRORS(...) EXPECT_THAT(zotest::TakeLog(6), testing::ElementsAre(__VA_ARGS__))
 
-/// Fails a test that leaves an error line behind which it did not take.
+/// Fails a test that leaves an error line that it did not take.
 class LogTest : public testing::Test {
  protected:
   void SetUp() override { TakeRawLog(); }

@@ -37,7 +37,7 @@ const Strings kKinds = {"Bool", "Int32", "Uint32", "Int64", "Uint64", "Double", 
 
 namespace {
 
-// The types of one kind. Rules declare more than their templates set, so that a test sees what stays alone.
+// The types of one kind. Rules declare more than their templates set, so that a test sees what stays unset.
 constexpr char kKindTypes[] = R"(
   message KindRule { string description = 1; string recommend = 2; string len = 3; }
   message KindArrayRule { string description = 1; string recommend = 2; int32 order = 3; string len = 4; string row = 5; }

@@ -22,13 +22,13 @@ using Descriptor = google::protobuf::Descriptor;
 using Message = google::protobuf::Message;
 using MessagePtr = std::unique_ptr<Message>;
 
-/// Loads the .proto files of a directory by itself.
+/// Loads the .proto files of a directory on its own.
 class Schema {
  public:
   explicit Schema(const std::string& dir);
   const Descriptor* Type(const std::string& full_name);
   const Message* Prototype(const std::string& full_name);
-  MessagePtr New(const std::string& full_name, const std::string& text = "");  ///< from protobuf text
+  MessagePtr New(const std::string& full_name, const std::string& text = "");  ///< from protobuf text format
   google::protobuf::compiler::Importer& importer() { return importer_; }
 
  private:
@@ -39,14 +39,14 @@ class Schema {
 
 std::string Text(const Message& message);  ///< on one line
 
-/// The seven kinds of parameter values, as type names spell them.
+/// The seven kinds of parameter values, as spelled in type names.
 extern const Strings kKinds;
 
-/// Writes the schema: that of support/schema, and types.proto with all rule and data types and EveryKind, a module of
+/// Writes the schema: that of support/schema, and types.proto with all rule and data types and EveryKind, a module with
 /// all of them.
 void WriteSchema(const std::string& dir);
 
-/// What the schema's TuningDataLabel comes to.
+/// What the schema's TuningDataLabel contains.
 extern const Strings kLabelNames;
 extern const LabelMap kLabelMap;
 
@@ -62,7 +62,7 @@ std::string GainBytes(double gain);             ///< without its rule
 extern const char* const kAfJson;               ///< an AfCommon with all kinds of nesting and all rules
 std::string AfBytes();                          ///< the same, pruned
 
-/// One tuning JSON file of a scope and the record that it becomes.
+/// One tuning JSON file of a scope and the record it becomes.
 struct Setting {
   std::string path;  ///< below the scope's directory
   std::string json;
@@ -71,7 +71,7 @@ struct Setting {
 };
 
 /// The bytes of a bin: the version files below `version_dir`, as VersionJson or the library writes them, and the
-/// `settings` that lie below `data_dir`, in the order in which both are listed.
+/// `settings` below `data_dir`, in the order in which both are listed.
 std::string BinBytes(const std::string& version_dir, const std::string& data_dir, const std::vector<Setting>& settings);
 
 /// A project directory written without the library.
@@ -106,7 +106,7 @@ class ProjectTest : public LogTest {
   LabelMap map_ = kLabelMap;
 };
 
-/// Tests on schemas of their own.
+/// Tests with schemas of their own.
 class SchemaTest : public LogTest {
  protected:
   /// Replaces the schema by one file.

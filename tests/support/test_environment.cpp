@@ -1,5 +1,5 @@
-// Where a whole test program runs: in the locale that ZOTEST_LOCALE names, for C and C++, and with its temporary files
-// in a folder with the name that ZOTEST_TMPDIR_NAME gives.
+// The environment of a test program: the locale given by ZOTEST_LOCALE, for C and C++, and temporary files in a folder
+// named by ZOTEST_TMPDIR_NAME.
 
 #include <gtest/gtest.h>
 
@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 class Surroundings : public testing::Environment {
   void SetUp() override {
-    // Throws where there is no such locale; scripts/setup makes it.
+    // Throws if there is no such locale; scripts/setup creates it.
     if (const char* name = std::getenv("ZOTEST_LOCALE")) std::locale::global(std::locale(name));
     if (const char* name = std::getenv("ZOTEST_TMPDIR_NAME")) {
       std::string pattern = (fs::temp_directory_path() / "zotuning-tmp-XXXXXX").string();

@@ -1,5 +1,5 @@
 /// \file
-/// The protocol-buffers wire format and the frame of a tuning bin, encoded by hand.
+/// The protocol-buffers wire format and the framing of a tuning bin, encoded by hand.
 #pragma once
 
 #include <cstdint>
@@ -20,12 +20,12 @@ inline std::string Tag(int field, unsigned wire_type) { return Varint(int64_t{fi
 /// A singular int32, enum or bool field; left out at 0, as proto3 does.
 inline std::string Int(int field, int64_t value) { return value == 0 ? "" : Tag(field, 0) + Varint(value); }
 
-/// A string, bytes, message or packed field; present also when empty.
+/// A string, bytes, message or packed field; present even if empty.
 inline std::string Len(int field, const std::string& bytes) {
   return Tag(field, 2) + Varint(static_cast<int64_t>(bytes.size())) + bytes;
 }
 
-/// The bytes of a little-endian float, double or integer, as packed fields hold them.
+/// The bytes of a little-endian float, double or integer, as in packed fields.
 template <typename T>
 std::string Raw(T value) {
   std::string bytes(sizeof(value), '\0');

@@ -1,4 +1,4 @@
-// show: what is in a bin, and where a damaged one breaks. verify: are these bins from this tree?
+// show: what is in a bin, and where a damaged one is damaged. verify: are these bins from this tree?
 
 #include <algorithm>
 #include <cstdlib>
@@ -14,7 +14,7 @@ TEST_F(PackedTest, TheTableMatchesTheBytes) {
   const std::string bytes = Read(At(bin_));
   const Json result = Tool("show " + bin_ + " --json").json()["result"];
   size_t offset = 4;
-  // Checks the length of the next item, and passes over it.
+  // Checks the length of the next item, and skips it.
   const auto expect_item = [&](const Json& length) {
     int32_t in_file = 0;
     std::memcpy(&in_file, &bytes.at(offset), sizeof(in_file));
@@ -94,11 +94,11 @@ TEST_F(PackedTest, WrongNumbersAreNamed) {
     Fails("show bad.bin", row.says);
     EXPECT_EQ(Tool("show bad.bin --json").json()["result"]["records"].size(), row.records) << row.says;
   }
-  Fails("show bad.bin --record 0", "at byte ");  // what can be read is shown, and the break named
+  Fails("show bad.bin --record 0", "at byte ");  // what can be read is shown, and the damage reported
   Fails("show none.bin", "none.bin: error: cannot read none.bin: No such file or directory");
 }
 
-// Bins beside their tree.
+// Bins and their tree.
 
 TEST_F(PackedTest, BinsOfTheTreeAreTheSameInAnyOrder) {
   const Ran run = Tool("verify out/zo_tuning");
@@ -204,7 +204,7 @@ TEST_F(PackedTest, WhatDoesNotFitIsRefused) {
   std::filesystem::remove(At("out/zo_tuning/rear.bin"));
   Write(At(bin_), bytes.substr(0, bytes.size() - 1));
   Fails("verify out", bin_ + ": error: the bin is damaged at byte ");
-  // What is something else is called that.
+  // Files that are not bins are called what they are.
   const Rows others = {
       {Read(At("default/AfCommon.json")), "this is a JSON file, not a bin"},
       {"", "the file is empty"},

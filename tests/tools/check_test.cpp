@@ -1,4 +1,4 @@
-// check: all faults of all files in one run, each with its code and place; and the forms in which they are told.
+// check: all faults of all files in one run, each with its code and position; and the output formats.
 
 #include <filesystem>
 

@@ -1,4 +1,4 @@
-// Comparing on the command line, by git, and the question which setting is for a situation.
+// Comparing on the command line, from git, and finding the setting for a situation.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -23,7 +23,7 @@ class DiffTest : public PackedTest {
     Write(At(".gitignore"), "out\n");
     Git("init -q");
     Commit();
-    Edit("front/mode_1/AfCommon.json", "\"macro_code\": {", "\"macro_code\":\n{");  // the same in other words
+    Edit("front/mode_1/AfCommon.json", "\"macro_code\": {", "\"macro_code\":\n{");  // the same with other spacing
     Edit("front/version/tuning.json", "0.7.3", "0.7.4");
     Json gains = Json::parse(Read(At("main_wide/LensShading.json")));
     gains["red"]["gain"]["value"][3]["value"][17] = 8;
@@ -99,7 +99,7 @@ TEST_F(DiffTest, GitShowsDifferencesByMeaning) {
   EXPECT_THAT(log, HasSubstr("--- a/front/AWBCommon.json\n+++ /dev/null\nremoved  module=AWBCommon\n"));
   EXPECT_THAT(log, HasSubstr("+++ b/front/mode_1/AfCommon.json\n  the same values, written differently\n"));
   EXPECT_THAT(log, HasSubstr("+++ b/front/version/tuning.json\nchanged  version=front.tuning\n"));
-  EXPECT_THAT(log, HasSubstr("+{\"a\": 1}\n"));  // no setting: by lines
+  EXPECT_THAT(log, HasSubstr("+{\"a\": 1}\n"));  // not a setting: line by line
   EXPECT_THAT(log, HasSubstr("+++ b/front.bin\nadded"));
   // A damaged file stops nothing.
   Write(At("main_wide/LensShading.json"), "{\"red\": }\n");

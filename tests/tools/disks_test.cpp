@@ -1,5 +1,5 @@
-// The commands that write, on disks that answer differently and on full ones: what a command replaces is old or new,
-// and whole, and the exit code tells which.
+// The commands that write, on disks with different behaviour and on full ones: a replaced file is either old or new,
+// and the exit code tells which.
 
 #include <sys/resource.h>
 
@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What they write differs from what is there.
+// What they write differs from the existing files.
 const char* const kWriting[] = {
     "pack -o new/place",
     "pack -o out --force",
@@ -48,7 +48,7 @@ class DisksTest : public PackedTest {
     return files;
   }
 
-  /// Runs every command as it is, and with each of these environments; counts the runs that failed.
+  /// Runs every command as it is, and in each of these environments; counts the runs that failed.
   void Sweep(const std::vector<std::map<std::string, std::string>>& environments) {
     const std::string kept = temp_ / "kept";
     fs::remove_all(kept);
@@ -75,7 +75,7 @@ class DisksTest : public PackedTest {
           EXPECT_EQ(run.code, 1);
           EXPECT_NE(run.err, "");
         }
-        // Of several files each is old or new, where the disk has no room to put the old ones back.
+        // Each of several files is either old or new if the disk has no room to restore the old ones.
         const bool several = line == std::string("fmt") || line == std::string("set lens.macro_code=700");
         ExpectFiles(run.code == 0 ? after : before, several ? after : before);
       }

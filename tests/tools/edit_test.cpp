@@ -1,4 +1,4 @@
-// get, set, fmt, new --from: changes of many settings through the command line.
+// get, set, fmt, new --from: changes to many settings through the command line.
 
 #include <algorithm>
 #include <cstdlib>
@@ -12,7 +12,7 @@ namespace {
 
 class EditTest : public ToolTest {
  protected:
-  /// The files of the project whose text is another than before, since the last call.
+  /// The files of the project whose text has changed since the last call.
   Strings Changed() {
     Strings changed;
     for (const std::string& name : Tree(dir_)) {
@@ -30,7 +30,7 @@ class EditTest : public ToolTest {
     Changed();
   }
 
-  /// Runs the tool, which has to say so on standard output.
+  /// Runs the tool, which must print this to standard output.
   void Does(const std::string& line, const std::string& says, const RunWith& with = {}) {
     const Ran run = Tool(line, with);
     EXPECT_EQ(run.code, 0) << line << "\n" << run.err;
@@ -104,7 +104,7 @@ TEST_F(EditTest, WhatCannotBeSetChangesNothing) {
 TEST_F(EditTest, RulesCanBeOverruled) {
   Fails("set lens.macro_code=1500 --where sensor=front", "outside of 512..1023");
   Does("set lens.macro_code=1500 --where sensor=front --force", "changed");
-  // A fault that was there before is no reason against another change.
+  // A fault that was there before does not prevent another change.
   Does("set lens.infinity_code=200 --where sensor=front", "changed");
 }
 
@@ -185,7 +185,7 @@ TEST_F(EditTest, AHookKeepsWhatIsWrongOutOfARepository) {
   EXPECT_THAT(Read(temp_ / "log"), HasSubstr("'scan.max_retries'"));
 }
 
-// Paths of a patch are those from the root of the repository, from where 'git apply' takes them in any of its folders.
+// Paths in a patch are relative to the root of the repository, so 'git apply' accepts them in any of its folders.
 TEST_F(EditTest, PatchesFitAProjectWithinARepository) {
   const auto git = [&](const std::string& arguments) {
     return std::system(("cd '" + temp_.str() + "' && git " + arguments + " >log 2>&1").c_str());

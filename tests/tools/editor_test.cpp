@@ -15,7 +15,7 @@ TEST_F(ToolTest, InitWritesFilesForGitAndSaysWhatComesNext) {
   ASSERT_EQ(run.code, 0) << run.err;
   EXPECT_THAT(run.out, HasSubstr("made demo/.gitattributes\nkept demo/.gitignore, which was there\nnext:\n"));
   EXPECT_EQ(Read(temp_ / "demo/.gitignore"), "mine\n");
-  // What comes next works as it is printed, and git does not see its outcome.
+  // The suggested next steps work as printed, and git does not see their output.
   std::filesystem::remove(temp_ / "demo/.gitignore");
   const Ran again = Tool("init demo --proto tuning_project/proto --sensor tele --force --json", {temp_.str()});
   const Json next = again.json()["result"]["next"];
@@ -36,7 +36,7 @@ TEST_F(ToolTest, RulesComeFromCommentsWhenAsked) {
   const Ran check = Tool("check default");
   EXPECT_THAT(check.out + check.err, testing::Not(HasSubstr("cannot be understood")));
   EXPECT_THAT(check.err, HasSubstr("'focus_codes.value' has 0 values, its rule says 9"));
-  // Rules that people write in the words of the comments are understood.
+  // Rules written in the wording of the comments are understood.
   Edit("default/AfCommon.json", "\"len\": \"9\"", "\"len\": \"9 elements\"");
   Edit("default/AfCommon.json", "512..1023", "Range: 512..1023 code");
   const Ran words = Tool("check default");
@@ -57,7 +57,7 @@ TEST_F(ToolTest, SchemasForEditorsLeaveOtherEntriesAlone) {
 
   const std::string url = "./.vscode/zotuning/AfCommon.schema.json";
   const struct {
-    std::string before, after;  // of the new entry, with ENTRY for it
+    std::string before, after;  // with ENTRY for the new entry
   } rows[] = {
       {"{}\n", "{\n  \"json.schemas\": [\n    ENTRY\n  ]\n}\n"},
       {"", "{\n  \"json.schemas\": [\n    ENTRY\n  ]\n}\n"},

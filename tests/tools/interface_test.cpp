@@ -20,8 +20,7 @@ Strings Lines(const std::string& text) {
   return lines;
 }
 
-/// Finds what a value has that a JSON schema does not allow; as much of JSON Schema as docs/json-output.schema.json
-/// uses.
+/// Finds where a value violates a JSON schema; supports as much of JSON Schema as docs/json-output.schema.json uses.
 class SchemaCheck {
  public:
   explicit SchemaCheck(Json schema) : root_(std::move(schema)) {}
@@ -86,7 +85,7 @@ class SchemaCheck {
   Json root_;
 };
 
-/// All commands as the help lists them: "pack", "version set".
+/// All commands that the help lists: "pack", "version set".
 Strings Commands(const std::function<Ran(const std::string&)>& tool, const std::string& above = "") {
   Strings commands;
   bool inside = false;
@@ -112,7 +111,7 @@ class InterfaceTest : public PackedTest {
     has_report_ = Tool("report -o page.html").code != 2;
   }
 
-  /// The examples of a command's help, without what is said about them.
+  /// The examples of a command's help, without their explanations.
   Strings ExamplesOf(const std::string& command) const {
     Strings examples;
     bool inside = false;
@@ -317,7 +316,7 @@ TEST_F(InterfaceTest, CompletionsKnowEveryCommandOptionAndValue) {
 }
 
 TEST_F(InterfaceTest, EveryExampleOfTheHelpRuns) {
-  // What the examples take for granted: the schema of a project to be made, a home, and a repository with a history.
+  // What the examples assume: the schema of a new project, a home, and a repository with a history.
   Write(At("zotuning"), "#!/bin/sh\nexec '" ZOTUNING_TOOL "' \"$@\"\n");
   std::filesystem::permissions(At("zotuning"), std::filesystem::perms::owner_all);
   std::filesystem::remove_all(At("out"));
@@ -339,14 +338,14 @@ TEST_F(InterfaceTest, EveryExampleOfTheHelpRuns) {
     const Strings examples = ExamplesOf(command);
     EXPECT_FALSE(examples.empty()) << command;
     for (const std::string& example : examples) {
-      // What changes its project gets one of its own.
+      // Commands that change their project get one of their own.
       const TempDir copy;
       std::string dir = dir_;
       if (reading.count(command) == 0 || example.find("sensors add") != example.npos) {
         dir = copy / "project";
         std::filesystem::copy(dir_, dir, std::filesystem::copy_options::recursive);
       }
-      // What asks for an output that is there already has none yet.
+      // Commands whose output must not exist yet.
       std::string before =
           example.find("pack -o out") != example.npos && example.find("--force") == example.npos ? "rm -rf out\n" : "";
       // A schema that has changed as the example says.
@@ -361,7 +360,7 @@ TEST_F(InterfaceTest, EveryExampleOfTheHelpRuns) {
           {"-c", "export HOME=$PWD/home PATH=$PWD:$PATH GIT_PAGER=cat\n" + before + "{ " + example + "\n} 2>&1"},
           {dir});
       if (command == "report" && !has_report_) continue;
-      // 1 is what a command ends with that has found something.
+      // Exit code 1 means that a command has found something.
       EXPECT_TRUE(run.code == 0 || (run.code == 1 && run.out.find("error: cannot") == run.out.npos &&
                                     example.find("check") != example.npos))
           << example << " ended with " << run.code << "\n"

@@ -1,4 +1,4 @@
-// modules, labels, sensors, tree; what every command refuses to look at.
+// modules, labels, sensors, tree; what every command refuses to open.
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -45,7 +45,7 @@ TEST_F(ToolTest, TreeShowsLabelValues) {
     EXPECT_THAT(setting["faults"], IsEmpty());
   }
   Fails("tree fornt", "no sensor 'fornt'; did you mean 'front'?");
-  // The sensor's folder is no level and ends the reading, so a name above it is harmless.
+  // The sensor's folder is not a level and ends the reading, so a name above it is harmless.
   ASSERT_EQ(rename(dir_.c_str(), (temp_ / "scene_Night").c_str()), 0);
   EXPECT_EQ(Tool("-C scene_Night tree", {temp_.str()}).code, 0);
 }
@@ -62,7 +62,7 @@ TEST_F(ToolTest, TreeFlagsWhatTheLabelsDoNotKnow) {
        "warning: this setting has the labels of 'mode_1/scenario_Video/AfLinkKeyNear.json'"},
   };
   for (const auto& [file, says] : rows) Write(At(file), "{}");
-  const std::string twice = "front/mode_1/mode_1/scenario_Video/AfContrast.json";  // read to the same value
+  const std::string twice = "front/mode_1/mode_1/scenario_Video/AfContrast.json";  // reads as the same value
   Write(At(twice), "{}");
   for (const auto& [file, says] : rows) Fails("tree front", file + ": " + says);
   EXPECT_THAT(Tool("tree front").err, Not(HasSubstr(twice + ": error")));

@@ -43,7 +43,7 @@ TEST_F(ToolTest, WhatIsThereIsKept) {
   EXPECT_THAT(refused.err, HasSubstr("'tuning_project' is a project already"));
   EXPECT_EQ(Tree(dir_), before);
 
-  // A schema without version files leaves those of the project alone.
+  // A schema without version files does not touch those of the project.
   const std::string header = Read(At("src/ZoTuningVersion.h")), version = "{\"name\": \"x\", \"version\": \"7\"}";
   Write(At("proto/version/tuning_project.json"), version);
   std::filesystem::copy(At("proto"), temp_ / "bare");
@@ -99,7 +99,7 @@ TEST_F(ToolTest, TemplatesAreMadeOnceAndEditedOnesKept) {
   unlink(At("default/AfCommon.json").c_str());
   EXPECT_EQ(Tool("template AfCommon").out, "default/AfCommon.json  made\n");
   const Ran all = Tool("template --all");
-  EXPECT_EQ(all.code, 0);  // although the other defaults of the example are edited
+  EXPECT_EQ(all.code, 0);  // although the other defaults of the example have been edited
   EXPECT_THAT(all.out, HasSubstr("default/AfCommon.json         unchanged\n"));
   EXPECT_THAT(all.out, HasSubstr("default/PdCalib.json          kept\n"));
 

@@ -1,4 +1,4 @@
-// check: mistakes that people make, each alone in a project and then all of them at once.
+// check: typical mistakes, each alone in a project and then all of them at once.
 
 #include <algorithm>
 #include <filesystem>
@@ -13,13 +13,13 @@ namespace {
 using std::literals::operator""sv;
 
 struct Mistake {
-  std::string_view file;  ///< "" for a setting of its own, a copy of the default of AfCommon
-  std::string_view from;  ///< the first such text of the file becomes `to`; "" for the whole text
-  std::string_view to;    ///< "@FILE" is the text of that file, "@schema..." begins as a schema file does
+  std::string_view file;  ///< "" for a separate setting, a copy of the default of AfCommon
+  std::string_view from;  ///< its first occurrence in the file becomes `to`; "" for the entire text
+  std::string_view to;    ///< "@FILE" is the text of that file, "@schema..." starts as a schema file does
   const char* code;
-  int line;  ///< 0 where what is named has none
+  int line;  ///< 0 if the position has none
   int column;
-  std::string_view at = "";  ///< what is named, "" for the file
+  std::string_view at = "";  ///< the path in the file, "" for the file itself
 };
 
 const Mistake kMistakes[] = {
@@ -208,7 +208,7 @@ class MistakesTest : public ToolTest {
     Write(At(file), text);
   }
 
-  /// Whether the diagnostics name the mistake, with its place.
+  /// Whether the diagnostics report the mistake, with its position.
   static bool IsTold(const Mistake& mistake, const Json& diagnostics) {
     const std::string at = mistake.at.empty() ? FileOf(mistake) : std::string(mistake.at);
     return std::any_of(diagnostics.begin(), diagnostics.end(), [&](const Json& each) {
@@ -232,7 +232,7 @@ TEST_F(MistakesTest, EachAlone) {
       Write(At(file), before);
       continue;
     }
-    // With the folders that were made for it.
+    // Including the folders that were created for it.
     std::filesystem::path made = At(file);
     for (; made != dir_; made = made.parent_path()) {
       std::filesystem::remove(made);
@@ -254,7 +254,7 @@ TEST_F(MistakesTest, AllAtOnce) {
     return std::make_tuple(a["file"], a["line"]) < std::make_tuple(b["file"], b["line"]);
   };
   EXPECT_TRUE(std::is_sorted(told.begin(), told.end(), before));
-  // One file alone tells of itself.
+  // A single file reports only its own faults.
   const Json one = Tool("check " + FileOf(kMistakes[0]) + " --json").json()["diagnostics"];
   EXPECT_TRUE(IsTold(kMistakes[0], one));
   for (const Json& each : one) {

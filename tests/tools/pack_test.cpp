@@ -1,4 +1,4 @@
-// pack: whole or absent, nothing passed over in silence, faults with their place.
+// pack: all or nothing, nothing skipped silently, faults with their position.
 
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -45,7 +45,7 @@ TEST_F(PackedTest, PacksOneSensorByNameOrByQuestion) {
     EXPECT_EQ(wrong.err, "zotuning: error: no sensor has that index\n") << answer;
     EXPECT_FALSE(Exists(At("wrong"))) << answer;
   }
-  // The field check is that of all sensors by name, and none by question.
+  // The field check applies to all sensors and sensors by name, but not with --ask.
   Write(At("front/mode_2/ToneCurve.json"), "{}");
   Fails("pack -o checked --sensor front", "front/mode_2/ToneCurve.json:1:1: error: 'gamma_input' is missing");
   EXPECT_EQ(Tool("pack -o unchecked --ask", {"", "1"}).code, 0);
@@ -97,7 +97,7 @@ TEST_F(PackedTest, OnlyWhatChangesIsMadeAgain) {
   EXPECT_EQ(Mode(At("mode/zo_tuning")), 0750u);
 }
 
-// Builds that make the bins of each sensor by themselves.
+// Builds that make the bins of each sensor separately.
 TEST_F(ToolTest, BuildsMakeAgainWhatHasChanged) {
   std::string ninja =
       "rule pack\n  command = @TOOL@ pack -o out/$sensor --sensor $sensor --force --depfile out/$sensor.d\n"
@@ -122,7 +122,7 @@ TEST_F(ToolTest, BuildsMakeAgainWhatHasChanged) {
     if (first.code == 127) continue;  // not installed
     ASSERT_EQ(first.code, 0) << first.out << first.err;
     EXPECT_THAT(packed().out, Not(HasSubstr(" pack "))) << program;
-    // A setting that is edited, and one that is new.
+    // An edited setting, and a new one.
     for (const std::string file : {"front/mode_1/AfCommon.json", "front/mode_9/AfCommon.json"}) {
       std::string text = Read(At("default/AfCommon.json"));
       const std::string member = "\"max_retries\": 2";
@@ -137,7 +137,7 @@ TEST_F(ToolTest, BuildsMakeAgainWhatHasChanged) {
   }
 }
 
-// A fault in a file is told with its place; all files are told in one run, and nothing is made.
+// A fault in a file is reported with its position; all files are reported in one run, and nothing is made.
 
 TEST_F(ToolTest, FaultsHaveFileLineAndColumn) {
   const struct {
@@ -167,7 +167,7 @@ TEST_F(ToolTest, FaultsHaveFileLineAndColumn) {
   Fails("pack -o out", "    { // note\n      ^\n");
   EXPECT_FALSE(Exists(At("out")));
   const Json diagnostics = Tool("pack -o out --json").json()["diagnostics"];
-  EXPECT_GT(diagnostics.size(), std::size(rows));  // each of these files lacks most fields, too
+  EXPECT_GT(diagnostics.size(), std::size(rows));  // each of these files also lacks most fields
   for (const Json& diagnostic : diagnostics) {
     EXPECT_GT(diagnostic["line"], 0) << diagnostic;
     EXPECT_GT(diagnostic["column"], 0) << diagnostic;
@@ -181,13 +181,13 @@ TEST_F(ToolTest, WhatWouldBePackedAsSomethingElseIsRefused) {
   EXPECT_EQ(allowed.code, 0) << allowed.err;
   EXPECT_THAT(allowed.err, HasSubstr("front/modde_3: warning: "));
   std::filesystem::remove_all(At("front/modde_3"));
-  // What protobuf does not take is not packed by any word.
+  // What protobuf rejects is not packed, whatever the option.
   const std::string setting = Read(At("front/mode_1/AfCommon.json"));
   Edit("front/mode_1/AfCommon.json", "\"max_retries\"", "\"max_retry\"");
   Fails("pack -o unknown --allow json-unknown-key",
         "front/mode_1/AfCommon.json: error: this file cannot be packed at all");
   Write(At("front/mode_1/AfCommon.json"), setting);
-  // What the project's people take for an error.
+  // What the project's settings treat as an error.
   Edit("front/mode_1/AfCommon.json", "\"len\": \"9\"", "\"len\": \"8\"");
   EXPECT_EQ(Tool("pack -o short").code, 0);
   Write(At("zotuning.json"), "{\"severities\": {\"rule-length\": \"error\"}}");
@@ -196,7 +196,7 @@ TEST_F(ToolTest, WhatWouldBePackedAsSomethingElseIsRefused) {
   std::filesystem::remove(At("zotuning.json"));
   Write(At("front/mode_1/AfCommon.json"), setting);
   Edit("front/mode_1/AfCommon.json", "settle_time_ns", "settleTimeNs");
-  EXPECT_EQ(Tool("pack -o camel").code, 0);  // as good as the name
+  EXPECT_EQ(Tool("pack -o camel").code, 0);  // accepted instead of the name
   Write(At("front/Unknown.json"), "{}");
   Fails("pack -o out", "front/Unknown.json: error: no module 'Unknown'");
 }
@@ -210,7 +210,7 @@ TEST_F(ToolTest, EveryElementSpellsOutItsFields) {
   Fails("pack -o out", "error: 'zones[1].width' is missing");
 }
 
-// Failures of the system.
+// System failures.
 
 TEST_F(ToolTest, WhatTheLibraryPassesOverIsNoticed) {
   if (geteuid() != 0) GTEST_SKIP() << "another user can be had by root only";

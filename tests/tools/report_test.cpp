@@ -1,4 +1,4 @@
-// report on the command line; scripts/checks/report looks at the page.
+// report on the command line; scripts/checks/report tests the page.
 
 #include "tools/tool.h"
 
@@ -23,7 +23,7 @@ TEST_F(ReportTest, WritesOnePageAndReplacesOneThatIsThere) {
   EXPECT_THAT(run.out, StartsWith("page.html: 38 settings, "));
   const std::string page = Read(At("page.html"));
   EXPECT_THAT(page, StartsWith("<!DOCTYPE html>"));
-  // Nothing of this machine, and no time, is in it.
+  // It contains nothing of this machine, and no time.
   Tool("report -o again.html");
   EXPECT_EQ(Read(At("again.html")), page);
   EXPECT_EQ(Tool("-C " + std::string("tuning_project") + " report -o page.html", {temp_.str()}).code, 0);

@@ -32,7 +32,7 @@ TEST_F(SensorsTest, AreAddedRenamedAndRemovedWithTheirFolders) {
   EXPECT_FALSE(Exists(At("macro")));
   EXPECT_THAT(Listed(), ElementsAre("main_wide", "selfie", "rear"));
   EXPECT_EQ(Tool("pack -o out").code, 0);
-  // What was there, but not listed.
+  // A folder that existed but was not listed.
   Write(At("tele/mode_0/AfCommon.json"), Read(At("default/AfCommon.json")));
   EXPECT_EQ(Tool("sensors add tele --json").json()["result"]["sensors"].size(), 4u);
   EXPECT_EQ(Tool("pack -o out --force --sensor tele").code, 0);

@@ -1,5 +1,5 @@
 /// \file
-/// Runs the console tool as a user does, on a copy of the example project.
+/// Runs the command-line tool as a user does, on a copy of the example project.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -19,20 +19,20 @@ using Json = nlohmann::ordered_json;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-/// A command line or a file, and what the tool says of it.
+/// A command line or a file, and what the tool says about it.
 using Rows = std::vector<std::pair<std::string, std::string>>;
 
 /// One run of the tool.
 struct Ran {
-  int code = -1;  ///< exit code; 128 and the signal's number when one ended it
+  int code = -1;  ///< exit code; 128 plus the signal's number if a signal ended it
   std::string out;
   std::string err;
 
-  /// The object that --json printed; fails the test when there is none, or when it lacks a key that every one has.
+  /// The object that --json printed; fails the test if there is none, or if it lacks a common key.
   Json json() const;
 };
 
-/// What a run is given beside its arguments.
+/// The conditions of a run besides its arguments.
 struct RunWith {
   std::string dir = "";                              ///< where it runs
   std::string input = "";                            ///< its standard input
@@ -42,7 +42,7 @@ struct RunWith {
 
 Ran RunProgram(const std::string& program, const Strings& arguments, const RunWith& with);
 
-/// A fresh copy of the example project, made a project by 'init' as a user would.
+/// A fresh copy of the example project, turned into a project by 'init'.
 class ToolTest : public testing::Test {
  protected:
   void SetUp() override;
@@ -50,10 +50,10 @@ class ToolTest : public testing::Test {
   /// Runs the tool with the words of `line`, in the project's folder unless `with` names another.
   Ran Tool(const std::string& line, RunWith with = {}) const;
 
-  /// Runs it as well; expects exit code 1, or `code`, and that standard error has `says`.
+  /// Also runs it; expects exit code 1, or `code`, and `says` on standard error.
   void Fails(const std::string& line, const std::string& says, int code = 1) const;
 
-  /// Replaces the first `from` in a file of the project; fails the test when there is none.
+  /// Replaces the first `from` in a file of the project; fails the test if there is none.
   void Edit(const std::string& file, const std::string& from, const std::string& to) const;
 
   /// A path in the project's folder.

@@ -72,7 +72,7 @@ TEST_F(ToolTest, TheNearestProjectIsFoundFromWithin) {
 
 TEST_F(ToolTest, FilesOfAProjectSteerNeitherTerminalNorJsonNorLoader) {
   Write(At("front/\x1b[2J\xff.json"), "{}");
-  // What a library is called does not make it one that is loaded from the current directory.
+  // A file named like a library must not be loaded from the current directory.
   Write(At("libprotobuf.so.32"), "no library");
   const Ran text = Tool("tree front");
   EXPECT_EQ(text.code, 1) << text.err;
@@ -90,7 +90,7 @@ TEST_F(ToolTest, OutputThatNobodyReadsEndsNoJob) {
   close(pipe_ends[1]);
   EXPECT_EQ(closed.code, 0) << closed.err;
   const std::string bin = Read(At("out/zo_tuning/front.bin"));
-  // With the standard descriptors closed no output finds its way into a file that took their numbers.
+  // With the standard descriptors closed, no output ends up in a file that took their numbers.
   const Ran none = Tool("pack -o bare", {"", "", [] {
                                            for (const int number : {0, 1, 2}) close(number);
                                          }});

@@ -46,10 +46,10 @@ TEST_F(ToolTest, SettingAVersionChangesNothingElse) {
     EXPECT_EQ(Tool("version set T 2.0").code, 0) << row.before;
     EXPECT_EQ(Read(At("proto/version/t.json")), row.after);
   }
-  // What the header could not carry.
+  // What the header cannot represent.
   for (const char* version : {"2\"", "C:\\2"})
     Fails(std::string("version set T ") + version, "cannot carry this value");
-  // A sensor's, which may have the name of one of the project.
+  // A sensor's version, which may have the same name as one of the project.
   Write(At("front/version/t.json"), R"({"name":"T","version":"1"})");
   Fails("version set T 3", "choose one with --of, for example --of project");
   EXPECT_EQ(Tool("version set T 3 --of front").code, 0);
@@ -61,7 +61,7 @@ TEST_F(ToolTest, SettingAVersionChangesNothingElse) {
 TEST_F(ToolTest, AFullDiskLeavesEveryFileAsItWas) {
   ASSERT_EQ(Tool("template AfCommon --force").code, 0);
   const Rows rows = {
-      {"version header", "src/ZoTuningVersion.h"},  // also when it would be the same
+      {"version header", "src/ZoTuningVersion.h"},  // even if it would not change
       {"version set AF 9.9", "proto/version/af.json"},
       {"template AfCommon --force", "default/AfCommon.json"},
       {"new --sensor front module=AfCommon mode=1 --force", "front/mode_1/AfCommon.json"},
@@ -95,7 +95,7 @@ TEST_F(ToolTest, TheHeaderIsCheckedAndMade) {
   EXPECT_EQ(std::filesystem::last_write_time(header), written);
   EXPECT_EQ(Tool("version header --check").code, 0);
 
-  // The order of the pairs is that of the file system, and no fault.
+  // The order of the pairs is that of the file system, and not a fault.
   const std::string text = Read(header);
   const size_t first = text.find("#define VERSION1_NAME"), second = text.find("#define VERSION2_NAME");
   const size_t end = text.find("#define VERSION_NUM");

@@ -1,6 +1,6 @@
 /// \file
-/// Both paths from the text of a JSON file to the bytes of its module, in memory: the fast one, and the slow one that
-/// is its oracle. Used by the tests and by the fuzzer.
+/// Both paths from the text of a JSON file to the bytes of its module, in memory: the fast path, and the slow path,
+/// which is its oracle. Used by the tests and by the fuzzer.
 #pragma once
 
 #include <google/protobuf/compiler/importer.h>
@@ -21,13 +21,13 @@
 
 namespace zotest {
 
-/// A schema in a string. It may import protobuf's own files.
+/// A schema from a string. It may import protobuf's own files.
 class TextSchema : private google::protobuf::compiler::SourceTree,
                    private google::protobuf::compiler::MultiFileErrorCollector {
  public:
   explicit TextSchema(const std::string& text) : files_{{kName, text}} { file_ = importer_.Import(kName); }
 
-  /// Why the schema did not load; empty when it did.
+  /// Why the schema did not load; empty if it did.
   const std::string& errors() const { return errors_; }
   const google::protobuf::FileDescriptor* file() const { return file_; }
   const google::protobuf::Descriptor* Type(const std::string& full_name) const {
@@ -53,8 +53,8 @@ class TextSchema : private google::protobuf::compiler::SourceTree,
   const google::protobuf::FileDescriptor* file_ = nullptr;
 };
 
-/// The first name that the field check misses, searched as it is defined, without the shortcut of entering each type
-/// once; empty for none. Types that contain themselves are cut off at a depth that keeps them from running on.
+/// The first name that the field check misses, searched for as defined, without the shortcut of entering each type
+/// once; empty for none. Recursive types are cut off at some depth so that the search ends.
 inline std::string FirstMissing(const google::protobuf::FieldDescriptor* field, const std::string& text,
                                 int depth = 0) {
   const std::string& name = field->name();
@@ -68,10 +68,10 @@ inline std::string FirstMissing(const google::protobuf::FieldDescriptor* field, 
   return missing;
 }
 
-/// What one path makes of a text.
+/// The result of one path for a text.
 struct Outcome {
-  bool ok = false;      ///< slow: protobuf takes the text; fast: it is supported
-  std::string refusal;  ///< of protobuf
+  bool ok = false;      ///< slow: protobuf accepts the text; fast: it is supported
+  std::string refusal;  ///< protobuf's error
   std::string wire;     ///< the bytes of the bin
   std::string missing;  ///< the first name that the field check misses; empty for none
 };
@@ -107,7 +107,7 @@ class BothPaths {
     return outcome;
   }
 
-  /// From a buffer that is exactly as large as the transcoder may expect, so that a sanitizer sees it read too far.
+  /// From a buffer of exactly the size that the transcoder may expect, so that a sanitizer detects reads past it.
   Outcome Fast(const std::string& text, ZO_TUNING::internal::JsonTranscoder& transcoder) const {
     constexpr size_t kPadding = ZO_TUNING::internal::kTextPadding;
     const std::unique_ptr<char[]> buffer(new char[text.size() + kPadding]);
@@ -123,12 +123,12 @@ class BothPaths {
     return outcome;
   }
 
-  /// Empty when both paths agree on the text: what the fast one supports, the slow one takes, with the same
-  /// bytes and the same missing name. `encoded` tells whether the fast path took it.
+  /// Empty if both paths agree on the text: what the fast path supports, the slow path accepts, with the same bytes and
+  /// the same missing name. `encoded` tells whether the fast path supported it.
   std::string Difference(const std::string& text, bool* encoded = nullptr) {
     const Outcome fast = Fast(text, transcoder_);
     if (encoded != nullptr) *encoded = fast.ok;
-    // Nothing that earlier texts left behind may show.
+    // Nothing left from earlier texts may show.
     ZO_TUNING::internal::JsonTranscoder fresh;
     const Outcome again = Fast(text, fresh);
     if (again.ok != fast.ok || again.wire != fast.wire || again.missing != fast.missing) {

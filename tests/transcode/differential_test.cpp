@@ -1,5 +1,5 @@
-// The fast path against the slow one: whatever it supports, protobuf takes as well, and the bytes and the
-// field check agree.
+// The fast path against the slow path: whatever it supports, protobuf also accepts, and the bytes and the field check
+// agree.
 
 #include <gtest/gtest.h>
 
@@ -23,7 +23,7 @@ using zotest::TextSchema;
 
 class DifferentialTest : public testing::Test {
  protected:
-  /// Whether the fast path took the text. A few differences are enough: later texts are not tried.
+  /// Whether the fast path supported the text. A few differences are enough: later texts are skipped.
   bool Compare(BothPaths& paths, const std::string& text) {
     bool encoded = false;
     if (differences_ >= 3) return encoded;
@@ -84,13 +84,13 @@ TEST_F(ExampleTest, FilesWithFaults) {
   Random random(1);
   for (int round = 0; round < 6000; ++round) {
     auto [paths, text] = random.Pick(files_);
-    if (text.size() > 6000 && !random.OneIn(10)) continue;  // small files hold most faults as well
+    if (text.size() > 6000 && !random.OneIn(10)) continue;  // small files contain most faults as well
     for (size_t i = random.Below(3); i < 3; ++i) text = zotest::Damage(text, random);
     Compare(*paths, text);
   }
   EXPECT_GT(encoded_count_, 200U);
 
-  // Every cut of the smallest file, and odd bytes at and between all of its own.
+  // The smallest file truncated at every byte, and unusual bytes in place of and between all of its own.
   const auto& [paths, text] = *std::min_element(
       files_.begin(), files_.end(), [](const auto& a, const auto& b) { return a.second.size() < b.second.size(); });
   for (size_t i = 0; i < text.size(); ++i) {
@@ -119,7 +119,7 @@ TEST_F(DifferentialTest, FallbackCases) {
   BothPaths paths(schema.Type("Odd"));
   for (const auto& [text, fast] : zotest::FallbackCases()) {
     EXPECT_TRUE(Compare(paths, text) || !fast) << text;
-    // In the places where the transcoder is in a different state: after other fields, and far from the text's end.
+    // Where the transcoder is in a different state: after other fields, and far from the text's end.
     if (text.size() > 2 && text[0] == '{') {
       Compare(paths, "{\"two_words\": 3, \"rsub\": [{\"value\": 1.5}], " + text.substr(1));
       Compare(paths, text + std::string(100, '\n'));
@@ -155,7 +155,7 @@ TEST_F(DifferentialTest, LengthsOfOneAndMoreBytes) {
   const TextSchema schema(R"(syntax = "proto3"; message Inner { string s = 1; repeated uint32 p = 2; }
                              message Module { repeated Inner m = 1; })");
   BothPaths paths(schema.Type("Module"));
-  // The room that is left for a length is that of the last one; each of these needs another.
+  // The room reserved for a length is that of the last one; each of these needs another size.
   std::string elements;
   for (const size_t size : {1, 127, 128, 3, 16383, 16384, 200, 2, 2097152, 5, 0, 300}) {
     const std::string text = "\"s\":\"" + std::string(size, 'x') + "\"}";

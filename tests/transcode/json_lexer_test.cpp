@@ -1,4 +1,4 @@
-// Numbers of the fast path against the C library. All other tokens are compared through whole texts, in
+// Numbers of the fast path against the C library. All other tokens are tested through entire texts, in
 // differential_test.cpp.
 
 #include "transcode/json_lexer.h"

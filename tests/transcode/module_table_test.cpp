@@ -24,12 +24,12 @@ TEST(EncodePlanTest, LeavesOutWhatProtobufReadsInItsOwnWay) {
   }
   expect_no_plan("proto2", "required int32 a = 1;");
   expect_no_plan("proto2", "optional group A = 1 { optional int32 b = 1; }");
-  // The entry of a map is a type by itself, which a label value can name.
+  // The entry of a map is a type of its own, which a label value can name.
   const TextSchema map("syntax = \"proto3\"; message Module { map<string, bool> a = 1; }");
   EXPECT_FALSE(BothPaths(map.Type("Module.AEntry")).has_fast_path());
 }
 
-/// Types M1 to Mcount, each of which holds the next one.
+/// Types M1 to Mcount, each of which contains the next one.
 std::string Chain(int count, const std::string& label) {
   std::string text = "syntax = \"proto3\";";
   for (int i = 1; i <= count; ++i) {
@@ -55,7 +55,7 @@ TEST(EncodePlanTest, LevelsEndWellBeforeProtobufStops) {
     }
     EXPECT_EQ(supported, 40);  // with arrays between the objects, still below protobuf's hundred
   }
-  // A type that has a table near the root is met again too far down.
+  // A type that has a table near the root is too deep elsewhere.
   EXPECT_TRUE(BothPaths(TextSchema(Chain(30, "") + "message B { M1 m = 1; }").Type("B")).has_fast_path());
   std::string deep = Chain(30, "") + "message D0 { M1 m = 1; }";
   for (int i = 1; i < 15; ++i) {

@@ -1,5 +1,5 @@
 /// \file
-/// Seeded makers of schemas, of JSON texts that fit a message type, and of faults in such texts.
+/// Seeded generators of schemas, of JSON texts that fit a message type, and of faults in such texts.
 #pragma once
 
 #include <google/protobuf/descriptor.h>
@@ -38,7 +38,7 @@ class Random {
   uint64_t state_;
 };
 
-/// Numbers at the borders of types, of precision, and of what JSON allows.
+/// Numbers at the limits of types, of precision, and of what JSON allows.
 // clang-format off
 inline constexpr const char* kNumbers[] = {
     "0", "-0", "0.0", "-0.0", "-0e0", "0e5", "1", "-1", "10", "127", "128", "300", "16384", "2147483647",
@@ -58,7 +58,7 @@ inline constexpr const char* kNumbers[] = {
 };
 // clang-format on
 
-/// Values and pieces of text that are unsupported nearly everywhere, taken by protobuf or not.
+/// Values and pieces of text that are unsupported nearly everywhere, accepted by protobuf or not.
 // clang-format off
 inline constexpr const char* kOddities[] = {
     "null", "true", "false", "True", "truex", "nul", "NaN", "Infinity", "-Infinity", "\"NaN\"", "\"Infinity\"",
@@ -113,7 +113,7 @@ class JsonMaker {
     std::vector<const Field*> fields;
     for (int i = 0; i < type->field_count(); ++i) {
       if (dropped_one_in_ > 0 && random_.OneIn(dropped_one_in_)) continue;
-      // Types that contain themselves end somewhere, and so do texts.
+      // Recursive types must end somewhere, and so must texts.
       if (type->field(i)->message_type() != nullptr && (depth > 6 || text_.size() > 20000)) continue;
       fields.push_back(type->field(i));
     }
@@ -201,11 +201,11 @@ class JsonMaker {
   Random& random_;
   std::string text_;
   size_t dropped_one_in_ = 0;  // fields; 0 for none
-  size_t layout_ = 0;          // no blanks, a line per field, a blank behind colons, blanks of any kind anywhere
+  size_t layout_ = 0;          // no spaces, a line per field, a space after colons, any whitespace anywhere
   bool shuffled_ = false;
 };
 
-/// One fault, or a change that is none, anywhere in a text.
+/// One fault, or a harmless change, anywhere in a text.
 inline std::string Damage(std::string text, Random& random) {
   const size_t at = random.Below(text.size() + 1);
   const size_t length = std::min(text.size() - at, random.OneIn(2) ? 1 : random.Below(30));
@@ -243,7 +243,7 @@ inline constexpr const char* kScalarTypes[] = {"bool",     "int32",  "int64",   
                                                "sint32",   "sint64", "fixed32", "fixed64", "sfixed32",
                                                "sfixed64", "float",  "double",  "string",  "Kind"};
 
-/// A small schema "Module" of everything, more or less: mostly what the fast path has a table for. Some do not load.
+/// A small schema "Module" with nearly everything: mostly what the fast path supports. Some do not load.
 class SchemaMaker {
  public:
   explicit SchemaMaker(Random& random) : random_(random) {}

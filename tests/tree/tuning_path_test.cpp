@@ -45,7 +45,7 @@ TEST_F(TuningPathTest, BothDirectionsAreInverse) {
 }
 
 TEST_F(TuningPathTest, PathsOfOddConfigurations) {
-  // Without the sensor's directory nothing can be made, and nothing is said.
+  // Without the sensor's directory nothing can be created, and nothing is reported.
   EXPECT_EQ(ToPath({2, 3, 1, -1, 5}), sensor_ + "/mode_3/scenario_Video/AEMeter.json");
   EXPECT_FALSE(Exists(sensor_));
   MakeDirs(sensor_);
@@ -57,7 +57,7 @@ TEST_F(TuningPathTest, PathsOfOddConfigurations) {
   Write(sensor_ + "/mode_2", "a file in the way");
   EXPECT_EQ(ToPath({1, 2, 1}), sensor_ + "/mode_2/scenario_Video/AWGain.json");
 
-  // Label names count as they are given; only "mode" is a number.
+  // Label names are used as given; only "mode" is a number.
   names_ = {"module", "zone", "mode"};
   map_["zone"] = {{4, "50%s ö"}};
   EXPECT_EQ(ToPath({1, 4, 5, 6}), sensor_ + "/zone_50%s ö/mode_5/AWGain.json");  // names end before the values do
@@ -68,7 +68,7 @@ TEST_F(TuningPathTest, PathsOfOddConfigurations) {
 }
 
 TEST_F(TuningPathTest, ReadsLevelsByPrefixFromTheFileUpwards) {
-  // The module and what the levels above it give; -1 for the rest.
+  // The module and the values of the levels above it; -1 for the rest.
   const auto expect = [&](const std::string& path, std::vector<int> config) {
     config.resize(8, -1);
     EXPECT_EQ(ToConfig(path), config) << path;
@@ -86,7 +86,7 @@ TEST_F(TuningPathTest, ReadsLevelsByPrefixFromTheFileUpwards) {
   expect("p/filter_function_Flash/AWGain.json", {1});
   expect("p/scenario_Video/scenario_none/AWGain.json", {1, -1, 1});
   expect("/AWGain.json", {1});
-  // Without a separator there is no module to look for.
+  // Without a separator, no module is looked for.
   expect("AWGain.json", {});
   expect("", {});
   map_["module"][12] = "AWGain";

@@ -31,7 +31,7 @@ TEST_F(TuningSettingsTest, OneSettingReplacesWhatIsThere) {
   EXPECT_TRUE(Create({kAWGain, 3, 1, -1, 1}));
   EXPECT_EQ(Read(path), "new");
 
-  // A default that cannot be read is copied as an empty text; a copy that cannot be written is not noticed.
+  // A default that cannot be read is copied as an empty text; a failed write of the copy is not detected.
   EXPECT_TRUE(Create({kAEMeter, 3}));
   EXPECT_LOG(E("JSON_FILE_TO_STR", "Fail to read json file: " + dir_ + "/default/AEMeter.json"));
   EXPECT_EQ(Read(dir_ + "/tele/mode_3/AEMeter.json"), "");
@@ -80,7 +80,7 @@ TEST_F(TuningSettingsTest, ManySettingsKeepWhatIsThereAndStopAtAnUnknownModule) 
              E("CreateMultipleNewTuningSetting", "[Quokka] Error to get the module desc from the module - Ghost"));
   EXPECT_TRUE(Exists(dir_ + "/tele/mode_4/AWGain.json"));
   EXPECT_FALSE(Exists(dir_ + "/tele/mode_5") || Exists(dir_ + "/tele/mode_6"));
-  EXPECT_FALSE(CreateAll({{}}));  // no module at all: nothing is made, nothing crashes
+  EXPECT_FALSE(CreateAll({{}}));  // no module at all: nothing is created, nothing crashes
   EXPECT_FALSE(TakeLog().empty());
 }
 

@@ -18,7 +18,7 @@ class VersionFilesTest : public ProjectTest {
   void Update(const std::string& name, const std::string& version) {
     EXPECT_TRUE(ZoTuningUtils::UpdateProtoVersionJsonFile(dir_.c_str(), name.c_str(), version.c_str()));
   }
-  /// Which of a few equal files the listing meets first.
+  /// Which of a few equal files the listing returns first.
   std::string First() { return JsonInOrder(versions_).at(0); }
 
   const std::string versions_ = dir_ + "/proto/version";

@@ -131,8 +131,8 @@ TEST_F(VersionHeaderTest, WritingWaitsForTheFileToAppear) {
   Write(path, "an older and longer text");
   EXPECT_TRUE(ZO_TUNING::STR_TO_HEADER_FILE(path, text));
   EXPECT_EQ(Read(path), "text");
-  // As long as the file is absent the call goes round, and removes what it has just not seen: one file may not be
-  // enough.
+  // While the file is absent, the call loops, and removes the file that it has just not seen: creating it once may not
+  // be enough.
   unlink(path.c_str());
   std::atomic<bool> written{false};
   std::thread maker([&] {

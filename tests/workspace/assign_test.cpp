@@ -1,4 +1,4 @@
-// New values in a text: by assignments, from tables, and back into tables.
+// New values in a text: from assignments, from tables, and back into tables.
 
 #include "workspace/assign.h"
 
@@ -99,7 +99,7 @@ TEST_F(AssignTest, ChangesTheValuesThatAPathNames) {
       // Structures: only what differs.
       {zones, "zones[1]={\"weight\":{\"value\":2.0},\"name\":\"c\"}",
        "{\"zones\":[{\"weight\":{\"value\":1},\"name\":\"a\"},{\"weight\":{\"value\":2},\"name\":\"c\"}]}"},
-      // Tables: by cell, calculated, whole, and of another size.
+      // Tables: by cell, computed, complete, and of another size.
       {flat, "flat[1][0]=5", "{\"flat\":{\"value\":[1.0,2,\n5,4],\"rule\":{\"col\":\"2\"}}}"},
       {flat, "flat*=1.05", "{\"flat\":{\"value\":[1.05,2.1,\n3.15,4.2],\"rule\":{\"col\":\"2\"}}}"},
       {flat, "flat=[[1,2],[3,5]]", "{\"flat\":{\"value\":[1.0,2,\n3,5],\"rule\":{\"col\":\"2\"}}}"},
@@ -113,7 +113,7 @@ TEST_F(AssignTest, ChangesTheValuesThatAPathNames) {
       // Missing fields are inserted where the schema has them.
       {"{\"wide\":1}", "gain=2", "{\"gain\":{\"value\": 2},\"wide\":1}"},
       {"{\"wide\":1}", "gain*=2", "there is no 'gain.value' to calculate with"},
-      // What is no assignment or value.
+      // What is not an assignment or a value.
       {"{}", "gain", "'gain' is not of the form PATH=VALUE"},
       {"{}", "ga in=1", "'ga in' is not a path: '.' or '[' is expected at character 3"},
       {"{\"gain\":{\"value\":1}}", "gain=fast", "'fast' is not JSON: 'fast' is no value"},
@@ -160,7 +160,7 @@ TEST_F(AssignTest, TablesGoOutAndBack) {
   };
   for (const auto& row : cases) {
     EXPECT_EQ(Table(text, row.path, TableData::Form::kCsv), row.csv) << row.path;
-    // Other values in their place, so that all of them are changed back.
+    // Other values in their place, so that all of them have to be restored.
     std::string other = text;
     for (char& c : other) {
       if (c >= '1' && c <= '5') c = '7';
@@ -180,7 +180,7 @@ TEST_F(AssignTest, ReadsWhatSpreadsheetsWriteAndSaysWhatItCannot) {
   const struct {
     const char* path;
     std::string table;
-    std::string result;  ///< of the value, or the message
+    std::string result;  ///< the value, or the message
   } cases[] = {
       {"flat", "\xef\xbb\xbf\"5\",6\r\n\r\n7,8\r\n", "[5,6,7,8]"},
       {"flat", "5,6\n7,8", "[5,6,7,8]"},

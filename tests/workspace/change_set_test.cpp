@@ -1,4 +1,4 @@
-// Changes over many files: what git makes of their diff, and what is left when one of them fails.
+// Changes to several files: what git makes of their diff, and what is left if one of them fails.
 
 #include "workspace/change_set.h"
 
@@ -24,7 +24,7 @@ using zotuning::ChangeSet;
 using zotuning::Code;
 using zotuning::CollectingSink;
 
-/// Everything below a directory with its text.
+/// Everything below a directory with its contents.
 std::string Contents(const std::string& dir) {
   std::string contents;
   for (const std::string& name : Tree(dir)) {
@@ -108,7 +108,7 @@ TEST(ChangeSet, GitTakesTheDiffOfAnyTwoTexts) {
   const std::string by_git = temp / "git", by_us = temp / "us";
   ChangeSet changes, same;
   for (size_t i = 0; i < 120; ++i) {
-    // Few different lines, so that there are many ways; and, twice, more than the search is given time for.
+    // Few distinct lines, so that there are many solutions; and, twice, more than the search has time for.
     const bool large = i % 60 == 0;
     const std::string before = text(large ? 3000 : random.Below(60), large ? 9999 : 1 + random.Below(30));
     std::string after = before;
@@ -197,7 +197,7 @@ TEST(ChangeSet, AFailurePutsBackWhatWasWritten) {
   changes.Replace(temp / "a", "1", "2");
   changes.Create(temp / "new/folder/file", "2");
   changes.Rename(temp / "moved", temp / "to", "1", "2");
-  // "z/file" is a file, so that nothing can be made below it.
+  // "z/file" is a file, so nothing can be created below it.
   changes.Create(temp / "z/file/below", "2");
   CollectingSink sink;
   EXPECT_FALSE(changes.Apply(sink));

@@ -1,4 +1,4 @@
-// Checks of JSON texts beside protobuf's parser, whose verdict packing goes by.
+// Checks of JSON texts against protobuf's parser, whose result decides about packing.
 
 #include "workspace/check_json.h"
 
@@ -48,14 +48,14 @@ std::string Listing(const std::vector<Diagnostic>& diagnostics) {
   return out.str();
 }
 
-/// Errors that are about what the text says, not about whether protobuf takes it.
+/// Errors about what the text means, not about whether protobuf accepts it.
 bool IsStricter(const Diagnostic& diagnostic) {
   static const std::set<Code> stricter = {Code::kJsonDuplicateKey, Code::kJsonSameField,    Code::kJsonNull,
                                           Code::kJsonNestedList,   Code::kJsonMissingField, Code::kJsonMissingValue,
                                           Code::kJsonEmptyList,    Code::kJsonRange};
-  // In elements of a list protobuf takes a key without letters.
+  // In elements of a list, protobuf accepts a key without letters.
   const bool no_name = diagnostic.code == Code::kJsonUnknownKey && diagnostic.path.find("[\"\"]") != std::string::npos;
-  // Types with a JSON form of their own it takes as plain messages too.
+  // Types with a special JSON form are also accepted as plain messages.
   const bool built_in = diagnostic.message.find(" google.protobuf.") != std::string::npos;
   return no_name || built_in || stricter.count(diagnostic.code) > 0;
 }
@@ -77,7 +77,7 @@ class AgreementTest : public testing::Test {
     std::string difference;
     if (!errors && !status.ok()) difference = "no error, but protobuf says: " + std::string(status.message());
     for (const Diagnostic& d : found) {
-      // Hexadecimal numbers with a point or exponent, and "-.5", which it takes by the locale.
+      // Hexadecimal numbers with a decimal point or exponent, and "-.5", which depend on the locale.
       const bool odd_number =
           d.code == Code::kJsonNumber && (text.find("0x") != std::string::npos || text.find("-.") != std::string::npos);
       if (!status.ok() || d.severity != Severity::kError || IsStricter(d) || odd_number) continue;
@@ -110,7 +110,7 @@ TEST_F(ExampleAgreementTest, FilesWithFaults) {
   Random random(11);
   for (int round = 0; round < 2000; ++round) {
     auto [type, text] = random.Pick(example_.texts);
-    if (text.size() > 6000 && !random.OneIn(20)) continue;  // small files hold most faults as well
+    if (text.size() > 6000 && !random.OneIn(20)) continue;  // small files contain most faults as well
     for (size_t i = random.Below(3); i < 3; ++i) text = Damage(text, random);
     Compare(type, text, round % 2 == 0);
   }
@@ -143,7 +143,7 @@ TEST_F(AgreementTest, RandomSchemasAndTexts) {
   EXPECT_GT(clean_, 500U);
 }
 
-// Types with every kind of field, also those that packing has no use for.
+// Types with every kind of field, also those that packing does not use.
 constexpr char kEverything[] = R"(syntax = "proto3";
   import "google/protobuf/any.proto";
   import "google/protobuf/duration.proto";
@@ -274,7 +274,7 @@ constexpr char kText[] = R"({
 }
 )";
 
-/// "code line:column path" of each, errors with a "!".
+/// "code line:column path" of each; errors have a "!".
 std::string Brief(const std::vector<Diagnostic>& diagnostics) {
   std::string brief;
   for (const Diagnostic& d : diagnostics) {
@@ -285,7 +285,7 @@ std::string Brief(const std::vector<Diagnostic>& diagnostics) {
 }
 
 struct Change {
-  const char* from;  ///< in kText, once
+  const char* from;  ///< occurs in kText once
   const char* to;
   const char* found;
 };
@@ -339,7 +339,7 @@ constexpr Change kChanges[] = {
     {"\"MODE_OFF\"", "1", ""},
     {"\"MODE_OFF\"", "\"1\"", "json-string-for-number 3:10 mode"},
     {"\"MODE_OFF\"", "77", "json-enum-number 3:10 mode"},
-    // Completeness: the object that lacks something, wherever another one has it.
+    // Completeness: the object that lacks something, although another one has it.
     {" \"mode\": \"MODE_OFF\",\n", "", "json-missing-field! 1:1 mode"},
     {", \"mode\": \"MODE_AUTO\"}", "}, {}", "rule-length 4:11 zones; json-missing-field! 5:3 zones[0].mode; "
         "json-missing-field! 5:101 zones[1].weight; json-missing-field! 5:101 zones[1].radius; json-missing-field! 5:101 zones[1].mode"},
@@ -419,7 +419,7 @@ TEST_F(FaultTest, EmptyListsOfStructures) {
   EXPECT_EQ(Brief(Check(text, type())), "json-empty-list! 4:11 zones; rule-length 4:11 zones; rule-range 4:11 zones");
   text.insert(text.find("[Repeated]"), "weight radius ");
   EXPECT_EQ(Brief(Check(text, type())), "json-empty-list 4:11 zones; rule-length 4:11 zones; rule-range 4:11 zones");
-  // A row has no name that packing asks for.
+  // A row has no name that packing looks for.
   EXPECT_EQ(Brief(Check(Changed({"[{\"value\": [1, 2]}, {\"value\": [3, 4]}]", "[]", ""}), type())),
             "rule-table 8:21 table.value");
 }

@@ -1,4 +1,4 @@
-// Messages compared by meaning, and the words for what differs.
+// Messages compared by meaning, and the text for what differs.
 
 #include "workspace/compare.h"
 
@@ -86,7 +86,7 @@ TEST_F(CompareTest, ValuesCountAsTheirFieldsHoldThem) {
       {"gain { value: nan }", "gain { value: nan }", {}},
       {"gain { value: nan }", "gain { value: inf }", {"gain.value: nan → inf"}},
       {"gain { rule { recommend: 'a' } }", "gain { rule { recommend: 'b' } } zones_rule { len: '2' }", {}},
-      {"", "inner { gain {} }", {}},  // packing makes it present
+      {"", "inner { gain {} }", {}},  // packing creates it
       {"mode: MODE_OFF", "mode: 7", {"mode: MODE_OFF → 7"}},
       {"text: 'a'", "text: 'b' on: true", {"text: \"a\" → \"b\"", "on: false → true"}},
       {"maybe: 0", "", {"maybe: 0 → none"}},
@@ -126,7 +126,7 @@ TEST_F(CompareTest, ListsShowWhatWasInsertedAndRemoved) {
       {numbers("1, 2, 3"), numbers("1, 2, 7, 3"), {"curve.value: length 3 → 4, inserted at [2]"}},
       {numbers("1, 2, 3, 4"), numbers("3, 4"), {"curve.value: length 4 → 2, removed at [0] to [1]"}},
       {numbers(""), numbers("3, 4"), {"curve.value: length 0 → 2, inserted at [0] to [1]"}},
-      // The nearest are paired, so that the new one is the insertion.
+      // The nearest are paired, so the new one is the insertion.
       {numbers("10, 20, 30, 40"),
        numbers("11, 21, 500, 31, 41"),
        {"curve.value: length 4 → 5, inserted at [2], 4 changed, mean +4.0 %, largest +1 at [0]"}},
@@ -147,7 +147,7 @@ TEST_F(CompareTest, ListsShowWhatWasInsertedAndRemoved) {
   EXPECT_EQ(moved.count, 2u);
 }
 
-// What is said of a list leads from the one to the other, whatever the lists are.
+// The changes reported for a list lead from one to the other, whatever the lists are.
 TEST_F(CompareTest, ChangesOfAListLeadToTheOther) {
   std::mt19937 random(7);
   const auto list = [&] {
@@ -202,7 +202,7 @@ TEST_F(CompareTest, LongListsAreAlignedByTheirEndsAlone) {
 
 TEST_F(CompareTest, TablesAreOneLine) {
   const std::string flat = "flat { rule { row: '2' col: '3' } value: [1, 2, 3, 4, 5, 6] }";
-  const std::string bare = "flat { value: [1, 2, 3, 4, 5, 7] }";  // as a bin has it
+  const std::string bare = "flat { value: [1, 2, 3, 4, 5, 7] }";  // as in a bin
   const std::string rows = "rows { rule { row: '-1' col: '-1' } value { col: [1, 2] } value { col: [3, 4] } }";
   const std::string more = "rows { value { col: [1, 2] } value { col: [8, 9] } value { col: [3, 5] } }";
   const struct {
@@ -211,7 +211,7 @@ TEST_F(CompareTest, TablesAreOneLine) {
   } kRows[] = {
       {flat, bare, {"flat 2x3: 1 changed, mean +16.7 %, largest +1 at [1][2]"}},
       {bare, bare, {}},
-      {"flat { value: [1, 2] }", "flat { value: [1, 3] }", {"flat.value[1]: 2 → 3 (+50.0 %)"}},  // of no known shape
+      {"flat { value: [1, 2] }", "flat { value: [1, 3] }", {"flat.value[1]: 2 → 3 (+50.0 %)"}},  // of unknown shape
       {flat, "flat { rule { row: '3' col: '2' } value: [1, 2, 3, 4, 5, 6] }", {}},  // only the rule says so
       {flat, "flat { rule { row: '3' col: '2' } value: [1, 2, 3, 4, 5, 7] }", {"flat 2x3 → 3x2"}},
       {rows,
@@ -244,12 +244,12 @@ TEST_F(CompareTest, TolerancesAreByPath) {
     return found;
   };
   CompareOptions options;
-  options.tolerance = {0.1, 0};  // less than what lies between the two floats
+  options.tolerance = {0.1, 0};  // less than the difference between the two floats
   EXPECT_THAT(paths(options), ElementsAre("inner.gain.value", "curve.value"));
   options.tolerance = {0, 0.01};
   EXPECT_THAT(paths(options), ElementsAre("gain.value", "curve.value"));
   options.path_tolerances = {{"*", {100, 0}}, {"Noise.*gain*", {}}, {"Noise.inner.ga?n.value", {1, 0}}};
-  EXPECT_THAT(paths(options), ElementsAre("gain.value"));  // the last pattern that matches counts
+  EXPECT_THAT(paths(options), ElementsAre("gain.value"));  // the last matching pattern counts
   CompareOptions any;
   any.tolerance = {1, 0.5};
   EXPECT_THAT(

@@ -1,4 +1,4 @@
-// Changes of JSON texts: what is named changes, everything else stays byte for byte.
+// Edits to JSON texts: what is named changes, everything else stays byte for byte.
 
 #include "workspace/edit.h"
 
@@ -24,7 +24,7 @@ using zotuning::JsonValue;
 
 JsonValue At(const JsonDocument& document, const char* path) { return JsonPath::Parse(path)->Find(document.root()); }
 
-/// What is done to a text: "PATH = JSON", "PATH ~ NEW_KEY", "PATH + POSITION [NAME] JSON", "PATH - POSITION".
+/// The edit to a text: "PATH = JSON", "PATH ~ NEW_KEY", "PATH + POSITION [NAME] JSON", "PATH - POSITION".
 std::string Edited(const std::string& text, const std::vector<std::string>& orders) {
   const JsonDocument document(text);
   EXPECT_TRUE(zotuning::IsEditable(document)) << text;
@@ -75,14 +75,14 @@ TEST(JsonEdit, ChangesWhatIsNamedAlone) {
       {"{ 'a' :1.50,\tb:[ 1e2 ,2]\v}  ", {"b[1] = 3.0"}, "{ 'a' :1.50,\tb:[ 1e2 ,3.0]\v}  "},
       {"{'a' : 1, \"b\": 1}", {"a ~ c\"d", "b = {\"x\": [1, 2]}"}, "{\"c\\\"d\" : 1, \"b\": {\"x\": [1, 2]}}"},
       {"\xef\xbb\xbf{\"a\":1}", {"a = 2"}, "\xef\xbb\xbf{\"a\":2}"},
-      // Members into one line, at the front, between others, and at the end.
+      // Members into one line, at the start, between others, and at the end.
       {"{\"a\":1}", {". + 0 x 0", ". + 1 y 2"}, "{\"x\":0,\"a\":1,\"y\":2}"},
       {"{ \"a\": 1, \"b\": 2 }",
        {". + 0 x 0", ". + 1 y [1,2]", ". + 9 z {\n \"k\": 1\n}"},
        "{ \"x\": 0, \"a\": 1, \"y\": [1,2], \"b\": 2, \"z\": {\"k\": 1} }"},
       {"{}", {". + 0 x 0", ". + 0 y 1"}, "{\n \"x\": 0,\n \"y\": 1\n}"},
       {"{\"l\":[],\"o\":{}}", {"l + 0 1", "l + 0 2", "o + 0 k 3"}, "{\"l\":[1,2],\"o\":{\"k\":3}}"},
-      // Lines: the indentation, line ends and colons of the surroundings.
+      // Lines: indentation, line endings and colons as around them.
       {"{\r\n\t\"a\" : 1\r\n}\r\n",
        {". + 1 x {\n \"k\": [\n  1\n ]\n}"},
        "{\r\n\t\"a\" : 1,\r\n\t\"x\" : {\r\n\t\t\"k\": [\r\n\t\t\t1\r\n\t\t]\r\n\t}\r\n}\r\n"},
@@ -92,14 +92,14 @@ TEST(JsonEdit, ChangesWhatIsNamedAlone) {
        "        {}\n    ]\n}"},
       {"{\n  \"a\": 1\n}", {"a = [\n 1,\n 2\n]"}, "{\n  \"a\": [\n    1,\n    2\n  ]\n}"},
       {"{\n \"t\": [\n  1, 2,\n  3, 4\n ]\n}", {"t + 2 0", "t + 4 5"}, "{\n \"t\": [\n  1, 2, 0,\n  3, 4, 5\n ]\n}"},
-      // Removals take their comma and line along; none is left at the end.
+      // Removals include their comma and line; no comma is left at the end.
       {"{\"a\":1, \"b\":2 , \"c\":3 }", {". - 0"}, "{\"b\":2 , \"c\":3 }"},
       {"{\"a\":1, \"b\":2 , \"c\":3 }", {". - 1"}, "{\"a\":1, \"c\":3 }"},
       {"{\"a\":1, \"b\":2 , \"c\":3 }", {". - 2"}, "{\"a\":1, \"b\":2 }"},
       {"{\n \"a\": [1, 2, 3],\n \"b\": 1\n}", {"a - 0", "a - 2", ". - 1", "a - 7"}, "{\n \"a\": [2]\n}"},
       {"{\n \"a\": [\n  1,\n  2,\n ]\n}", {"a - 0", "a - 1"}, "{\n \"a\": []\n}"},
       {"{\n \"a\": 1,\n \"b\": 2\n}", {". - 0", ". - 1"}, "{}"},
-      // Many at once: in the place of what goes, and inside of what goes.
+      // Many at once: in place of what is removed, and inside it.
       {"{\n \"a\": 1,\n \"b\": {\"c\": 2}\n}",
        {". - 0", ". + 0 x 7", "b.c = 3"},
        "{\n \"x\": 7,\n \"b\": {\"c\": 3}\n}"},
@@ -112,7 +112,7 @@ TEST(JsonEdit, ChangesWhatIsNamedAlone) {
   for (const Row& row : rows) EXPECT_EQ(Edited(row.text, row.orders), row.result) << row.text;
 }
 
-/// A value as a tree, with its own text where it is a scalar.
+/// A value as a tree, with its own text if it is a scalar.
 struct Tree {
   std::string scalar;
   bool list = false;
@@ -135,7 +135,7 @@ Tree TreeOf(const JsonValue& value) {
   return tree;
 }
 
-/// Names changes for `value` and its contents, and makes them in `tree`.
+/// Picks edits for `value` and its contents, and makes them in `tree`.
 void ChangeAtRandom(const JsonValue& value, Random& random, JsonEdit* edit, Tree* tree) {
   size_t i = 0;
   const auto change = [&](const JsonValue& inner) {
@@ -179,7 +179,7 @@ TEST(JsonEdit, ManyChangesOfAnyTextComeToWhatTheyShould) {
   for (int round = 0; round < 300; ++round) {
     const std::string text = JsonMaker(random).Text(type);
     const JsonDocument document(text);
-    if (!zotuning::IsEditable(document)) continue;  // some numbers are beyond any type
+    if (!zotuning::IsEditable(document)) continue;  // some numbers do not fit any type
     JsonEdit edit(document);
     ASSERT_EQ(edit.Apply(), text);
     Tree tree = TreeOf(document.root());

@@ -1,4 +1,4 @@
-// Files that are replaced whole, and listings.
+// Replacing files, and listing them.
 
 #include "workspace/files.h"
 
@@ -46,7 +46,7 @@ TEST(ReplaceFile, KeepsModeLinksAndNames) {
   EXPECT_TRUE(fs::is_symlink(dir / "other/link.json"));
   EXPECT_EQ(Read(file), "third");
 
-  // A file of several names keeps them all, so it is written in place.
+  // A file with several hard links keeps them all, so it is written in place.
   fs::create_hard_link(file, dir / "b.json");
   ASSERT_TRUE(ReplaceFile(file, "fourth", sink));
   EXPECT_EQ(Read(dir / "b.json"), "fourth");

@@ -1,4 +1,4 @@
-// The canonical form: how it looks, that it never changes what is packed, and that it stays as it is.
+// The canonical form: what it looks like, that it never changes what is packed, and that it is stable.
 
 #include "workspace/format.h"
 
@@ -46,10 +46,10 @@ TEST(Format, IsOneForm) {
   } rows[] = {
       {"{}", "{}\n"},
       {"\n{\"gain\":{\"rule\":{},\"value\":1}}", "{\n \"gain\": {\n  \"value\": 1,\n  \"rule\": {}\n }\n}\n"},
-      // Unknown keys last, equal ones in their order, whichever way they are spelled.
+      // Unknown keys last, duplicates in their order, however they are spelled.
       {"{\"twoWords\":1,\"x\":2,\"gain\":null,\"two_words\":3,\"a\":4}",
        "{\n \"gain\": null,\n \"twoWords\": 1,\n \"two_words\": 3,\n \"x\": 2,\n \"a\": 4\n}\n"},
-      // Lists: short ones in one line, long ones by ten, words one by one.
+      // Lists: short ones on one line, long ones by ten, words one by one.
       {"{\"codes\":[\n" + numbers + "\n]}", "{\n \"codes\": [1.50, 2e2, 3]\n}\n"},
       {"{\"codes\":[" + long_list + "]}",
        "{\n \"codes\": [\n  0, 1, 2, 3, 4, 5, 6, 7, 8, 9,\n  10, 11, 12, 13, 14, 15, 16, 17, 18, 19,\n"
@@ -65,7 +65,7 @@ TEST(Format, IsOneForm) {
       {"{\"zones\":[{\"name\":\"x\",\"weight\":{}}],\"by_name\":{\"z\":{\"name\":\"\"},\"a\":{}}}",
        "{\n \"zones\": [\n  {\n   \"weight\": {},\n   \"name\": \"x\"\n  }\n ],\n \"by_name\": {\n  \"z\": {\n   \"name\": "
        "\"\"\n  },\n  \"a\": {}\n }\n}\n"},
-      // What only protobuf's parser takes.
+      // What only protobuf's parser accepts.
       {"{'gain':{value:1.,},\"codes\":[00.5,-00.25e1,1.E5,-0.,],}\f",
        "{\n \"gain\": {\n  \"value\": 1.0\n },\n \"codes\": [0.5, -0.25e1, 1.0E5, -0.0]\n}\n"},
       {"{'names':['a\"\\'\\q\\v\\u00e9\\ud83d\\ude00\\\\\\\"\n\t\x01',\"\\/\"]}",
@@ -96,7 +96,7 @@ void ExpectSameMeaning(BothPaths& paths, const std::string& text, size_t* format
 }
 
 TEST(Format, NeverChangesWhatIsPacked) {
-  const google::protobuf::LogSilencer silencer;  // of schemas in which two fields share a key
+  const google::protobuf::LogSilencer silencer;  // about schemas in which two fields share a key
   Random random(5);
   size_t formatted = 0, schemas = 0;
   for (int i = 0; i < 150; ++i) {

@@ -1,4 +1,4 @@
-// Documents beside the parser whose grammar they read: both have to agree on which texts are broken.
+// Documents against the parser whose grammar they follow: both must agree on which texts are invalid.
 
 #include "workspace/json_document.h"
 
@@ -26,8 +26,8 @@ using zotuning::JsonMember;
 using zotuning::JsonPath;
 using zotuning::JsonValue;
 
-/// Whether protobuf's parser reads the text. A struct takes any names and values, so only broken texts are refused, and
-/// keys that stand twice.
+/// Whether protobuf's parser accepts the text. A struct accepts any names and values, so it rejects only invalid texts
+/// and duplicate keys.
 bool Reads(const std::string& text) {
   static google::protobuf::DynamicMessageFactory factory;
   const auto* type =
@@ -39,7 +39,7 @@ bool Reads(const std::string& text) {
 
 bool IsObjectText(const JsonDocument& document) { return document.ok() && document.root().is_object(); }
 
-/// All that a document says of its values, as text: "{key:value,...}"; broken values as "!", incomplete ones as "...".
+/// All values of a document as text: "{key:value,...}"; invalid values as "!", incomplete ones as "...".
 std::string Shape(const JsonValue& value) {
   std::string shape;
   switch (value.kind()) {
@@ -60,7 +60,7 @@ std::string Shape(const JsonValue& value) {
   }
 }
 
-/// Every value lies within the one around it and after the one before it; what is there counts.
+/// Every value is inside the one around it and after the one before it; existing ones count.
 void ExpectSoundSpans(const JsonValue& value, const std::string& text) {
   ASSERT_LE(value.begin(), value.end()) << text;
   ASSERT_LE(value.end(), text.size()) << text;
@@ -111,7 +111,7 @@ TEST(JsonDocument, AgreesWithTheParserOnTextsWithManyFaults) {
     if (round % 3 != 0) damaged = "{\"a\": [1, -2.5, {\"b\": \"x\\u0041y\", 'c': [[], {}, true]}], d: {\"e\": null}}";
     for (size_t i = random.Below(4); i > 0; --i) damaged = Damage(damaged, random);
     const JsonDocument document(damaged);
-    // The parser reads hexadecimal numbers with a point or exponent by accident, and "-.5" by the locale.
+    // The parser accepts hexadecimal numbers with a decimal point or exponent by accident, and "-.5" by the locale.
     if (damaged.find("0x") != std::string::npos || damaged.find("-.") != std::string::npos) continue;
     ASSERT_EQ(IsObjectText(document), Reads(damaged)) << damaged;
     if (document.root()) ExpectSoundSpans(document.root(), damaged);
@@ -133,7 +133,7 @@ std::string FaultList(const JsonDocument& document) {
 
 struct FaultRow {
   std::string text;
-  const char* faults;  ///< "?" after those that protobuf's parser takes
+  const char* faults;  ///< "?" after those that protobuf's parser accepts
   const char* shape;   ///< of what could be read
 };
 
@@ -174,13 +174,13 @@ TEST(JsonDocument, FindsEveryFaultAndReadsTheRest) {
       {"{" + nul + "\"a\": 1}" + nul, "json-zero-byte@1 json-zero-byte@9", "{a:1}"},
       {"{\"a\": 1,\n<<<<<<< HEAD\n\"b\": 2\n=======\n\"b\": 3\n>>>>>>> topic\n, \"c\": 4}", "json-conflict@9",
        "{a:1,b:2,c:4}"},
-      // Quotes that are missing, and what they would swallow.
+      // Missing quotes, and what they would swallow.
       {"{\"a\": \"x,\n\"b\": 1,\n\"c\": 2}", "json-syntax@6", "{a:!,b:1,c:2..."},
       {"{\"a: 1,\n\"b\": 1,\n\"c\": 2}", "json-syntax@1", "{b:1,c:2..."},
       {"{\"a\": 1,\n\"b: \"x\",\n\"c\": 2}", "json-syntax@9", "{a:1,c:2..."},
       {"{\"a\": x\",\n\"c\": 2}", "json-syntax@6", "{a:!,c:2..."},
       {"{\"a\": \"x)", "json-syntax@6", "{a:!..."},
-      // Brackets that are missing, too many, or of the other kind.
+      // Brackets that are missing, extra, or of the wrong kind.
       {"{\"a\": [1, 2, \"b\": 3}", "json-syntax@13", "{a:[1,2...,b:3}"},
       {"{\"a\": {\"b\": [1}}", "json-syntax@14", "{a:{b:[1...}}"},
       {"{\"a\": 1], \"b\": 2}", "json-syntax@7", "{a:1,b:2}"},
@@ -262,7 +262,7 @@ TEST(JsonDocument, PositionsCountLinesAndCharacters) {
   EXPECT_EQ(document.PositionOf(text.size() + 9).line, 3);
   EXPECT_EQ(JsonDocument().PositionOf(0).column, 1);
 
-  // Over the borders of what the line index keeps.
+  // Across the boundaries of the line index.
   std::string large;
   while (large.size() < 300000) large += large.size() % 7 == 0 ? "\n" : "\xC3\xA4";
   const JsonDocument larger(large);
@@ -284,7 +284,7 @@ TEST(JsonPath, PrintsParsesAndFinds) {
       "dup": 4, "d\"q": 5, "dup": 6})");
   const struct {
     const char* path;
-    const char* value;  ///< null where there is none
+    const char* value;  ///< null if there is none
   } rows[] = {
       {"zones[1].weight.value", "2"},
       {"zones[1]", "{\"weight\": {\"value\": 2}}"},

@@ -1,4 +1,4 @@
-// Migration: what a change of the schema makes of defaults and settings, and that it leaves everything else alone.
+// Migration: how a schema change affects defaults and settings, and that everything else is left alone.
 
 #include "workspace/migrate.h"
 
@@ -42,7 +42,7 @@ constexpr char kDefault[] = R"({
  "list": []
 })";
 
-// Two blanks to a level, and numbers as nobody prints them.
+// Two spaces to a level, and unusually formatted numbers.
 constexpr char kSetting[] = R"({
   "gain": {"value": 1.50},
   "zones": [
@@ -86,7 +86,7 @@ class MigrateTest : public testing::Test {
     Write(dir_ + "/" + kPath, setting);
   }
 
-  /// With the schema so changed. False after errors, which are appended to errors_.
+  /// With the schema changed like this. False after errors, which are appended to errors_.
   bool Migrate(const Edits& schema, const MigrateOptions& options = {}) {
     Write(dir_ + "/proto/a.proto", Edited(kSchema, schema));
     CollectingSink sink;
@@ -115,8 +115,8 @@ TEST_F(MigrateTest, TextsFitTheNewSchemaAndTheRestStays) {
     const char* name;
     Edits schema;
     MigrateOptions options;
-    Edits default_edits;  // made before
-    Edits setting;        // what becomes of the setting
+    Edits default_edits;  // made beforehand
+    Edits setting;        // the effect on the setting
   } rows[] = {
       {"nothing to do", {}, {}, {}, {}},
       {"added in every element, from the default",
@@ -236,7 +236,7 @@ TEST_F(MigrateTest, NothingIsWrittenAfterAnError) {
   };
   for (const auto& row : rows) {
     errors_.clear();
-    // A fraction is no int32, and a lost one would be lost in silence.
+    // A fraction is not an int32, and would be lost silently.
     Put(kDefault, Edited(kSetting, {{"5.0", "5.5"}}));
     MigrateOptions options;
     options.renames = row.renames;

@@ -24,7 +24,7 @@ const google::protobuf::Descriptor* Numbers() {
   return schema.Type("M");
 }
 
-/// "f 0.1 * 1.05", or why it cannot be calculated.
+/// "f 0.1 * 1.05", or why it cannot be computed.
 std::string Result(const std::string& field, const std::string& number, char sign, const std::string& operand) {
   const JsonDocument document("[" + number + "]");
   std::string why;
@@ -63,13 +63,13 @@ TEST(Number, IsCalculatedInDecimalsAndPrintedShort) {
       {"u", "1", 'r', "1e-30", "0"},
       {"i", "1000", 'r', "1.05", "1050"},
       {"d", "10", 'r', "1.05", "10.5"},
-      // What stays the same stays as it is written.
+      // What does not change keeps its spelling.
       {"d", "1.50", '*', "1", "1.50"},
       {"f", "1.50", '+', "1e-20", "1.50"},
       {"f", "-0.0", '*', "2", "-0.0"},
       {"i", "0", '*', "-3", "0"},
       {"i", "4e2", '*', "1.0", "4e2"},
-      // What cannot be.
+      // Impossible operations.
       {"i", "836", '*', "1.05",
        "the result 877.8 is no whole number, and the field is int32; --round rounds to the nearest one"},
       {"i", "2147483647", '+', "1", "the result does not fit int32"},
@@ -107,7 +107,7 @@ TEST(Number, ReadsBackAsTheNearestValue) {
     };
     const std::string left = number(), right = number();
     const char sign = random.OneIn(2) ? '*' : '+';
-    // Not by std::stod, which knows the point of the locale alone.
+    // Not by std::stod, which only knows the locale's decimal point.
     double a = 0, b = 0;
     std::from_chars(left.data(), left.data() + left.size(), a);
     std::from_chars(right.data(), right.data() + right.size(), b);

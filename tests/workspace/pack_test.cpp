@@ -1,4 +1,4 @@
-// Packing by the workspace: the bytes of the library, every file opened once, and no change unnoticed.
+// Packing in the workspace: the same bytes as the library, every file opened once, and every change noticed.
 
 #include "workspace/pack.h"
 

@@ -1,4 +1,4 @@
-// Paths that name many values: what they are in a type, and what they find in a text.
+// Paths that select many values: what they are in a type, and what they find in a text.
 
 #include "workspace/path_pattern.h"
 
@@ -32,7 +32,7 @@ constexpr char kText[] = R"({"gain": {"value": 1}, "flat": {"value": [0, 1, 2, 3
   "zones": [{"weight": {"value": 20}, "knots": [21, 22]}, {"weight": {"value": 23}, "knots": []}],
   "map": {"a b": {"knots": [30]}}, "twoWords": 40, "two_words": 41, "gian": 0})";
 
-/// What a path names: "path=value" of each match, "|" between lines; or why it names nothing.
+/// What a path selects: "path=value" of each match, "|" between lines; or why it selects nothing.
 std::string Found(const std::string& path) {
   static const TextSchema schema(kSchema);
   static zotuning::TypeTables tables;
@@ -72,7 +72,7 @@ TEST(PathPattern, NamesValues) {
       {"map[\"a b\"].knots", "map[\"a b\"].knots=[30]"},
       {"two_words", "two_words=41"},
       {"zone.weight", "zone.weight.value=none"},
-      // Tables as one list, by row and column; and as rows.
+      // Tables in one list, by row and column; and as rows.
       {"flat", "flat.value=[0, 1, 2, 3, 4] of 2"},
       {"flat[3]", "flat.value[3]=3"},
       {"flat.value[1:3]", "flat.value[1]=1 flat.value[2]=2"},
@@ -83,7 +83,7 @@ TEST(PathPattern, NamesValues) {
       {"rows[1]", "rows.value[1].value=[12, 13]"},
       {"rows[*][0]", "rows.value[0].value[0]=10|rows.value[1].value[0]=12"},
       {"rows.value[1].value[1]", "rows.value[1].value[1]=13"},
-      // What is no path, or none of this type or text.
+      // What is not a path, or not in this type or text.
       {"", "a path is expected, such as gain or zones[0].weight"},
       {"gain[x]", "[...] holds a number from 0, '*', or a range such as 4:8, not 'x'"},
       {"zones[4:4]", "[...] holds a number from 0, '*', or a range such as 4:8, not '4:4'"},

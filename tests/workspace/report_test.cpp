@@ -1,5 +1,5 @@
-// What a report page is made of: its columns read back as they were, and its structure. scripts/checks/report looks at
-// the page itself.
+// The data of a report page: its columns read back unchanged, and its structure. scripts/checks/report tests the page
+// itself.
 
 #include <zlib.h>
 
@@ -23,7 +23,7 @@ using zotuning::ReportColumn;
 using zotuning::ReportData;
 using Json = nlohmann::json;
 
-/// What PackedText made a text of.
+/// Decodes the output of PackedText.
 std::string Unpacked(const std::string& text) {
   const std::string digits =
       "!\"#$%'()*+,-./0123456789:;=?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`abcdefghijklmnopqrstuvwxyz{|}~";
@@ -224,7 +224,7 @@ TEST_F(ReportTest, HasEveryNodeWithItsRuleAndTheValuesByLayout) {
   EXPECT_TRUE(complete_) << testing::PrintToString(errors_);
   EXPECT_EQ(page["project"], "proj");
   EXPECT_EQ(data_.settings, 3u);
-  // The gain, and twice the rows of 'table', which are not of one length.
+  // The gain, and twice the rows of 'table', which have different lengths.
   EXPECT_EQ(data_.outside, 3u);
   ASSERT_EQ(page["settings"].size(), 3u);
   const Json &first = page["settings"][0], &second = page["settings"][2];
@@ -247,7 +247,7 @@ TEST_F(ReportTest, HasEveryNodeWithItsRuleAndTheValuesByLayout) {
   EXPECT_THAT((Strings{scalars.Column(), scalars.Column(), scalars.Column()}),
               ElementsAre("1/0: 1 1", "1/1: 0.5 0.7", "1/0: 7 7"));
   EXPECT_TRUE(scalars.at_end());
-  // Lists that are the same are in the page once.
+  // Equal lists are stored once.
   EXPECT_EQ(first["b"], second["b"]);
   ColumnBytes lists(Unpacked(data_.blocks.at(first["b"].get<size_t>())));
   EXPECT_EQ(lists.Number(4), 0u);
@@ -279,7 +279,7 @@ TEST_F(ReportTest, ShowsWhatDiffersAndLeavesOutWhatCannotBeRead) {
   EXPECT_EQ(Json::parse(block.Take(size)),
             Json::parse(R"json([["limits.near.value", "", "c", ["limits.near.value: 0.7 → 0.5 (-28.6 %)"]]])json"));
   EXPECT_EQ(block.Column(), "2/0: 1 -2 300");
-  // The other side has the same list: only its place is there.
+  // The other side has the same list: only a reference to it.
   ColumnBytes shared(Unpacked(data_.blocks.at(page["settings"][3]["b"].get<size_t>())));
   EXPECT_EQ(shared.Number(4), 0u);
   EXPECT_EQ(shared.Take(6), std::string("\x0A\0\0\0\0\0", 6));

@@ -1,4 +1,4 @@
-// Ranges and sizes in words, and what templates make of the comments of a schema.
+// Ranges and sizes in words, and the templates made from the comments of a schema.
 
 #include "workspace/rule_text.h"
 
@@ -30,7 +30,7 @@ TEST(RuleText, CommentsSayRangesSizesAndUnits) {
       {"9 elements", "- 9 - - "},
       {"A grid of 17x13. Range: 1e-3..2.5e3", "1e-3..2.5e3 - 17 13 "},
       {"Range: 0..4; a grid, 17 x 13, over the picture.", "0..4 - 17 13 "},
-      // The size at the range counts.
+      // The size after the range counts.
       {"Of 8x8 pixels each. Unit: 1/255. Range: 0..255, 13 rows of 17.", "0..255 - 13 17 1/255"},
       {"Range: 0 when not calibrated. See 3..5.", "- - - - "},
       {"Range: 5..1. Elements: 9", "- - - - "},

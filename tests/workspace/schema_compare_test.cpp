@@ -1,4 +1,4 @@
-// Changes of a schema, by what they do to bins.
+// Schema changes, by their effect on bins.
 
 #include "workspace/schema_compare.h"
 
@@ -65,11 +65,11 @@ TEST(SchemaCompare, TellsWhatBreaksFromWhatDoesNot) {
       {"float a = 1;", "FloatData a = 1;", "FIELD_SAME_TYPE:M.a"},
       {"float a = 1;", "repeated float a = 1;", "FIELD_SAME_CARDINALITY:M.a"},
       {"float a = 1;", "oneof o { float a = 1; }", "FIELD_SAME_ONEOF:M.a"},
-      // Types by what they hold, every place for itself.
+      // Types by their contents, each place separately.
       {"FloatData a = 1; FloatData b = 2;", "DoubleData a = 1; DoubleData b = 2;",
        "FIELD_SAME_TYPE:M.a FIELD_SAME_TYPE:M.b"},
       {"FloatData a = 1;", "AlsoFloat a = 1;", "(FIELD_SAME_TYPE):M.a"},
-      // What packing strips.
+      // What packing prunes.
       {"StructArrayRule r = 1;", "StructArrayRule r = 2;", ""},
       {"A a = 1;", "B a = 1;", "(ENUM_VALUE_SAME_NAME):B.NIL (ENUM_VALUE_SAME_NAME):B.UNIT ():B.TWO"},
       {"A a = 1;", "C a = 1;", "(ENUM_VALUE_SAME_NAME):C.NUL ENUM_VALUE_NO_DELETE:A.ONE"},

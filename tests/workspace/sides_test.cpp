@@ -1,4 +1,4 @@
-// What can be compared: every form of side, on disk and at a revision of git.
+// What can be compared: every form of side, on disk and at a git revision.
 
 #include "workspace/sides.h"
 
@@ -231,7 +231,7 @@ TEST_F(SidesTest, EveryByteCountsWhereAsked) {
   Write(dir_ + "/other/tele.bin", changed);
   EXPECT_THAT(Compare("other/tele.bin", "bins/tele.bin"), ElementsAre("4 same"));
   EXPECT_THAT(Compare("other/tele.bin", "bins/tele.bin", bytes), testing::Contains("3 same"));
-  // A damaged bin, and a module that is no message.
+  // A damaged bin, and a module that is not a message.
   Write(dir_ + "/other/tele.bin", bin.substr(0, bin.size() - 1));
   EXPECT_THAT(Compare("other/tele.bin", "tele"), ElementsAre(HasSubstr("the bin is damaged at byte")));
   changed = bin;

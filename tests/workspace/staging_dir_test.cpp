@@ -1,4 +1,4 @@
-// The folder in which output is made: whole in its place or gone, whatever ends the run.
+// The folder in which output is made: complete in its place or gone, however the run ends.
 
 #include "workspace/staging_dir.h"
 
@@ -74,14 +74,14 @@ TEST(StagingDir, RemovesOnlyWhatADeadRunLeft) {
   Write(dir / ".zo_tuning-abcdef/.made-by-zotuning", "");
   Write(dir / ".zo_tuning-abcdef/zo_tuning/default.bin", "half");
   fs::create_directory(dir / ".zo_tuning-empty1");
-  // Not ours: no marker, another form of name, a file; and one that a run is at work in.
+  // Not ours: no marker, another form of name, a file; and one that a run is using.
   Write(dir / ".zo_tuning-backup/main.bin", "mine");
   Write(dir / ".zo_tuning-2024/.made-by-zotuning", "");
   Write(dir / ".zo_tuning-file12", "");
   Write(dir / ".zo_tuning-atwork/.made-by-zotuning", "");
   const int lock = open((dir / ".zo_tuning-atwork").c_str(), O_RDONLY);
   ASSERT_EQ(flock(lock, LOCK_EX), 0);
-  // A run that died between the two steps of a replacement: its old folder comes back.
+  // A run that died between the two steps of a replacement: its old folder is restored.
   Write(dir / ".zo_tuning-twostp/.made-by-zotuning", "");
   Write(dir / ".zo_tuning-twostp/.replaced-target", "zo_tuning");
   Write(dir / ".zo_tuning-twostp/replaced/default.bin", "old");

@@ -72,7 +72,7 @@ int Explain(const std::string& name, Console& console) {
   return kDone;
 }
 
-/// The project that a path is in, "" for none: for editors, which run anywhere.
+/// The project that contains a path, "" if none: for editors, which may run anywhere.
 std::string NearestTo(const std::string& path) {
   const size_t slash = path.rfind('/');
   const std::string folder = IsDirectory(path) ? path : slash == path.npos ? "." : path.substr(0, slash + 1);

@@ -1,4 +1,4 @@
-// zotuning diff: what differs between two sides, by meaning. Also what git calls in place of its own comparison.
+// zotuning diff: what differs between two sides, by meaning. Also as git's external diff command.
 
 #include <unistd.h>
 
@@ -31,8 +31,8 @@ struct Options {
   std::string color = "auto";
 };
 
-/// Arguments of a comparison program of git: path, old file, its object, its mode, and the same of the new one; after a
-/// rename also the new path and what git says about it.
+/// The arguments that git passes to an external diff: path, old file, its object, its mode, and the same for the new
+/// one; after a rename also the new path and git's description of it.
 constexpr size_t kGitArguments = 7;
 constexpr size_t kGitRenameArguments = 9;
 
@@ -55,14 +55,14 @@ bool ComparisonOptions(const Options& options, const Project* project, CompareSi
   return read;
 }
 
-/// The project that -C names, or the nearest; null where there is none, which is no fault. False after errors.
+/// The project given with -C, or the nearest; null if there is none, which is not a fault. False after errors.
 bool LoadAnyProject(CommandContext& context, std::shared_ptr<Project>& project, int& code) {
   if (context.project_dir.empty() && Project::FindNearest().empty()) return true;
   project = LoadProject(context, code);
   return project != nullptr;
 }
 
-/// Opens what the command line names, the older one left.
+/// Opens what the command line names; the older one is on the left.
 bool OpenSides(SideOpener& opener, const Options& options, const Project* project, std::unique_ptr<Side>& left,
                std::unique_ptr<Side>& right, Console& console) {
   if (options.sides.empty()) {
@@ -78,7 +78,7 @@ bool OpenSides(SideOpener& opener, const Options& options, const Project* projec
     }
     left = opener.OpenDefaultOf(*right, console);
   } else {
-    // Without a project here, bins need that of the other side.
+    // Without a current project, bins need that of the other side.
     CollectingSink faults;
     left = opener.Open(options.sides[0], faults);
     right = opener.Open(options.sides[1], console);
@@ -151,26 +151,26 @@ int RunSides(CommandContext& context, const Options& options) {
 
 // ---- For git ----
 
-/// What git hands over of a file; nothing for one that is not there.
+/// What git passes about a file; nothing for one that does not exist.
 bool ReadGitFile(const std::string& path, std::optional<std::string>& text, DiagnosticSink& sink) {
   if (path == "/dev/null") return true;
   text.emplace();
   return ReadFile(path, *text, sink);
 }
 
-/// Compares by lines, for what is no tuning data, or damaged.
+/// Compares line by line, for what is not tuning data, or is damaged.
 std::string LinesText(const std::string& old_file, const std::string& new_file, bool colour) {
   std::string text, err;
   (void)RunProgram({"git", "--no-pager", "diff", "--no-index", "--no-ext-diff", "--no-textconv",
                     colour ? "--color=always" : "--color=never", "--", old_file, new_file},
                    text, err);
-  // The head names temporary files.
+  // The header names temporary files.
   const size_t first = text.find(colour ? "\n\033[36m@@" : "\n@@");
   if (first != text.npos) return text.substr(first + 1);
   return (text.empty() ? "" : "  the files differ\n") + err;
 }
 
-/// Git stops at a failure, so that what cannot be compared by meaning is compared by lines.
+/// Git stops at a failure, so what cannot be compared by meaning is compared line by line.
 int RunForGit(CommandContext& context, const Options& options) {
   Console& console = context.console;
   const std::string &path = options.sides[0], &old_file = options.sides[1], &new_file = options.sides[4];
@@ -188,7 +188,7 @@ int RunForGit(CommandContext& context, const Options& options) {
   const bool same_bytes = compared && old_text == new_text;
   std::unique_ptr<SideOpener> opener;
   if (compared) {
-    // Null is well: the project is the one that the path is in.
+    // Null is fine: the project is the one that contains the path.
     std::shared_ptr<Project> project;
     if (!context.project_dir.empty()) project = Project::Load(context.project_dir, faults);
     opener = std::make_unique<SideOpener>(project);
@@ -220,7 +220,7 @@ int RunForGit(CommandContext& context, const Options& options) {
     lines.clear();
     for (const Diagnostic& fault : faults.diagnostics()) {
       const std::string line = "  " + Printable((fault.file.empty() ? "" : fault.file + ": ") + fault.message) + "\n";
-      if (lines.find(line) == lines.npos) lines += line;  // of both versions of the file
+      if (lines.find(line) == lines.npos) lines += line;  // from both versions of the file
     }
     lines += LinesText(old_file, new_file, form.colour);
   }

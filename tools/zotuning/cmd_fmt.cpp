@@ -42,7 +42,7 @@ std::string BytesOf(const google::protobuf::Message& message) {
   std::string bytes;
   google::protobuf::io::StringOutputStream stream(&bytes);
   google::protobuf::io::CodedOutputStream out(&stream);
-  out.SetSerializationDeterministic(true);  // maps have another order in each message
+  out.SetSerializationDeterministic(true);  // maps have a different order in each message
   message.SerializePartialToCodedStream(&out);
   out.Trim();
   return bytes;
@@ -97,7 +97,7 @@ int FormatInput(Project& project, const Options& options, Console& console) {
   return kDone;
 }
 
-/// The files that were named, those below folders that were named, or all settings.
+/// The files given, those below folders given, or all settings.
 std::vector<std::string> ListInputs(const Project& project, const Options& options, Console& console) {
   std::vector<std::string> paths;
   for (const std::string& file : options.files) {

@@ -19,7 +19,7 @@ struct Options {
   std::string format = "text";
 };
 
-/// Whether one setting is meant, as a form that holds the values alone asks for.
+/// Whether a single setting is selected, as needed by formats that contain only values.
 bool RequireOne(const Selection& selection, const std::string& format, Console& console) {
   if (selection.settings().size() == 1) return true;
   std::string names;

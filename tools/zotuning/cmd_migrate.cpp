@@ -1,4 +1,4 @@
-// zotuning migrate: defaults and settings after a change of the schema.
+// zotuning migrate: updates defaults and settings after a schema change.
 
 #include <memory>
 

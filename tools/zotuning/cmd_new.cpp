@@ -1,4 +1,4 @@
-// zotuning new: tuning settings by named label values, as copies of the modules' defaults or of other settings.
+// zotuning new: settings by label values, as copies of the modules' defaults or of other settings.
 
 #include <unistd.h>
 
@@ -20,14 +20,14 @@ struct Options {
   bool dry_run = false;
 };
 
-/// What is to be made, and what became of it.
+/// What is to be created, and the outcome.
 struct Planned {
   NewSetting setting;
   std::string state;
 };
 
-/// Where "--from" says to copy from: a path from here or from the project's folder, or the labels of one setting. False
-/// after errors; `misuse` tells of which kind.
+/// Where "--from" says to copy from: a path relative to the current or the project's folder, or the labels of one
+/// setting. False after errors; `misuse` gives the kind.
 bool ReadSource(const Project& project, const Options& options, CopySource& source, bool& misuse, Console& console) {
   if (options.from.empty()) return true;
   if (options.from[0].find('=') == std::string::npos) {
@@ -50,7 +50,7 @@ bool ReadSource(const Project& project, const Options& options, CopySource& sour
   }
   LabelChoice choice;
   std::vector<std::string> words = options.from;
-  // The module is that of each setting to be made.
+  // The module is that of each setting to be created.
   const bool module_given =
       std::any_of(words.begin(), words.end(), [](const std::string& word) { return word.rfind("module=", 0) == 0; });
   if (!module_given) words.push_back("module=" + project.ValueNames(0).back());

@@ -38,7 +38,7 @@ struct Options {
   std::vector<std::string> allow;
 };
 
-/// The folder that is to be replaced holds bins and nothing else.
+/// The folder to be replaced must contain only bins.
 bool HoldsOnlyBins(const std::string& dir, const std::string& shown, DiagnosticSink& sink) {
   if (!IsDirectory(dir)) {
     sink.Report(Code::kExists, "this is in the way, and it is not a directory", "", shown);
@@ -105,7 +105,7 @@ void PrintBins(const std::vector<PackedBin>& packed, const std::string& target, 
   console.result()["bins"] = std::move(bins);
 }
 
-/// Asks on standard output and input for the index of one of the sensors that have a folder. "" after an error.
+/// Asks on standard output and input for the index of a sensor that has a folder. "" after an error.
 std::string AskForSensor(const Project& project, Console& console) {
   std::vector<std::string> sensors;
   for (const std::string& sensor : project.sensors()) {
@@ -116,10 +116,10 @@ std::string AskForSensor(const Project& project, Console& console) {
     question += "  " + std::to_string(i) + "  " + Printable(sensors[i]) + "\n";
   }
   console.Print(question + "Index of the sensor to pack: ");
-  console.Print("");  // before the answer is waited for
+  console.Print("");  // before waiting for the answer
   std::string answer;
   std::getline(std::cin, answer);
-  // The question has no line end; a terminal shows the one that was typed.
+  // The question has no line ending; on a terminal the user's own is shown.
   if (isatty(STDIN_FILENO) != 1) console.Print("\n");
   size_t index = 0;
   const size_t begin = answer.find_first_not_of(" \t");
@@ -130,7 +130,7 @@ std::string AskForSensor(const Project& project, Console& console) {
   return "";
 }
 
-/// Where the bins go: what a link called zo_tuning leads to. "" after an error.
+/// Where the bins go: the target of a link called zo_tuning. "" after an error.
 std::string ResolveTarget(const std::string& out_dir, Console& console) {
   std::string target = BinFolder(out_dir);
   std::error_code error;
@@ -140,8 +140,8 @@ std::string ResolveTarget(const std::string& out_dir, Console& console) {
   return error ? "" : resolved;
 }
 
-/// What stays of the folder that is about to be replaced: bins that were made again as they were keep their time
-/// stamps, and with `partly` the others stay.
+/// What is kept of the folder about to be replaced: bins with unchanged contents keep their time stamps, and with
+/// `partly` the other bins are kept.
 bool KeepOldBins(const std::string& target, const std::string& folder, bool partly, Console& console) {
   std::vector<std::string> names;
   if (!Exists(target)) return true;
@@ -164,7 +164,7 @@ bool KeepOldBins(const std::string& target, const std::string& folder, bool part
   return true;
 }
 
-/// Packs beside the target and puts the finished folder in its place.
+/// Packs beside the target and moves the finished folder into its place.
 bool PackAndCommit(CommandContext& context, Project& project, const Options& options, const std::string& target,
                    const std::vector<ScopeInputs>& inputs, SeverityFilter& filter) {
   Console& console = context.console;
@@ -184,7 +184,7 @@ bool PackAndCommit(CommandContext& context, Project& project, const Options& opt
   std::vector<PackedBin> bins;
   const bool packed = PackBins(project, inputs, pack, folder, BinFolder(options.out_dir), bins, filter);
   staging->StopWatcher();
-  // Half a record cannot be allowed.
+  // Half a record can never be allowed.
   for (const std::string& path : refused) {
     if (!console.ok()) break;  // told why
     console.Report(Code::kBinIncomplete, "this file cannot be packed at all, whatever is allowed", "fix or remove it",
@@ -203,7 +203,7 @@ bool PackAndCommit(CommandContext& context, Project& project, const Options& opt
   if (options.depfile.empty()) return true;
   std::vector<std::string> made;
   for (const PackedBin& bin : bins) {
-    // Of a rule for one sensor, default.bin is no output: every such rule makes it.
+    // In a rule for one sensor, default.bin is not an output: every such rule makes it.
     if (partly && bin.name == kDefaultScope) continue;
     made.push_back(BinPath(BinFolder(options.out_dir), bin.name));
   }
@@ -259,7 +259,7 @@ int Run(CommandContext& context, const Options& options) {
                  scopes.end());
   }
   CheckModuleTypes(*project, filter);
-  // Packing meets errors on its way, but not what the project's people have made one.
+  // Packing finds errors on its way, but not what the project's settings turn into errors.
   if (filter.makes_errors() && !CheckProject(project->dir(), {}, CheckOptions(), filter)) return kFailed;
   std::vector<ScopeInputs> inputs;
   ListInputs(*project, scopes, inputs, filter);

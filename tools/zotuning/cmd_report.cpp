@@ -1,4 +1,4 @@
-// zotuning report: settings, their values and what differs as one page for a browser.
+// zotuning report: settings, their values and differences as one HTML page.
 
 #include <memory>
 

@@ -1,4 +1,4 @@
-// zotuning schema: what a change of the schema means, and the schema for editors.
+// zotuning schema: what a schema change means, and the schema for editors.
 
 #include <algorithm>
 #include <filesystem>
@@ -50,7 +50,7 @@ struct JsonOptions {
 
 constexpr const char* kSuffix = ".schema.json";
 
-/// The JSON Schemas of modules by name, of all where none is named. False after errors.
+/// The JSON Schemas of modules by name, or of all if none is given. False after errors.
 bool MakeSchemas(Project& project, const std::vector<std::string>& names, Json& schemas, Console& console) {
   const std::vector<Project::Module> modules = project.Modules();
   std::vector<std::string> known;
@@ -93,7 +93,7 @@ std::string FileUri(const std::string& path) {
   return uri;
 }
 
-/// A file that is to hold `text`.
+/// A file to be written with `text`.
 bool Plan(const std::string& path, std::string text, ChangeSet& changes, Console& console) {
   std::string old;
   if (!Exists(path)) {
@@ -106,7 +106,7 @@ bool Plan(const std::string& path, std::string text, ChangeSet& changes, Console
   return true;
 }
 
-/// Puts entries into a list of an editor's file, which may be missing or hold comments.
+/// Puts entries into a list of an editor's file, which may be missing or contain comments.
 bool PlanEntries(const std::string& path, const std::string& empty, const std::string& list_key,
                  const std::string& id_key, const std::vector<Json>& entries, ChangeSet& changes, Console& console) {
   std::string text = empty, why;
@@ -117,7 +117,7 @@ bool PlanEntries(const std::string& path, const std::string& empty, const std::s
   return false;
 }
 
-/// The task that shows the faults of 'zotuning check' in Visual Studio Code: those with a place, and those without.
+/// The task that shows the faults of 'zotuning check' in Visual Studio Code: those with a position, and those without.
 Json CheckTask() {
   const Json base = {{"owner", "zotuning"}, {"fileLocation", Json::array({"relative", "${workspaceFolder}"})}};
   Json place = base, file = base;

@@ -1,4 +1,4 @@
-// zotuning sensors: the sensors of the project, with the index that 'pack --ask' asks for, and changes of their list.
+// zotuning sensors: the sensors of the project, with the index that 'pack --ask' asks for, and changes to the list.
 
 #include <unistd.h>
 
@@ -53,7 +53,7 @@ int List(CommandContext& context) {
   return kDone;
 }
 
-/// The list as it is after a change.
+/// The list after a change.
 int Changed(CommandContext& context, const std::string& text) {
   Console& console = context.console;
   console.Print(Printable(text) + "\n");
@@ -89,7 +89,7 @@ int Remove(CommandContext& context, const Options& options) {
     }
     console.Print("remove the folder of " + Printable(options.name) + " with " + Count(settings.size(), "setting") +
                   "? [y/N] ");
-    console.Print("");  // before the answer is waited for
+    console.Print("");  // before waiting for the answer
     std::string answer;
     std::getline(std::cin, answer);
     if (answer != "y" && answer != "yes") {

@@ -1,4 +1,4 @@
-// zotuning set: changes of values in many settings; all else in their files stays as it is.
+// zotuning set: changes values in many settings; everything else in their files stays as it is.
 
 #include <algorithm>
 #include <cerrno>
@@ -70,7 +70,7 @@ bool ReadData(const std::string& from, TableData& data, Console& console) {
   return data.Read(std::move(text), form, from == "-" ? "standard input" : DisplayPath(from), console);
 }
 
-/// Values of several modules are set only where that was said.
+/// Values of several modules are set only if all of them were given.
 bool RequireOneModule(const Selection& selection, const LabelChoice& choice, Console& console) {
   std::vector<std::string> names;
   for (const SelectedSetting& setting : selection.settings()) {
@@ -169,7 +169,7 @@ int Run(CommandContext& context, const Options& options) {
   if (options.create) {
     code = PlanNew(*project, choice, selection, changes, console);
     if (code != kDone) return code;
-    // As for new ones, labels that are not given are not set.
+    // As in 'new', labels that are not given are not set.
     for (size_t i = 0; i < choice.values.size(); ++i) {
       if (choice.values[i].empty()) choice.values[i] = {kLabelNotSet};
     }
@@ -177,7 +177,7 @@ int Run(CommandContext& context, const Options& options) {
   CollectingSink listing;
   selection.FindSettings(*project, choice, listing);
   for (Diagnostic& fault : listing.Take()) {
-    // There need not be a setting where one is to be made.
+    // There need not be a setting if one is to be created.
     if (changes.empty() || fault.code != Code::kNoMatch) console.Add(std::move(fault));
   }
   if (!console.ok() || !RequireOneModule(selection, choice, console)) return kFailed;

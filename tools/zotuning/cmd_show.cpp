@@ -29,7 +29,7 @@ std::string ScopeOf(const std::string& path) {
   return file.substr(0, file.rfind('.'));
 }
 
-/// The setting's path, "" when the labels do not give exactly one.
+/// The setting's path, "" unless the labels give exactly one.
 std::string SettingOf(const Project& project, const std::string& scope, const std::vector<int>& values) {
   const std::vector<std::string> scopes = project.Scopes();
   if (std::find(scopes.begin(), scopes.end(), scope) == scopes.end()) return "";
@@ -37,18 +37,19 @@ std::string SettingOf(const Project& project, const std::string& scope, const st
   return project.LabelsOf("/" + path) == values ? DisplayPath(project.dir() + "/" + path) : "";
 }
 
-/// What the lines of a record say of its labels. Bins repeat few labels, and a path takes long to make and read back.
+/// What the lines of a record say about its labels. Bins repeat few labels, and a path takes long to make and read
+/// back.
 class LabelTexts {
  public:
   struct Texts {
     std::string labels;
-    std::string setting;  ///< "" when the labels do not give exactly one
+    std::string setting;  ///< "" unless the labels give exactly one
   };
 
   LabelTexts(const Project& project, const std::string& path) : project_(project), scope_(ScopeOf(path)) {}
 
   const Texts& Of(const std::vector<int>& values) {
-    // What a damaged bin holds may not fill the memory.
+    // A damaged bin must not fill the memory.
     if (known_.size() >= 10000) known_.clear();
     const auto [known, is_new] = known_.try_emplace(values);
     if (is_new) known->second = {project_.LabelText(values), SettingOf(project_, scope_, values)};
@@ -66,7 +67,7 @@ void AddItem(const BinItem& item, const std::string& name, std::vector<Cells>& r
   rows.push_back({std::to_string(item.offset + 4), std::to_string(item.length), name});
 }
 
-/// The lines of the version or record that the scanner stands at; those of versions have no columns without --offsets.
+/// The lines of the current version or record of the scanner; those of versions have columns only with --offsets.
 void AddRows(BinScanner& scanner, bool offsets, LabelTexts& texts, std::vector<Cells>& rows) {
   if (scanner.is_version()) {
     if (offsets) AddItem(scanner.version(), "version " + std::to_string(scanner.versions() - 1), rows);
@@ -171,7 +172,7 @@ class Reading {
   UnknownContent unknown_;
 };
 
-/// Reads the bin twice, first for faults and the widths of columns, so that no more than a record is in memory.
+/// Reads the bin twice, first for faults and column widths, so that only one record is in memory at a time.
 int ShowTable(Project& project, const std::string& path, const Options& options, Console& console) {
   const auto file = OpenBin(path, console);
   if (file == nullptr) return kFailed;
@@ -239,7 +240,7 @@ int ShowTable(Project& project, const std::string& path, const Options& options,
   return kDone;
 }
 
-/// Rising offsets, as what each adds to the one before it: a byte or two where there are many.
+/// Increasing offsets, stored as differences: a byte or two each if there are many.
 class Offsets {
  public:
   void Add(uint64_t offset) {
@@ -276,8 +277,8 @@ class Offsets {
   uint64_t last_ = 0;
 };
 
-/// The whole bin in protobuf's text form, records by their labels: listing order says nothing, and would hide in a
-/// comparison what does.
+/// The bin in protobuf's text format, records ordered by their labels: directory order means nothing, and would hide
+/// real differences in a comparison.
 int ShowText(Project& project, const std::string& path, Console& console) {
   const auto file = OpenBin(path, console);
   if (file == nullptr) return kFailed;
@@ -375,7 +376,7 @@ int ShowFolder(Project& project, const std::string& dir, Console& console) {
   return kDone;
 }
 
-/// Nine digits are more records than a bin of 2 GB holds.
+/// Nine digits are more records than a bin of 2 GB can have.
 CLI::Validator RecordNumber() {
   return CLI::Validator(
       [](std::string& text) {

@@ -54,7 +54,7 @@ std::string TemplateText(Project& project, const std::string& module, Console& c
   return printed.ok && faults.empty() ? text : "";
 }
 
-/// Makes the default data of one module; with --all one that has been edited is no error. `state` becomes what was
+/// Makes the default data of one module; with --all, an edited default is not an error. `state` is set to what was
 /// done: "made", "replaced", "unchanged" or "kept".
 bool MakeTemplate(Project& project, const std::string& module, const Options& options, std::string& state,
                   Console& console) {

@@ -10,7 +10,7 @@
 namespace zotuning::tool {
 namespace {
 
-/// Settings that read as the same labels: only one of them can be meant.
+/// Settings with the same labels: only one of them can be right.
 void ReportTwins(const Project& project, const std::vector<Setting>& settings, Console& console) {
   std::map<std::vector<int>, const Setting*> seen;
   for (const Setting& setting : settings) {

@@ -1,4 +1,4 @@
-// zotuning verify: are these bins from this tree? Packs it again and compares every byte, record by record, in whatever
+// zotuning verify: are these bins from this tree? Packs it again and compares every byte, record by record, in any
 // order.
 
 #include <algorithm>
@@ -37,7 +37,7 @@ std::string ScopeOf(const std::string& path) {
   return name.substr(0, name.rfind('.'));
 }
 
-/// Lists the bins that there should be. Refuses special files, and names bins that belong to no sensor.
+/// Lists the bins that should exist. Rejects special files, and reports bins that belong to no sensor.
 bool FindBins(const Project& project, const Options& options, std::vector<Bin>& bins, Console& console) {
   if (options.path == kStandardInput) {
     bins = {{options.sensor, options.path}};

@@ -1,4 +1,4 @@
-// zotuning version: the version files of the project, and the header that is generated from them.
+// zotuning version: the version files of the project, and the header generated from them.
 
 #include <algorithm>
 #include <filesystem>
@@ -17,7 +17,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/// As the list names it.
+/// The name used in the list.
 std::string ScopeName(const std::string& scope) { return scope == kDefaultScope ? "project" : scope; }
 
 int List(CommandContext& context) {
@@ -52,7 +52,7 @@ std::string TextWithVersion(const std::string& text, const google::protobuf::Fie
   const std::string value = EncodeJsonString(version);
   std::string changed = text;
   size_t key_begin = 0, last_end = 0;
-  JsonValue old;  // of several the last, which is the one that counts
+  JsonValue old;  // of duplicates the last, which is the one that counts
   for (const JsonMember member : document.root().members()) {
     if (member.KeyIs(field->name()) || member.KeyIs(field->json_name())) old = member.value();
     key_begin = member.key_begin();
@@ -61,12 +61,12 @@ std::string TextWithVersion(const std::string& text, const google::protobuf::Fie
   if (old) return changed.replace(old.begin(), old.end() - old.begin(), value);
   const std::string added = EncodeJsonString(field->name()) + ": " + value;
   if (last_end == 0) return changed.insert(document.root().begin() + 1, added);
-  // Set apart as the member before it is.
+  // Separated in the same way as the member before it.
   const size_t before = text.find_last_not_of(" \t\r\n", key_begin - 1) + 1;
   return changed.insert(last_end, "," + text.substr(before, key_begin - before) + added);
 }
 
-/// The file of the version called `name`, among those of the project and all sensors, or of `of` alone. Null after an
+/// The file of the version called `name`, among those of the project and all sensors, or only of `of`. Null after an
 /// error.
 const VersionFile* FindVersion(const std::vector<VersionFile>& files, const std::string& name, const std::string& of,
                                Console& console) {
@@ -120,7 +120,7 @@ int Set(CommandContext& context, const std::string& name, const std::string& ver
     return kFailed;
   }
   const std::string text = TextWithVersion(match->text, field, version);
-  // Whatever the file looked like, it is written only when it says what was asked for.
+  // Whatever the file looked like, it is written only if it then says what was asked for.
   const auto message = project->schema().NewMessage(project->version_type());
   if (!ParseJson(match->path, text, message.get(), console)) return kFailed;
   if (message->GetReflection()->GetString(*message, field) != version) {
@@ -192,7 +192,7 @@ int Header(CommandContext& context, bool check) {
     console.Report(Code::kHeaderOutdated, "the header is out of date", "'zotuning version header' updates it", shown);
     return kFailed;
   }
-  // What does not change is not touched, so that nothing is compiled again; a full disk is told all the same.
+  // An unchanged file is not touched, so that nothing is recompiled; a full disk is still reported.
   const bool written = wanted == found ? CanReplaceFile(path, wanted, console) : ReplaceFile(path, wanted, console);
   if (!written) return kFailed;
   console.result()["current"] = true;

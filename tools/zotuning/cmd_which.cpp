@@ -1,4 +1,4 @@
-// zotuning which: the setting that is for a situation, and what is near where there is none.
+// zotuning which: the setting for a situation, and the nearest ones if there is none.
 
 #include <algorithm>
 #include <memory>
@@ -19,17 +19,17 @@ struct Options {
   std::string value;
 };
 
-/// A setting beside the situation that is asked for.
+/// A setting compared with the requested situation.
 struct Candidate {
   Setting setting;
   const char* kind = "near";
   size_t common = 0;     ///< levels that both set to the same value
-  size_t other = 0;      ///< levels that both set, to other values
+  size_t other = 0;      ///< levels that both set, to different values
   size_t open = 0;       ///< levels that only one of them sets
-  std::string why = {};  ///< how its levels are not those asked for
+  std::string why = {};  ///< how its levels differ from those requested
 };
 
-/// How a setting's levels are to those asked for.
+/// How a setting's levels compare with those requested.
 void Measure(const Project& project, const std::vector<int>& wanted, Candidate& candidate) {
   const std::vector<int>& values = candidate.setting.values;
   const auto note = [&](const std::string& text) { candidate.why += (candidate.why.empty() ? "" : ", ") + text; };
@@ -79,7 +79,7 @@ std::vector<Candidate> Rank(const Project& project, const std::vector<int>& want
   return candidates;
 }
 
-/// The value at a path of a setting, on one line; nothing where it has none.
+/// The value at a path of a setting, on one line; nothing if it has none.
 std::optional<std::string> ValueAt(const Setting& setting, const JsonPath& path, Console& console) {
   std::string text;
   if (!RefuseSpecialFile(setting.path, console) || !ReadFile(setting.path, text, console)) return std::nullopt;

@@ -1,5 +1,5 @@
 /// \file
-/// The commands of the tool, one per file. Each adds its subcommand to the parser and leaves what it does in the
+/// The commands of the tool, one per file. Each adds its subcommand to the parser and puts what it does into the
 /// context.
 #pragma once
 
@@ -21,23 +21,22 @@ struct CommandContext {
   bool json = false;
   bool verbose = false;
   Console console;
-  std::vector<std::string> help;  ///< of the command "help", which is read before all others
+  std::vector<std::string> help;  ///< for the command "help", which is read before all others
   std::string command;            ///< the one that was given
   std::function<int()> run;       ///< returns the exit code
 };
 
-/// Adds a subcommand with its examples; `run` is called after the whole line has been read.
+/// Adds a subcommand with its examples; `run` is called after the whole command line has been read.
 CLI::App* AddCommand(CLI::App& app, CommandContext& context, const std::string& name, const std::string& summary,
                      const std::string& help, std::function<int()> run);
 
-/// Loads the project that -C names, or the nearest one upwards. Null after errors; `code` is what the command has to
-/// return then.
+/// Loads the project given with -C, or the nearest one upwards. Null after errors; the command must then return `code`.
 std::unique_ptr<Project> LoadProject(CommandContext& context, int& code);
 
 /// {"module": "AfCommon", "mode": 1}, the labels that are set.
 Json LabelJson(const Project& project, const std::vector<int>& values);
 
-/// For an option whose value names a file: an unset variable of a shell must not read as the default.
+/// For an option whose value names a file: an unset shell variable must not count as the default.
 inline CLI::Validator NotEmpty() {
   return CLI::Validator([](std::string& text) { return std::string(text.empty() ? "a name is expected" : ""); }, "");
 }

@@ -33,16 +33,16 @@ struct ToJson {
   Json operator()(const Other& value) const {
     return value;
   }
-  /// In the digits that the type needs; what JSON has no number for is a text.
+  /// With the digits that the type needs; what JSON has no number for is a string.
   static Json Real(double value, const std::string& text) {
-    if (value == 0) return value;  // with its sign, which would be lost in a whole number
+    if (value == 0) return value;  // with its sign, which an integer would lose
     return std::isfinite(value) ? Json::parse(text, nullptr, false) : Json(text);
   }
 };
 
 Json ValueJson(const FieldValue& value) { return std::visit(ToJson(), value); }
 
-/// The number of an int32 label, the name of another.
+/// The number of an int32 label, the name for another.
 Json LabelValueJson(const std::string& text) {
   int number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);

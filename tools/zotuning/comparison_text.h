@@ -1,5 +1,5 @@
 /// \file
-/// The words and the JSON of comparisons, the same for every command that compares.
+/// Text and JSON of comparisons, the same for every command that compares.
 #pragma once
 
 #include <string>
@@ -16,7 +16,7 @@ struct ComparisonForm {
   bool colour = false;
 };
 
-/// So many lines of a setting are shown where not all are.
+/// How many lines of a setting are shown unless all are.
 constexpr size_t kShownDifferences = 20;
 
 /// "changed  main_wide module=AfCommon mode=1", and a line for each difference.

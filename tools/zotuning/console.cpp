@@ -15,12 +15,12 @@ namespace zotuning::tool {
 namespace {
 
 size_t Width(std::string_view text) {
-  // Characters, not bytes: continuation bytes of UTF-8 take no place.
+  // Characters, not bytes: continuation bytes of UTF-8 take no column.
   return static_cast<size_t>(
       std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
-/// Of a line or column that may be unknown.
+/// For a line or column that may be unknown.
 Json PlaceJson(int place) { return place > 0 ? Json(place) : Json(nullptr); }
 
 Json ToJson(const Diagnostic& diagnostic) {
@@ -34,8 +34,8 @@ Json ToJson(const Diagnostic& diagnostic) {
           {"hint", diagnostic.hint}};
 }
 
-/// In lines, those after the first with an indent. File names need not be UTF-8; whatever is not becomes the
-/// replacement character.
+/// As lines, with an indent after the first. File names need not be UTF-8; whatever is not becomes the replacement
+/// character.
 std::string Dump(const Json& value, size_t indent = 0) {
   std::string text = value.dump(2, ' ', false, Json::error_handler_t::replace);
   for (size_t end = text.find('\n'); indent > 0 && end != text.npos; end = text.find('\n', end + 1)) {
@@ -69,7 +69,7 @@ void AppendHex(const char* before, uint32_t value, const char* after, std::strin
   text->append(before).append(digits).append(after);
 }
 
-/// The character that `text` begins with; `length` becomes the number of its bytes, 0 when it is no UTF-8.
+/// The character at the start of `text`; `length` is set to the number of its bytes, 0 if it is not UTF-8.
 uint32_t DecodeUtf8(std::string_view text, size_t* length) {
   const auto byte = [&](size_t i) -> uint32_t { return static_cast<unsigned char>(text[i]); };
   const uint32_t first = byte(0);
@@ -84,7 +84,7 @@ uint32_t DecodeUtf8(std::string_view text, size_t* length) {
   return character;
 }
 
-/// Characters that a terminal obeys, or that change how others are read without being seen themselves.
+/// Characters that control a terminal, or invisibly change how others are displayed.
 bool IsInvisible(uint32_t character) {
   struct Range {
     uint32_t first, last;
@@ -93,7 +93,7 @@ bool IsInvisible(uint32_t character) {
       {0x80, 0x9F},  // C1 controls
       {0xAD, 0xAD},  // soft hyphen
       {0x600, 0x605},     {0x61C, 0x61C},     {0x6DD, 0x6DD},
-      {0x70F, 0x70F},     {0x180E, 0x180E},   {0x200B, 0x200F},  // zero width, and marks of direction
+      {0x70F, 0x70F},     {0x180E, 0x180E},   {0x200B, 0x200F},  // zero width, and directional marks
       {0x2028, 0x202E},  // line and paragraph separators, embeddings and overrides of direction
       {0x2060, 0x206F},  // word joiner, isolates
       {0xFEFF, 0xFEFF},   {0xFFF9, 0xFFFB},   {0x1BCA0, 0x1BCA3},
@@ -126,7 +126,7 @@ std::string Printable(std::string_view text, bool keep_lines) {
     size_t length = 1;
     const uint32_t character = byte < 0x80 ? byte : DecodeUtf8(text.substr(i), &length);
     if (length == 0) {
-      // No UTF-8; a terminal that reads other encodings may take such a byte for a C1 control.
+      // Not UTF-8; a terminal with another encoding may take such a byte for a C1 control.
       AppendHex("\\x", byte, "", &printable);
       length = 1;
     } else if (IsInvisible(character)) {
@@ -156,7 +156,7 @@ std::string Columns::Line(const Cells& row) const {
   std::string line;
   for (size_t i = 0; i < row.size(); ++i) {
     line += Printable(row[i]);
-    // A row that was not measured as it stands now makes its line longer.
+    // A row wider than when it was measured just makes its line longer.
     if (i + 1 < row.size()) line.append(widths_[i] - std::min(widths_[i], Width(row[i])) + 2, ' ');
   }
   line.erase(line.find_last_not_of(' ') + 1);
@@ -179,7 +179,7 @@ void Console::Begin(std::string command, bool json) {
 void Console::Add(Diagnostic diagnostic) {
   if (diagnostic.severity == Severity::kError) ++errors_;
   if (!json_ || printed_) {
-    WriteOut("");  // so that results and messages stand in order where both go to one place
+    WriteOut("");  // so that results and messages are in order if both go to the same place
     const std::string text = ToText(diagnostic);
     (void)std::fwrite(text.data(), 1, text.size(), stderr);
   }

@@ -1,5 +1,5 @@
 /// \file
-/// What a command has to say: results on standard output, messages on standard error, or both in one JSON object.
+/// The output of a command: results on standard output, messages on standard error, or both in one JSON object.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -22,24 +22,24 @@ constexpr int kDone = 0;
 constexpr int kFailed = 1;  ///< the job failed, or found faults
 constexpr int kMisuse = 2;
 
-/// Collects what a command reports and prints it in the form asked for.
+/// Collects what a command reports and prints it in the requested form.
 class Console : public DiagnosticSink {
  public:
-  /// Before anything is reported. With `json` everything waits for Finish, which prints one object.
+  /// Call before anything is reported. With `json`, everything waits for Finish, which prints one object.
   void Begin(std::string command, bool json);
 
   void Add(Diagnostic diagnostic) override;
 
-  /// Result text for people; dropped with --json, where `result` says the same.
+  /// Result text for people; ignored with --json, where `result` has the same information.
   void Print(std::string_view text);
   Json& result() { return result_; }
 
   /// Receives the elements of a list one by one.
   using AddElement = std::function<void(const Json&)>;
-  /// Members of `result` by name, each with what adds the elements of that list.
+  /// Members of `result` by name, each with a function that adds the elements of that list.
   using Streams = std::map<std::string, std::function<void(const AddElement&)>>;
-  /// With --json: prints the object now, and each of these lists as it is made, so that none is in memory whole. What
-  /// is reported after this goes to standard error.
+  /// With --json: prints the object now, and each of these lists as it is made, so that none is in memory completely.
+  /// What is reported after this goes to standard error.
   void StreamResult(const Streams& streams);
 
   bool json() const { return json_; }
@@ -47,7 +47,7 @@ class Console : public DiagnosticSink {
   bool ok() const { return errors_ == 0; }
   size_t errors() const { return errors_; }
 
-  /// Prints the JSON object, when asked for, and gives the exit code: `code`, but never 0 after an error.
+  /// Prints the JSON object, if requested, and returns the exit code: `code`, but never 0 after an error.
   int Finish(int code);
 
  private:
@@ -57,15 +57,16 @@ class Console : public DiagnosticSink {
 
   std::string command_;
   bool json_ = false;
-  bool printed_ = false;  ///< whether the JSON object is out
+  bool printed_ = false;  ///< whether the JSON object has been printed
   int output_error_ = 0;  ///< errno of the first failed write to standard output
   size_t errors_ = 0;
   std::vector<Diagnostic> diagnostics_;
   Json result_ = Json::object();
 };
 
-/// `text` with what steers a terminal or hides in it as \xNN or \u{NNNN}: control characters (C1 ones too), and those
-/// that format text without being seen, such as changes of direction. Line feeds and tabs stay when `keep_lines`.
+/// `text` with everything that controls a terminal or hides in it as \xNN or \u{NNNN}: control characters (C1 ones
+/// too), and invisible formatting characters, such as changes of direction. Line feeds and tabs are kept if
+/// `keep_lines`.
 std::string Printable(std::string_view text, bool keep_lines = false);
 
 /// Whether `descriptor` is a terminal that may be coloured (NO_COLOR and TERM=dumb forbid it).
@@ -73,7 +74,7 @@ bool MayColour(int descriptor);
 
 using Cells = std::vector<std::string>;
 
-/// Columns of equal width, two spaces between them, for rows that are made twice: for Measure, and for Line.
+/// Columns of equal width, separated by two spaces, for rows that are made twice: for Measure, and for Line.
 class Columns {
  public:
   void Measure(const Cells& row);
@@ -83,7 +84,7 @@ class Columns {
   std::vector<size_t> widths_;
 };
 
-/// Rows in columns, the first row being the heading.
+/// Rows in columns; the first row is the heading.
 std::string Table(const std::vector<Cells>& rows);
 
 }  // namespace zotuning::tool

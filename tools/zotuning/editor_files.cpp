@@ -9,7 +9,7 @@
 namespace zotuning::tool {
 namespace {
 
-/// The text with spaces in the place of comments, so that every offset stays.
+/// The text with comments replaced by spaces, so that every offset stays the same.
 std::string WithoutComments(const std::string& text) {
   std::string blank = text;
   for (size_t i = 0; i < text.size();) {
@@ -40,7 +40,7 @@ std::string IndentOfLine(const std::string& text, size_t offset) {
   return text.substr(begin, std::min(text.find_first_not_of(" \t", begin), offset) - begin);
 }
 
-/// `json`, laid out, with its lines below one that is indented by `indent`.
+/// `json`, formatted, with its lines indented below a line with the indentation `indent`.
 std::string Laid(const Json& json, const std::string& indent, const std::string& line_end) {
   std::string laid;
   for (const char c : json.dump(2, ' ', false, Json::error_handler_t::replace)) {
@@ -49,7 +49,7 @@ std::string Laid(const Json& json, const std::string& indent, const std::string&
   return laid;
 }
 
-/// Changes of a text by offset.
+/// Edits to a text by offset.
 class Splices {
  public:
   Splices(const std::string& text, const std::string& blank)
@@ -59,8 +59,8 @@ class Splices {
     Add(value.begin(), value.end(), Laid(json, IndentOfLine(text_, value.begin()), line_end_));
   }
 
-  /// After the last item, whose end is `last`, of an object or list; `last` is that of the bracket for an empty one.
-  /// Items are given with their keys.
+  /// After the last item of an object or list, which ends at `last`; for an empty one, `last` is the bracket. Items are
+  /// given with their keys.
   void Append(const JsonValue& container, size_t last, const std::vector<std::pair<std::string, Json>>& items) {
     const std::string outer = IndentOfLine(text_, container.begin());
     const std::string indent = container.empty() ? outer + "  " : IndentOfLine(text_, last);

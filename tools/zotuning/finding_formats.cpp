@@ -8,7 +8,7 @@
 namespace zotuning::tool {
 namespace {
 
-/// A path as a URI: percent signs for everything that is not safe in one.
+/// A path as a URI: percent-encodes everything that is not safe in one.
 std::string Uri(const std::string& path) {
   static constexpr char kDigits[] = "0123456789ABCDEF";
   std::string uri;
@@ -29,7 +29,7 @@ const char* Level(Severity severity) { return severity == Severity::kError ? "er
 
 Json SarifLocation(const Diagnostic& diagnostic) {
   Json physical = {{"artifactLocation", {{"uri", Uri(diagnostic.file)}}}};
-  // Lines count from 1; a region without one is left out.
+  // Lines count from 1; without one, the region is left out.
   if (diagnostic.line > 0) {
     physical["region"] = {{"startLine", diagnostic.line}, {"startColumn", std::max(diagnostic.column, 1)}};
     if (diagnostic.end_line > 0) {

@@ -1,5 +1,5 @@
 /// \file
-/// Diagnostics in the forms that other programs read.
+/// Diagnostics in the formats of other programs.
 #pragma once
 
 #include <string>
@@ -13,7 +13,7 @@ namespace zotuning::tool {
 /// SARIF 2.1.0, for code scanning services.
 Json SarifLog(const std::vector<Diagnostic>& diagnostics);
 
-/// Workflow commands: a line per diagnostic that shows it beside the change it is about.
+/// Workflow commands: a line per diagnostic, shown beside the change that it is about.
 std::string GithubLines(const std::vector<Diagnostic>& diagnostics);
 
 }  // namespace zotuning::tool

@@ -70,7 +70,7 @@ Json ScalarSchema(const FieldDescriptor* field) {
 /// The schemas of message types, without ranges.
 class Definitions {
  public:
-  /// A reference to the schema of a type. One of which parts may be missing has a schema of its own.
+  /// A reference to the schema of a type. A type whose fields may be missing has a separate schema.
   Json Of(const TypeTable& type, bool may_lack) {
     if (type.built_in) return Json::object();
     const std::string name = type.type->full_name() + (may_lack ? ":parts" : "");
@@ -112,7 +112,7 @@ class Definitions {
     }
     const std::string comment = CommentOf(field.descriptor);
     if (comment.empty()) return schema;
-    // Beside a reference nothing counts.
+    // Other keys beside a reference are ignored.
     if (!schema.contains("$ref")) {
       schema["description"] = comment;
       return schema;
@@ -124,7 +124,7 @@ class Definitions {
   Json schemas_ = Json::object();
 };
 
-/// What the rules of the defaults ask for, by place.
+/// What the rules of the defaults require, by position.
 class Limits {
  public:
   void Read(const JsonValue& object, const TypeTable& type) {
@@ -161,7 +161,7 @@ class Limits {
     }
     for (const auto& [parts, limits] : rules_) {
       for (const auto& [said, limit] : limits) {
-        // A setting whose rule does not say this much is taken to agree, where the defaults are of one mind.
+        // A setting whose rule does not say this is assumed to agree, if the defaults agree with each other.
         Json rule = {{"properties", said}};
         Json setting = {{"properties", {{parts.first, rule}}}};
         if (limits.size() > 1) {
@@ -178,7 +178,7 @@ class Limits {
   }
 
  private:
-  /// What is said, as properties of the rule, and what comes of it, as properties of the object beside it.
+  /// The conditions, as properties of the rule, and their consequences, as properties of the object beside it.
   using Limit = std::pair<Json, Json>;
 
   static Limits& Below(std::unique_ptr<Limits>& slot) {
@@ -233,7 +233,7 @@ class Limits {
     }
   }
 
-  /// Of the elements of a list. Counts that no list has are left out.
+  /// For the elements of a list. Counts that no list has are left out.
   template <typename T>
   static Json Count(T low, T high) {
     constexpr double kMost = 1e15;

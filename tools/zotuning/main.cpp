@@ -1,4 +1,4 @@
-// zotuning, the console tool of the tuning library: reads the command line, runs one command, prints its console.
+// zotuning, the command-line tool of the tuning library: reads the command line, runs one command, prints its output.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -83,8 +83,8 @@ int FailUsage(CLI::App& app, CommandContext& context, const CLI::ParseError& err
   return context.console.Finish(kMisuse);
 }
 
-/// A standard descriptor that is closed would go to the next file opened, and what is printed into that file. What
-/// stands in its place fails reads and writes as the closed one does.
+/// The number of a closed standard descriptor would go to the next file opened, and output would end up in that file.
+/// The replacement fails reads and writes as the closed one does.
 void OccupyStandardDescriptors() {
   for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(number, F_GETFD) == -1) (void)!open("/dev/null", number == STDIN_FILENO ? O_WRONLY : O_RDONLY);
@@ -134,8 +134,8 @@ void AddCommands(CLI::App& app, CommandContext& context) {
 
 int Main(int argument_count, char** arguments) {
   OccupyStandardDescriptors();
-  // A reader that goes away, as 'head' does, ends the output and not the job. A file that may not grow is an error to
-  // be told, as a full disk is.
+  // A reader that goes away, like 'head', ends the output and not the job. A file size limit is an error to report,
+  // like a full disk.
   (void)std::signal(SIGPIPE, SIG_IGN);
   (void)std::signal(SIGXFSZ, SIG_IGN);
 
@@ -154,7 +154,7 @@ int Main(int argument_count, char** arguments) {
   app.add_subcommand("help", "Show the help of a command")->add_option("COMMAND", context.help, "The command");
   AddCommands(app, context);
 
-  // "help version set" is "version set --help", and nothing at all is "--help".
+  // "help version set" is "version set --help", and no arguments are "--help".
   std::vector<char*> words(arguments, arguments + argument_count);
   char help_flag[] = "--help";
   if (argument_count == 1 || std::strcmp(arguments[1], "help") == 0) {
@@ -164,7 +164,7 @@ int Main(int argument_count, char** arguments) {
   try {
     app.parse(static_cast<int>(words.size()), words.data());
   } catch (const CLI::Success& success) {  // --help, --version
-    // Through the console, which notices what cannot be written.
+    // Through the console, which notices failed writes.
     std::ostringstream text;
     (void)app.exit(success, text, text);
     context.console.Print(text.str());
@@ -191,7 +191,7 @@ int Main(int argument_count, char** arguments) {
 int main(int argument_count, char** arguments) try {
   return zotuning::tool::Main(argument_count, arguments);
 } catch (...) {
-  // No memory even for a message.
+  // Not even memory for a message.
   (void)std::fputs("zotuning: error: stopped by an unexpected failure\n", stderr);
   return zotuning::tool::kFailed;
 }

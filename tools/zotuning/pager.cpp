@@ -34,7 +34,7 @@ Pager::Pager() {
   if (process_ == 0) {
     (void)std::signal(SIGPIPE, SIG_DFL);
     (void)dup2(ends[0], STDIN_FILENO);
-    // As git has it: less ends at once where all fits, shows colours, and leaves the screen as it is.
+    // As in git: less exits at once if everything fits, shows colours, and leaves the screen as it is.
     (void)setenv("LESS", "FRX", 0);
     execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
     _exit(127);

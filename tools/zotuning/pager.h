@@ -1,13 +1,13 @@
 /// \file
-/// Shows long output as git does, in a pager.
+/// Shows long output in a pager, as git does.
 #pragma once
 
 #include <sys/types.h>
 
 namespace zotuning::tool {
 
-/// While it lives, standard output goes through the pager that GIT_PAGER, else PAGER, names, else less; so do messages
-/// where they would be on the same terminal. Does nothing where standard output is no terminal, or where the pager is
+/// During its lifetime, standard output goes through the pager given by GIT_PAGER, else PAGER, else less; so do
+/// messages that would go to the same terminal. Does nothing if standard output is not a terminal, or if the pager is
 /// "" or "cat".
 class Pager {
  public:
@@ -19,7 +19,7 @@ class Pager {
 
  private:
   pid_t process_ = -1;
-  int out_ = -1;  ///< what standard output was
+  int out_ = -1;  ///< the original standard output
   int err_ = -1;
 };
 

@@ -1,4 +1,4 @@
-// The data of the page: block 0 at once, the values of a setting when they are asked for.
+// The data of the page: block 0 at once, the values of a setting on demand.
 
 import { bytesOf, ColumnReader } from "./columns.js";
 

@@ -1,4 +1,4 @@
-// Elements are made here alone, and texts become text nodes: nothing from a file is ever read as markup.
+// All elements are created here, and texts become text nodes: nothing from a file is ever read as markup.
 
 /** Characters that steer or hide: controls but line feed and tab, and those that format text, such as its direction. */
 const HIDDEN = /(?![\n\t])[\p{Cc}\p{Cf}\u2028\u2029]/gu;
@@ -83,7 +83,7 @@ export function whenSeen(element, draw) {
 /** Draws what is still to be drawn, for a printer. */
 export function drawAll() {
   forgetUnseen();
-  // What is drawn may hold more that is to be drawn.
+  // What is drawn may contain more to be drawn.
   while (pending.size > 0) for (const element of [...pending.keys()]) drawNow(element);
 }
 

@@ -1,4 +1,4 @@
-// Tables as maps of colours, with the numbers of the cell that is looked at and the profiles through it.
+// Tables as colour maps, with the numbers of the selected cell and the profiles through it.
 
 import { drawCurves } from "./chart.js";
 import { isOutside } from "./data.js";
@@ -113,7 +113,7 @@ export function heatmap({ node, table, other, against, textAt }) {
     for (let row = 0; row < rows; ++row) {
       for (let place = 0; place < columns; ++place) {
         const number = valueNow(row, place);
-        // What is outside of the rule is outlined, and must not take the colours from the others.
+        // Values outside the rule are outlined, and must not take the colours from the others.
         if (!Number.isFinite(number) || isOutside(node.rule, number)) continue;
         least = Math.min(least, number);
         most = Math.max(most, number);
@@ -228,7 +228,7 @@ export function heatmap({ node, table, other, against, textAt }) {
     if (next[0] === cell[0] && next[1] === cell[1]) return;
     cell = next;
     markCell();
-    // Pointers move more often than the screen is drawn.
+    // The pointer moves more often than the screen is drawn.
     if (frame !== null) return;
     frame = requestAnimationFrame(() => {
       frame = null;

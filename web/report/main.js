@@ -1,4 +1,4 @@
-// The page: tree and search at the left, what the address names at the right.
+// The page: tree and search on the left, what the address names on the right.
 
 import licence from "uplot/LICENSE";
 import { redrawCharts } from "./chart.js";

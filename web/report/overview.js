@@ -1,4 +1,4 @@
-// What the page opens with.
+// The first view of the page.
 
 import { count, cut, grouped, h, replace } from "./dom.js";
 

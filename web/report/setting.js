@@ -210,7 +210,7 @@ class SettingView {
     );
   }
 
-  // ---- The parameters, in the order of the schema; scalars that follow one another are a table.
+  // ---- The parameters, in the order of the schema; consecutive scalars are a table.
 
   contents(parent, level) {
     const parts = [];

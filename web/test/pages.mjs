@@ -1,4 +1,4 @@
-// Projects and pages for the tests in a browser and for the pictures of docs/report.md.
+// Projects and pages for the browser tests and for the pictures of docs/report.md.
 
 import { execFileSync } from "node:child_process";
 import { cpSync, existsSync, mkdirSync, readFileSync, writeFileSync } from "node:fs";

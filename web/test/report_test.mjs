@@ -112,7 +112,7 @@ test("a deep link shows its parameter: value, old value, rule and comment", asyn
   assert.equal(await row.locator("del").innerText(), "836");
   const box = await row.boundingBox();
   assert.ok(box.y > 0 && box.y < 900, "in sight");
-  // The value can be marked as text.
+  // The value can be selected as text.
   assert.equal(
     await row.locator("ins").evaluate((element) => {
       getSelection().selectAllChildren(element);
@@ -120,7 +120,7 @@ test("a deep link shows its parameter: value, old value, rule and comment", asyn
     }),
     "1100",
   );
-  // An inserted element moves those after it; the one that changed is compared with what it was.
+  // An inserted element moves those after it; the changed one is compared with its old value.
   const zones = page.locator("tr", { hasText: "[3]" }).first();
   assert.match(await zones.innerText(), /0\.45 0\.25/);
   assert.match(await page.innerText("main"), /zones: length 4 → 5, inserted at \[1\]/);
@@ -173,7 +173,7 @@ test("a table is a map with numbers, profiles, marks, and a map of the differenc
   await card.locator(".readout", { hasText: "row 5, column 7: " }).waitFor();
   await card.getByRole("button", { name: "Difference" }).click();
   const [low, high] = await texts(card, ".legend > span:not(.marked)");
-  // One cell moved by 8, the others by less than 0.1: they have the scale for themselves.
+  // One cell moved by 8, the others by less than 0.1: they have the colour scale to themselves.
   assert.match(low, /^≤ -0\.0\d+$/);
   assert.equal(high, low.replace("≤ -", "≥ "));
   const moved = Object.keys(await colours(map)).map((key) => key.split(",").map(Number));
@@ -310,7 +310,7 @@ test("1,505 files of 37 MB: size, first screen, moves between settings, search",
   context.diagnostic(`page of ${(size / 1e6).toFixed(2)} MB`);
   assert.ok(size < 8e6);
 
-  // Processor time of all processes of a browser that does nothing else.
+  // Processor time of all processes of an idle browser.
   const own = await openBrowser();
   const session = await own.newBrowserCDPSession();
   const seconds = async () => {
@@ -326,7 +326,7 @@ test("1,505 files of 37 MB: size, first screen, moves between settings, search",
   const first = (await seconds()) - begin;
   context.diagnostic(`first screen: ${first.toFixed(2)} s of processor time`);
 
-  // Until the screen shows the next setting: by the clock, and by the processor time of the page's own thread, which
+  // Until the screen shows the next setting: in wall-clock time, and in processor time of the page's own thread, which
   // does not depend on what else runs on this machine.
   const thread = await page.context().newCDPSession(page);
   await thread.send("Performance.enable", { timeDomain: "threadTicks" });
