@@ -7,6 +7,11 @@
 ///   kind 7, 8      int64, uint64
 ///   kind 9         texts: the bytes of each as u32, then the texts
 ///   kind 10        no data: the list at the place `count` of the setting that this one is compared with
+///   kind 11        numbers near those of the list at the place `count` of that setting: kind:u8, slope as float,
+///   offset
+///                  as double, then a column of whole numbers. Each is told by what it is above slope * other + offset,
+///                  `other` being the number there as a float. Of kinds 1 to 4 that is rounded down; of kind 5 it is
+///                  rounded to a float, and the distance is the number of floats in between.
 ///   kind + 128     numbers of few bits: the lowest number as u64, the bits of each as u8, then what each is above the
 ///                  lowest, one after the other from the lowest bit of the first byte on. Of float and double this is
 ///                  about their bits.
@@ -17,6 +22,7 @@
 #include <google/protobuf/message.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,10 +44,14 @@ class ReportColumn {
 
   /// Appends the bytes of the column.
   void Write(std::string& bytes) const;
+  /// The same, shorter where the numbers are near those of `other`, which is at a place of another setting.
+  void WriteBeside(const ReportColumn& other, size_t place, std::string& bytes) const;
 
  private:
   enum class Type { kSigned, kUnsigned, kFloat, kDouble, kText };
-  bool WriteDecimals(std::string& bytes) const;
+  struct Numbers;
+  std::optional<Numbers> Decimals() const;
+  Numbers ToNumbers() const;
 
   Type type_ = Type::kSigned;
   std::vector<int64_t> numbers_;  ///< of kUnsigned with the same bits

@@ -21,7 +21,7 @@ struct ReportData {
   std::vector<std::string> blocks;  ///< as PackedText makes them
   size_t settings = 0;
   size_t different = 0;  ///< settings that differ from the other side, or are on one side only
-  size_t outside = 0;    ///< values that are outside of their rule
+  size_t outside = 0;    ///< values that are outside their rule
 };
 
 /// Makes the data of the settings of `sides`, compared with `against` unless that is null. What

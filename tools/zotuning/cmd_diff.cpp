@@ -121,7 +121,7 @@ int RunSides(CommandContext& context, const Options& options) {
   form.stat = options.stat;
 
   SidesComparison comparison;
-  Json settings = Json::array();
+  std::vector<std::string> settings;  // as JSON
   bool begun = false;
   const auto begin = [&] {
     if (!begun) console.Print(HeadText(left->name(), right->name(), form.colour));
@@ -129,8 +129,11 @@ int RunSides(CommandContext& context, const Options& options) {
   };
   const auto add = [&](const EntryComparison& pair) {
     begin();
-    console.Print(ComparisonText(pair, form));
-    if (console.json()) settings.push_back(ComparisonJson(pair));
+    if (console.json()) {
+      settings.push_back(Console::ElementText(ComparisonJson(pair)));
+    } else {
+      console.Print(ComparisonText(pair, form));
+    }
   };
   (void)CompareSides(*left, *right, compare, add, comparison, console);
   const std::string schema = SchemaText(comparison, form);
@@ -143,10 +146,15 @@ int RunSides(CommandContext& context, const Options& options) {
                       {"different", comparison.different},
                       {"only_left_schema", comparison.only_left_schema},
                       {"only_right_schema", comparison.only_right_schema},
-                      {"settings", std::move(settings)}};
+                      {"settings", Json::array()}};
   const bool same =
       comparison.different == 0 && comparison.only_left_schema.empty() && comparison.only_right_schema.empty();
-  return options.exit_code && !same ? kFailed : kDone;
+  const int result = options.exit_code && !same ? kFailed : kDone;
+  const auto add_settings = [&](const Console::AddElement& add_text) {
+    for (const std::string& setting : settings) add_text(setting);
+  };
+  console.StreamResult({{"settings", add_settings}}, result == kDone);
+  return result;
 }
 
 // ---- For git ----
@@ -168,6 +176,13 @@ std::string LinesText(const std::string& old_file, const std::string& new_file, 
   const size_t first = text.find(colour ? "\n\033[36m@@" : "\n@@");
   if (first != text.npos) return text.substr(first + 1);
   return (text.empty() ? "" : "  the files differ\n") + err;
+}
+
+/// What a file that git calls renamed is for now.
+std::string MovedText(const Side& left, const Side& right) {
+  if (left.settings().size() != 1 || right.settings().size() != 1) return "";
+  const std::string from = LabelText(left.settings()[0].labels), to = LabelText(right.settings()[0].labels);
+  return from == to ? "" : "  moved: " + Printable(from) + " → " + Printable(to) + "\n";
 }
 
 /// Git stops at a failure, so that what cannot be compared by meaning is compared by lines.
@@ -207,6 +222,7 @@ int RunForGit(CommandContext& context, const Options& options) {
     if (compared && left != nullptr && right != nullptr) {
       compared = CompareSides(*left, *right, compare, add, comparison, faults);
       if (compared && comparison.different == 0) lines = same_bytes ? "" : "  the same values, in other words\n";
+      if (compared && path != new_path) lines = MovedText(*left, *right) + lines;
     } else if (compared) {
       for (const auto* entries : {&any->versions(), &any->settings()}) {
         for (const SideEntry& entry : *entries) {

@@ -69,7 +69,7 @@ int Run(CommandContext& context, const Options& options) {
     line += "; " + Count(data.different, "setting") + (data.different == 1 ? " differs" : " differ") + " from " +
             Printable(against->name());
   }
-  if (data.outside > 0) line += "; " + Count(data.outside, "value") + " outside of the rules";
+  if (data.outside > 0) line += "; " + Count(data.outside, "value") + " outside the rules";
   console.Print(line + "\n");
   console.result() = {
       {"file", DisplayPath(options.output)}, {"bytes", page.size()},
