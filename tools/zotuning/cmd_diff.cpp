@@ -72,8 +72,7 @@ bool OpenSides(SideOpener& opener, const Options& options, const Project* projec
     right = opener.Open(options.sides[0], console);
     if (right == nullptr) return false;
     if (right->scopes() == std::vector<std::string>{kDefaultScope} || right->settings().empty()) {
-      console.Report(Code::kUsage, Quoted(options.sides[0]) + " has no default to be compared with",
-                     "name another side");
+      console.Report(Code::kUsage, Quoted(options.sides[0]) + " has no default to compare with", "name another side");
       return false;
     }
     left = opener.OpenDefaultOf(*right, console);
@@ -109,7 +108,7 @@ int RunSides(CommandContext& context, const Options& options) {
   CompareSidesOptions compare;
   if (!ComparisonOptions(options, &right->project(), compare, console)) return kFailed;
   if (options.rules && (left->is_bin() || right->is_bin())) {
-    console.Report(Code::kUsage, "a bin holds no rules, so that --rules has nothing to compare");
+    console.Report(Code::kUsage, "bins hold no rules, so --rules has nothing to compare");
     return kMisuse;
   }
   ComparisonForm form;
@@ -273,8 +272,8 @@ void AddDiff(CLI::App& app, CommandContext& context) {
       AddCommand(app, context, "diff", "Show what differs between two sides, by meaning",
                  "A side is a setting, a folder of a sensor, a sensor, 'default', a bin, a folder of bins, the\n"
                  "project's folder, or REVISION: and one of the tree's forms. One side alone is compared with the\n"
-                 "defaults of its modules; without any, the project with HEAD. Exits with 0 whether there are\n"
-                 "differences or not, unless --exit-code is given; with 1 when something cannot be compared.\n"
+                 "defaults of its modules; without any side, the project is compared with HEAD. The exit code\n"
+                 "is 1 if something cannot be compared, or, with --exit-code, if there are differences.\n"
                  "\n"
                  "Examples:\n"
                  "  zotuning diff                              since the last commit\n"
@@ -303,13 +302,12 @@ void AddDiff(CLI::App& app, CommandContext& context) {
             },
             ""));
   };
-  tolerance("--abs", options->absolute,
-            "Numbers that are no further apart are the same; zotuning.json is not asked then");
-  tolerance("--rel", options->relative, "The same as a part of the larger number: 0.01 is 1 %");
+  tolerance("--abs", options->absolute, "Numbers that differ by at most X are equal; zotuning.json is then ignored");
+  tolerance("--rel", options->relative, "The same, relative to the larger number: 0.01 is 1 %");
   command->add_flag("--rules", options->rules, "Compare rules as well");
   command->add_flag("--stat", options->stat, "One line per setting");
   command->add_flag("--all", options->all, "Show every difference, and every element of lists and tables");
-  command->add_flag("--exit-code", options->exit_code, "Exit with 1 when there are differences");
+  command->add_flag("--exit-code", options->exit_code, "Exit with 1 if there are differences");
   command->add_option("--color", options->color, "Colours: auto, always or never")
       ->type_name("WHEN")
       ->check(CLI::IsMember({"auto", "always", "never"}));

@@ -10,6 +10,9 @@ const PRINTED_WIDTH = 620;
 
 export const seriesColour = (i) => colour(`--series-${i % 8}`);
 
+/** Distances of ticks between whole numbers. */
+const WHOLE_STEPS = Array.from({ length: 16 }, (_, power) => [1, 2, 5].map((digit) => digit * 10 ** power)).flat();
+
 const charts = new Map();
 
 /** Lays out the charts of the page again: after a change of its width or its colours. */
@@ -45,7 +48,17 @@ export function drawCurves(holder, { lines, xName, band, height = HEIGHT, small 
       scales: { x: { time: false } },
       legend: { show: !small, markers: { fill: (chart, i) => chart.series[i].stroke(chart, i) } },
       cursor: { drag: { x: !small, y: false } },
-      axes: [{ ...axis, size: 34, label: small ? undefined : xName, labelSize: 18, labelFont: axis.font }, axis],
+      axes: [
+        {
+          ...axis,
+          size: 34,
+          label: small ? undefined : xName,
+          labelSize: 18,
+          labelFont: axis.font,
+          ...(lines.every(({ x }) => x.every(Number.isInteger)) && { incrs: WHOLE_STEPS }),
+        },
+        axis,
+      ],
       series: [
         { label: xName, value: (_, value) => short(value) },
         ...lines.map((line, i) => ({

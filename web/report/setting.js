@@ -125,7 +125,7 @@ class SettingView {
       h(
         "div",
         { class: "choices", role: "group", "aria-label": "Parameters that are shown" },
-        button("all", "All"),
+        (setting.d > 0 || setting.x > 0) && button("all", "All"),
         setting.d > 0 && button("differences", count(setting.d, "difference")),
         setting.x > 0 && button("outside", `${grouped(setting.x)} outside the rule`),
       ),
