@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <limits>
@@ -50,24 +49,29 @@ std::string Cut(std::string text) {
   return text.substr(0, end) + "...";
 }
 
-template <typename Number>
-std::string NumberText(Number number) {
-  char digits[40];
-  const auto end = std::to_chars(digits, digits + sizeof(digits), number).ptr;
-  return std::string(digits, end);
+template <typename Number, typename... Form>
+void AppendNumber(std::string& text, Number number, Form... form) {
+  char digits[64];
+  text.append(digits, std::to_chars(digits, digits + sizeof(digits), number, form...).ptr);
 }
 
+/// Appends a value to a text.
 struct ToText {
-  std::string operator()(std::monostate) const { return "none"; }
-  std::string operator()(bool value) const { return value ? "true" : "false"; }
-  std::string operator()(int64_t value) const { return NumberText(value); }
-  std::string operator()(uint64_t value) const { return NumberText(value); }
-  std::string operator()(float value) const { return NumberText(value); }
-  std::string operator()(double value) const { return NumberText(value); }
-  std::string operator()(const std::string& value) const { return "\"" + Cut(value) + "\""; }
-  std::string operator()(const EnumName& value) const { return value.name; }
-  std::string operator()(const MessageSummary& value) const {
-    return value.text.empty() ? "{}" : "{ " + Cut(value.text) + " }";
+  std::string& text;
+  void operator()(std::monostate) const { text += "none"; }
+  void operator()(bool value) const { text += value ? "true" : "false"; }
+  void operator()(int64_t value) const { AppendNumber(text, value); }
+  void operator()(uint64_t value) const { AppendNumber(text, value); }
+  void operator()(float value) const { AppendNumber(text, value); }
+  void operator()(double value) const { AppendNumber(text, value); }
+  void operator()(const std::string& value) const { text.append("\"").append(Cut(value)).append("\""); }
+  void operator()(const EnumName& value) const { text += value.name; }
+  void operator()(const MessageSummary& value) const {
+    if (value.text.empty()) {
+      text += "{}";
+    } else {
+      text.append("{ ").append(Cut(value.text)).append(" }");
+    }
   }
 };
 
@@ -94,20 +98,21 @@ std::string Grouped(size_t count) {
   return text;
 }
 
-std::string Printed(const char* format, double number) {
-  char text[64];
-  (void)std::snprintf(text, sizeof(text), format, number);
-  // The locale of the process may use a decimal comma.
-  std::replace(text, text + std::strlen(text), ',', '.');
+/// "+0.02"
+std::string SignedText(double number, std::chars_format format, int precision) {
+  std::string text(std::signbit(number) ? "" : "+");
+  AppendNumber(text, number, format, precision);
   return text;
 }
 
 /// "+1.5 %", or "" if there is no number to compare with, or the change is too small for a percentage.
 std::string PercentText(double left, double right) {
   if (!std::isfinite(left) || !std::isfinite(right) || left == 0) return "";
-  const double percent = (right - left) / std::fabs(left) * 100;
-  if (!std::isfinite(percent) || (percent != 0 && std::fabs(percent) < 0.001)) return "";
-  return Printed(percent != 0 && std::fabs(percent) < 0.1 ? "%+.1g %%" : "%+.1f %%", percent);
+  const double percent = (right - left) / std::fabs(left) * 100, size = std::fabs(percent);
+  if (!std::isfinite(percent) || (percent != 0 && size < 0.001)) return "";
+  if (percent != 0 && size < 0.1) return SignedText(percent, std::chars_format::general, 1) + " %";
+  if (size >= 1e9) return SignedText(percent, std::chars_format::general, 3) + " %";
+  return SignedText(percent, std::chars_format::fixed, 1) + " %";
 }
 
 /// The difference from `left` to `right`, both numbers; exact for integers of the same kind.
@@ -131,7 +136,8 @@ std::string DistanceText(const FieldValue& left, const FieldValue& right) {
   const double distance = DistanceOf(left, right);
   const bool whole =
       !std::holds_alternative<float>(right) && !std::holds_alternative<double>(right) && std::fabs(distance) < 9e15;
-  return Printed(whole ? "%+.0f" : "%+.3g", distance);
+  if (whole) return SignedText(distance, std::chars_format::fixed, 0);
+  return SignedText(distance, std::chars_format::general, 3);
 }
 
 // ---- Values of fields ----
@@ -418,7 +424,11 @@ bool SameKind(const FieldDescriptor* left, const FieldDescriptor* right) {
 
 }  // namespace
 
-std::string ValueText(const FieldValue& value) { return std::visit(ToText(), value); }
+std::string ValueText(const FieldValue& value) {
+  std::string text;
+  std::visit(ToText{text}, value);
+  return text;
+}
 
 bool NumberOf(const FieldValue& value, double* number) { return std::visit(ToNumber{number}, value); }
 
@@ -1156,7 +1166,8 @@ std::string ListText(const Difference& difference) {
     AppendPart(Grouped(list.changed) + (of_all ? "" : " of " + Grouped(list.right_size)) + " changed", text);
     if (list.has_statistics) {
       const std::string percent = PercentText(list.left_mean, list.right_mean);
-      AppendPart("mean " + (percent.empty() ? Printed("%+.3g", list.right_mean - list.left_mean) : percent), text);
+      const double moved = list.right_mean - list.left_mean;
+      AppendPart("mean " + (percent.empty() ? SignedText(moved, std::chars_format::general, 3) : percent), text);
       AppendPart(
           "largest " + DistanceText(list.largest_left, list.largest_right) + " at " + PlaceText(list, list.largest),
           text);
@@ -1165,23 +1176,32 @@ std::string ListText(const Difference& difference) {
   return text.empty() ? path : path + ": " + text;
 }
 
-std::string ChangeText(const std::string& path, const FieldValue& left, const FieldValue& right) {
-  std::string text = path + ": " + ValueText(left) + " → " + ValueText(right);
+/// Appends ": 800 → 812 (+1.5 %)".
+void AppendChange(const FieldValue& left, const FieldValue& right, std::string& text) {
+  text += ": ";
+  std::visit(ToText{text}, left);
+  text += " → ";
+  std::visit(ToText{text}, right);
   double from = 0, to = 0;
-  if (NumberOf(left, &from) && NumberOf(right, &to) && from != to) {
-    const std::string percent = PercentText(from, to);
-    if (!percent.empty()) text += " (" + percent + ")";
-  }
-  return text;
+  if (!NumberOf(left, &from) || !NumberOf(right, &to) || from == to) return;
+  const std::string percent = PercentText(from, to);
+  if (!percent.empty()) text.append(" (").append(percent).append(")");
 }
 
 }  // namespace
 
 std::string ElementPath(const Difference& difference, size_t right_index) {
   const ListChange& list = *difference.list;
-  if (list.row_field.empty()) return difference.path + "[" + std::to_string(right_index) + "]";
-  return difference.path + "[" + std::to_string(right_index / list.right_columns) + "]." + list.row_field + "[" +
-         std::to_string(right_index % list.right_columns) + "]";
+  std::string path;
+  path.reserve(difference.path.size() + list.row_field.size() + 80);  // for the change that may come after it
+  path.append(difference.path).append("[");
+  if (!list.row_field.empty()) {
+    AppendNumber(path, right_index / list.right_columns);
+    path.append("].").append(list.row_field).append("[");
+    right_index %= list.right_columns;
+  }
+  AppendNumber(path, right_index);
+  return path += ']';
 }
 
 std::vector<std::string> DifferenceTexts(const Difference& difference, bool all_elements) {
@@ -1190,11 +1210,12 @@ std::vector<std::string> DifferenceTexts(const Difference& difference, bool all_
       return {"in bytes only: " +
               (difference.path.empty() ? "fields that the schema lacks, or another form of a value" : difference.path)};
     case DifferenceKind::kChanged:
-      return {ChangeText(difference.path, difference.left, difference.right)};
     case DifferenceKind::kAdded:
-    case DifferenceKind::kRemoved:
-      return {ChangeText(difference.path, difference.left, difference.right) +
-              (difference.in_one_schema ? " (not in the other schema)" : "")};
+    case DifferenceKind::kRemoved: {
+      std::string text = difference.path;
+      AppendChange(difference.left, difference.right, text);
+      return {text + (difference.in_one_schema ? " (not in the other schema)" : "")};
+    }
     case DifferenceKind::kList:
       break;
   }
@@ -1204,8 +1225,9 @@ std::vector<std::string> DifferenceTexts(const Difference& difference, bool all_
                    list.inserted.empty() && list.removed.empty();
   if (!few || list.is_table) lines.push_back(ListText(difference));
   if (few ? list.is_table && !all_elements : !all_elements) return lines;
+  lines.reserve(lines.size() + list.elements.size());
   for (const ElementChange& element : list.elements) {
-    lines.push_back(ChangeText(ElementPath(difference, element.right_index), element.left, element.right));
+    AppendChange(element.left, element.right, lines.emplace_back(ElementPath(difference, element.right_index)));
   }
   return lines;
 }

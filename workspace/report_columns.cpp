@@ -11,6 +11,8 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <numeric>
+#include <utility>
 
 namespace zotuning {
 namespace {
@@ -19,7 +21,7 @@ using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
 
 constexpr uint8_t kFloatKind = 5, kDoubleKind = 6, kInt64Kind = 7, kUint64Kind = 8, kTextKind = 9, kReferenceKind = 10,
-                  kPackedKind = 0x80;
+                  kNearKind = 11, kPackedKind = 0x80;
 
 /// Powers of ten up to this one are exact as doubles, so that a division by them rounds once.
 constexpr int kMaxScale = 22;
@@ -58,18 +60,77 @@ std::string PackedBits(const std::vector<uint64_t>& numbers, uint64_t low, int w
   return bytes;
 }
 
-/// Numbers of `width` bytes each, in the form that ends up smaller. Signed ones are extended to 64 bits.
-void WriteNumbers(uint8_t kind, int scale, size_t width, const std::vector<uint64_t>& numbers, bool is_signed,
-                  std::string& bytes) {
-  const size_t count = numbers.size();
-  std::string planes(count * width, '\0');
+float FloatOf(uint32_t bits) {
+  float real;
+  std::memcpy(&real, &bits, sizeof(real));
+  return real;
+}
+
+uint32_t BitsOf(float real) {
+  uint32_t bits;
+  std::memcpy(&bits, &real, sizeof(bits));
+  return bits;
+}
+
+/// The place of a float, given by its bits, among all floats in their order.
+int64_t OrderOf(uint32_t bits) {
+  const auto number = static_cast<int32_t>(bits);
+  return number < 0 ? number ^ INT32_MAX : number;
+}
+
+/// slope * x + offset. Its product is exact as a double, so that every machine has the same value.
+struct Line {
+  float slope;
+  double offset;
+  double At(float x) const { return static_cast<double>(slope) * static_cast<double>(x) + offset; }
+};
+
+/// The line that is nearest to the points of two lists.
+std::pair<double, double> LeastSquares(const std::vector<float>& x, const std::vector<float>& y) {
+  const auto count = static_cast<double>(x.size());
+  const double mean_x = std::accumulate(x.begin(), x.end(), 0.0) / count;
+  const double mean_y = std::accumulate(y.begin(), y.end(), 0.0) / count;
+  double both = 0, square = 0;
+  for (size_t i = 0; i < x.size(); ++i) {
+    const double from_mean = static_cast<double>(x[i]) - mean_x;
+    both += from_mean * (static_cast<double>(y[i]) - mean_y);
+    square += from_mean * from_mean;
+  }
+  const double slope = square > 0 ? both / square : 0;
+  return {slope, mean_y - slope * mean_x};
+}
+
+}  // namespace
+
+/// The numbers of one column: whole ones, or the bits of others. Signed ones are extended to 64 bits.
+struct ReportColumn::Numbers {
+  uint8_t kind;
+  int scale;
+  std::vector<uint64_t> numbers;
+
+  size_t width() const { return kind < kFloatKind ? kind : kind == kFloatKind ? 4 : 8; }
+  bool is_signed() const { return kind < kFloatKind || kind == kInt64Kind; }
+  void Write(std::string& bytes) const;
+
+  /// Whole numbers with a scale, in as many bytes as the largest needs; nothing where it needs more than four.
+  static std::optional<Numbers> Scaled(const std::vector<int64_t>& numbers, int scale);
+  /// The numbers as the page reads them, rounded to floats; nothing where one is too large, or not finite.
+  std::optional<std::vector<float>> Floats() const;
+  /// How far these are above what the line makes of other numbers; nothing where that is too large.
+  std::optional<Numbers> Above(const Line& line, const std::vector<float>& other) const;
+};
+
+/// In the form that takes fewer bytes in the end.
+void ReportColumn::Numbers::Write(std::string& bytes) const {
+  const size_t count = numbers.size(), of_each = width();
+  std::string planes(count * of_each, '\0');
   for (size_t i = 0; i < count; ++i) {
-    for (size_t k = 0; k < width; ++k) planes[k * count + i] = static_cast<char>(numbers[i] >> (8 * k) & 0xFF);
+    for (size_t k = 0; k < of_each; ++k) planes[k * count + i] = static_cast<char>(numbers[i] >> (8 * k) & 0xFF);
   }
   constexpr size_t kFewNumbers = 8;
   if (count > kFewNumbers) {
     const auto [low, high] = std::minmax_element(numbers.begin(), numbers.end(), [&](uint64_t a, uint64_t b) {
-      return is_signed ? static_cast<int64_t>(a) < static_cast<int64_t>(b) : a < b;
+      return is_signed() ? static_cast<int64_t>(a) < static_cast<int64_t>(b) : a < b;
     });
     int bits = 0;
     while (bits < 64 && (*high - *low) >> bits != 0) ++bits;
@@ -87,8 +148,7 @@ void WriteNumbers(uint8_t kind, int scale, size_t width, const std::vector<uint6
   bytes += planes;
 }
 
-/// Integers with a scale, in as many bytes as the largest needs. False if it needs more than four.
-bool WriteScaled(const std::vector<int64_t>& numbers, int scale, std::string& bytes) {
+std::optional<ReportColumn::Numbers> ReportColumn::Numbers::Scaled(const std::vector<int64_t>& numbers, int scale) {
   int64_t low = 0, high = 0;
   for (const int64_t number : numbers) {
     low = std::min(low, number);
@@ -96,13 +156,47 @@ bool WriteScaled(const std::vector<int64_t>& numbers, int scale, std::string& by
   }
   uint8_t width = 1;
   while (width <= 4 && (low < -(int64_t{1} << (8 * width - 1)) || high >= int64_t{1} << (8 * width - 1))) width *= 2;
-  if (width > 4) return false;
-  WriteNumbers(width, scale, width, std::vector<uint64_t>(numbers.begin(), numbers.end()), true, bytes);
-  return true;
+  if (width > 4) return std::nullopt;
+  return Numbers{width, scale, std::vector<uint64_t>(numbers.begin(), numbers.end())};
 }
 
-/// The fewest digits from which a number reads back, as an integer times a power of ten. False for negative zero and
-/// what is not a number.
+std::optional<std::vector<float>> ReportColumn::Numbers::Floats() const {
+  if (kind > kFloatKind) return std::nullopt;
+  std::vector<float> floats(numbers.size());
+  double power = 1;
+  for (int k = 0; k < scale; ++k) power *= 10;
+  for (size_t i = 0; i < numbers.size(); ++i) {
+    if (kind == kFloatKind) {
+      floats[i] = FloatOf(static_cast<uint32_t>(numbers[i]));
+      if (!std::isfinite(floats[i])) return std::nullopt;
+    } else {
+      floats[i] = static_cast<float>(static_cast<double>(static_cast<int64_t>(numbers[i])) / power);
+    }
+  }
+  return floats;
+}
+
+std::optional<ReportColumn::Numbers> ReportColumn::Numbers::Above(const Line& line,
+                                                                  const std::vector<float>& other) const {
+  const bool is_float = kind == kFloatKind;
+  const double most = is_float ? static_cast<double>(std::numeric_limits<float>::max()) : 0x1p31;
+  std::vector<int64_t> distances(other.size());
+  for (size_t i = 0; i < other.size(); ++i) {
+    const double near = line.At(other[i]);
+    if (!(std::fabs(near) < most)) return std::nullopt;
+    if (is_float) {
+      distances[i] = OrderOf(static_cast<uint32_t>(numbers[i])) - OrderOf(BitsOf(static_cast<float>(near)));
+    } else {
+      distances[i] = static_cast<int64_t>(numbers[i]) - static_cast<int64_t>(std::floor(near));
+    }
+  }
+  return Scaled(distances, 0);
+}
+
+namespace {
+
+/// The fewest digits that a number reads back from, as a whole number times a power of ten. False for zero with a sign
+/// and what is no number.
 struct Decimal {
   int64_t digits = 0;
   int exponent = 0;
@@ -202,65 +296,103 @@ size_t ReportColumn::CountOutside(size_t begin, double low, double high) const {
 }
 
 /// Most numbers of tuning data have few digits.
-bool ReportColumn::WriteDecimals(std::string& bytes) const {
+std::optional<ReportColumn::Numbers> ReportColumn::Decimals() const {
   std::vector<Decimal> decimals(reals_.size());
   int scale = 0;
   for (size_t i = 0; i < reals_.size(); ++i) {
     const bool done = type_ == Type::kFloat ? ToDecimal(static_cast<float>(reals_[i]), decimals[i])
                                             : ToDecimal(reals_[i], decimals[i]);
     scale = std::max(scale, -decimals[i].exponent);
-    if (!done || scale > kMaxScale) return false;
+    if (!done || scale > kMaxScale) return std::nullopt;
   }
   std::vector<int64_t> scaled;
   scaled.reserve(decimals.size());
   for (const Decimal& decimal : decimals) {
     int64_t number = decimal.digits;
     for (int k = decimal.exponent + scale; k > 0 && number != 0; --k) {
-      if (std::abs(number) > std::numeric_limits<int32_t>::max()) return false;
+      if (std::abs(number) > std::numeric_limits<int32_t>::max()) return std::nullopt;
       number *= 10;
     }
-    // With more digits than a float has bits, its own bits are smaller.
-    if (type_ == Type::kFloat && std::abs(number) > 1 << 24) return false;
+    // More digits than a float has bits: its own bits are fewer.
+    if (type_ == Type::kFloat && std::abs(number) > 1 << 24) return std::nullopt;
     scaled.push_back(number);
   }
-  return WriteScaled(scaled, scale, bytes);
+  return Numbers::Scaled(scaled, scale);
+}
+
+ReportColumn::Numbers ReportColumn::ToNumbers() const {
+  if (type_ == Type::kFloat || type_ == Type::kDouble) {
+    if (auto decimals = Decimals()) return *std::move(decimals);
+    const bool is_float = type_ == Type::kFloat;
+    std::vector<uint64_t> bits(reals_.size());
+    for (size_t i = 0; i < reals_.size(); ++i) {
+      if (is_float) {
+        bits[i] = BitsOf(static_cast<float>(reals_[i]));
+      } else {
+        std::memcpy(&bits[i], &reals_[i], sizeof(reals_[i]));
+      }
+    }
+    return {is_float ? kFloatKind : kDoubleKind, 0, std::move(bits)};
+  }
+  const bool is_unsigned = type_ == Type::kUnsigned;
+  // Beyond the range of int64 the bits are those of a negative number.
+  const bool has_large = is_unsigned && std::any_of(numbers_.begin(), numbers_.end(), [](int64_t n) { return n < 0; });
+  if (!has_large) {
+    if (auto scaled = Numbers::Scaled(numbers_, 0)) return *std::move(scaled);
+  }
+  return {is_unsigned ? kUint64Kind : kInt64Kind, 0, std::vector<uint64_t>(numbers_.begin(), numbers_.end())};
 }
 
 void ReportColumn::Write(std::string& bytes) const {
-  switch (type_) {
-    case Type::kSigned:
-    case Type::kUnsigned: {
-      const bool is_unsigned = type_ == Type::kUnsigned;
-      // Beyond the range of int64 the bits are those of a negative number.
-      const bool has_large =
-          is_unsigned && std::any_of(numbers_.begin(), numbers_.end(), [](int64_t n) { return n < 0; });
-      if (!has_large && WriteScaled(numbers_, 0, bytes)) return;
-      WriteNumbers(is_unsigned ? kUint64Kind : kInt64Kind, 0, 8,
-                   std::vector<uint64_t>(numbers_.begin(), numbers_.end()), !is_unsigned, bytes);
-      return;
-    }
-    case Type::kFloat:
-    case Type::kDouble: {
-      if (WriteDecimals(bytes)) return;
-      const bool is_float = type_ == Type::kFloat;
-      std::vector<uint64_t> bits(reals_.size());
-      for (size_t i = 0; i < reals_.size(); ++i) {
-        const float real = static_cast<float>(reals_[i]);
-        if (is_float) {
-          std::memcpy(&bits[i], &real, sizeof(real));
-        } else {
-          std::memcpy(&bits[i], &reals_[i], sizeof(reals_[i]));
-        }
-      }
-      WriteNumbers(is_float ? kFloatKind : kDoubleKind, 0, is_float ? 4 : 8, bits, false, bytes);
-      return;
-    }
-    case Type::kText:
-      WriteHead(kTextKind, 0, texts_.size(), bytes);
-      for (const std::string& text : texts_) AppendUint32(text.size(), bytes);
-      for (const std::string& text : texts_) bytes += text;
-      return;
+  if (type_ != Type::kText) {
+    ToNumbers().Write(bytes);
+    return;
   }
+  WriteHead(kTextKind, 0, texts_.size(), bytes);
+  for (const std::string& text : texts_) AppendUint32(text.size(), bytes);
+  for (const std::string& text : texts_) bytes += text;
+}
+
+void ReportColumn::WriteBeside(const ReportColumn& other, size_t place, std::string& bytes) const {
+  constexpr size_t kFewNumbers = 16;
+  std::string best;
+  Write(best);
+  if (type_ == Type::kText || other.type_ == Type::kText || size() != other.size() || size() <= kFewNumbers) {
+    bytes += best;
+    return;
+  }
+  const Numbers own = ToNumbers();
+  const auto from = other.ToNumbers().Floats(), to = own.Floats();
+  if (!from || !to) {
+    bytes += best;
+    return;
+  }
+  const bool is_float = own.kind == kFloatKind;
+  double power = 1;
+  for (int k = 0; k < own.scale; ++k) power *= 10;
+  size_t least = Deflated(best, Z_BEST_SPEED).size();
+  const auto look = [&](const Line& line) {
+    const auto above = own.Above(line, *from);
+    if (!above) return;
+    std::string near;
+    WriteHead(kNearKind, own.scale, place, near);
+    near += static_cast<char>(own.kind);
+    AppendUint32(BitsOf(line.slope), near);
+    uint64_t offset;
+    std::memcpy(&offset, &line.offset, sizeof(offset));
+    AppendUint32(offset & 0xFFFFFFFF, near);
+    AppendUint32(offset >> 32, near);
+    above->Write(near);
+    const size_t size = Deflated(near, Z_BEST_SPEED).size();
+    if (size >= least) return;
+    least = size;
+    best = std::move(near);
+  };
+  const double half = is_float ? 0 : 0.5;  // what is rounded down is rounded to the nearest
+  look({static_cast<float>(power), half});
+  const auto [slope, offset] = LeastSquares(*from, *to);
+  look({static_cast<float>(slope * power), offset * power + half});
+  bytes += best;
 }
 
 std::string PackedText(std::string_view bytes) {

@@ -5,18 +5,24 @@
 ///   kind 1, 2, 4   signed integers of this many bytes, to be divided by 10 to the power of `scale`
 ///   kind 5, 6      float, double
 ///   kind 7, 8      int64, uint64
-///   kind 9         strings: the length of each as u32, then the strings
-///   kind 10        no data: the list with the index `count` of the setting that this one is compared with
-///   kind + 128     bit-packed numbers: the lowest number as u64, the bits per number as u8, then the difference of
-///                  each from the lowest, packed from the lowest bit of the first byte on. For float and double this
-///                  applies to their bits.
-/// Everything is little-endian. Other numbers of several bytes are split: the lowest byte of each, then the next of
+///   kind 9         texts: the bytes of each as u32, then the texts
+///   kind 10        no data: the list at the place `count` of the setting that this one is compared with
+///   kind 11        numbers near those of the list at the place `count` of that setting: kind:u8, slope as float,
+///   offset
+///                  as double, then a column of whole numbers. Each is told by what it is above slope * other + offset,
+///                  `other` being the number there as a float. Of kinds 1 to 4 that is rounded down; of kind 5 it is
+///                  rounded to a float, and the distance is the number of floats in between.
+///   kind + 128     numbers of few bits: the lowest number as u64, the bits of each as u8, then what each is above the
+///                  lowest, one after the other from the lowest bit of the first byte on. Of float and double this is
+///                  about their bits.
+/// Everything is little-endian. Other numbers of several bytes stand apart: the lowest byte of each, then the next of
 /// each, which compresses better.
 #pragma once
 
 #include <google/protobuf/message.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -37,10 +43,14 @@ class ReportColumn {
 
   /// Appends the bytes of the column.
   void Write(std::string& bytes) const;
+  /// The same, shorter where the numbers are near those of `other`, which is at a place of another setting.
+  void WriteBeside(const ReportColumn& other, size_t place, std::string& bytes) const;
 
  private:
   enum class Type { kSigned, kUnsigned, kFloat, kDouble, kText };
-  bool WriteDecimals(std::string& bytes) const;
+  struct Numbers;
+  std::optional<Numbers> Decimals() const;
+  Numbers ToNumbers() const;
 
   Type type_ = Type::kSigned;
   std::vector<int64_t> numbers_;  ///< of kUnsigned with the same bits

@@ -94,7 +94,7 @@ struct Shape {
   };
   std::string nodes;  ///< JSON
   std::vector<Scalar> scalars;
-  std::vector<std::string> lists;  ///< the columns of lists and tables
+  std::vector<ReportColumn> lists;  ///< lists and tables
   size_t outside = 0;
 };
 
@@ -321,9 +321,9 @@ class Walk {
          "," + std::to_string(rows) + "," + std::to_string(widest) + (is_even ? "" : ",[" + sizes + "]"));
   }
 
-  void AddColumn(const ReportColumn& column, const Rule& rule) {
-    column.Write(shape_.lists.emplace_back());
+  void AddColumn(ReportColumn column, const Rule& rule) {
     if (rule.range) shape_.outside += column.CountOutside(0, rule.range->low, rule.range->high);
+    shape_.lists.push_back(std::move(column));
   }
 
   void Node(NodeKind kind, const FieldDescriptor* named, const Rule& rule, const std::string& sizes = "") {
@@ -383,7 +383,16 @@ class ReportMaker {
     AddOthers();
     data_.blocks.assign(1, "");
     std::string settings;
-    for (size_t i = 0; i < rows_.size(); ++i) AppendItem(SettingJson(static_cast<int>(i)), settings);
+    std::vector<std::string> texts(rows_.size());
+    for (size_t i = 0; i < rows_.size(); ++i) {
+      if (rows_[i].owner < 0) texts[i] = SettingJson(i);
+      // What it is compared with comes at once, while its lists are here.
+      const int other = rows_[i].other;
+      if (other >= 0 && rows_[static_cast<size_t>(other)].owner == static_cast<int>(i)) {
+        texts[static_cast<size_t>(other)] = SettingJson(static_cast<size_t>(other));
+      }
+    }
+    for (const std::string& text : texts) AppendItem(text, settings);
     std::string layouts;
     for (const Layout& layout : layouts_) {
       std::string columns;
@@ -449,8 +458,8 @@ class ReportMaker {
     return row.entry->path.compare(0, dir.size(), dir) == 0 ? row.entry->path.substr(dir.size()) : row.entry->path;
   }
 
-  std::string SettingJson(int index) {
-    const Row& row = rows_[static_cast<size_t>(index)];
+  std::string SettingJson(size_t index) {
+    const Row& row = rows_[index];
     const SideEntry& entry = *row.entry;
     const auto& names = row.side->project().labels().names();
     std::string labels;
@@ -500,23 +509,30 @@ class ReportMaker {
     std::string block;
     AppendUint32(row.difference_json.size(), block);
     block += row.difference_json;
-    for (const std::string& list : shape.lists) block += SharedList(row, list);
-    if (row.other >= 0 && rows_[static_cast<size_t>(row.other)].owner == index) {
-      auto& places = lists_[index];
-      for (size_t i = 0; i < shape.lists.size(); ++i) places.try_emplace(std::move(shape.lists[i]), i);
+    const bool is_owner = row.other >= 0 && rows_[static_cast<size_t>(row.other)].owner == static_cast<int>(index);
+    if (is_owner) places_.clear();
+    for (size_t i = 0; i < shape.lists.size(); ++i) {
+      std::string list;
+      shape.lists[i].Write(list);
+      if (row.owner >= 0) list = SharedList(shape.lists[i], i, std::move(list));
+      block += list;
+      if (is_owner) places_.try_emplace(std::move(list), i);
     }
+    if (is_owner) lists_ = std::move(shape.lists);
     return json + ",\"b\":" + std::to_string(AddBlock(block)) + "}";
   }
 
-  /// The column of a list; if the setting that this one is compared with has the same list, only a reference to it.
-  std::string SharedList(const Row& row, const std::string& list) {
-    const auto places = row.owner < 0 ? lists_.end() : lists_.find(row.owner);
-    if (places == lists_.end()) return list;
-    const auto same = places->second.find(list);
-    if (same == places->second.end()) return list;
-    std::string reference;
-    AppendReference(same->second, reference);
-    return reference.size() < list.size() ? reference : list;
+  /// The bytes of a list; where the last owner has the same, its place there, or how far it is from the list at its
+  /// own place, if that is shorter.
+  std::string SharedList(const ReportColumn& list, size_t place, std::string bytes) const {
+    std::string shared;
+    const auto same = places_.find(bytes);
+    if (same != places_.end()) {
+      AppendReference(same->second, shared);
+    } else if (place < lists_.size()) {
+      list.WriteBeside(lists_[place], place, shared);
+    }
+    return !shared.empty() && shared.size() < bytes.size() ? shared : bytes;
   }
 
   /// Identical blocks are stored once.
@@ -539,7 +555,8 @@ class ReportMaker {
   std::vector<std::pair<size_t, const SideEntry*>> lefts_;  ///< by the row that is compared with them
   std::vector<Layout> layouts_;
   std::unordered_map<std::string, size_t> by_json_, by_text_;
-  std::unordered_map<int, std::unordered_map<std::string, size_t>> lists_;  ///< indices by column, for each owner
+  std::vector<ReportColumn> lists_;                 ///< of the last owner
+  std::unordered_map<std::string, size_t> places_;  ///< of these by their bytes
   std::string versions_;
 };
 

@@ -20,8 +20,8 @@ namespace zotuning {
 struct ReportData {
   std::vector<std::string> blocks;  ///< as PackedText makes them
   size_t settings = 0;
-  size_t different = 0;  ///< settings that differ from the other side, or exist on one side only
-  size_t outside = 0;    ///< values outside their rule
+  size_t different = 0;  ///< settings that differ from the other side, or are on one side only
+  size_t outside = 0;    ///< values that are outside their rule
 };
 
 /// Makes the data of the settings of `sides`, compared with `against` unless that is null. Settings that only the other

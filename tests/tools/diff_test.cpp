@@ -101,6 +101,11 @@ TEST_F(DiffTest, GitShowsDifferencesByMeaning) {
   EXPECT_THAT(log, HasSubstr("+++ b/front/version/tuning.json\nchanged  version=front.tuning\n"));
   EXPECT_THAT(log, HasSubstr("+{\"a\": 1}\n"));  // not a setting: line by line
   EXPECT_THAT(log, HasSubstr("+++ b/front.bin\nadded"));
+  Git("mv main_wide/mode_0/AfCommon.json main_wide/mode_1/AfCommon.json");
+  EXPECT_THAT(
+      Git("diff --cached -M").out,
+      HasSubstr("+++ b/main_wide/mode_1/AfCommon.json\n  moved: module=AfCommon mode=0 → module=AfCommon mode=1\n"));
+  Git("reset -q --hard");
   // A damaged file stops nothing.
   Write(At("main_wide/LensShading.json"), "{\"red\": }\n");
   Write(At("notes.json"), "{\"a\": 2}\n");

@@ -4,8 +4,11 @@
 #include <zlib.h>
 
 #include <charconv>
+#include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "support/project.h"
 #include "workspace/report_columns.h"
@@ -88,6 +91,31 @@ class ColumnBytes {
     return text;
   }
 
+  /// A column that is told by how far it is above a line through another one.
+  std::string Beside(const std::vector<float>& other) {
+    const auto form = Number(1), scale = Number(1), list = Number(4), kind = Number(1);
+    const auto slope = Of<float>(static_cast<uint32_t>(Number(4)));
+    const auto offset = Of<double>(Number(8));
+    std::istringstream distances(Column());
+    std::string head;
+    distances >> head;
+    std::string text = std::to_string(form) + "/" + std::to_string(list) + ":";
+    for (const float number : other) {
+      int64_t distance = 0;
+      distances >> distance;
+      const double near = static_cast<double>(slope) * static_cast<double>(number) + offset;
+      if (kind < 5) {
+        text += " " + Text(4, scale, 4, static_cast<uint64_t>(static_cast<int64_t>(std::floor(near)) + distance));
+        continue;
+      }
+      // Bits of floats in their order, and back.
+      const auto ordered = [](int32_t bits) { return bits < 0 ? bits ^ INT32_MAX : bits; };
+      const auto place = ordered(Of<int32_t>(static_cast<float>(near))) + distance;
+      text += " " + Text(kind, scale, 4, static_cast<uint32_t>(ordered(static_cast<int32_t>(place))));
+    }
+    return text;
+  }
+
   std::string Take(size_t size) {
     at_ += size;
     return bytes_.substr(at_ - size, size);
@@ -95,6 +123,14 @@ class ColumnBytes {
   bool at_end() const { return at_ == bytes_.size(); }
 
  private:
+  template <typename To, typename From>
+  static To Of(From from) {
+    static_assert(sizeof(To) == sizeof(From));
+    To to;
+    std::memcpy(&to, &from, sizeof(to));
+    return to;
+  }
+
   static std::string Text(uint64_t kind, uint64_t scale, size_t width, uint64_t bits) {
     char text[64];
     char* end = text;
@@ -122,7 +158,20 @@ class ColumnBytes {
   size_t at_ = 0;
 };
 
-class ReportColumnTest : public SchemaTest {};
+class ReportColumnTest : public SchemaTest {
+ protected:
+  /// The column of the only field of a message.
+  static ReportColumn ColumnOf(const google::protobuf::Message& message) {
+    std::vector<const google::protobuf::FieldDescriptor*> fields;
+    message.GetReflection()->ListFields(message, &fields);
+    EXPECT_EQ(fields.size(), 1u);
+    ReportColumn column;
+    for (int i = 0; i < message.GetReflection()->FieldSize(message, fields.at(0)); ++i) {
+      column.AppendElement(message, fields[0], i);
+    }
+    return column;
+  }
+};
 
 TEST_F(ReportColumnTest, ReadsBackInTheFewestBytesThatHoldIt) {
   Schema& schema = Load(
@@ -170,17 +219,58 @@ TEST_F(ReportColumnTest, ReadsBackInTheFewestBytesThatHoldIt) {
       {"e: [B]", "1/0: 1"},
   };
   for (const auto& row : rows) {
-    const MessagePtr message = schema.New("M", row.message);
-    std::vector<const google::protobuf::FieldDescriptor*> fields;
-    message->GetReflection()->ListFields(*message, &fields);
-    ASSERT_EQ(fields.size(), 1u) << row.message;
-    ReportColumn column;
-    for (int i = 0; i < message->GetReflection()->FieldSize(*message, fields[0]); ++i) {
-      column.AppendElement(*message, fields[0], i);
-    }
     std::string bytes;
-    column.Write(bytes);
+    ColumnOf(*schema.New("M", row.message)).Write(bytes);
     EXPECT_EQ(ColumnBytes(bytes).Column(), row.column) << row.message;
+  }
+}
+
+TEST_F(ReportColumnTest, NumbersNearThoseOfTheOtherSideAreToldByTheirDistance) {
+  Schema& schema = Load("syntax = \"proto3\"; message M { repeated int32 i = 1; repeated float f = 2; }");
+  // Text of a message with a hundred numbers of a curve that crosses zero, in so many digits.
+  const auto curve = [](const char* field, double factor, double offset, int digits) {
+    std::string text;
+    char number[64];
+    for (int i = 0; i < 100; ++i) {
+      const double value = 700 * std::sin(i / 9.0 + 0.3 * (i * i % 17)) * factor + offset;
+      (void)std::snprintf(number, sizeof(number), "%.*f", digits, value);
+      text += (i == 0 ? "" : ", ") + std::string(number);
+    }
+    return std::string(field) + ": [" + text + "]";
+  };
+  const struct {
+    std::string other, own;
+    bool is_near;
+  } rows[] = {
+      {curve("i", 1, 0, 0), curve("i", 1.02, 3, 0), true},
+      {curve("f", 1, 0, 3), curve("f", 0.98, -0.5, 3), true},
+      {curve("f", 0.001, 0, 3), curve("f", 0.00101, 0, 5), true},
+      {curve("f", 1, 0, 9), curve("f", 1.0003, 0, 9), true},
+      {curve("f", 1, 0, 9), curve("f", 1.01, 0, 2), true},
+      {curve("f", 1, 0, 3), curve("f", 1, 0, 3) + " f: nan", false},
+      {curve("f", 1, 0, 3) + " f: inf", curve("f", 1, 0, 3) + " f: 2", false},
+      {curve("i", 1, 0, 0) + " i: 1", curve("i", 1, 1, 0), false},
+      {"i: [1, 2, 3]", "i: [2, 3, 4]", false},
+  };
+  for (const auto& row : rows) {
+    const MessagePtr left = schema.New("M", row.other.c_str());
+    const ReportColumn own = ColumnOf(*schema.New("M", row.own.c_str()));
+    std::string alone, beside;
+    own.Write(alone);
+    own.WriteBeside(ColumnOf(*left), 7, beside);
+    if (!row.is_near) {
+      EXPECT_EQ(beside, alone) << row.own;
+      continue;
+    }
+    std::vector<float> other;
+    const auto& reflection = *left->GetReflection();
+    const auto* field = left->GetDescriptor()->FindFieldByName(row.other.substr(0, 1));
+    for (int i = 0; i < reflection.FieldSize(*left, field); ++i) {
+      other.push_back(row.other[0] == 'f' ? reflection.GetRepeatedFloat(*left, field, i)
+                                          : static_cast<float>(reflection.GetRepeatedInt32(*left, field, i)));
+    }
+    const std::string values = ColumnBytes(alone).Column();
+    EXPECT_EQ(ColumnBytes(beside).Beside(other), "11/7:" + values.substr(values.find(' '))) << row.own;
   }
 }
 

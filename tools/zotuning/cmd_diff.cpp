@@ -72,8 +72,7 @@ bool OpenSides(SideOpener& opener, const Options& options, const Project* projec
     right = opener.Open(options.sides[0], console);
     if (right == nullptr) return false;
     if (right->scopes() == std::vector<std::string>{kDefaultScope} || right->settings().empty()) {
-      console.Report(Code::kUsage, Quoted(options.sides[0]) + " has no default to compare it with",
-                     "name another side");
+      console.Report(Code::kUsage, Quoted(options.sides[0]) + " has no default to compare with", "name another side");
       return false;
     }
     left = opener.OpenDefaultOf(*right, console);
@@ -109,7 +108,7 @@ int RunSides(CommandContext& context, const Options& options) {
   CompareSidesOptions compare;
   if (!ComparisonOptions(options, &right->project(), compare, console)) return kFailed;
   if (options.rules && (left->is_bin() || right->is_bin())) {
-    console.Report(Code::kUsage, "a bin holds no rules, so --rules has nothing to compare");
+    console.Report(Code::kUsage, "bins hold no rules, so --rules has nothing to compare");
     return kMisuse;
   }
   ComparisonForm form;
@@ -121,7 +120,7 @@ int RunSides(CommandContext& context, const Options& options) {
   form.stat = options.stat;
 
   SidesComparison comparison;
-  Json settings = Json::array();
+  std::vector<std::string> settings;  // as JSON
   bool begun = false;
   const auto begin = [&] {
     if (!begun) console.Print(HeadText(left->name(), right->name(), form.colour));
@@ -129,8 +128,11 @@ int RunSides(CommandContext& context, const Options& options) {
   };
   const auto add = [&](const EntryComparison& pair) {
     begin();
-    console.Print(ComparisonText(pair, form));
-    if (console.json()) settings.push_back(ComparisonJson(pair));
+    if (console.json()) {
+      settings.push_back(Console::ElementText(ComparisonJson(pair)));
+    } else {
+      console.Print(ComparisonText(pair, form));
+    }
   };
   (void)CompareSides(*left, *right, compare, add, comparison, console);
   const std::string schema = SchemaText(comparison, form);
@@ -143,10 +145,15 @@ int RunSides(CommandContext& context, const Options& options) {
                       {"different", comparison.different},
                       {"only_left_schema", comparison.only_left_schema},
                       {"only_right_schema", comparison.only_right_schema},
-                      {"settings", std::move(settings)}};
+                      {"settings", Json::array()}};
   const bool same =
       comparison.different == 0 && comparison.only_left_schema.empty() && comparison.only_right_schema.empty();
-  return options.exit_code && !same ? kFailed : kDone;
+  const int result = options.exit_code && !same ? kFailed : kDone;
+  const auto add_settings = [&](const Console::AddElement& add_text) {
+    for (const std::string& setting : settings) add_text(setting);
+  };
+  console.StreamResult({{"settings", add_settings}}, result == kDone);
+  return result;
 }
 
 // ---- For git ----
@@ -170,7 +177,14 @@ std::string LinesText(const std::string& old_file, const std::string& new_file, 
   return (text.empty() ? "" : "  the files differ\n") + err;
 }
 
-/// Git stops at a failure, so what cannot be compared by meaning is compared line by line.
+/// What a file that git calls renamed is for now.
+std::string MovedText(const Side& left, const Side& right) {
+  if (left.settings().size() != 1 || right.settings().size() != 1) return "";
+  const std::string from = LabelText(left.settings()[0].labels), to = LabelText(right.settings()[0].labels);
+  return from == to ? "" : "  moved: " + Printable(from) + " → " + Printable(to) + "\n";
+}
+
+/// Git stops at a failure, so that what cannot be compared by meaning is compared by lines.
 int RunForGit(CommandContext& context, const Options& options) {
   Console& console = context.console;
   const std::string &path = options.sides[0], &old_file = options.sides[1], &new_file = options.sides[4];
@@ -206,7 +220,8 @@ int RunForGit(CommandContext& context, const Options& options) {
     SidesComparison comparison;
     if (compared && left != nullptr && right != nullptr) {
       compared = CompareSides(*left, *right, compare, add, comparison, faults);
-      if (compared && comparison.different == 0) lines = same_bytes ? "" : "  the same values, written differently\n";
+      if (compared && comparison.different == 0) lines = same_bytes ? "" : "  the same values, in other words\n";
+      if (compared && path != new_path) lines = MovedText(*left, *right) + lines;
     } else if (compared) {
       for (const auto* entries : {&any->versions(), &any->settings()}) {
         for (const SideEntry& entry : *entries) {
@@ -257,8 +272,8 @@ void AddDiff(CLI::App& app, CommandContext& context) {
       AddCommand(app, context, "diff", "Show what differs between two sides, by meaning",
                  "A side is a setting, a folder of a sensor, a sensor, 'default', a bin, a folder of bins, the\n"
                  "project's folder, or REVISION: and one of the tree's forms. One side alone is compared with the\n"
-                 "defaults of its modules; without any, the project with HEAD. Exits with 0 whether there are\n"
-                 "differences or not, unless --exit-code is given; with 1 when something cannot be compared.\n"
+                 "defaults of its modules; without any side, the project is compared with HEAD. The exit code\n"
+                 "is 1 if something cannot be compared, or, with --exit-code, if there are differences.\n"
                  "\n"
                  "Examples:\n"
                  "  zotuning diff                              since the last commit\n"
@@ -287,13 +302,12 @@ void AddDiff(CLI::App& app, CommandContext& context) {
             },
             ""));
   };
-  tolerance("--abs", options->absolute,
-            "Numbers that are no further apart are the same; zotuning.json is ignored then");
-  tolerance("--rel", options->relative, "The same as a part of the larger number: 0.01 is 1 %");
+  tolerance("--abs", options->absolute, "Numbers that differ by at most X are equal; zotuning.json is then ignored");
+  tolerance("--rel", options->relative, "The same, relative to the larger number: 0.01 is 1 %");
   command->add_flag("--rules", options->rules, "Compare rules as well");
   command->add_flag("--stat", options->stat, "One line per setting");
   command->add_flag("--all", options->all, "Show every difference, and every element of lists and tables");
-  command->add_flag("--exit-code", options->exit_code, "Exit with 1 when there are differences");
+  command->add_flag("--exit-code", options->exit_code, "Exit with 1 if there are differences");
   command->add_option("--color", options->color, "Colours: auto, always or never")
       ->type_name("WHEN")
       ->check(CLI::IsMember({"auto", "always", "never"}));

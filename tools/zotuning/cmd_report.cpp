@@ -67,8 +67,10 @@ int Run(CommandContext& context, const Options& options) {
   std::string line = Printable(DisplayPath(options.output)) + ": " + Count(data.settings, "setting") + ", " +
                      Count(page.size(), "byte");
   if (against != nullptr) {
+    std::string name = against->name();
+    if (name.back() == ':') name.pop_back();  // a whole revision
     line += "; " + Count(data.different, "setting") + (data.different == 1 ? " differs" : " differ") + " from " +
-            Printable(against->name());
+            Printable(name);
   }
   if (data.outside > 0) line += "; " + Count(data.outside, "value") + " outside the rules";
   console.Print(line + "\n");
@@ -86,8 +88,8 @@ void AddReport(CLI::App& app, CommandContext& context) {
   CLI::App* command =
       AddCommand(app, context, "report", "Write settings and differences as a page for a browser",
                  "The page is one file that needs nothing else: a tree of the settings with a search, their\n"
-                 "parameters with comments and rules, lists as curves, tables as maps. An existing file is\n"
-                 "replaced. What cannot be read is reported and left out, with exit code 1.\n"
+                 "parameters with comments and rules, lists as curves, tables as heat maps. An existing file\n"
+                 "is replaced. A setting that cannot be read is reported and marked; the exit code is then 1.\n"
                  "\n"
                  "Examples:\n"
                  "  zotuning report -o report.html\n"
@@ -96,8 +98,7 @@ void AddReport(CLI::App& app, CommandContext& context) {
                  "  zotuning report --against out/zo_tuning -o packed.html",
                  [&context, options] { return Run(context, *options); });
   command->add_option("SENSOR", options->scopes, "Only these sensors, or 'default'")->expected(0, -1);
-  command
-      ->add_option("--against", options->against, "Show what differs from this side, which is one as 'diff' takes it")
+  command->add_option("--against", options->against, "Show what differs from this side, as 'diff' takes it")
       ->type_name("SIDE")
       ->check(NotEmpty());
   command->add_option("-o,--output", options->output, "The page")

@@ -215,7 +215,8 @@ int ShowTable(Project& project, const std::string& path, const Options& options,
       return [&, versions](const Console::AddElement& add) {
         read_again(versions, [&](BinScanner& again) {
           if (again.is_version() != versions) return;
-          add(versions ? VersionJson(again.version()) : RecordJson(project, again.record(), texts));
+          const Json element = versions ? VersionJson(again.version()) : RecordJson(project, again.record(), texts);
+          add(Console::ElementText(element));
         });
       };
     };

@@ -35,8 +35,10 @@ struct ToJson {
   }
   /// With the digits that the type needs; what JSON has no number for is a string.
   static Json Real(double value, const std::string& text) {
-    if (value == 0) return value;  // with its sign, which an integer would lose
-    return std::isfinite(value) ? Json::parse(text, nullptr, false) : Json(text);
+    if (!std::isfinite(value)) return text;
+    if (value != 0 && text.find_first_of(".e") == text.npos) return Json::parse(text, nullptr, false);
+    std::from_chars(text.data(), text.data() + text.size(), value);
+    return value;  // a zero with its sign, which would be lost in a whole number
   }
 };
 
@@ -116,7 +118,7 @@ std::string ComparisonText(const EntryComparison& pair, const ComparisonForm& fo
   for (const Difference& difference : comparison.differences) {
     for (const std::string& line : DifferenceTexts(difference, form.all)) {
       if (form.all || lines < kShownDifferences) {
-        text += "  " + Printable(line) + "\n";
+        text.append("  ").append(Printable(line)).append("\n");
         ++lines;
       } else {
         ++unseen;

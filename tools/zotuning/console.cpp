@@ -38,10 +38,14 @@ Json ToJson(const Diagnostic& diagnostic) {
 /// character.
 std::string Dump(const Json& value, size_t indent = 0) {
   std::string text = value.dump(2, ' ', false, Json::error_handler_t::replace);
-  for (size_t end = text.find('\n'); indent > 0 && end != text.npos; end = text.find('\n', end + 1)) {
-    text.insert(end + 1, indent, ' ');
+  if (indent == 0) return text;
+  std::string indented;
+  indented.reserve(text.size() + text.size() / 4);
+  size_t begin = 0;
+  for (size_t end = text.find('\n'); end != text.npos; begin = end + 1, end = text.find('\n', begin)) {
+    indented.append(text, begin, end + 1 - begin).append(indent, ' ');
   }
-  return text;
+  return indented.append(text, begin);
 }
 
 std::string ToText(const Diagnostic& diagnostic) {
@@ -107,6 +111,7 @@ bool IsInvisible(uint32_t character) {
 
 std::string Printable(std::string_view text, bool keep_lines) {
   std::string printable;
+  printable.reserve(text.size());
   for (size_t i = 0; i < text.size();) {
     size_t plain = i;
     while (plain < text.size() && text[plain] >= 0x20 && text[plain] < 0x7F) ++plain;
@@ -197,8 +202,10 @@ void Console::WriteOut(std::string_view text) {
   if (!written && output_error_ == 0) output_error_ = errno == 0 ? EIO : errno;
 }
 
-void Console::StreamResult(const Streams& streams) {
-  if (json_) PrintObject(ok(), streams);
+std::string Console::ElementText(const Json& element) { return Dump(element, 6); }
+
+void Console::StreamResult(const Streams& streams, bool done) {
+  if (json_) PrintObject(done && ok(), streams);
 }
 
 void Console::PrintObject(bool done, const Streams& streams) {
@@ -228,8 +235,9 @@ void Console::PrintObject(bool done, const Streams& streams) {
     }
     WriteOut(text + "[");
     bool empty = true;
-    stream->second([&](const Json& element) {
-      WriteOut((empty ? "\n      " : ",\n      ") + Dump(element, 6));
+    stream->second([&](std::string_view element) {
+      WriteOut(empty ? "\n      " : ",\n      ");
+      WriteOut(element);
       empty = false;
     });
     text = empty ? "]" : "\n    ]";

@@ -34,13 +34,15 @@ class Console : public DiagnosticSink {
   void Print(std::string_view text);
   Json& result() { return result_; }
 
-  /// Receives the elements of a list one by one.
-  using AddElement = std::function<void(const Json&)>;
-  /// Members of `result` by name, each with a function that adds the elements of that list.
+  /// The text of an element of a list in `result`, much smaller than the Json.
+  static std::string ElementText(const Json& element);
+  /// Receives the texts of the elements of a list one by one.
+  using AddElement = std::function<void(std::string_view)>;
+  /// Members of `result` by name, each with what adds the elements of that list.
   using Streams = std::map<std::string, std::function<void(const AddElement&)>>;
-  /// With --json: prints the object now, and each of these lists as it is made, so that none is in memory completely.
-  /// What is reported after this goes to standard error.
-  void StreamResult(const Streams& streams);
+  /// With --json: prints the object now, and each of these lists as it is made, so that none is in memory whole. What
+  /// is reported after this goes to standard error. `done` is false where the command's exit code will not be 0.
+  void StreamResult(const Streams& streams, bool done = true);
 
   bool json() const { return json_; }
   /// Whether no error has been reported.

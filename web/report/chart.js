@@ -10,6 +10,9 @@ const PRINTED_WIDTH = 620;
 
 export const seriesColour = (i) => colour(`--series-${i % 8}`);
 
+/** Distances of ticks between whole numbers. */
+const WHOLE_STEPS = Array.from({ length: 16 }, (_, power) => [1, 2, 5].map((digit) => digit * 10 ** power)).flat();
+
 const charts = new Map();
 
 /** Lays out the charts of the page again: after a change of its width or its colours. */
@@ -24,7 +27,7 @@ const short = (number) => (number === null || number === undefined ? "–" : Str
 
 /**
  * Draws lines over one another into `holder` when it is seen. Each of `lines` has a name, `x` and `y`, and may be
- * dashed; they need not have the same x. `band` is a range to be shown, or null, and what is outside of it is marked.
+ * dashed; they need not have the same x. `band` is a range to be shown, or null, and what is outside it is marked.
  */
 export function drawCurves(holder, { lines, xName, band, height = HEIGHT, small = false }) {
   const make = () => {
@@ -43,9 +46,19 @@ export function drawCurves(holder, { lines, xName, band, height = HEIGHT, small 
       width,
       height,
       scales: { x: { time: false } },
-      legend: { show: !small },
+      legend: { show: !small, markers: { fill: (chart, i) => chart.series[i].stroke(chart, i) } },
       cursor: { drag: { x: !small, y: false } },
-      axes: [{ ...axis, size: 34, label: small ? undefined : xName, labelSize: 18, labelFont: axis.font }, axis],
+      axes: [
+        {
+          ...axis,
+          size: 34,
+          label: small ? undefined : xName,
+          labelSize: 18,
+          labelFont: axis.font,
+          ...(lines.every(({ x }) => x.every(Number.isInteger)) && { incrs: WHOLE_STEPS }),
+        },
+        axis,
+      ],
       series: [
         { label: xName, value: (_, value) => short(value) },
         ...lines.map((line, i) => ({
@@ -74,7 +87,7 @@ export function drawCurves(holder, { lines, xName, band, height = HEIGHT, small 
   else whenSeen(holder, make);
 }
 
-/** Rings around what is outside of the range. */
+/** Rings around what is outside the range. */
 function ringOutside(chart, { lo, hi }, { x, y }) {
   const { ctx } = chart;
   ctx.save();

@@ -56,6 +56,24 @@ export function bytesOf(text) {
   return bytes;
 }
 
+const REAL = new Float32Array(1);
+const BITS = new Int32Array(REAL.buffer);
+
+/** Turns the bits of a float into its place among all floats in their order, and back. */
+const ordered = (bits) => bits ^ ((bits >> 31) & 0x7fffffff);
+
+/** A column that is told by how far its numbers are above a line through those of another one. */
+export function columnBeside(other, { kind, scale, slope, offset, above }) {
+  const numbers = other.numbers.map((number, i) => {
+    const near = Math.fround(number) * slope + offset;
+    if (kind !== 5) return (Math.floor(near) + above.numbers[i]) / POWERS[scale];
+    REAL[0] = near;
+    BITS[0] = ordered(ordered(BITS[0]) + above.numbers[i]);
+    return REAL[0];
+  });
+  return new Column(kind, scale, numbers, null, null);
+}
+
 export class ColumnReader {
   constructor(bytes) {
     this.bytes = bytes;
@@ -73,7 +91,7 @@ export class ColumnReader {
     return this.bytes.subarray(this.at - size, this.at);
   }
 
-  /** A column, or the place of one in another setting. */
+  /** A column, or the place of one in another setting, beside which it may be: see columnBeside. */
   column() {
     const packed = this.bytes[this.at] >= 128;
     const kind = this.bytes[this.at] & 127;
@@ -82,6 +100,18 @@ export class ColumnReader {
     const length = this.uint32();
     if (kind === 9) return this.texts(length);
     if (kind === 10) return { place: length };
+    if (kind === 11) {
+      const at = this.at;
+      this.at += 13;
+      return {
+        place: length,
+        kind: this.bytes[at],
+        scale,
+        slope: this.view.getFloat32(at + 1, true),
+        offset: this.view.getFloat64(at + 5, true),
+        above: this.column(),
+      };
+    }
     const width = kind <= 4 ? kind : kind === 5 ? 4 : 8;
     const { buffer } = packed ? this.packed(length, width) : this.planes(length, width);
     const Array64 = { 1: Int8Array, 2: Int16Array, 4: Int32Array, 5: Float32Array, 6: Float64Array }[kind];

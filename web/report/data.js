@@ -1,6 +1,6 @@
 // The data of the page: block 0 at once, the values of a setting on demand.
 
-import { bytesOf, ColumnReader } from "./columns.js";
+import { bytesOf, ColumnReader, columnBeside } from "./columns.js";
 
 export const GROUP = 0;
 export const LIST = 1;
@@ -62,6 +62,7 @@ export class Data {
 
   constructor(json) {
     Object.assign(this, json);
+    this.against = this.against?.replace(/:$/, "") ?? null; // a whole revision
     this.layoutCache = new Map();
     this.valueCache = new Map();
     this.byLink = new Map();
@@ -117,7 +118,11 @@ export class Data {
     const differences = size === 0 ? [] : JSON.parse(new TextDecoder().decode(reader.take(size)));
     const own = layout.nodes.filter((node) => node.kind >= ARRAY).map(() => reader.column());
     const shared = own.some((list) => list.place !== undefined) ? await this.values(this.settings[setting.w]) : null;
-    const lists = own.map((list) => (list.place === undefined ? list : shared.lists[list.place]));
+    const lists = own.map((list) => {
+      if (list.place === undefined) return list;
+      const there = shared.lists[list.place];
+      return list.above ? columnBeside(there, list) : there;
+    });
     return new Values(setting, layout, scalars, lists, differences);
   }
 
@@ -180,11 +185,11 @@ export function valueText(node, column, i) {
 
 export const isBool = (node) => /^bool/i.test(node.field.t);
 
-/** Whether a number is outside of the range that its rule recommends. */
+/** Whether a number is outside the range that its rule recommends. */
 export const isOutside = (rule, number) =>
   rule?.lo !== undefined && number !== undefined && !(number >= rule.lo && number <= rule.hi);
 
-/** The places of a list that are outside of its rule. */
+/** The places of a list that are outside its rule. */
 export function outsideOf(rule, column) {
   const places = [];
   if (rule?.lo === undefined || !column.numbers) return places;
@@ -203,7 +208,7 @@ export function sizeFault(node) {
     if (wanted !== undefined && wanted !== found) faults.push(`${found} ${noun}, the rule says ${wanted}`);
   };
   if (node.kind === LIST || node.kind === ARRAY) look(rule.len, node.length, "elements");
-  if (node.kind === LIST && isOutside(rule, node.length)) faults.push(`${node.length} elements, outside of the rule`);
+  if (node.kind === LIST && isOutside(rule, node.length)) faults.push(`${node.length} elements, outside the rule`);
   if (node.kind === TABLE) {
     look(rule.row, node.rows, "rows");
     look(rule.col, node.columns, "columns");

@@ -113,7 +113,7 @@ export function heatmap({ node, table, other, against, textAt }) {
     for (let row = 0; row < rows; ++row) {
       for (let place = 0; place < columns; ++place) {
         const number = valueNow(row, place);
-        // Values outside the rule are outlined, and must not take the colours from the others.
+        // What is outside the rule is outlined, and must not take the colours from the others.
         if (!Number.isFinite(number) || isOutside(node.rule, number)) continue;
         least = Math.min(least, number);
         most = Math.max(most, number);
@@ -172,7 +172,7 @@ export function heatmap({ node, table, other, against, textAt }) {
     markCell();
     replace(low, isCut && "≤ ", short(scaleLow));
     replace(high, isCut && "≥ ", short(scaleHigh));
-    replace(marked, outside > 0 && `${count(outside, "value")} outside of the rule, outlined in red`);
+    replace(marked, outside > 0 && `${count(outside, "value")} outside the rule, outlined in red`);
     const legend = strip.getContext("2d");
     for (let x = 0; x < strip.width; ++x) {
       legend.fillStyle = css(shade(mode === "difference" ? DIVERGING : RISING, x / (strip.width - 1)));
@@ -208,7 +208,7 @@ export function heatmap({ node, table, other, against, textAt }) {
       parts.push(`${against} has ${textAt(other.column, other.at(row, place))}`);
       parts.push(difference === 0 ? "the same" : `difference ${difference > 0 ? "+" : ""}${short(difference)}`);
     }
-    if (i >= 0 && isOutside(node.rule, table.column.numbers[i])) parts.push("outside of the rule");
+    if (i >= 0 && isOutside(node.rule, table.column.numbers[i])) parts.push("outside the rule");
     replace(readout, parts.join(" · "));
     replace(rowTitle, `Row ${row}`);
     replace(columnTitle, `Column ${place}`);

@@ -133,7 +133,7 @@ export async function showModule(data, name, main, isWanted) {
     h(
       "p",
       null,
-      `${count(rows.length, "setting")}, ${count(nodes.size, "scalar")}, ${differing.length} of them not the same everywhere.`,
+      `${count(rows.length, "setting")}, ${count(nodes.size, "scalar")}, ${differing.length} of which differ.`,
     ),
     differing.length > 0 &&
       differing.length < nodes.size &&
@@ -149,7 +149,7 @@ export async function showModule(data, name, main, isWanted) {
             },
           },
         }),
-        " Also those that are the same everywhere",
+        " Show also those that are the same everywhere",
       ),
     body,
   );

@@ -12,7 +12,7 @@ export function showOverview(data, main) {
     .map((module) => module.n)
     .filter((name) => data.ofModule(name).length > 0)
     .sort();
-  const cell = (number, name) => h("td", { class: number > 0 ? `number ${name}` : "number" }, grouped(number));
+  const cell = (number, name) => h("td", { class: `number ${number > 0 ? name : "zero"}` }, grouped(number));
   replace(
     main,
     h("h2", { tabindex: "-1" }, cut(data.project || "Tuning project")),
@@ -30,7 +30,7 @@ export function showOverview(data, main) {
         `${count(unread.length, "setting")} could not be read: ${cut(unread.map((setting) => setting.p).join(", "))}`,
       ),
     table(
-      ["Scope", "Settings", data.against !== null && "That differ", "With values outside of rules"],
+      ["Scope", "Settings", data.against !== null && "That differ", "With values outside their rules"],
       data.scopes.map((scope) => {
         const own = data.shown.filter((setting) => setting.s === scope);
         return [
@@ -58,7 +58,7 @@ export function showOverview(data, main) {
       ),
     ],
     outside.length > 0 && [
-      h("h3", null, "Values outside of their rule"),
+      h("h3", null, "Values outside their rule"),
       list(outside, (setting) => `${grouped(setting.x)} outside`),
     ],
     h("h3", null, "Modules"),

@@ -82,9 +82,10 @@ export class Search {
   }
 
   section(title, items) {
+    if (items.length === 0) return null;
     return [
       h("h3", null, title),
-      items.length === 0 ? h("p", { class: "note" }, "none") : h("ul", null, items.slice(0, MAX_RESULTS)),
+      h("ul", null, items.slice(0, MAX_RESULTS)),
       items.length > MAX_RESULTS && h("p", { class: "note" }, count(items.length - MAX_RESULTS, "more result")),
     ];
   }

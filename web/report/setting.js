@@ -27,10 +27,16 @@ function ruleText(rule) {
   if (recommend && recommend !== "None") parts.push(recommend);
   if (len && len !== "-1") parts.push(`${len} elements`);
   if ((row && row !== "-1") || (col && col !== "-1")) parts.push(`${row ?? "?"} rows of ${col ?? "?"}`);
-  if (order) parts.push(`order ${order}`);
+  if (order) parts.push({ 1: "ascending", "-1": "descending" }[order] ?? `order ${order}`);
   for (const [name, text] of Object.entries(others)) parts.push(`${name} ${text}`);
   return cut(parts.join(", "), 200);
 }
+
+/** The same, to be broken between the ends of a range. */
+const ruleParts = (rule) =>
+  ruleText(rule)
+    .split(/(?<=\.\.)/)
+    .map((part, i) => [i > 0 && h("wbr"), part]);
 
 const kindText = (node) => cut(node.rule?.t.description || node.field.t, 60);
 
@@ -119,9 +125,9 @@ class SettingView {
       h(
         "div",
         { class: "choices", role: "group", "aria-label": "Parameters that are shown" },
-        button("all", "All"),
+        (setting.d > 0 || setting.x > 0) && button("all", "All"),
         setting.d > 0 && button("differences", count(setting.d, "difference")),
-        setting.x > 0 && button("outside", `${grouped(setting.x)} outside of the rule`),
+        setting.x > 0 && button("outside", `${grouped(setting.x)} outside the rule`),
       ),
       h("a", { href: `#/modules/${encodeURIComponent(setting.moduleName)}` }, "All settings side by side"),
       this.overlayPicker(),
@@ -267,10 +273,10 @@ class SettingView {
     const outside = isOutside(node.rule, this.values.number(node));
     return h(
       "span",
-      { class: `value${differs ? " differs" : ""}${outside ? " outside" : ""}` },
+      { class: `value${differs ? " differs" : ""}` },
       was !== null && [h("del", { title: this.data.against }, longText(was)), " "],
       differs ? h("ins", null, longText(text)) : longText(text),
-      outside && h("span", { class: "flag" }, " outside of the rule"),
+      outside && [" ", h("span", { class: "badge outside" }, "outside the rule")],
     );
   }
 
@@ -281,7 +287,7 @@ class SettingView {
         null,
         h("th", { scope: "row" }, this.anchor(node, node.name)),
         h("td", null, this.scalarValue(node)),
-        h("td", { class: "rule" }, ruleText(node.rule)),
+        h("td", { class: "rule" }, ruleParts(node.rule)),
         h("td", { class: "help" }, longText(node.field.d.replaceAll("\n", " "), 240)),
       );
       this.anchors.set(node.path, row);
@@ -408,7 +414,7 @@ class SettingView {
         h(
           "p",
           { class: "flag" },
-          [outside > 0 && `${count(outside, "value")} outside of the rule`, fault].filter(Boolean).join("; "),
+          [outside > 0 && `${count(outside, "value")} outside the rule`, fault].filter(Boolean).join("; "),
         ),
       lines.slice(0, 12).map((line) => h("p", { class: "difference" }, line)),
       lines.length > 12 && h("p", { class: "difference" }, count(lines.length - 12, "more line")),

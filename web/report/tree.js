@@ -63,7 +63,7 @@ export class Tree {
         { class: `line ${node.setting ? "leaf" : "branch"}` },
         h("span", { class: "name" }, mark && `${mark} `, node.name),
         badge(node.differences, "differs", "differences"),
-        badge(node.outside, "outside", "outside of rules"),
+        badge(node.outside, "outside", "outside their rules"),
       ),
     );
     item.node = node;

@@ -38,6 +38,10 @@ function example(dir, sensors, prepare = () => {}) {
 /** A page of the example as it was changed since the last commit. */
 export function changedPage(dir) {
   const project = example(`${dir}/changed`, ["main_wide", "front"]);
+  // Of full precision, so that their bits are on the page.
+  edit(`${project}/main_wide/LensShading.json`, (json) => {
+    for (const row of json.blue.gain.value) row.value = row.value.map((gain, c) => gain * 1.000123456 + c * 1e-7);
+  });
   const git = (...words) => run("git", ["-c", "user.name=n", "-c", "user.email=e", ...words], { cwd: project });
   git("init", "-q");
   git("add", "-A");
@@ -57,11 +61,13 @@ export function changedPage(dir) {
       );
     });
     json.red.gain.value[5].value[6] = 9.5;
+    for (const row of json.blue.gain.value) row.value = row.value.map((gain) => gain * 1.01);
   });
   cpSync(`${project}/default/ToneCurve.json`, `${project}/main_wide/mode_2/ToneCurve.json`);
   git("rm", "-q", "front/PdCalib.json");
   zotuning(project, "report", "--against", "HEAD:", "-o", `${dir}/changed.html`);
-  return { project, file: `${dir}/changed.html` };
+  const old = JSON.parse(git("show", "HEAD:./main_wide/LensShading.json"));
+  return { project, old, file: `${dir}/changed.html` };
 }
 
 /** Texts that would do harm if they were read as anything else. */
