@@ -4,7 +4,9 @@
 #include <google/protobuf/stubs/logging.h>
 #include <google/protobuf/stubs/strutil.h>
 
+#include <fcntl.h>
 #include <unistd.h>
+
 #include <algorithm>
 
 #include <cstdio>
@@ -28,6 +30,9 @@ const std::string kExampleDir = ZOTUNING_SOURCE_DIR "/examples/tuning_project";
 
 /// The original standard error; a target may capture what goes there.
 int g_report_descriptor = STDERR_FILENO;
+
+/// The current directory as it was at first, which the fuzzer's paths are relative to; a target may go elsewhere.
+int g_first_dir = -1;
 
 std::vector<std::string>& Log() {
   static auto* lines = new std::vector<std::string>;
@@ -196,6 +201,7 @@ void AddLogLine(int priority, const char* text) { Log().push_back(std::to_string
 void EndRun() {
   static uint64_t runs = 0;
   TakeLog();
+  Require(fchdir(g_first_dir) == 0, "the target can go back to where it was");
   if (++runs % 256 != 0) return;
   for (const std::string& path : OpenFiles()) Fail("left open: " + path);
 }
@@ -204,6 +210,7 @@ void EndRun() {
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
   g_report_descriptor = dup(STDERR_FILENO);
+  g_first_dir = open(".", O_PATH | O_DIRECTORY | O_CLOEXEC);
   if (__sanitizer_set_report_fd != nullptr)
     __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(g_report_descriptor)));
   google::protobuf::SetLogHandler(nullptr);

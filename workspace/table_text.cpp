@@ -32,9 +32,10 @@ bool ReadTable(std::string_view text, char separator, const std::string& file, s
         }
         ++at;
       }
+      const size_t quoted = cell.text.size();
       while (at < text.size() && text[at] != separator && text[at] != '\n') cell.text += text[at++];
       more = at < text.size() && text[at] == separator;
-      if (!more && !cell.text.empty() && cell.text.back() == '\r') cell.text.pop_back();
+      if (!more && cell.text.size() > quoted && cell.text.back() == '\r') cell.text.pop_back();
       at += at < text.size() ? 1 : 0;
       row.push_back(std::move(cell));
     }
