@@ -220,7 +220,7 @@ int RunForGit(CommandContext& context, const Options& options) {
     SidesComparison comparison;
     if (compared && left != nullptr && right != nullptr) {
       compared = CompareSides(*left, *right, compare, add, comparison, faults);
-      if (compared && comparison.different == 0) lines = same_bytes ? "" : "  the same values, in other words\n";
+      if (compared && comparison.different == 0) lines = same_bytes ? "" : "  the same values, written differently\n";
       if (compared && path != new_path) lines = MovedText(*left, *right) + lines;
     } else if (compared) {
       for (const auto* entries : {&any->versions(), &any->settings()}) {
