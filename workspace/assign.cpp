@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "io/directory.h"
 #include "workspace/check_json.h"
 #include "workspace/edit.h"
 #include "workspace/format.h"
@@ -14,6 +15,7 @@ namespace zotuning {
 namespace {
 
 using google::protobuf::FieldDescriptor;
+using ZO_TUNING::internal::HasSuffix;
 
 // Values are followed so deep.
 constexpr size_t kMaxDepth = 200;
@@ -378,12 +380,9 @@ bool Assign(const TypedPath& path, const Assignment& assignment, const std::stri
 }
 
 TableData::Form FormOf(const std::string& name, std::string_view text) {
-  const auto ends_with = [&](std::string_view suffix) {
-    return name.size() > suffix.size() && name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0;
-  };
-  if (ends_with(".json")) return TableData::Form::kJson;
-  if (ends_with(".csv")) return TableData::Form::kCsv;
-  if (ends_with(".tsv")) return TableData::Form::kTsv;
+  if (HasSuffix(name, ".json")) return TableData::Form::kJson;
+  if (HasSuffix(name, ".csv")) return TableData::Form::kCsv;
+  if (HasSuffix(name, ".tsv")) return TableData::Form::kTsv;
   const size_t first = text.find_first_not_of(" \t\r\n");
   if (first != std::string_view::npos && (text[first] == '[' || text[first] == '{')) return TableData::Form::kJson;
   return text.find('\t') == std::string_view::npos ? TableData::Form::kCsv : TableData::Form::kTsv;
@@ -422,13 +421,14 @@ bool TableData::ToJson(const FieldEntry& field, std::string* json, DiagnosticSin
     for (const Cell& cell : row) {
       const std::string value = CellJson(cell.text, leaf);
       if (value.empty()) {
-        Diagnostic fault(
-            Code::kBadTable,
-            cell.text.empty() ? "this cell is empty"
-                              : Quoted(Excerpt(cell.text, 40)) + " is not a value for " + leaf->type_name(),
-            cell.text.find(';') == std::string::npos ? "cell " + std::to_string(cell.column) + " of the line"
-                                                     : "cells are separated by commas, and numbers have points",
-            file_);
+        Diagnostic fault(Code::kBadTable,
+                         cell.text.empty()
+                             ? "this cell is empty"
+                             : Quoted(Excerpt(cell.text, 40)) + " is not a value for " + leaf->type_name(),
+                         cell.text.find_first_of(",;") == std::string::npos
+                             ? "cell " + std::to_string(cell.column) + " of the line"
+                             : "cells are separated by commas, and numbers have points",
+                         file_);
         fault.line = cell.line;
         fault.column = cell.column;
         sink.Add(std::move(fault));

@@ -15,13 +15,6 @@ constexpr size_t kMaxLine = 1000;
 
 constexpr std::string_view kIndents = " \t";
 
-/// Text that takes the place of another.
-struct Splice {
-  size_t begin;
-  size_t end;
-  std::string text;
-};
-
 struct Span {
   size_t begin;
   size_t end;
@@ -204,75 +197,78 @@ void JsonEdit::InsertElement(const JsonValue& list, size_t position, std::string
   ItemsOf(list).inserted.emplace(position, Insertion{"", std::move(json)});
 }
 
+/// The changes of one object or list: one splice for each run of removed items and of places to insert at, from the
+/// kept item before to that after.
+void JsonEdit::SpliceItems(const Items& changed, const Layout& layout, std::vector<Splice>& splices) const {
+  const JsonValue& container = changed.container;
+  const Gaps gaps{document_.text(), SpansOf(container), container.begin() + 1, container.end() - 1};
+  const size_t count = gaps.items.size();
+
+  // The spaces before the first item, before later ones, and before the closing bracket.
+  std::string first, later, tail, colon = layout.colon();
+  if (count > 0) {
+    first = gaps.Before(0);
+    later = count > 1 ? LastLine(gaps.Before(1)) : HasLine(first) ? LastLine(first) : layout.Space();
+    tail = gaps.Tail();
+    for (const JsonMember member : container.members()) {
+      colon = layout.ColonOf(member);
+      break;
+    }
+  } else if (std::string outer; layout.has_lines() && layout.IsAlone(container, &outer)) {
+    tail = layout.line_end() + outer;
+    first = later = tail + layout.unit();
+  } else {
+    later = layout.Space();
+  }
+  const auto item_text = [&](const Insertion& item, const std::string& before) {
+    const std::string& lines = HasLine(before) ? before : first;
+    return before + item.key + (item.key.empty() ? "" : colon) +
+           (HasLine(lines) ? layout.Shift(item.json, IndentOf(lines)) : layout.Join(item.json));
+  };
+
+  // One splice for each run of removed items and of places to insert at, from the kept item before to that after.
+  std::vector<size_t> kept;
+  for (size_t i = 0; i < count; ++i) {
+    if (changed.removed.count(i) == 0) kept.push_back(i);
+  }
+  auto insertion = changed.inserted.begin();
+  bool something = false;  // is before the place reached
+  for (size_t k = 0; k <= kept.size(); ++k) {
+    const size_t begin = k == 0 ? gaps.open : gaps.items[kept[k - 1]].end;
+    const size_t from = k == 0 ? 0 : kept[k - 1] + 1;
+    const size_t to = k == kept.size() ? count : kept[k];
+    const size_t end = k == kept.size() ? gaps.close : gaps.items[kept[k]].begin;
+    std::string inserted;
+    const bool after_item = something;
+    while (insertion != changed.inserted.end() && (k == kept.size() || insertion->first <= to)) {
+      std::string before = first;
+      if (something) before = to >= 2 ? LastLine(gaps.Before(to - 1)) : later;
+      if (!inserted.empty()) inserted += ',';
+      inserted += item_text(insertion->second, before);
+      something = true;
+      ++insertion;
+    }
+    if (from != to || !inserted.empty()) {
+      Splice splice{begin, end, ""};
+      if (after_item && (!inserted.empty() || k < kept.size())) splice.text = gaps.After(kept[k - 1]) + ",";
+      splice.text += inserted;
+      if (k < kept.size()) {
+        if (!inserted.empty()) splice.text += ',';
+        splice.text += !something ? first : to == 0 ? later : gaps.Before(to);
+      } else if (something) {
+        splice.text += tail;
+      }
+      splices.push_back(std::move(splice));
+    }
+    something = true;
+  }
+}
+
 std::string JsonEdit::Apply() const {
   const std::string_view text = document_.text();
   const Layout layout(document_);
   std::vector<Splice> splices;
-  for (const auto& [id, changed] : items_) {
-    const JsonValue& container = changed.container;
-    const Gaps gaps{text, SpansOf(container), container.begin() + 1, container.end() - 1};
-    const size_t count = gaps.items.size();
-
-    // The spaces before the first item, before later ones, and before the closing bracket.
-    std::string first, later, tail, colon = layout.colon();
-    if (count > 0) {
-      first = gaps.Before(0);
-      later = count > 1 ? LastLine(gaps.Before(1)) : HasLine(first) ? LastLine(first) : layout.Space();
-      tail = gaps.Tail();
-      for (const JsonMember member : container.members()) {
-        colon = layout.ColonOf(member);
-        break;
-      }
-    } else if (std::string outer; layout.has_lines() && layout.IsAlone(container, &outer)) {
-      tail = layout.line_end() + outer;
-      first = later = tail + layout.unit();
-    } else {
-      later = layout.Space();
-    }
-    const auto item_text = [&](const Insertion& item, const std::string& before) {
-      const std::string& lines = HasLine(before) ? before : first;
-      return before + item.key + (item.key.empty() ? "" : colon) +
-             (HasLine(lines) ? layout.Shift(item.json, IndentOf(lines)) : layout.Join(item.json));
-    };
-
-    // One splice for each run of removed items and of places to insert at, from the kept item before to that after.
-    std::vector<size_t> kept;
-    for (size_t i = 0; i < count; ++i) {
-      if (changed.removed.count(i) == 0) kept.push_back(i);
-    }
-    auto insertion = changed.inserted.begin();
-    bool something = false;  // is before the place reached
-    for (size_t k = 0; k <= kept.size(); ++k) {
-      const size_t begin = k == 0 ? gaps.open : gaps.items[kept[k - 1]].end;
-      const size_t from = k == 0 ? 0 : kept[k - 1] + 1;
-      const size_t to = k == kept.size() ? count : kept[k];
-      const size_t end = k == kept.size() ? gaps.close : gaps.items[kept[k]].begin;
-      std::string inserted;
-      const bool after_item = something;
-      while (insertion != changed.inserted.end() && (k == kept.size() || insertion->first <= to)) {
-        std::string before = first;
-        if (something) before = to >= 2 ? LastLine(gaps.Before(to - 1)) : later;
-        if (!inserted.empty()) inserted += ',';
-        inserted += item_text(insertion->second, before);
-        something = true;
-        ++insertion;
-      }
-      if (from != to || !inserted.empty()) {
-        Splice splice{begin, end, ""};
-        if (after_item && (!inserted.empty() || k < kept.size())) splice.text = gaps.After(kept[k - 1]) + ",";
-        splice.text += inserted;
-        if (k < kept.size()) {
-          if (!inserted.empty()) splice.text += ',';
-          splice.text += !something ? first : to == 0 ? later : gaps.Before(to);
-        } else if (something) {
-          splice.text += tail;
-        }
-        splices.push_back(std::move(splice));
-      }
-      something = true;
-    }
-  }
-
+  for (const auto& [id, changed] : items_) SpliceItems(changed, layout, splices);
   for (const auto& [begin, replacement] : replaced_) {
     std::string indent;
     const bool lines = layout.has_lines() && layout.IsAtLineOf(begin, &indent);

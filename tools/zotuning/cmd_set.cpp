@@ -105,11 +105,6 @@ int PlanNew(Project& project, const LabelChoice& choice, const Selection& select
   }
   if (!CheckLevels(project, choice, console)) return kMisuse;
   for (const std::string& scope : choice.scopes) {
-    if (!IsDirectory(project.layout().ScopeDir(scope))) {
-      console.Report(Code::kMissingFolder, "the folder of the sensor " + Quoted(scope) + " is missing", "",
-                     DisplayPath(project.layout().ScopeDir(scope)));
-      return kFailed;
-    }
     std::vector<std::vector<int>> values;
     for (std::vector<int>& each : choice.Combine()) {
       const std::string path = project.dir() + "/" + project.SettingPath(scope, each);
@@ -235,11 +230,7 @@ void AddSet(CLI::App& app, CommandContext& context) {
       "  zotuning set 'zones[*].weight*=0.9' --where module=AfCommon --dry-run | git apply",
       [&context, options] { return Run(context, *options); });
   command->add_option("PATH=VALUE", options->assignments, "What to set; a PATH alone with --from")->required();
-  command
-      ->add_option("--where", options->where,
-                   "Settings with these label values; 'sensor=S' chooses a sensor or 'default', 'mode=' settings "
-                   "without a mode")
-      ->type_name("LABEL=VALUE");
+  AddWhere(*command, options->where);
   command->add_option("--from", options->from, "Take the values from this JSON, CSV or TSV file; '-' is standard input")
       ->type_name("FILE")
       ->check(NotEmpty());

@@ -37,6 +37,9 @@ std::unique_ptr<Project> LoadProject(CommandContext& context, int& code);
 /// {"module": "AfCommon", "mode": 1}, the labels that are set.
 Json LabelJson(const Project& project, const std::vector<int>& values);
 
+/// Adds the option that chooses settings by labels.
+void AddWhere(CLI::App& command, std::vector<std::string>& where);
+
 /// For an option whose value names a file: an unset variable of a shell must not read as the default.
 inline CLI::Validator NotEmpty() {
   return CLI::Validator([](std::string& text) { return std::string(text.empty() ? "a name is expected" : ""); }, "");
