@@ -34,6 +34,9 @@ class ChangeSet {
   /// A directory that is removed at the end if it is empty then. Named from the inner ones to the outer ones.
   void RemoveIfEmpty(std::string dir) { emptied_.push_back(std::move(dir)); }
 
+  /// Adds the changes of another set after these.
+  void Append(ChangeSet other);
+
   bool empty() const { return changes_.empty(); }
   /// In the order in which they were named.
   const std::vector<FileChange>& changes() const { return changes_; }
@@ -51,6 +54,8 @@ class ChangeSet {
   bool Apply(DiagnosticSink& sink) const;
 
  private:
+  struct FileStates;
+
   bool Check(DiagnosticSink& sink) const;
 
   std::vector<FileChange> changes_;

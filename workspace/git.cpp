@@ -164,6 +164,14 @@ bool GitRepository::List(const std::string& revision, std::map<std::string, GitF
   return true;
 }
 
+std::string GitRepository::RevisionBefore(const std::string& files) const {
+  CollectingSink none;
+  std::string out;
+  if (!Run({"status", "--porcelain", "--", files}, out, "", none) || !out.empty()) return "HEAD";
+  if (!Run({"log", "-1", "--format=%H", "--", files}, out, "", none) || out.empty()) return "HEAD";
+  return out.substr(0, out.find('\n')) + "^";
+}
+
 bool GitRepository::StartReading(DiagnosticSink& sink) {
   Pipe in, out;
   if (!in.Open() || !out.Open()) {
