@@ -309,6 +309,45 @@ std::string CellJson(const std::string& text, const FieldDescriptor* field) {
 
 std::string CellText(const JsonValue& value) { return value.is_string() ? value.String() : OneLine(value); }
 
+/// The values of matches, which are all there, as rows of cells. False after an error.
+bool WriteTable(const std::vector<Match>& matches, char separator, const std::string& file, std::string* text,
+                DiagnosticSink& sink) {
+  for (size_t begin = 0; begin < matches.size();) {
+    const size_t end = EndOfLine(matches, begin);
+    std::vector<std::string> cells;
+    const auto end_row = [&] {
+      if (!cells.empty()) WriteRow(cells, separator, text);
+      cells.clear();
+    };
+    for (; begin < end; ++begin) {
+      const Match& match = matches[begin];
+      const TypeTable* row_type = RowType(*match.field);
+      std::vector<JsonValue> values;
+      if (match.is_list && row_type != nullptr) {
+        for (const JsonValue row : match.value.elements()) {
+          values.clear();
+          Flatten(RowValues(row, *row_type), values);
+          for (const JsonValue& value : values) cells.push_back(CellText(value));
+          end_row();
+        }
+        continue;
+      }
+      if (match.field->message != nullptr) {
+        sink.Report(Code::kBadAssignment, Quoted(match.path.ToString()) + " holds structures, which are no table",
+                    "name a field, as in modes[*].name, or take --format json", file);
+        return false;
+      }
+      Flatten(match.value, values);
+      for (size_t i = 0; i < values.size(); ++i) {
+        if (match.columns > 0 && i > 0 && i % match.columns == 0) end_row();
+        cells.push_back(CellText(values[i]));
+      }
+    }
+    end_row();
+  }
+  return true;
+}
+
 }  // namespace
 
 std::optional<Assignment> ParseAssignment(std::string_view text, std::string* why) {
@@ -507,58 +546,23 @@ bool WriteMatches(const std::vector<Match>& matches, TableData::Form form, const
     sink.Report(Code::kNoMatch, "there is no " + Quoted(match.path.ToString()), "", file);
     return false;
   }
-  if (form == TableData::Form::kJson) {
-    if (matches.size() == 1) {
-      const Match& match = matches[0];
-      *text += FormatValue(match.value, match.field->descriptor, match.columns).value_or(OneLine(match.value)) + "\n";
-      return true;
-    }
-    std::string lines;
-    size_t count = 0;
-    for (size_t begin = 0; begin < matches.size(); ++count) {
-      const size_t end = EndOfLine(matches, begin);
-      std::vector<JsonValue> values;
-      for (; begin < end; ++begin) values.push_back(matches[begin].value);
-      lines +=
-          (count == 0 ? "" : ",\n ") + (values.size() == 1 ? OneLine(values[0]) : ListOf(values, 0, values.size()));
-    }
-    *text += count == 1 ? lines + "\n" : "[\n " + lines + "\n]\n";
+  if (form != TableData::Form::kJson) {
+    return WriteTable(matches, form == TableData::Form::kCsv ? ',' : '\t', file, text, sink);
+  }
+  if (matches.size() == 1) {
+    const Match& match = matches[0];
+    *text += FormatValue(match.value, match.field->descriptor, match.columns).value_or(OneLine(match.value)) + "\n";
     return true;
   }
-  const char separator = form == TableData::Form::kCsv ? ',' : '\t';
-  for (size_t begin = 0; begin < matches.size();) {
+  std::string lines;
+  size_t count = 0;
+  for (size_t begin = 0; begin < matches.size(); ++count) {
     const size_t end = EndOfLine(matches, begin);
-    std::vector<std::string> cells;
-    const auto end_row = [&] {
-      if (!cells.empty()) WriteRow(cells, separator, text);
-      cells.clear();
-    };
-    for (; begin < end; ++begin) {
-      const Match& match = matches[begin];
-      const TypeTable* row_type = RowType(*match.field);
-      std::vector<JsonValue> values;
-      if (match.is_list && row_type != nullptr) {
-        for (const JsonValue row : match.value.elements()) {
-          values.clear();
-          Flatten(RowValues(row, *row_type), values);
-          for (const JsonValue& value : values) cells.push_back(CellText(value));
-          end_row();
-        }
-        continue;
-      }
-      if (match.field->message != nullptr) {
-        sink.Report(Code::kBadAssignment, Quoted(match.path.ToString()) + " holds structures, which are no table",
-                    "name a field, as in modes[*].name, or take --format json", file);
-        return false;
-      }
-      Flatten(match.value, values);
-      for (size_t i = 0; i < values.size(); ++i) {
-        if (match.columns > 0 && i > 0 && i % match.columns == 0) end_row();
-        cells.push_back(CellText(values[i]));
-      }
-    }
-    end_row();
+    std::vector<JsonValue> values;
+    for (; begin < end; ++begin) values.push_back(matches[begin].value);
+    lines += (count == 0 ? "" : ",\n ") + (values.size() == 1 ? OneLine(values[0]) : ListOf(values, 0, values.size()));
   }
+  *text += count == 1 ? lines + "\n" : "[\n " + lines + "\n]\n";
   return true;
 }
 

@@ -63,6 +63,15 @@ struct Gaps {
   std::string Tail() const { return std::string(text.substr(items.back().end, close - items.back().end)); }
 };
 
+/// The spaces before the first item, before later ones, and before the closing bracket; and what is between key and
+/// value.
+struct Spacing {
+  std::string first;
+  std::string later;
+  std::string tail;
+  std::string colon;
+};
+
 }  // namespace
 
 const FieldDescriptor* FieldOfKey(const Descriptor* type, std::string_view key) {
@@ -115,16 +124,36 @@ class JsonEdit::Layout {
     }
   }
 
-  const std::string& unit() const { return unit_; }
-  const std::string& line_end() const { return line_end_; }
   bool has_lines() const { return has_lines_; }
-  const std::string& colon() const { return colon_; }
   /// Between items in one line.
   std::string Space() const { return colon_.back() == ' ' ? " " : ""; }
 
   std::string ColonOf(const JsonMember& member) const {
     std::string colon(text_.substr(member.key_end(), member.value().begin() - member.key_end()));
     return HasLine(colon) ? ": " : colon;
+  }
+
+  /// As the items of `container` have it, or as new ones in it are to have it.
+  Spacing SpacingOf(const JsonValue& container, const Gaps& gaps) const {
+    const size_t count = gaps.items.size();
+    if (count > 0) {
+      const std::string first = gaps.Before(0);
+      std::string colon = colon_;
+      for (const JsonMember member : container.members()) {
+        colon = ColonOf(member);
+        break;
+      }
+      return {first,
+              count > 1        ? LastLine(gaps.Before(1))
+              : HasLine(first) ? LastLine(first)
+                               : Space(),
+              gaps.Tail(), colon};
+    }
+    if (std::string outer; has_lines_ && IsAlone(container, &outer)) {
+      const std::string line = line_end_ + outer + unit_;
+      return {line, line, line_end_ + outer, colon_};
+    }
+    return {"", Space(), "", colon_};
   }
 
   /// Whether `offset` is in a line of bearable length, whose indentation is put into `indent`.
@@ -204,25 +233,10 @@ void JsonEdit::SpliceItems(const Items& changed, const Layout& layout, std::vect
   const Gaps gaps{document_.text(), SpansOf(container), container.begin() + 1, container.end() - 1};
   const size_t count = gaps.items.size();
 
-  // The spaces before the first item, before later ones, and before the closing bracket.
-  std::string first, later, tail, colon = layout.colon();
-  if (count > 0) {
-    first = gaps.Before(0);
-    later = count > 1 ? LastLine(gaps.Before(1)) : HasLine(first) ? LastLine(first) : layout.Space();
-    tail = gaps.Tail();
-    for (const JsonMember member : container.members()) {
-      colon = layout.ColonOf(member);
-      break;
-    }
-  } else if (std::string outer; layout.has_lines() && layout.IsAlone(container, &outer)) {
-    tail = layout.line_end() + outer;
-    first = later = tail + layout.unit();
-  } else {
-    later = layout.Space();
-  }
+  const Spacing space = layout.SpacingOf(container, gaps);
   const auto item_text = [&](const Insertion& item, const std::string& before) {
-    const std::string& lines = HasLine(before) ? before : first;
-    return before + item.key + (item.key.empty() ? "" : colon) +
+    const std::string& lines = HasLine(before) ? before : space.first;
+    return before + item.key + (item.key.empty() ? "" : space.colon) +
            (HasLine(lines) ? layout.Shift(item.json, IndentOf(lines)) : layout.Join(item.json));
   };
 
@@ -241,8 +255,8 @@ void JsonEdit::SpliceItems(const Items& changed, const Layout& layout, std::vect
     std::string inserted;
     const bool after_item = something;
     while (insertion != changed.inserted.end() && (k == kept.size() || insertion->first <= to)) {
-      std::string before = first;
-      if (something) before = to >= 2 ? LastLine(gaps.Before(to - 1)) : later;
+      std::string before = space.first;
+      if (something) before = to >= 2 ? LastLine(gaps.Before(to - 1)) : space.later;
       if (!inserted.empty()) inserted += ',';
       inserted += item_text(insertion->second, before);
       something = true;
@@ -254,9 +268,9 @@ void JsonEdit::SpliceItems(const Items& changed, const Layout& layout, std::vect
       splice.text += inserted;
       if (k < kept.size()) {
         if (!inserted.empty()) splice.text += ',';
-        splice.text += !something ? first : to == 0 ? later : gaps.Before(to);
+        splice.text += !something ? space.first : to == 0 ? space.later : gaps.Before(to);
       } else if (something) {
-        splice.text += tail;
+        splice.text += space.tail;
       }
       splices.push_back(std::move(splice));
     }

@@ -146,6 +146,34 @@ bool Change(Project& project, const Selection& selection, const Values& values, 
          CheckSettingText(project.schema(), file, changed.after, module.module.type, Fields::kAll, console);
 }
 
+/// Makes the changes, or prints them. The exit code.
+int Write(const Project& project, std::vector<Changed>& changes, bool dry_run, Console& console) {
+  ChangeSet set;
+  std::vector<std::vector<std::string>> rows;
+  Json settings = Json::array();
+  for (Changed& changed : changes) {
+    const Setting& setting = changed.selected.setting;
+    const bool same = !changed.is_new && changed.before == changed.after;
+    const std::string state = same ? "unchanged" : changed.is_new ? "made" : "changed";
+    rows.push_back({DisplayPath(setting.path), state});
+    settings.push_back(
+        {{"file", DisplayPath(setting.path)}, {"labels", LabelJson(project, setting.values)}, {"state", state}});
+    changed.is_new ? set.Create(setting.path, std::move(changed.after))
+                   : set.Replace(setting.path, std::move(changed.before), std::move(changed.after));
+  }
+  if (dry_run) {
+    const std::string diff = set.Diff(project.dir());
+    console.Print(diff);
+    console.result()["diff"] = diff;
+  } else if (!set.Apply(console)) {
+    return kFailed;
+  } else {
+    console.Print(Table(rows));
+  }
+  console.result()["settings"] = std::move(settings);
+  return kDone;
+}
+
 int Run(CommandContext& context, const Options& options) {
   Console& console = context.console;
   Values values;
@@ -186,30 +214,7 @@ int Run(CommandContext& context, const Options& options) {
     return kFailed;
   }
 
-  ChangeSet set;
-  std::vector<std::vector<std::string>> rows;
-  Json settings = Json::array();
-  for (Changed& changed : changes) {
-    const Setting& setting = changed.selected.setting;
-    const bool same = !changed.is_new && changed.before == changed.after;
-    const std::string state = same ? "unchanged" : changed.is_new ? "made" : "changed";
-    rows.push_back({DisplayPath(setting.path), state});
-    settings.push_back(
-        {{"file", DisplayPath(setting.path)}, {"labels", LabelJson(*project, setting.values)}, {"state", state}});
-    changed.is_new ? set.Create(setting.path, std::move(changed.after))
-                   : set.Replace(setting.path, std::move(changed.before), std::move(changed.after));
-  }
-  if (options.dry_run) {
-    const std::string diff = set.Diff(project->dir());
-    console.Print(diff);
-    console.result()["diff"] = diff;
-  } else if (!set.Apply(console)) {
-    return kFailed;
-  } else {
-    console.Print(Table(rows));
-  }
-  console.result()["settings"] = std::move(settings);
-  return kDone;
+  return Write(*project, changes, options.dry_run, console);
 }
 
 }  // namespace
