@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "io/directory.h"
 #include "workspace/check_json.h"
 #include "workspace/edit.h"
 #include "workspace/format.h"
@@ -14,6 +15,7 @@ namespace zotuning {
 namespace {
 
 using google::protobuf::FieldDescriptor;
+using ZO_TUNING::internal::HasSuffix;
 
 // How deep values are followed.
 constexpr size_t kMaxDepth = 200;
@@ -307,6 +309,45 @@ std::string CellJson(const std::string& text, const FieldDescriptor* field) {
 
 std::string CellText(const JsonValue& value) { return value.is_string() ? value.String() : OneLine(value); }
 
+/// The values of matches, which are all there, as rows of cells. False after an error.
+bool WriteTable(const std::vector<Match>& matches, char separator, const std::string& file, std::string* text,
+                DiagnosticSink& sink) {
+  for (size_t begin = 0; begin < matches.size();) {
+    const size_t end = EndOfLine(matches, begin);
+    std::vector<std::string> cells;
+    const auto end_row = [&] {
+      if (!cells.empty()) WriteRow(cells, separator, text);
+      cells.clear();
+    };
+    for (; begin < end; ++begin) {
+      const Match& match = matches[begin];
+      const TypeTable* row_type = RowType(*match.field);
+      std::vector<JsonValue> values;
+      if (match.is_list && row_type != nullptr) {
+        for (const JsonValue row : match.value.elements()) {
+          values.clear();
+          Flatten(RowValues(row, *row_type), values);
+          for (const JsonValue& value : values) cells.push_back(CellText(value));
+          end_row();
+        }
+        continue;
+      }
+      if (match.field->message != nullptr) {
+        sink.Report(Code::kBadAssignment, Quoted(match.path.ToString()) + " holds structures, which are no table",
+                    "name a field, as in modes[*].name, or take --format json", file);
+        return false;
+      }
+      Flatten(match.value, values);
+      for (size_t i = 0; i < values.size(); ++i) {
+        if (match.columns > 0 && i > 0 && i % match.columns == 0) end_row();
+        cells.push_back(CellText(values[i]));
+      }
+    }
+    end_row();
+  }
+  return true;
+}
+
 }  // namespace
 
 std::optional<Assignment> ParseAssignment(std::string_view text, std::string* why) {
@@ -378,12 +419,9 @@ bool Assign(const TypedPath& path, const Assignment& assignment, const std::stri
 }
 
 TableData::Form FormOf(const std::string& name, std::string_view text) {
-  const auto ends_with = [&](std::string_view suffix) {
-    return name.size() > suffix.size() && name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0;
-  };
-  if (ends_with(".json")) return TableData::Form::kJson;
-  if (ends_with(".csv")) return TableData::Form::kCsv;
-  if (ends_with(".tsv")) return TableData::Form::kTsv;
+  if (HasSuffix(name, ".json")) return TableData::Form::kJson;
+  if (HasSuffix(name, ".csv")) return TableData::Form::kCsv;
+  if (HasSuffix(name, ".tsv")) return TableData::Form::kTsv;
   const size_t first = text.find_first_not_of(" \t\r\n");
   if (first != std::string_view::npos && (text[first] == '[' || text[first] == '{')) return TableData::Form::kJson;
   return text.find('\t') == std::string_view::npos ? TableData::Form::kCsv : TableData::Form::kTsv;
@@ -422,13 +460,14 @@ bool TableData::ToJson(const FieldEntry& field, std::string* json, DiagnosticSin
     for (const Cell& cell : row) {
       const std::string value = CellJson(cell.text, leaf);
       if (value.empty()) {
-        Diagnostic fault(
-            Code::kBadTable,
-            cell.text.empty() ? "this cell is empty"
-                              : Quoted(Excerpt(cell.text, 40)) + " is not a value for " + leaf->type_name(),
-            cell.text.find(';') == std::string::npos ? "cell " + std::to_string(cell.column) + " of the line"
-                                                     : "cells are separated by commas, and numbers have points",
-            file_);
+        Diagnostic fault(Code::kBadTable,
+                         cell.text.empty()
+                             ? "this cell is empty"
+                             : Quoted(Excerpt(cell.text, 40)) + " is not a value for " + leaf->type_name(),
+                         cell.text.find_first_of(",;") == std::string::npos
+                             ? "cell " + std::to_string(cell.column) + " of the line"
+                             : "cells are separated by commas, and numbers have points",
+                         file_);
         fault.line = cell.line;
         fault.column = cell.column;
         sink.Add(std::move(fault));
@@ -507,59 +546,23 @@ bool WriteMatches(const std::vector<Match>& matches, TableData::Form form, const
     sink.Report(Code::kNoMatch, "there is no " + Quoted(match.path.ToString()), "", file);
     return false;
   }
-  if (form == TableData::Form::kJson) {
-    if (matches.size() == 1) {
-      const Match& match = matches[0];
-      *text += FormatValue(match.value, match.field->descriptor, match.columns).value_or(OneLine(match.value)) + "\n";
-      return true;
-    }
-    std::string lines;
-    size_t count = 0;
-    for (size_t begin = 0; begin < matches.size(); ++count) {
-      const size_t end = EndOfLine(matches, begin);
-      std::vector<JsonValue> values;
-      for (; begin < end; ++begin) values.push_back(matches[begin].value);
-      lines +=
-          (count == 0 ? "" : ",\n ") + (values.size() == 1 ? OneLine(values[0]) : ListOf(values, 0, values.size()));
-    }
-    *text += count == 1 ? lines + "\n" : "[\n " + lines + "\n]\n";
+  if (form != TableData::Form::kJson) {
+    return WriteTable(matches, form == TableData::Form::kCsv ? ',' : '\t', file, text, sink);
+  }
+  if (matches.size() == 1) {
+    const Match& match = matches[0];
+    *text += FormatValue(match.value, match.field->descriptor, match.columns).value_or(OneLine(match.value)) + "\n";
     return true;
   }
-  const char separator = form == TableData::Form::kCsv ? ',' : '\t';
-  for (size_t begin = 0; begin < matches.size();) {
+  std::string lines;
+  size_t count = 0;
+  for (size_t begin = 0; begin < matches.size(); ++count) {
     const size_t end = EndOfLine(matches, begin);
-    std::vector<std::string> cells;
-    const auto end_row = [&] {
-      if (!cells.empty()) WriteRow(cells, separator, text);
-      cells.clear();
-    };
-    for (; begin < end; ++begin) {
-      const Match& match = matches[begin];
-      const TypeTable* row_type = RowType(*match.field);
-      std::vector<JsonValue> values;
-      if (match.is_list && row_type != nullptr) {
-        for (const JsonValue row : match.value.elements()) {
-          values.clear();
-          Flatten(RowValues(row, *row_type), values);
-          for (const JsonValue& value : values) cells.push_back(CellText(value));
-          end_row();
-        }
-        continue;
-      }
-      if (match.field->message != nullptr) {
-        sink.Report(Code::kBadAssignment,
-                    Quoted(match.path.ToString()) + " holds structures, which do not form a table",
-                    "name a field, as in modes[*].name, or use --format json", file);
-        return false;
-      }
-      Flatten(match.value, values);
-      for (size_t i = 0; i < values.size(); ++i) {
-        if (match.columns > 0 && i > 0 && i % match.columns == 0) end_row();
-        cells.push_back(CellText(values[i]));
-      }
-    }
-    end_row();
+    std::vector<JsonValue> values;
+    for (; begin < end; ++begin) values.push_back(matches[begin].value);
+    lines += (count == 0 ? "" : ",\n ") + (values.size() == 1 ? OneLine(values[0]) : ListOf(values, 0, values.size()));
   }
+  *text += count == 1 ? lines + "\n" : "[\n " + lines + "\n]\n";
   return true;
 }
 

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <set>
 #include <system_error>
@@ -259,6 +260,11 @@ void ChangeSet::Rename(std::string old_path, std::string new_path, std::string o
   changes_.push_back({std::move(new_path), std::move(old_path), std::move(old_text), std::move(new_text)});
 }
 
+void ChangeSet::Append(ChangeSet other) {
+  std::move(other.changes_.begin(), other.changes_.end(), std::back_inserter(changes_));
+  std::move(other.emptied_.begin(), other.emptied_.end(), std::back_inserter(emptied_));
+}
+
 std::string ChangeSet::Diff(const std::string& base) const {
   const DiffPaths paths(base);
   std::string text;
@@ -311,77 +317,93 @@ bool ChangeSet::Check(DiagnosticSink& sink) const {
   return good;
 }
 
-bool ChangeSet::Apply(DiagnosticSink& sink) const {
-  const HoldSignals hold;
-  if (!Check(sink)) return false;
-  // Which text each path has before and after; none if there is no file.
+/// Which text each path has before and after, and what was made on the way.
+struct ChangeSet::FileStates {
+  /// Texts are null where there is no file.
   struct State {
     const std::string* before = nullptr;
     const std::string* after = nullptr;
     mode_t mode_before = 0;
     mode_t mode_after = 0;  ///< of a file renamed from elsewhere, else 0
   };
-  std::map<std::string, State> states;
-  for (const FileChange& change : changes_) {
-    if (change.old_text) {
-      states[change.old_path].before = &*change.old_text;
-      states[change.old_path].mode_before = ModeOf(change.old_path);
+
+  explicit FileStates(const std::vector<FileChange>& changes) {
+    for (const FileChange& change : changes) {
+      if (change.old_text) {
+        states[change.old_path].before = &*change.old_text;
+        states[change.old_path].mode_before = ModeOf(change.old_path);
+      }
+      if (change.new_text) states[change.path].after = &*change.new_text;
+      if (change.old_path != change.path) states[change.path].mode_after = ModeOf(change.old_path);
     }
-    if (change.new_text) states[change.path].after = &*change.new_text;
-    if (change.old_path != change.path) states[change.path].mode_after = ModeOf(change.old_path);
-  }
-  // Nothing is removed until everything is written.
-  std::vector<std::string> order;
-  for (const bool removed : {false, true}) {
-    for (const FileChange& change : changes_) {
-      if (change.new_text && !removed) order.push_back(change.path);
-      if (removed && states[change.old_path].after == nullptr) order.push_back(change.old_path);
+    // Nothing is removed before everything is written.
+    for (const bool removed : {false, true}) {
+      for (const FileChange& change : changes) {
+        if (change.new_text && !removed) order.push_back(change.path);
+        if (removed && states[change.old_path].after == nullptr) order.push_back(change.old_path);
+      }
     }
   }
 
-  std::vector<std::string> made;
-  const auto put = [&](const std::string& path, const std::string* text, mode_t mode, DiagnosticSink& to) {
-    if (text == nullptr) return unlink(path.c_str()) == 0 || ReportSystemError("remove", path, errno, to);
-    return MakeDirectories(FolderOf(path), to, &made) && ReplaceFile(path, *text, to) &&
-           (mode == 0 || chmod(path.c_str(), mode) == 0 || ReportSystemError("set the mode of", path, errno, to));
-  };
+  /// Makes a path hold `text`, or nothing.
+  bool Put(const std::string& path, const std::string* text, mode_t mode, DiagnosticSink& sink) {
+    if (text == nullptr) return unlink(path.c_str()) == 0 || ReportSystemError("remove", path, errno, sink);
+    return MakeDirectories(FolderOf(path), sink, &made) && ReplaceFile(path, *text, sink) &&
+           (mode == 0 || chmod(path.c_str(), mode) == 0 || ReportSystemError("set the mode of", path, errno, sink));
+  }
+
+  /// Puts back the first `count` paths. The number of those that stayed changed, each of which is reported.
+  size_t PutBack(size_t count, DiagnosticSink& sink) {
+    size_t kept = 0;
+    for (size_t i = count; i > 0; --i) {
+      const std::string& path = order[i - 1];
+      const State& state = states[path];
+      CollectingSink silent;
+      std::string found;
+      const bool is_there = Exists(path) && ReadFile(path, found, silent);
+      if (state.before == nullptr ? !Exists(path) : is_there && found == *state.before) continue;
+      CollectingSink reasons;
+      if (Put(path, state.before, state.mode_before, reasons)) continue;
+      ++kept;
+      const char* what = state.after == nullptr ? "removed" : state.before == nullptr ? "made" : "changed";
+      sink.Report(Code::kPartlyWritten,
+                  std::string("this file was ") + what + " and cannot be put back: " + reasons.diagnostics()[0].message,
+                  "", DisplayPath(path));
+    }
+    for (auto dir = made.rbegin(); dir != made.rend(); ++dir) (void)rmdir(dir->c_str());
+    return kept;
+  }
+
+  std::map<std::string, State> states;
+  std::vector<std::string> order;  ///< in which paths are written or removed
+  std::vector<std::string> made;   ///< directories
+};
+
+bool ChangeSet::Apply(DiagnosticSink& sink) const {
+  const HoldSignals hold;
+  if (!Check(sink)) return false;
+  FileStates files(changes_);
   size_t done = 0;
-  while (done < order.size()) {
-    const State& state = states[order[done]];
-    if (!put(order[done], state.after, state.mode_after, sink)) break;
+  for (const std::string& path : files.order) {
+    const FileStates::State& state = files.states[path];
+    if (!files.Put(path, state.after, state.mode_after, sink)) break;
     ++done;
   }
-  if (done == order.size()) {
+  const size_t count = files.order.size();
+  if (done == count) {
     for (const std::string& dir : emptied_) (void)rmdir(dir.c_str());
     return true;
   }
-
-  size_t kept = 0;
   // The one that failed may have been written as well.
-  for (size_t i = std::min(done + 1, order.size()); i > 0; --i) {
-    const std::string& path = order[i - 1];
-    const State& state = states[path];
-    CollectingSink silent;
-    std::string found;
-    const bool is_there = Exists(path) && ReadFile(path, found, silent);
-    if (state.before == nullptr ? !Exists(path) : is_there && found == *state.before) continue;
-    CollectingSink reasons;
-    if (put(path, state.before, state.mode_before, reasons)) continue;
-    ++kept;
-    const char* what = state.after == nullptr ? "removed" : state.before == nullptr ? "made" : "changed";
-    sink.Report(Code::kPartlyWritten,
-                std::string("this file was ") + what + " and cannot be put back: " + reasons.diagnostics()[0].message,
-                "", DisplayPath(path));
-  }
-  for (auto dir = made.rbegin(); dir != made.rend(); ++dir) (void)rmdir(dir->c_str());
+  const size_t kept = files.PutBack(done + 1, sink);
   if (kept == 0) {
     sink.Report(Code::kPartlyWritten, done == 0
                                           ? "nothing was changed"
                                           : "nothing was changed: " + Count(done, "file") + " written before it " +
                                                 (done == 1 ? "was" : "were") + " put back");
   } else {
-    sink.Report(Code::kPartlyWritten, Count(kept, "file") + " of " + std::to_string(order.size()) +
-                                          " stayed changed; the others are as they were");
+    sink.Report(Code::kPartlyWritten,
+                Count(kept, "file") + " of " + std::to_string(count) + " stayed changed; the others are as they were");
   }
   return false;
 }

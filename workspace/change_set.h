@@ -32,6 +32,9 @@ class ChangeSet {
   /// A directory to remove at the end if it is then empty. Name inner ones before outer ones.
   void RemoveIfEmpty(std::string dir) { emptied_.push_back(std::move(dir)); }
 
+  /// Adds the changes of another set after these.
+  void Append(ChangeSet other);
+
   bool empty() const { return changes_.empty(); }
   /// In the order in which they were added.
   const std::vector<FileChange>& changes() const { return changes_; }
@@ -48,6 +51,8 @@ class ChangeSet {
   bool Apply(DiagnosticSink& sink) const;
 
  private:
+  struct FileStates;
+
   bool Check(DiagnosticSink& sink) const;
 
   std::vector<FileChange> changes_;

@@ -15,13 +15,6 @@ constexpr size_t kMaxLine = 1000;
 
 constexpr std::string_view kIndents = " \t";
 
-/// Text that replaces other text.
-struct Splice {
-  size_t begin;
-  size_t end;
-  std::string text;
-};
-
 struct Span {
   size_t begin;
   size_t end;
@@ -68,6 +61,15 @@ struct Gaps {
   }
   /// After the last item, including a comma if there is one.
   std::string Tail() const { return std::string(text.substr(items.back().end, close - items.back().end)); }
+};
+
+/// The spaces before the first item, before later ones, and before the closing bracket; and what is between key and
+/// value.
+struct Spacing {
+  std::string first;
+  std::string later;
+  std::string tail;
+  std::string colon;
 };
 
 }  // namespace
@@ -122,11 +124,8 @@ class JsonEdit::Layout {
     }
   }
 
-  const std::string& unit() const { return unit_; }
-  const std::string& line_end() const { return line_end_; }
   bool has_lines() const { return has_lines_; }
-  const std::string& colon() const { return colon_; }
-  /// Between items on one line.
+  /// Between items in one line.
   std::string Space() const { return colon_.back() == ' ' ? " " : ""; }
 
   std::string ColonOf(const JsonMember& member) const {
@@ -134,7 +133,30 @@ class JsonEdit::Layout {
     return HasLine(colon) ? ": " : colon;
   }
 
-  /// Whether `offset` is in a line of acceptable length, whose indentation is put into `indent`.
+  /// As the items of `container` have it, or as new ones in it are to have it.
+  Spacing SpacingOf(const JsonValue& container, const Gaps& gaps) const {
+    const size_t count = gaps.items.size();
+    if (count > 0) {
+      const std::string first = gaps.Before(0);
+      std::string colon = colon_;
+      for (const JsonMember member : container.members()) {
+        colon = ColonOf(member);
+        break;
+      }
+      return {first,
+              count > 1        ? LastLine(gaps.Before(1))
+              : HasLine(first) ? LastLine(first)
+                               : Space(),
+              gaps.Tail(), colon};
+    }
+    if (std::string outer; has_lines_ && IsAlone(container, &outer)) {
+      const std::string line = line_end_ + outer + unit_;
+      return {line, line, line_end_ + outer, colon_};
+    }
+    return {"", Space(), "", colon_};
+  }
+
+  /// Whether `offset` is in a line of bearable length, whose indentation is put into `indent`.
   bool IsAtLineOf(size_t offset, std::string* indent) const {
     size_t begin = offset;
     while (begin > 0 && text_[begin - 1] != '\n') {
@@ -204,76 +226,63 @@ void JsonEdit::InsertElement(const JsonValue& list, size_t position, std::string
   ItemsOf(list).inserted.emplace(position, Insertion{"", std::move(json)});
 }
 
+/// The changes of one object or list: one splice for each run of removed items and of places to insert at, from the
+/// kept item before to that after.
+void JsonEdit::SpliceItems(const Items& changed, const Layout& layout, std::vector<Splice>& splices) const {
+  const JsonValue& container = changed.container;
+  const Gaps gaps{document_.text(), SpansOf(container), container.begin() + 1, container.end() - 1};
+  const size_t count = gaps.items.size();
+
+  const Spacing space = layout.SpacingOf(container, gaps);
+  const auto item_text = [&](const Insertion& item, const std::string& before) {
+    const std::string& lines = HasLine(before) ? before : space.first;
+    return before + item.key + (item.key.empty() ? "" : space.colon) +
+           (HasLine(lines) ? layout.Shift(item.json, IndentOf(lines)) : layout.Join(item.json));
+  };
+
+  // One splice for each run of removed items and of places to insert at, from the kept item before to that after.
+  std::vector<size_t> kept;
+  for (size_t i = 0; i < count; ++i) {
+    if (changed.removed.count(i) == 0) kept.push_back(i);
+  }
+  auto insertion = changed.inserted.begin();
+  bool something = false;  // is before the place reached
+  for (size_t k = 0; k <= kept.size(); ++k) {
+    const size_t begin = k == 0 ? gaps.open : gaps.items[kept[k - 1]].end;
+    const size_t from = k == 0 ? 0 : kept[k - 1] + 1;
+    const size_t to = k == kept.size() ? count : kept[k];
+    const size_t end = k == kept.size() ? gaps.close : gaps.items[kept[k]].begin;
+    std::string inserted;
+    const bool after_item = something;
+    while (insertion != changed.inserted.end() && (k == kept.size() || insertion->first <= to)) {
+      std::string before = space.first;
+      if (something) before = to >= 2 ? LastLine(gaps.Before(to - 1)) : space.later;
+      if (!inserted.empty()) inserted += ',';
+      inserted += item_text(insertion->second, before);
+      something = true;
+      ++insertion;
+    }
+    if (from != to || !inserted.empty()) {
+      Splice splice{begin, end, ""};
+      if (after_item && (!inserted.empty() || k < kept.size())) splice.text = gaps.After(kept[k - 1]) + ",";
+      splice.text += inserted;
+      if (k < kept.size()) {
+        if (!inserted.empty()) splice.text += ',';
+        splice.text += !something ? space.first : to == 0 ? space.later : gaps.Before(to);
+      } else if (something) {
+        splice.text += space.tail;
+      }
+      splices.push_back(std::move(splice));
+    }
+    something = true;
+  }
+}
+
 std::string JsonEdit::Apply() const {
   const std::string_view text = document_.text();
   const Layout layout(document_);
   std::vector<Splice> splices;
-  for (const auto& [id, changed] : items_) {
-    const JsonValue& container = changed.container;
-    const Gaps gaps{text, SpansOf(container), container.begin() + 1, container.end() - 1};
-    const size_t count = gaps.items.size();
-
-    // The whitespace before the first item, before later ones, and before the closing bracket.
-    std::string first, later, tail, colon = layout.colon();
-    if (count > 0) {
-      first = gaps.Before(0);
-      later = count > 1 ? LastLine(gaps.Before(1)) : HasLine(first) ? LastLine(first) : layout.Space();
-      tail = gaps.Tail();
-      for (const JsonMember member : container.members()) {
-        colon = layout.ColonOf(member);
-        break;
-      }
-    } else if (std::string outer; layout.has_lines() && layout.IsAlone(container, &outer)) {
-      tail = layout.line_end() + outer;
-      first = later = tail + layout.unit();
-    } else {
-      later = layout.Space();
-    }
-    const auto item_text = [&](const Insertion& item, const std::string& before) {
-      const std::string& lines = HasLine(before) ? before : first;
-      return before + item.key + (item.key.empty() ? "" : colon) +
-             (HasLine(lines) ? layout.Shift(item.json, IndentOf(lines)) : layout.Join(item.json));
-    };
-
-    // One splice for each run of removed items and insertion points, from the last kept item before it to the next
-    // after.
-    std::vector<size_t> kept;
-    for (size_t i = 0; i < count; ++i) {
-      if (changed.removed.count(i) == 0) kept.push_back(i);
-    }
-    auto insertion = changed.inserted.begin();
-    bool something = false;  // whether there is an item before the current position
-    for (size_t k = 0; k <= kept.size(); ++k) {
-      const size_t begin = k == 0 ? gaps.open : gaps.items[kept[k - 1]].end;
-      const size_t from = k == 0 ? 0 : kept[k - 1] + 1;
-      const size_t to = k == kept.size() ? count : kept[k];
-      const size_t end = k == kept.size() ? gaps.close : gaps.items[kept[k]].begin;
-      std::string inserted;
-      const bool after_item = something;
-      while (insertion != changed.inserted.end() && (k == kept.size() || insertion->first <= to)) {
-        std::string before = first;
-        if (something) before = to >= 2 ? LastLine(gaps.Before(to - 1)) : later;
-        if (!inserted.empty()) inserted += ',';
-        inserted += item_text(insertion->second, before);
-        something = true;
-        ++insertion;
-      }
-      if (from != to || !inserted.empty()) {
-        Splice splice{begin, end, ""};
-        if (after_item && (!inserted.empty() || k < kept.size())) splice.text = gaps.After(kept[k - 1]) + ",";
-        splice.text += inserted;
-        if (k < kept.size()) {
-          if (!inserted.empty()) splice.text += ',';
-          splice.text += !something ? first : to == 0 ? later : gaps.Before(to);
-        } else if (something) {
-          splice.text += tail;
-        }
-        splices.push_back(std::move(splice));
-      }
-      something = true;
-    }
-  }
-
+  for (const auto& [id, changed] : items_) SpliceItems(changed, layout, splices);
   for (const auto& [begin, replacement] : replaced_) {
     std::string indent;
     const bool lines = layout.has_lines() && layout.IsAtLineOf(begin, &indent);

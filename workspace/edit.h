@@ -85,7 +85,15 @@ class JsonEdit {
     size_t end;
     std::string text;
   };
+  /// Text that takes the place of another.
+  struct Splice {
+    size_t begin;
+    size_t end;
+    std::string text;
+  };
   class Layout;
+
+  void SpliceItems(const Items& changed, const Layout& layout, std::vector<Splice>& splices) const;
 
   Items& ItemsOf(const JsonValue& container) {
     Items& items = items_[container.id()];

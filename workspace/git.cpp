@@ -164,15 +164,12 @@ bool GitRepository::List(const std::string& revision, std::map<std::string, GitF
   return true;
 }
 
-std::vector<std::string> GitRepository::BeforeChanges(int count) const {
-  CollectingSink ignored;  // before the first commit there is none
+std::string GitRepository::RevisionBefore(const std::string& files) const {
+  CollectingSink none;
   std::string out;
-  std::vector<std::string> revisions;
-  if (!Run({"log", "-" + std::to_string(count), "--format=%h~", "--", "."}, out, "", ignored)) return revisions;
-  for (size_t begin = 0, end = 0; (end = out.find('\n', begin)) != out.npos; begin = end + 1) {
-    revisions.push_back(out.substr(begin, end - begin));
-  }
-  return revisions;
+  if (!Run({"status", "--porcelain", "--", files}, out, "", none) || !out.empty()) return "HEAD";
+  if (!Run({"log", "-1", "--format=%H", "--", files}, out, "", none) || out.empty()) return "HEAD";
+  return out.substr(0, out.find('\n')) + "^";
 }
 
 bool GitRepository::StartReading(DiagnosticSink& sink) {

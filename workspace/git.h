@@ -39,8 +39,8 @@ class GitRepository {
   /// Adds all files of a revision by their paths from the root. False after an error.
   bool List(const std::string& revision, std::map<std::string, GitFile>& files, DiagnosticSink& sink);
 
-  /// What revisions were before the last `count` changes of `dir`, newest first; none after an error.
-  std::vector<std::string> BeforeChanges(int count) const;
+  /// The revision before the last change of `files`, a pattern within `dir`: HEAD where they are not as it has them.
+  std::string RevisionBefore(const std::string& files) const;
 
   /// Replaces `text` with the content of an object. False after an error.
   bool Read(const std::string& object, std::string& text, DiagnosticSink& sink);

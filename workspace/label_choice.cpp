@@ -154,6 +154,11 @@ bool CheckLevels(const Project& project, const LabelChoice& choice, DiagnosticSi
 
 bool PlanSettings(Project& project, const std::string& scope, const std::vector<std::vector<int>>& values,
                   const CopySource& source, std::vector<NewSetting>& plan, DiagnosticSink& sink) {
+  if (const std::string dir = project.layout().ScopeDir(scope); !IsDirectory(dir)) {
+    sink.Report(Code::kMissingFolder, "the folder of the sensor " + Quoted(scope) + " is missing", "",
+                DisplayPath(dir));
+    return false;
+  }
   bool good = true;
   std::map<std::string, std::string> texts;  // by module
   for (const std::vector<int>& each : values) {

@@ -11,12 +11,14 @@
 #include <set>
 #include <string_view>
 
+#include "io/directory.h"
 #include "json/default_data.h"
 #include "tree/tuning_path-inl.h"
 #include "workspace/check_json.h"
 #include "workspace/check_setting.h"
 #include "workspace/edit.h"
 #include "workspace/format.h"
+#include "workspace/git.h"
 #include "workspace/path_frame.h"
 #include "workspace/schema_revision.h"
 #include "workspace/suggest.h"
@@ -27,7 +29,11 @@ namespace zotuning {
 namespace {
 
 using google::protobuf::Descriptor;
+using google::protobuf::EnumDescriptor;
+using google::protobuf::EnumValueDescriptor;
 using google::protobuf::FieldDescriptor;
+using ZO_TUNING::internal::HasSuffix;
+using ZO_TUNING::internal::kJsonSuffix;
 
 // As deep as protobuf's parser goes.
 constexpr size_t kMaxDepth = 100;
@@ -62,8 +68,18 @@ bool SameScalar(const JsonValue& a, const JsonValue& b) {
   return a && b && !a.is_object() && !a.is_array() && !b.is_object() && !b.is_array() && text(a) == text(b);
 }
 
-/// Whether a field can hold what another one, of the same number, held: they have the same type, or it is now inside a
-/// data type.
+/// Whether a type is what the old one was: under the same name, or under a new one that has taken its place. Numbers of
+/// other types' fields and values mean nothing for it.
+template <typename Type>
+bool IsSuccessor(const Type* type, const Type* old_type) {
+  const auto is_known = [](const google::protobuf::DescriptorPool* pool, const std::string& name) {
+    return pool->FindMessageTypeByName(name) != nullptr || pool->FindEnumTypeByName(name) != nullptr;
+  };
+  return type->full_name() == old_type->full_name() || (!is_known(old_type->file()->pool(), type->full_name()) &&
+                                                        !is_known(type->file()->pool(), old_type->full_name()));
+}
+
+/// Whether a field can hold what another one, of the same number, held: of one type, or now within a data type.
 bool CanHold(const FieldDescriptor* field, const FieldDescriptor* old) {
   if (field->message_type() != nullptr && old->message_type() == nullptr) {
     const FieldDescriptor* value = field->message_type()->FindFieldByName("value");
@@ -137,13 +153,17 @@ class Names {
 
  private:
   bool LoadOld(DiagnosticSink& sink) {
-    // Without --since, the old schema helps but is optional.
-    CollectingSink faults;
-    const std::string revision = options_.since.empty() ? "HEAD" : options_.since;
-    old_ = SchemaRevision::Load(project_.layout().ProtoDir(), revision, faults);
-    if (old_ == nullptr && !options_.since.empty()) {
-      for (Diagnostic& fault : faults.Take()) sink.Add(std::move(fault));
-      return false;
+    const std::string dir = project_.layout().ProtoDir();
+    if (!options_.since.empty()) {
+      old_ = SchemaRevision::Load(dir, options_.since, sink);
+      if (old_ == nullptr) return false;
+    } else {
+      // Here the old schema is a help that may be missing.
+      CollectingSink faults;
+      if (const auto repository = GitRepository::Open(dir, faults)) {
+        old_ = SchemaRevision::Load(dir, repository->RevisionBefore("*.proto"), faults);
+        if (old_ == nullptr) old_ = SchemaRevision::Load(dir, "HEAD", faults);
+      }
     }
     const Descriptor* label = old_ == nullptr ? nullptr : old_->FindType("TuningDataLabel");
     if (label == nullptr || !ZO_TUNING::internal::AppendLabels(label, old_labels_, old_values_).ok()) {
@@ -254,9 +274,7 @@ class Names {
     if (!Split(text, '=', old_name, new_name)) {
       Misuse(text, "OLD=NEW", misuse, sink);
     } else if (CheckValue(project_.labels().names()[0], modules_, old_name, new_name, sink)) {
-      if (project_.schema().FindType(new_name) == nullptr) {
-        sink.Report(Code::kMigrationNames, "the schema has no message type for the module " + Quoted(new_name));
-      }
+      (void)project_.RequireType(new_name, sink);
       module_renames_[old_name] = new_name;
     }
   }
@@ -359,6 +377,8 @@ class TextMigration {
 
   std::vector<Dropped>& dropped() { return dropped_; }
   const Suggestions& suggestions() const { return suggestions_; }
+  /// Whether structures took another form or were added, in which there may be more to do.
+  bool again() const { return again_; }
 
  private:
   /// What an object is compared with. Values may be none.
@@ -409,7 +429,10 @@ class TextMigration {
 
   static std::string OldNameOf(const FieldEntry& field, const Place& place) {
     // A file that was renamed by hand or by an earlier run: its number still leads to the old field.
-    if (place.old_type == nullptr || place.old_type->FindFieldByName(field.name()) != nullptr) return field.name();
+    if (place.old_type == nullptr || place.old_type->FindFieldByName(field.name()) != nullptr ||
+        !IsSuccessor(place.type->type, place.old_type)) {
+      return field.name();
+    }
     const FieldDescriptor* old = place.old_type->FindFieldByNumber(field.descriptor->number());
     const bool gone = old != nullptr && place.type->type->FindFieldByName(old->name()) == nullptr;
     return gone ? old->name() : field.name();
@@ -431,7 +454,10 @@ class TextMigration {
 
   void Suggest(const JsonValue& object, const std::string& key, const Place& place) {
     const Descriptor* type = place.type->type;
-    if (place.old_type == nullptr || names_.IsDropped(type, key) || names_.NewField(type, key) != nullptr) return;
+    if (place.old_type == nullptr || names_.IsDropped(type, key) || names_.NewField(type, key) != nullptr ||
+        !IsSuccessor(type, place.old_type)) {
+      return;
+    }
     const FieldDescriptor* old = FieldOfKey(place.old_type, key);
     const FieldDescriptor* field = old == nullptr ? nullptr : type->FindFieldByNumber(old->number());
     if (field == nullptr || place.old_type->FindFieldByName(field->name()) != nullptr || !CanHold(field, old)) return;
@@ -439,8 +465,12 @@ class TextMigration {
     ++suggestions_[{type->name() + "." + old->name(), field->name()}];
   }
 
+  static const FieldDescriptor* OldField(const std::string& old_name, const Place& place) {
+    return place.old_type == nullptr ? nullptr : place.old_type->FindFieldByName(old_name);
+  }
+
   Place Below(const FieldEntry& field, const std::string& old_name, const Place& place) {
-    const FieldDescriptor* old = place.old_type == nullptr ? nullptr : place.old_type->FindFieldByName(old_name);
+    const FieldDescriptor* old = OldField(old_name, place);
     Place below{};
     below.type = field.message;
     below.old_type = old == nullptr ? nullptr : old->message_type();
@@ -463,7 +493,11 @@ class TextMigration {
              const Place& place, const PathFrame& at) {
     if (value.kind() == JsonKind::kNull || Reshape(object, value, field, old_name, place, at)) return;
     if (field.message == nullptr) {
+      const FieldDescriptor* old = OldField(old_name, place);
       if (field.name() != "value" || !place.type->is_parameter()) Unwrap(value, field, at);
+      if (old != nullptr && old->enum_type() != nullptr && field.descriptor->enum_type() != nullptr) {
+        EnumValues(value, field.descriptor->enum_type(), old->enum_type(), at);
+      }
       return;
     }
     Place below = Below(field, old_name, place);
@@ -482,6 +516,21 @@ class TextMigration {
         Single(element, below, PathFrame::Element(at, index++));
       }
     }
+  }
+
+  /// Values of an enum that have another name now. Their numbers, which are packed, stay.
+  void EnumValues(const JsonValue& value, const EnumDescriptor* type, const EnumDescriptor* old_type,
+                  const PathFrame& at) {
+    size_t index = 0;
+    for (const JsonValue element : value.elements()) {
+      EnumValues(element, type, old_type, PathFrame::Element(at, index++));
+    }
+    if (!value.is_string() || type->FindValueByName(value.String()) != nullptr || !IsSuccessor(type, old_type)) return;
+    const EnumValueDescriptor* old = old_type->FindValueByName(value.String());
+    const EnumValueDescriptor* renamed = old == nullptr ? nullptr : type->FindValueByNumber(old->number());
+    if (renamed == nullptr || old_type->FindValueByName(renamed->name()) != nullptr) return;
+    edit_.Replace(value, EncodeJsonString(renamed->name()));
+    file_.renamed.push_back(at.Text() + ": " + old->name() + " -> " + renamed->name());
   }
 
   void Map(const JsonValue& map, const FieldEntry& field, Place place, const PathFrame& at) {
@@ -520,48 +569,69 @@ class TextMigration {
     if (!slot) return;
     JsonEdit wrapped(document);
     wrapped.Replace(slot, inner.repeated && !value.is_array() ? "[" + *json + "]" : *json);
-    edit_.Replace(value, wrapped.Apply());
-    file_.moved.push_back(at.Text());
+    Move(value, wrapped.Apply(), at);
   }
 
   /// Values whose field now has another form: single or in a list, in one list or in rows. False if the form is already
   /// right, or a value would be lost.
   bool Reshape(const JsonValue& object, const JsonValue& value, const FieldEntry& field, const std::string& old_name,
                const Place& place, const PathFrame& at) {
-    const FieldDescriptor* old = place.old_type == nullptr ? nullptr : place.old_type->FindFieldByName(old_name);
-    const size_t columns = TableColumns(object);
-    std::vector<JsonValue> values;
+    const FieldDescriptor* old = OldField(old_name, place);
+    // One value is taken for a list, too; it stays as it is where it always was one.
+    const bool turned = old != nullptr && old->is_repeated() != field.repeated && value.is_array() != field.repeated;
+    size_t columns = TableColumns(object);
     std::string json;
-    if (field.message == nullptr && value.is_array() != field.repeated) {
-      // A single value is accepted for a list; it stays as it is if it always was one.
-      if (value.is_object() || value.size() > 1 || old == nullptr || old->is_repeated() == field.repeated) return false;
-      if (value.is_array() && !AppendScalars(value, values)) return false;
-      if (!field.repeated && values.empty()) return false;
-      json = field.repeated ? "[" + OneLine(value) + "]" : OneLine(values[0]);
+    if (turned && !field.map && (field.message != nullptr) == (old->message_type() != nullptr)) {
+      json = InOrOutOfList(value, field, place);
     } else if (field.message == nullptr && field.repeated) {
-      for (const JsonValue row : value.elements()) {
-        const JsonValue list = row.is_object() && row.size() == 1 ? (*row.members().begin()).value() : row;
-        if (!list.is_array() || !AppendScalars(list, values)) return false;
-      }
-      json = ListText(values, 0, values.size());
+      json = OneListOf(value);
     } else if (field.repeated && field.message->is_row()) {
-      if (columns == 0 || !AppendScalars(value, values) || values.size() % columns != 0) return false;
-      const std::string key = "{" + EncodeJsonString(field.message->fields[0].name()) + ": ";
-      for (size_t i = 0; i < values.size(); i += columns) {
-        json += (i == 0 ? "[" : ", ") + key + ListText(values, i, i + columns) + "}";
-      }
-      json += "]";
+      json = RowsOf(value, object.Find("rule"), field.message->fields[0].name(), columns);
     }
-    if (json.empty() || (values.empty() && value.is_array())) return false;
+    if (json.empty()) return false;
     const JsonDocument reshaped("[" + json + "]");
     const std::optional<std::string> text = FormatValue(*reshaped.root().elements().begin(), field.descriptor, columns);
     if (!text) return false;
-    edit_.Replace(value, *text);
-    file_.moved.push_back(at.Text());
+    Move(value, *text, at);
     return true;
   }
 
-  /// False if an element is not a scalar.
+  /// A value as a list of it, or the other way round; an empty list becomes what the template has. "" where that cannot
+  /// be.
+  static std::string InOrOutOfList(const JsonValue& value, const FieldEntry& field, const Place& place) {
+    if (value.size() > 1 && value.is_array()) return "";
+    if (field.repeated) return value.is_object() == (field.message != nullptr) ? "[" + OneLine(value) + "]" : "";
+    JsonValue only = place.in_template.Find(field.name());
+    for (const JsonValue element : value.elements()) only = element;
+    return only && !only.is_array() && only.is_object() == (field.message != nullptr) ? OneLine(only) : "";
+  }
+
+  /// The values of rows as one list; "" where they are none.
+  static std::string OneListOf(const JsonValue& table) {
+    std::vector<JsonValue> values;
+    for (const JsonValue row : table.elements()) {
+      const JsonValue list = row.is_object() && row.size() == 1 ? (*row.members().begin()).value() : row;
+      if (!list.is_array() || !AppendScalars(list, values)) return "";
+    }
+    return values.empty() ? "" : ListText(values, 0, values.size());
+  }
+
+  /// One list as rows of so many columns, or as one row where it was no table before; `columns` is set then. "" where
+  /// it cannot be.
+  static std::string RowsOf(const JsonValue& list, const JsonValue& rule, const std::string& name, size_t& columns) {
+    std::vector<JsonValue> values;
+    if (!AppendScalars(list, values) || values.empty()) return "";
+    if (columns == 0 && !rule.Find("col")) columns = values.size();
+    if (columns == 0 || values.size() % columns != 0) return "";
+    std::string json;
+    for (size_t i = 0; i < values.size(); i += columns) {
+      json += i == 0 ? "[{" : ", {";
+      json += EncodeJsonString(name) + ": " + ListText(values, i, i + columns) + "}";
+    }
+    return json + "]";
+  }
+
+  /// False where an element is no scalar.
   static bool AppendScalars(const JsonValue& list, std::vector<JsonValue>& values) {
     for (const JsonValue element : list.elements()) {
       if (element.is_object() || element.is_array()) return false;
@@ -586,8 +656,13 @@ class TextMigration {
     const std::optional<std::string> json = FormatValue(inner, field.descriptor, 0);
     if (!json) return;
     if (const JsonValue rule = value.Find("rule")) Keep(rule, PathFrame::Member(at, "rule"));
-    edit_.Replace(value, *json);
+    Move(value, *json, at);
+  }
+
+  void Move(const JsonValue& value, std::string json, const PathFrame& at) {
+    edit_.Replace(value, std::move(json));
     file_.moved.push_back(at.Text());
+    again_ = true;
   }
 
   /// Updates the parts of a rule to the template if they were still the old template's, or all of them.
@@ -625,6 +700,7 @@ class TextMigration {
       edit_.InsertMember(object, PositionOf(i, field_of), field.name(), *json);
       const PathFrame here = PathFrame::Member(at, field.name());
       file_.added.push_back(here.Text());
+      again_ = again_ || field.message != nullptr;
     }
   }
 
@@ -633,7 +709,7 @@ class TextMigration {
   /// As in the check of completeness; what is new in the schema is added everywhere.
   bool IsWanted(const FieldEntry& field, const Place& place) const {
     if (all_rules_) return true;
-    if (place.old_type != nullptr && place.type->type->full_name() == place.old_type->full_name() &&
+    if (place.old_type != nullptr && IsSuccessor(place.type->type, place.old_type) &&
         place.old_type->FindFieldByName(field.name()) == nullptr) {
       return true;
     }
@@ -670,6 +746,7 @@ class TextMigration {
   MigratedFile& file_;
   std::vector<Dropped> dropped_;
   Suggestions suggestions_;
+  bool again_ = false;
 };
 
 /// Migrates all files of a project.
@@ -720,22 +797,21 @@ class Migrator {
     const std::string dir = project_.layout().ScopeDir(scope);
     std::vector<FoundFile> files;
     if (!Exists(dir)) return;
-    (void)ListFiles(dir, names_.renames_folders() ? "" : ZO_TUNING::internal::kJsonSuffix, files, sink_);
+    (void)ListFiles(dir, names_.renames_folders() ? "" : kJsonSuffix, files, sink_);
     std::set<std::string> left;  // folders, the inner ones last
     for (const FoundFile& file : files) {
       std::string relative = NewDir(file.relative);
-      const bool is_setting = IsJson(file.relative);
+      const bool is_setting = HasSuffix(file.relative, kJsonSuffix);
       if (is_setting) {
-        relative += names_.NewModule(ModuleOfFile(file.relative)) + ZO_TUNING::internal::kJsonSuffix;
+        relative += names_.NewModule(ModuleOfFile(file.relative)) + kJsonSuffix;
       } else {
         relative += file.relative.substr(file.relative.rfind('/') + 1);
       }
       std::string text;
       if (IsDirectory(file.path) || (!is_setting && relative == file.relative)) continue;
       const std::string path = JoinPath(dir, relative);
-      if (!new_paths_.insert(path).second) {
-        sink_.Report(Code::kExists, "two files would become " + Quoted(DisplayPath(path)) + "; nothing is written", "",
-                     DisplayPath(file.path));
+      if (path != file.path && !new_paths_.insert(path).second) {
+        RefuseMeeting(file.path, path);
         continue;
       }
       for (size_t end = file.relative.rfind('/'); end != file.relative.npos && end != 0 && path != file.path;
@@ -750,11 +826,6 @@ class Migrator {
     for (auto folder = left.rbegin(); folder != left.rend(); ++folder) migration_.changes.RemoveIfEmpty(*folder);
   }
 
-  static bool IsJson(const std::string& path) {
-    const std::string_view suffix = ZO_TUNING::internal::kJsonSuffix;
-    return path.size() >= suffix.size() && path.compare(path.size() - suffix.size(), suffix.size(), suffix) == 0;
-  }
-
   /// The folders of a file, each with a "/", under their new names.
   std::string NewDir(const std::string& relative) const {
     std::string dir;
@@ -765,12 +836,23 @@ class Migrator {
     return dir;
   }
 
+  void RefuseMeeting(const std::string& old_path, const std::string& path) {
+    sink_.Report(Code::kExists, "two files would become " + Quoted(DisplayPath(path)) + "; nothing is written", "",
+                 DisplayPath(old_path));
+  }
+
   void Change(const std::string& old_path, const std::string& path, const std::string& old_text,
               const std::string& text) {
+    std::string there;
     if (old_path == path) {
       migration_.changes.Replace(path, old_text, text);
-    } else {
+    } else if (!Exists(path)) {
       migration_.changes.Rename(old_path, path, old_text, text);
+    } else if (ReadFile(path, there, sink_) && there == text) {
+      // A run was killed before it removed what it had written under the new name.
+      migration_.changes.Remove(old_path, old_text);
+    } else {
+      RefuseMeeting(old_path, path);
     }
   }
 
@@ -785,8 +867,7 @@ class Migrator {
       if (old_path != path) Change(old_path, path, text, text);
       return;
     }
-    const JsonDocument document(text);
-    if (!IsEditable(document)) {
+    if (const JsonDocument document(text); !IsEditable(document)) {
       CheckText(document, DisplayPath(old_path), sink_);
       return;
     }
@@ -794,40 +875,58 @@ class Migrator {
     const Descriptor* old_type = names_.old() == nullptr ? nullptr : names_.old()->FindType(names_.OldModule(module));
     const auto found = defaults_.find(module);
     const bool is_default = scope == kDefaultScope;
-    TextMigration run(names_, *templates_, types_, options_.rules, document, file);
-    const std::string new_text =
-        run.Run(type, old_type, is_default || found == defaults_.end() ? JsonValue() : found->second->root());
-    for (const auto& [rename, count] : run.suggestions()) suggestions_[rename] += count;
-    // While names are unresolved, the text is not final.
+    const JsonValue default_root = is_default || found == defaults_.end() ? JsonValue() : found->second->root();
+    std::string new_text = text;
+    std::vector<Dropped> dropped;
+    bool is_open = false;
+    bool again = true;
+    for (size_t pass = 0; again && pass < kMaxDepth; ++pass) {
+      const JsonDocument document(new_text);
+      TextMigration run(names_, *templates_, types_, options_.rules, document, file);
+      new_text = run.Run(type, old_type, default_root);
+      again = run.again();
+      for (const auto& [rename, count] : run.suggestions()) suggestions_[rename] += count;
+      is_open = is_open || !run.suggestions().empty();
+      for (Dropped& each : run.dropped()) {
+        each.file = JoinPath(scope, relative);
+        dropped.push_back(std::move(each));
+      }
+    }
+    // As long as names are open, the text is not what it is going to be.
     const bool good =
-        !run.suggestions().empty() || CheckSettingText(project_.schema(), path, new_text, type, Fields::kAll, sink_);
+        is_open || CheckSettingText(project_.schema(), path, WithoutMark(new_text), type, Fields::kAll, sink_);
     if (is_default && good && path == project_.layout().DefaultPath(module)) {
       defaults_[module] = std::make_unique<JsonDocument>(new_text);
     }
     if (new_text == text && path == old_path) return;
-    for (Dropped& dropped : run.dropped()) {
-      dropped.file = JoinPath(scope, relative);
-      dropped_.push_back(std::move(dropped));
-    }
+    dropped_.insert(dropped_.end(), dropped.begin(), dropped.end());
     migration_.files.push_back(std::move(file));
     Change(old_path, path, text, new_text);
   }
 
+  /// Without the byte order mark, which is none of a migration's faults.
+  static std::string WithoutMark(const std::string& text) {
+    return text.compare(0, 3, "\xEF\xBB\xBF") == 0 ? text.substr(3) : text;
+  }
+
+  /// Names folders that are no levels any longer.
   void WarnOfFolders(const std::string& relative, const std::string& path) {
     const std::vector<std::string>& labels = project_.labels().names();
     size_t begin = 0;
     for (size_t end; (end = relative.find('/', begin)) != relative.npos; begin = end + 1) {
       const std::string folder = relative.substr(begin, end - begin);
+      const std::string fault = project_.FolderFault(folder);
+      if (fault.empty()) continue;
+      migration_.left = true;
+      if (!warned_.insert(folder).second) continue;
+      std::string hint;
       for (size_t label = 1; label < labels.size(); ++label) {
         if (folder.compare(0, labels[label].size() + 1, labels[label] + "_") != 0) continue;
         const std::string value = folder.substr(labels[label].size() + 1);
-        const std::vector<std::string> names = project_.ValueNames(label);
-        migration_.left |= !names.empty() && !Contains(names, value);
         const std::string successor = names_.Successor(label, value);
-        if (successor.empty() || !warned_.insert(folder).second) continue;
-        sink_.Report(Code::kMigrationLeft, "the label " + Quoted(labels[label]) + " has no value " + Quoted(value),
-                     RenameHint("label " + labels[label] + "." + value, successor), DisplayPath(path));
+        if (!successor.empty()) hint = RenameHint("label " + labels[label] + "." + value, successor);
       }
+      sink_.Report(Code::kMigrationLeft, fault, hint, DisplayPath(path));
     }
   }
 
@@ -856,7 +955,7 @@ class Migrator {
     }
   }
 
-  /// Appends what was dropped to the report.
+  /// Adds what was dropped to the report, which is written before the files that lose it.
   void AddReport() {
     if (dropped_.empty()) return;
     const std::string path = project_.dir() + "/" + kMigrationReport;
@@ -870,6 +969,9 @@ class Migrator {
                    "move it away", DisplayPath(path));
       return;
     }
+    // A run that was killed has kept values that it did not come to drop.
+    std::set<std::string> known;
+    for (const JsonValue entry : list.elements()) known.insert(OneLine(entry));
     JsonEdit edit(document);
     for (const Dropped& dropped : dropped_) {
       const std::string json = "{\n \"file\": " + EncodeJsonString(dropped.file) +
@@ -877,14 +979,18 @@ class Migrator {
       const JsonDocument entry(json);
       JsonEdit with_value(entry);
       with_value.Replace(entry.root().Find("value"), dropped.json);
-      edit.AppendElement(list, with_value.Apply());
+      const std::string text = with_value.Apply();
+      if (known.insert(OneLine(JsonDocument(text).root())).second) edit.AppendElement(list, text);
     }
     migration_.report_path = DisplayPath(path);
+    ChangeSet changes;
     if (existed) {
-      migration_.changes.Replace(path, old_text, edit.Apply());
+      changes.Replace(path, old_text, edit.Apply());
     } else {
-      migration_.changes.Create(path, edit.Apply());
+      changes.Create(path, edit.Apply());
     }
+    changes.Append(std::move(migration_.changes));
+    migration_.changes = std::move(changes);
   }
 
   Project& project_;

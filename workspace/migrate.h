@@ -23,7 +23,7 @@ struct MigrateOptions {
   std::vector<std::string> label_renames;
   /// Replace all rules by those of the template.
   bool rules = false;
-  /// The revision that the files match. "" for HEAD, if there is one.
+  /// The revision that the files fit. "" for that before the schema's last change, HEAD or older, where there is one.
   std::string since;
 };
 
@@ -32,8 +32,8 @@ struct MigratedFile {
   std::string path;
   std::string old_path;
   std::vector<std::string> added;
-  std::vector<std::string> renamed;  ///< "lens.backlash_codes -> backlash"
-  std::vector<std::string> moved;    ///< values moved into their data type, or out of it
+  std::vector<std::string> renamed;  ///< "lens.backlash_codes -> backlash", and values of enums
+  std::vector<std::string> moved;    ///< values that went into their data type, or out of it
   std::vector<std::string> dropped;
   std::vector<std::string> rules;  ///< parts of rules replaced by those of the template
 };

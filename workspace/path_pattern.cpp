@@ -253,6 +253,10 @@ struct TypedPath::Walk {
       } else if (name != step.key) {
         continue;
       }
+      // The last one of several single values counts; what messages and lists hold is put together.
+      if (found && !(found.is_scalar() && member.value().is_scalar())) {
+        return Fail(member.value(), Quoted(std::string(name)) + " is there more than once");
+      }
       found = member.value();
       key = std::string(name);
     }

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "io/directory.h"
 #include "json/json_text-inl.h"
 #include "schema/import_guard.h"
 #include "schema/schema.h"
@@ -66,10 +67,7 @@ std::unique_ptr<SchemaRevision> SchemaRevision::Load(const std::string& proto_di
   for (auto file = files.lower_bound(prefix); file != files.end(); ++file) {
     const auto& [path, content] = *file;
     if (path.compare(0, prefix.size(), prefix) != 0) break;
-    if (path.size() < kProtoSuffix.size() ||
-        path.compare(path.size() - kProtoSuffix.size(), path.npos, kProtoSuffix) != 0) {
-      continue;
-    }
+    if (!ZO_TUNING::internal::HasSuffix(path, kProtoSuffix)) continue;
     if (content.is_link) {
       sink.Report(Code::kGit, "this is a link, and links are not followed at a revision", "", shown(path));
       return nullptr;

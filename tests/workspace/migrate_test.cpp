@@ -115,8 +115,9 @@ TEST_F(MigrateTest, TextsFitTheNewSchemaAndTheRestStays) {
     const char* name;
     Edits schema;
     MigrateOptions options;
-    Edits default_edits;  // made beforehand
-    Edits setting;        // the effect on the setting
+    Edits default_edits;  // made before
+    Edits setting;        // what becomes of the setting
+    std::string mark = "";
   } rows[] = {
       {"nothing to do", {}, {}, {}, {}},
       {"added in every element, from the default",
@@ -149,12 +150,13 @@ TEST_F(MigrateTest, TextsFitTheNewSchemaAndTheRestStays) {
          "{\n    \"value\": [1, 2.0],\n    \"rule\": {\n      \"description\": \"[FloatArr]\",\n"
          "      \"recommend\": \"None\",\n      \"order\": 0,\n      \"len\": \"-1\"\n    }\n  }"}}},
       {"a data type becomes its value", {{"FloatData gain", "float gain"}}, {}, {}, {{"{\"value\": 1.50}", "1.50"}}},
+      {"a byte order mark stays", {{"float plain = 3;", ""}}, {}, {}, {{"  \"plain\": 5.0,\n", ""}}, "\xEF\xBB\xBF"},
   };
   for (const auto& row : rows) {
     for (const bool crlf : {false, true}) {
       SCOPED_TRACE(std::string(row.name) + (crlf ? ", CRLF" : ""));
-      const std::string wanted = Edited(kSetting, row.setting);
-      Put(Edited(kDefault, row.default_edits), crlf ? WithCrLf(kSetting) : kSetting);
+      const std::string wanted = row.mark + Edited(kSetting, row.setting);
+      Put(Edited(kDefault, row.default_edits), row.mark + (crlf ? WithCrLf(kSetting) : kSetting));
       ASSERT_TRUE(Migrate(row.schema, row.options)) << errors_;
       EXPECT_EQ(Setting(), crlf ? WithCrLf(wanted) : wanted);
       const std::string default_text = Read(dir_ + "/default/Lens.json");
@@ -182,6 +184,14 @@ TEST_F(MigrateTest, TablesTakeTheFormOfTheirType) {
               HasSubstr("{\"value\": [\n    {\"value\": [1, 2.0]},\n    {\"value\": [3.50, 4]}\n  ], \"rule\""));
   ASSERT_TRUE(Migrate(flat)) << errors_;
   EXPECT_THAT(Setting(), HasSubstr("{\"value\": [\n    1, 2.0,\n    3.50, 4\n  ], \"rule\""));
+}
+
+TEST_F(MigrateTest, OneRunIsEnoughForATypeWithinItself) {
+  const Edits schema = {{"FloatData weight = 2;", "FloatData weight = 2; repeated Zone within = 3;"}};
+  ASSERT_TRUE(Migrate(schema)) << errors_;
+  EXPECT_THAT(Setting(), HasSubstr("\"within\": [{"));
+  ASSERT_TRUE(Migrate(schema)) << errors_;
+  EXPECT_TRUE(migration_.changes.empty()) << migration_.changes.Diff(dir_);
 }
 
 TEST_F(MigrateTest, WhatIsDroppedIsKeptInTheReport) {
@@ -249,13 +259,28 @@ TEST_F(MigrateTest, NothingIsWrittenAfterAnError) {
   }
 }
 
-TEST_F(MigrateTest, FilesThatWouldMeetAreRefused) {
-  Write(dir_ + "/tele/mode_1/scenario_Movie/Lens.json", kSetting);
+TEST_F(MigrateTest, FilesThatWouldMeetAreRefusedUnlessAnEarlierRunMadeOne) {
+  const std::string renamed = dir_ + "/tele/mode_1/scenario_Movie/Lens.json";
+  Write(renamed, kDefault);
   MigrateOptions options;
   options.label_renames = {"scenario.Video=Movie"};
   EXPECT_FALSE(Migrate({{"Scenario_Video", "Scenario_Movie"}}, options));
   EXPECT_THAT(errors_, HasSubstr("two files would become"));
   EXPECT_EQ(Setting(), kSetting);
+  Write(renamed, kSetting);
+  EXPECT_TRUE(Migrate({{"Scenario_Video", "Scenario_Movie"}}, options));
+  EXPECT_FALSE(Exists(dir_ + "/" + kPath));
+}
+
+// As after a kill: the report comes first, so that what it has is not yet dropped everywhere.
+TEST_F(MigrateTest, WhatTheReportHasAlreadyIsNotAddedAgain) {
+  const Edits schema = {{"float plain = 3;", ""}};
+  ASSERT_TRUE(Migrate(schema)) << errors_;
+  EXPECT_EQ(migration_.changes.changes()[0].path, dir_ + "/migrate.rej.json");
+  const std::string report = Read(dir_ + "/migrate.rej.json");
+  Put(kDefault, kSetting);
+  ASSERT_TRUE(Migrate(schema)) << errors_;
+  EXPECT_EQ(Read(dir_ + "/migrate.rej.json"), report);
 }
 
 }  // namespace

@@ -24,13 +24,14 @@ constexpr char kSchema[] = R"(syntax = "proto3";
   message Gain { float value = 1; Rule rule = 2; }
   message Zone { Gain weight = 1; repeated int32 knots = 2; }
   message Module { Gain gain = 1; Flat flat = 2; Rows rows = 3; repeated Zone zones = 4; map<string, Zone> map = 5;
-    int32 two_words = 6; Zone zone = 7; }
+    int32 two_words = 6; Zone zone = 7; Zone twice = 8; }
 )";
 
 constexpr char kText[] = R"({"gain": {"value": 1}, "flat": {"value": [0, 1, 2, 3, 4], "rule": {"col": "2"}},
   "rows": {"value": [{"value": [10, 11]}, {"value": [12, 13]}], "rule": {}},
   "zones": [{"weight": {"value": 20}, "knots": [21, 22]}, {"weight": {"value": 23}, "knots": []}],
-  "map": {"a b": {"knots": [30]}}, "twoWords": 40, "two_words": 41, "gian": 0})";
+  "map": {"a b": {"knots": [30]}}, "twoWords": 40, "two_words": 41, "gian": 0,
+  "twice": {"knots": [50]}, "twice": {"weight": {}}})";
 
 /// What a path selects: "path=value" of each match, "|" between lines; or why it selects nothing.
 std::string Found(const std::string& path) {
@@ -98,6 +99,7 @@ TEST(PathPattern, NamesValues) {
       {"zones[1:3]", "'zones' has 2 elements"},
       {"flat[3][0]", "'flat.value' has 3 rows"},
       {"flat[0][2]", "'flat.value' has 2 columns"},
+      {"twice.knots", "'twice' is there more than once"},
       {"zone.knots[0]", "there is no 'zone' in this setting"},
       {"zones[0].knots[0][0]",
        "'zones[0].knots' is one list, and its rule does not say with \"col\" how long a row is"},

@@ -112,11 +112,7 @@ void AddGet(CLI::App& app, CommandContext& context) {
       "  zotuning get red.gain --where module=LensShading sensor=default --format csv > gain.csv",
       [&context, options] { return Run(context, *options); });
   command->add_option("PATH", options->path, "What to print")->required()->check(NotEmpty());
-  command
-      ->add_option("--where", options->where,
-                   "Settings with these label values; 'sensor=S' chooses a sensor or 'default', 'mode=' settings "
-                   "without a mode")
-      ->type_name("LABEL=VALUE");
+  AddWhere(*command, options->where);
   command->add_option("--format", options->format, "'text', or the values of one setting as 'set --from' reads them")
       ->check(CLI::IsMember({"text", "json", "csv", "tsv"}))
       ->type_name("text|json|csv|tsv");

@@ -95,7 +95,9 @@ void AddMigrate(CLI::App& app, CommandContext& context) {
       ->expected(0, 1)
       ->check(CLI::IsMember({"all"}))
       ->type_name("[all]");
-  command->add_option("--since", options->since, "The revision whose schema the files fit (default: HEAD)")
+  command
+      ->add_option("--since", options->since,
+                   "The revision whose schema the files fit (default: HEAD, or before the schema's last change)")
       ->type_name("REVISION")
       ->check(NotEmpty());
   command->add_flag("--dry-run", options->dry_run, "Write nothing; print the changes as a unified diff");

@@ -114,11 +114,6 @@ int Run(CommandContext& context, const Options& options) {
   CopySource source;
   bool misuse = false;
   if (!ReadSource(*project, options, source, misuse, console)) return misuse ? kMisuse : kFailed;
-  if (!IsDirectory(project->layout().ScopeDir(options.sensor))) {
-    console.Report(Code::kMissingFolder, "the folder of the sensor " + Quoted(options.sensor) + " is missing", "",
-                   DisplayPath(project->layout().ScopeDir(options.sensor)));
-    return kFailed;
-  }
   std::vector<NewSetting> settings_to_make;
   if (!PlanSettings(*project, options.sensor, choice.Combine(), source, settings_to_make, console)) return kFailed;
   std::vector<Planned> plan;

@@ -105,11 +105,6 @@ int PlanNew(Project& project, const LabelChoice& choice, const Selection& select
   }
   if (!CheckLevels(project, choice, console)) return kMisuse;
   for (const std::string& scope : choice.scopes) {
-    if (!IsDirectory(project.layout().ScopeDir(scope))) {
-      console.Report(Code::kMissingFolder, "the folder of the sensor " + Quoted(scope) + " is missing", "",
-                     DisplayPath(project.layout().ScopeDir(scope)));
-      return kFailed;
-    }
     std::vector<std::vector<int>> values;
     for (std::vector<int>& each : choice.Combine()) {
       const std::string path = project.dir() + "/" + project.SettingPath(scope, each);
@@ -149,6 +144,34 @@ bool Change(Project& project, const Selection& selection, const Values& values, 
   CollectingSink known;
   return !CheckSettingText(project.schema(), file, changed.before, module.module.type, Fields::kAll, known) ||
          CheckSettingText(project.schema(), file, changed.after, module.module.type, Fields::kAll, console);
+}
+
+/// Makes the changes, or prints them. The exit code.
+int Write(const Project& project, std::vector<Changed>& changes, bool dry_run, Console& console) {
+  ChangeSet set;
+  std::vector<std::vector<std::string>> rows;
+  Json settings = Json::array();
+  for (Changed& changed : changes) {
+    const Setting& setting = changed.selected.setting;
+    const bool same = !changed.is_new && changed.before == changed.after;
+    const std::string state = same ? "unchanged" : changed.is_new ? "made" : "changed";
+    rows.push_back({DisplayPath(setting.path), state});
+    settings.push_back(
+        {{"file", DisplayPath(setting.path)}, {"labels", LabelJson(project, setting.values)}, {"state", state}});
+    changed.is_new ? set.Create(setting.path, std::move(changed.after))
+                   : set.Replace(setting.path, std::move(changed.before), std::move(changed.after));
+  }
+  if (dry_run) {
+    const std::string diff = set.Diff(project.dir());
+    console.Print(diff);
+    console.result()["diff"] = diff;
+  } else if (!set.Apply(console)) {
+    return kFailed;
+  } else {
+    console.Print(Table(rows));
+  }
+  console.result()["settings"] = std::move(settings);
+  return kDone;
 }
 
 int Run(CommandContext& context, const Options& options) {
@@ -191,30 +214,7 @@ int Run(CommandContext& context, const Options& options) {
     return kFailed;
   }
 
-  ChangeSet set;
-  std::vector<std::vector<std::string>> rows;
-  Json settings = Json::array();
-  for (Changed& changed : changes) {
-    const Setting& setting = changed.selected.setting;
-    const bool same = !changed.is_new && changed.before == changed.after;
-    const std::string state = same ? "unchanged" : changed.is_new ? "made" : "changed";
-    rows.push_back({DisplayPath(setting.path), state});
-    settings.push_back(
-        {{"file", DisplayPath(setting.path)}, {"labels", LabelJson(*project, setting.values)}, {"state", state}});
-    changed.is_new ? set.Create(setting.path, std::move(changed.after))
-                   : set.Replace(setting.path, std::move(changed.before), std::move(changed.after));
-  }
-  if (options.dry_run) {
-    const std::string diff = set.Diff(project->dir());
-    console.Print(diff);
-    console.result()["diff"] = diff;
-  } else if (!set.Apply(console)) {
-    return kFailed;
-  } else {
-    console.Print(Table(rows));
-  }
-  console.result()["settings"] = std::move(settings);
-  return kDone;
+  return Write(*project, changes, options.dry_run, console);
 }
 
 }  // namespace
@@ -235,11 +235,7 @@ void AddSet(CLI::App& app, CommandContext& context) {
       "  zotuning set 'zones[*].weight*=0.9' --where module=AfCommon --dry-run | git apply",
       [&context, options] { return Run(context, *options); });
   command->add_option("PATH=VALUE", options->assignments, "What to set; a PATH alone with --from")->required();
-  command
-      ->add_option("--where", options->where,
-                   "Settings with these label values; 'sensor=S' chooses a sensor or 'default', 'mode=' settings "
-                   "without a mode")
-      ->type_name("LABEL=VALUE");
+  AddWhere(*command, options->where);
   command->add_option("--from", options->from, "Take the values from this JSON, CSV or TSV file; '-' is standard input")
       ->type_name("FILE")
       ->check(NotEmpty());

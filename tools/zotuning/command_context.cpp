@@ -18,6 +18,14 @@ CLI::App* AddCommand(CLI::App& app, CommandContext& context, const std::string& 
   return command;
 }
 
+void AddWhere(CLI::App& command, std::vector<std::string>& where) {
+  command
+      .add_option("--where", where,
+                  "Settings with these label values; 'sensor=S' chooses a sensor or 'default', 'mode=' settings "
+                  "without a mode")
+      ->type_name("LABEL=VALUE");
+}
+
 std::unique_ptr<Project> LoadProject(CommandContext& context, int& code) {
   code = kMisuse;
   std::string dir = context.project_dir;

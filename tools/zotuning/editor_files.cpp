@@ -113,7 +113,12 @@ std::optional<std::string> MergeEntries(const std::string& text, const std::stri
   const JsonDocument document(blank);
   const JsonValue root = document.root();
   if (!IsEditable(document)) {
-    *why = document.faults().empty() ? "it holds no object" : document.faults()[0].message;
+    *why = "it holds no object";
+    for (const JsonFault& fault : document.faults()) {
+      if (fault.lenient) continue;
+      *why = fault.message;
+      break;
+    }
     return std::nullopt;
   }
   const JsonValue list = root.Find(list_key);
