@@ -26,37 +26,7 @@ namespace {
 using google::protobuf::Message;
 
 constexpr char kDump[] = "DumpProjTuningBins";
-
-/// The first check of both dumps, under the name of either.
-bool HasProjectAndProtoFolder(const ProjectLayout& layout, const char* function) {
-  const std::string proto_dir = layout.ProtoDir();
-  if (!PathExists(layout.dir())) {
-    TuningLog(kLogError, __LINE__, function, "Input proj_dir doesn't existed: %s", layout.dir().c_str());
-    return false;
-  }
-  if (!PathExists(proto_dir)) {
-    TuningLog(kLogError, __LINE__, function, "Cannot find project proto folder in input proj_dir: %s",
-              proto_dir.c_str());
-    return false;
-  }
-  return true;
-}
-
-/// The types that both dumps need; false after a line under the name of either.
-bool FindDumpTypes(const Schema& schema, const char* function, const google::protobuf::Descriptor** label_type,
-                   const google::protobuf::Descriptor** version_type) {
-  *label_type = FindType(schema, "TuningDataLabel");
-  if (*label_type == nullptr) {
-    TuningLog(kLogError, __LINE__, function, "Get tuning label descriptor failed");
-    return false;
-  }
-  *version_type = FindType(schema, "Version");
-  if (*version_type == nullptr) {
-    TuningLog(kLogError, __LINE__, function, "Get tuning version descriptor failed");
-    return false;
-  }
-  return true;
-}
+constexpr char kNoProject[] = "Input proj_dir doesn't existed";
 
 /// ParseVersionMsgFromBin, under whose name it logs; `next_message` returns the message that the next version replaces.
 bool ReadVersionBlock(const std::string& path, const std::function<Message*()>& next_message) {
@@ -99,8 +69,7 @@ enum class DumpResult {
 struct BinDump {
   Schema& schema;
   const Labels labels;
-  const google::protobuf::Descriptor* label_type;
-  const google::protobuf::Descriptor* version_type;
+  const BinTypes types;
   const std::vector<std::string>& paths;
 
   /// The path that the lines about the version record `index` name: the one at that position of the list, whichever
@@ -120,7 +89,7 @@ struct BinDump {
                   VersionRecordPath(i, path));
         return false;
       }
-      const std::unique_ptr<Message> version = schema.NewMessage(version_type);
+      const std::unique_ptr<Message> version = schema.NewMessage(types.version);
       const ReadStatus status = bin.ReadMessage(length, version.get());
       if (status == ReadStatus::kParseFailed) {
         TuningLog(kLogError, __LINE__, kDump, "Parse tuning version msg failed: %s", VersionRecordPath(i, path));
@@ -134,7 +103,7 @@ struct BinDump {
   }
 
   DumpResult DumpRecord(BinReader& bin, int32_t label_length, const std::string& path) const {
-    const std::unique_ptr<Message> label = schema.NewMessage(label_type);
+    const std::unique_ptr<Message> label = schema.NewMessage(types.label);
     const ReadStatus label_status = bin.ReadMessage(label_length, label.get());
     if (label_status == ReadStatus::kParseFailed) {
       TuningLog(kLogError, __LINE__, kDump, "Parse tuning data label failed: %s", path.c_str());
@@ -145,7 +114,7 @@ struct BinDump {
       return DumpResult::kDamaged;
     }
     std::vector<int> label_values;
-    ParseTuningLabelMsg(*label, label_type, labels.names(), label_values);
+    ParseTuningLabelMsg(*label, types.label, labels.names(), label_values);
     const std::string& module = labels.ModuleName(label_values);
     const google::protobuf::Descriptor* module_type = FindType(schema, module);
     if (module_type == nullptr) {
@@ -193,11 +162,10 @@ bool FindBins(const char* dir, BinListing& listing) {
 }
 
 bool DumpBinVersions(const ProjectLayout& layout, const char* bin_dir) {
-  if (!HasProjectAndProtoFolder(layout, __func__)) return false;
+  if (!HasProjectAndSchema(layout, __func__, kNoProject)) return false;
   Schema schema(layout.ProtoDir());
-  const google::protobuf::Descriptor* label_type = nullptr;
-  const google::protobuf::Descriptor* version_type = nullptr;
-  if (!FindDumpTypes(schema, __func__, &label_type, &version_type)) return false;
+  BinTypes types;
+  if (!FindBinTypes(schema, __func__, types)) return false;
 
   BinListing bins;
   if (!FindBins(bin_dir, bins)) return false;
@@ -207,19 +175,18 @@ bool DumpBinVersions(const ProjectLayout& layout, const char* bin_dir) {
   const auto default_path = bins.paths.begin() + (default_name - bins.names.begin());
   std::rotate(bins.paths.begin(), default_path, default_path + 1);
   // One message for all versions: a damaged count may promise more of them than anybody has memory for.
-  const std::unique_ptr<Message> version = schema.NewMessage(version_type);
+  const std::unique_ptr<Message> version = schema.NewMessage(types.version);
   return std::all_of(bins.paths.begin(), bins.paths.end(),
                      [&](const std::string& path) { return ReadVersionBlock(path, [&] { return version.get(); }); });
 }
 
 bool DumpProjTuningBins(const ProjectLayout& layout, const char* bin_dir) {
-  if (!HasProjectAndProtoFolder(layout, __func__)) return false;
+  if (!HasProjectAndSchema(layout, __func__, kNoProject)) return false;
   Schema schema(layout.ProtoDir());
   ProjectConfig config;
   GetProjectConfig(layout, schema, config);  // what it could not read stays empty
-  const google::protobuf::Descriptor* label_type = nullptr;
-  const google::protobuf::Descriptor* version_type = nullptr;
-  if (!FindDumpTypes(schema, __func__, &label_type, &version_type)) return false;
+  BinTypes types;
+  if (!FindBinTypes(schema, __func__, types)) return false;
 
   BinListing bins;
   if (!FindBins(bin_dir, bins)) return false;
@@ -232,7 +199,7 @@ bool DumpProjTuningBins(const ProjectLayout& layout, const char* bin_dir) {
       return false;
     }
   }
-  const BinDump dump{schema, config.labels(), label_type, version_type, bins.paths};
+  const BinDump dump{schema, config.labels(), types, bins.paths};
   for (const std::string& path : bins.paths) {
     const UniqueFile file(std::fopen(path.c_str(), "rb"));
     if (file == nullptr) {

@@ -304,18 +304,10 @@ bool GenerateSpecificSensorBin(const char* proj_dir, const char* out_dir) {
       std::remove_if(sensors.begin(), sensors.end(),
                      [&](const std::string& sensor) { return !PathExists(generation.layout().ScopeDir(sensor)); }),
       sensors.end());
-  const google::protobuf::Descriptor* label_type = FindType(generation.schema(), "TuningDataLabel");
-  if (label_type == nullptr) {
-    TuningLog(kLogError, __LINE__, __func__, "[Quokka] Tuning Data desc pointer is NULL");
-    return false;
-  }
-  const google::protobuf::Descriptor* version_type = FindType(generation.schema(), "Version");
-  if (version_type == nullptr) {
-    TuningLog(kLogError, __LINE__, __func__, "Get tuning version descriptor failed");
-    return false;
-  }
-  if (!generation.ReadVersions(version_type)) return false;  // reported there
-  BinPacker packer(generation.schema(), generation.config().labels(), label_type);
+  BinTypes types;
+  if (!FindBinTypes(generation.schema(), __func__, types, "[Quokka] Tuning Data desc pointer is NULL")) return false;
+  if (!generation.ReadVersions(types.version)) return false;  // reported there
+  BinPacker packer(generation.schema(), generation.config().labels(), types.label);
   return PackSpecific(packer, generation);
 }
 
@@ -328,18 +320,10 @@ bool GenerateProjTuningBins(const char* proj_dir, const char* out_dir) {
   mkdir(bin_folder.c_str(), kBinFolderMode);
 
   Generation generation(proj_dir, bin_folder);
-  const google::protobuf::Descriptor* label_type = FindType(generation.schema(), "TuningDataLabel");
-  if (label_type == nullptr) {
-    TuningLog(kLogError, __LINE__, __func__, "Get tuning label descriptor failed");
-    return false;
-  }
-  const google::protobuf::Descriptor* version_type = FindType(generation.schema(), "Version");
-  if (version_type == nullptr) {
-    TuningLog(kLogError, __LINE__, __func__, "Get tuning version descriptor failed");
-    return false;
-  }
-  if (!generation.ReadVersions(version_type)) return false;  // reported there
-  BinPacker packer(generation.schema(), generation.config().labels(), label_type);
+  BinTypes types;
+  if (!FindBinTypes(generation.schema(), __func__, types)) return false;
+  if (!generation.ReadVersions(types.version)) return false;  // reported there
+  BinPacker packer(generation.schema(), generation.config().labels(), types.label);
   if (!PackForProject(packer, generation.DefaultJob(FieldChecking::kOn), true)) return false;
   return std::all_of(generation.sensor_names().begin(), generation.sensor_names().end(),
                      [&](const std::string& sensor) {

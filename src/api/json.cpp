@@ -37,23 +37,14 @@ void LogListener::OnUnknownModule(const std::string& module_name) { ReportUnknow
 namespace {
 
 bool GenerateDefaultModuleData(const ProjectLayout& layout, const std::string& module) {
-  const std::string proto_dir = layout.ProtoDir();
   const std::string default_dir = layout.DefaultDir();
-  if (!PathExists(layout.dir())) {
-    TuningLog(kLogError, __LINE__, __func__, "Cannot find project dir: %s", layout.dir().c_str());
-    return false;
-  }
-  if (!PathExists(proto_dir)) {
-    TuningLog(kLogError, __LINE__, __func__, "Cannot find project proto folder in input proj_dir: %s",
-              proto_dir.c_str());
-    return false;
-  }
+  if (!HasProjectAndSchema(layout, __func__)) return false;
   if (!PathExists(default_dir)) {
     TuningLog(kLogError, __LINE__, __func__, "Cannot find project default folder under input proj_dir: %s",
               default_dir.c_str());
     return false;
   }
-  Schema schema(proto_dir);
+  Schema schema(layout.ProtoDir());
   const TypeResult found = schema.Find(module);
   if (found.type == nullptr) {
     ReportType(found);

@@ -29,6 +29,24 @@ const google::protobuf::Descriptor* FindType(const Schema& schema, const std::st
 /// That line, when a type was not found.
 void ReportType(const TypeResult& result);
 
+/// The types of what a bin holds beside the modules.
+struct BinTypes {
+  const google::protobuf::Descriptor* label = nullptr;
+  const google::protobuf::Descriptor* version = nullptr;
+};
+
+/// False after a line of `function` about the first type that the schema lacks; `no_label` is the one about the label.
+bool FindBinTypes(const Schema& schema, const char* function, BinTypes& types,
+                  const char* no_label = "Get tuning label descriptor failed");
+
+/// The version type alone. Null after a line of `function`.
+const google::protobuf::Descriptor* FindVersionType(const Schema& schema, const char* function);
+
+/// Whether a project and its folder of schema files exist; false after a line of `function`. `no_project` begins the
+/// one about the project.
+bool HasProjectAndSchema(const ProjectLayout& layout, const char* function,
+                         const char* no_project = "Cannot find project dir");
+
 /// GetProjectConfig with a schema that the caller has loaded from layout.ProtoDir().
 bool GetProjectConfig(const ProjectLayout& layout, Schema& schema, ProjectConfig& config);
 

@@ -49,6 +49,36 @@ const google::protobuf::Descriptor* FindType(const Schema& schema, const std::st
   return result.type;
 }
 
+bool FindBinTypes(const Schema& schema, const char* function, BinTypes& types, const char* no_label) {
+  types.label = FindType(schema, "TuningDataLabel");
+  if (types.label == nullptr) {
+    TuningLog(kLogError, __LINE__, function, "%s", no_label);
+    return false;
+  }
+  types.version = FindVersionType(schema, function);
+  return types.version != nullptr;
+}
+
+const google::protobuf::Descriptor* FindVersionType(const Schema& schema, const char* function) {
+  const google::protobuf::Descriptor* type = FindType(schema, "Version");
+  if (type == nullptr) TuningLog(kLogError, __LINE__, function, "Get tuning version descriptor failed");
+  return type;
+}
+
+bool HasProjectAndSchema(const ProjectLayout& layout, const char* function, const char* no_project) {
+  const std::string proto_dir = layout.ProtoDir();
+  if (!PathExists(layout.dir())) {
+    TuningLog(kLogError, __LINE__, function, "%s: %s", no_project, layout.dir().c_str());
+    return false;
+  }
+  if (!PathExists(proto_dir)) {
+    TuningLog(kLogError, __LINE__, function, "Cannot find project proto folder in input proj_dir: %s",
+              proto_dir.c_str());
+    return false;
+  }
+  return true;
+}
+
 void ReportMissingField(const std::string& name) {
   std::cerr << "Error: Field '" << name << "' not found in Json." << std::endl;
 }

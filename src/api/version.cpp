@@ -44,22 +44,11 @@ bool ReportVersions(const VersionResult& result, const char* function, const cha
 }
 
 bool UpdateProtoVersionJsonFile(const ProjectLayout& layout, const char* name, const char* version) {
+  if (!HasProjectAndSchema(layout, __func__)) return false;
   const std::string proto_dir = layout.ProtoDir();
-  if (!PathExists(layout.dir())) {
-    TuningLog(kLogError, __LINE__, __func__, "Cannot find project dir: %s", layout.dir().c_str());
-    return false;
-  }
-  if (!PathExists(proto_dir)) {
-    TuningLog(kLogError, __LINE__, __func__, "Cannot find project proto folder in input proj_dir: %s",
-              proto_dir.c_str());
-    return false;
-  }
   Schema schema(proto_dir);
-  const google::protobuf::Descriptor* type = FindType(schema, "Version");
-  if (type == nullptr) {
-    TuningLog(kLogError, __LINE__, __func__, "Get tuning version descriptor failed");
-    return false;
-  }
+  const google::protobuf::Descriptor* type = FindVersionType(schema, __func__);
+  if (type == nullptr) return false;
   const std::string version_dir = ProjectLayout::VersionDir(proto_dir);
   LogListener listener;
   const VersionResult result = SetVersion(version_dir, schema, type, name, version, listener, ReportTemplateFault);

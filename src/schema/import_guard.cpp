@@ -24,6 +24,118 @@ bool IsNameChar(int c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '.';
 }
 
+/// Reads the imports and the nesting of a schema file. The tokens are those of protobuf: a zero byte or, in a string,
+/// the end of the line ends what was begun.
+class ImportScanner {
+ public:
+  /// Appends to `imports`, as they are written.
+  ImportScanner(const std::string& text, std::vector<std::string>& imports) : text_(text), imports_(imports) { Next(); }
+
+  /// The most brackets that are open at once, those of each kind counted by themselves.
+  size_t Scan() {
+    while (c_ != EOF) {
+      if (IsNameChar(c_)) {
+        ReadName();
+      } else if (c_ == '/') {
+        SkipComment();
+      } else if (c_ == '"' || c_ == '\'') {
+        ReadString();
+      } else {
+        ReadSymbol();
+      }
+    }
+    EndStatement();
+    return braces_.deepest + brackets_.deepest + angles_.deepest;
+  }
+
+ private:
+  struct Nesting {
+    size_t open = 0;
+    size_t deepest = 0;
+    void Open() { deepest = std::max(deepest, ++open); }
+    void Close() { open -= open > 0 ? 1 : 0; }
+  };
+
+  void Next() { c_ = at_ < text_.size() ? static_cast<unsigned char>(text_[at_++]) : EOF; }
+
+  void ReadName() {
+    std::string word;
+    for (; c_ != EOF && IsNameChar(c_); Next()) {
+      if (word.size() < 7) word += static_cast<char>(c_);  // enough to tell "import"
+    }
+    if (word != "import") return;
+    is_import_ = true;
+    import_.clear();
+  }
+
+  void SkipComment() {
+    Next();
+    if (c_ == '/') {
+      while (c_ != EOF && c_ != '\n' && c_ != '\0') Next();
+    } else if (c_ == '*') {
+      int last = 0;
+      for (Next(); c_ != EOF && c_ != '\0' && !(last == '*' && c_ == '/'); Next()) last = c_;
+      Next();
+    }
+  }
+
+  void ReadString() {
+    const int quote = c_;
+    std::string literal(1, static_cast<char>(quote));
+    for (Next(); c_ != EOF && c_ != quote && c_ != '\n' && c_ != '\0'; Next()) {
+      if (is_import_) literal += static_cast<char>(c_);
+      if (c_ != '\\') continue;
+      Next();
+      if (c_ == EOF) break;
+      if (is_import_) literal += static_cast<char>(c_);
+    }
+    if (is_import_) google::protobuf::io::Tokenizer::ParseStringAppend(literal, &import_);
+    Next();
+  }
+
+  void ReadSymbol() {
+    switch (c_) {
+      case '{':
+        braces_.Open();
+        break;
+      case '[':
+        brackets_.Open();
+        break;
+      case '<':
+        angles_.Open();
+        break;
+      case '}':
+        braces_.Close();
+        break;
+      case ']':
+        brackets_.Close();
+        break;
+      case '>':
+        angles_.Close();
+        break;
+      case ';':
+        EndStatement();
+        break;
+      default:
+        break;
+    }
+    Next();
+  }
+
+  void EndStatement() {
+    if (is_import_) imports_.push_back(import_);
+    is_import_ = false;
+  }
+
+  const std::string& text_;
+  std::vector<std::string>& imports_;
+  size_t at_ = 0;
+  int c_ = EOF;  // the character looked at; EOF again and again at the end
+  Nesting braces_, brackets_, angles_;
+  bool is_import_ = false;
+  std::string import_;
+};
+
 }  // namespace
 
 std::string ImportGuard::Refusal(const std::string& name) {
@@ -72,82 +184,9 @@ void ImportGuard::Read(const std::string& path, File& file) {
   Scan(file);
 }
 
-// The tokens are those of protobuf: a zero byte or, in a text, the end of the line ends what was begun.
 void ImportGuard::Scan(File& file) {
-  size_t at = 0;
-  const auto get = [&] { return at < file.text.size() ? static_cast<unsigned char>(file.text[at++]) : EOF; };
-  size_t braces = 0, brackets = 0, angles = 0;
-  size_t deepest_brace = 0, deepest_bracket = 0, deepest_angle = 0;
-  std::string word, import;
-  bool is_import = false;
-  int c = get();
-  while (c != EOF) {
-    if (IsNameChar(c)) {
-      word.clear();
-      for (; c != EOF && IsNameChar(c); c = get()) {
-        if (word.size() < 7) word += static_cast<char>(c);  // enough to tell "import"
-      }
-      if (word == "import") {
-        is_import = true;
-        import.clear();
-      }
-      continue;
-    }
-    if (c == '/') {
-      c = get();
-      if (c == '/') {
-        while (c != EOF && c != '\n' && c != '\0') c = get();
-      } else if (c == '*') {
-        int last = 0;
-        for (c = get(); c != EOF && c != '\0' && !(last == '*' && c == '/'); c = get()) last = c;
-        if (c != EOF) c = get();
-      }
-      continue;
-    }
-    if (c == '"' || c == '\'') {
-      const int quote = c;
-      std::string literal(1, static_cast<char>(quote));
-      for (c = get(); c != EOF && c != quote && c != '\n' && c != '\0'; c = get()) {
-        if (is_import) literal += static_cast<char>(c);
-        if (c != '\\') continue;
-        c = get();
-        if (c == EOF) break;
-        if (is_import) literal += static_cast<char>(c);
-      }
-      if (is_import) google::protobuf::io::Tokenizer::ParseStringAppend(literal, &import);
-      if (c != EOF) c = get();
-      continue;
-    }
-    switch (c) {
-      case '{':
-        deepest_brace = std::max(deepest_brace, ++braces);
-        break;
-      case '[':
-        deepest_bracket = std::max(deepest_bracket, ++brackets);
-        break;
-      case '<':
-        deepest_angle = std::max(deepest_angle, ++angles);
-        break;
-      case '}':
-        braces -= braces > 0 ? 1 : 0;
-        break;
-      case ']':
-        brackets -= brackets > 0 ? 1 : 0;
-        break;
-      case '>':
-        angles -= angles > 0 ? 1 : 0;
-        break;
-      case ';':
-        if (is_import) file.imports.push_back(import);
-        is_import = false;
-        break;
-      default:
-        break;
-    }
-    c = get();
-  }
-  if (is_import) file.imports.push_back(import);
-  file.nesting = deepest_brace + deepest_bracket + deepest_angle;
+  ImportScanner scanner(file.text, file.imports);
+  file.nesting = scanner.Scan();
 }
 
 }  // namespace internal

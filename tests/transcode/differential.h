@@ -1,5 +1,5 @@
 /// \file
-/// both paths from the text of a JSON file to the bytes of its module, in memory: the fast one, and the slow one that
+/// Both paths from the text of a JSON file to the bytes of its module, in memory: the fast one, and the slow one that
 /// is its oracle. Used by the tests and by the fuzzer.
 #pragma once
 

@@ -4,14 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "support/files.h"
 #include "transcode/differential.h"
+#include "transcode/example_files.h"
 #include "transcode/fallback_cases.h"
 #include "transcode/random_json.h"
 
@@ -21,8 +20,6 @@ using google::protobuf::Descriptor;
 using zotest::BothPaths;
 using zotest::Random;
 using zotest::TextSchema;
-
-constexpr char kExample[] = ZOTUNING_SOURCE_DIR "/examples/tuning_project";
 
 class DifferentialTest : public testing::Test {
  protected:
@@ -57,21 +54,13 @@ class DifferentialTest : public testing::Test {
 class ExampleTest : public DifferentialTest {
  protected:
   ExampleTest() {
-    tree_.MapPath("", std::string(kExample) + "/proto");
-    ZoTuningUtils::ImportDescriptors((std::string(kExample) + "/proto").c_str(), importer_);
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(kExample)) {
-      const std::filesystem::path& path = entry.path();
-      if (path.extension() != ".json" || path.parent_path().filename() == "version") continue;
-      std::string name;
-      ZO_TUNING::ADD_NAMESPACE_TO_CLASSNAME(path.stem().string(), name);
-      const Descriptor* type = ZoTuningUtils::GetDescByClassName(importer_, name.c_str());
+    for (const auto& [type, text] : example_.texts) {
       if (paths_[type] == nullptr) paths_[type] = std::make_unique<BothPaths>(type);
-      files_.emplace_back(paths_[type].get(), zotest::Read(path.string()));
+      files_.emplace_back(paths_[type].get(), text);
     }
   }
 
-  google::protobuf::compiler::DiskSourceTree tree_;
-  google::protobuf::compiler::Importer importer_{&tree_, nullptr};
+  zotest::ExampleFiles example_;
   std::map<const Descriptor*, std::unique_ptr<BothPaths>> paths_;
   std::vector<std::pair<BothPaths*, std::string>> files_;
 };

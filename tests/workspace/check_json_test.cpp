@@ -7,16 +7,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <memory>
 #include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "ZoTuningUtils.h"
-#include "support/files.h"
 #include "transcode/differential.h"
+#include "transcode/example_files.h"
 #include "transcode/fallback_cases.h"
 #include "transcode/random_json.h"
 
@@ -32,8 +30,6 @@ using zotuning::Diagnostic;
 using zotuning::FitOptions;
 using zotuning::JsonDocument;
 using zotuning::Severity;
-
-constexpr char kExample[] = ZOTUNING_SOURCE_DIR "/examples/tuning_project";
 
 std::vector<Diagnostic> Check(const std::string& text, const Descriptor* type, const FitOptions& options = {}) {
   CollectingSink sink;
@@ -100,35 +96,20 @@ class AgreementTest : public testing::Test {
   int differences_ = 0;
 };
 
-/// The types and files of the example project.
 class ExampleAgreementTest : public AgreementTest {
  protected:
-  ExampleAgreementTest() {
-    tree_.MapPath("", std::string(kExample) + "/proto");
-    ZoTuningUtils::ImportDescriptors((std::string(kExample) + "/proto").c_str(), importer_);
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(kExample)) {
-      const std::filesystem::path& path = entry.path();
-      if (path.extension() != ".json" || path.parent_path().filename() == "version") continue;
-      std::string name;
-      ZO_TUNING::ADD_NAMESPACE_TO_CLASSNAME(path.stem().string(), name);
-      files_.emplace_back(ZoTuningUtils::GetDescByClassName(importer_, name.c_str()), Read(path.string()));
-    }
-  }
-
-  google::protobuf::compiler::DiskSourceTree tree_;
-  google::protobuf::compiler::Importer importer_{&tree_, nullptr};
-  std::vector<std::pair<const Descriptor*, std::string>> files_;
+  const ExampleFiles example_;
 };
 
 TEST_F(ExampleAgreementTest, FilesAreClean) {
-  ASSERT_GT(files_.size(), 30U);
-  for (const auto& [type, text] : files_) EXPECT_EQ(Listing(Check(text, type)), "") << type->full_name();
+  ASSERT_GT(example_.texts.size(), 30U);
+  for (const auto& [type, text] : example_.texts) EXPECT_EQ(Listing(Check(text, type)), "") << type->full_name();
 }
 
 TEST_F(ExampleAgreementTest, FilesWithFaults) {
   Random random(11);
   for (int round = 0; round < 2000; ++round) {
-    auto [type, text] = random.Pick(files_);
+    auto [type, text] = random.Pick(example_.texts);
     if (text.size() > 6000 && !random.OneIn(20)) continue;  // small files hold most faults as well
     for (size_t i = random.Below(3); i < 3; ++i) text = Damage(text, random);
     Compare(type, text, round % 2 == 0);

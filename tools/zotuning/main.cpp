@@ -108,26 +108,8 @@ bool IsCommand(const CLI::App& app, const std::vector<char*>& words) {
   return at != nullptr;
 }
 
-int Main(int argument_count, char** arguments) {
-  OccupyStandardDescriptors();
-  // A reader that goes away, as 'head' does, ends the output and not the job. A file that may not grow is an error to
-  // be told, as a full disk is.
-  (void)std::signal(SIGPIPE, SIG_IGN);
-  (void)std::signal(SIGXFSZ, SIG_IGN);
-
-  CommandContext context;
-  CLI::App app("Makes, looks after and packs camera tuning projects.", "zotuning");
-  app.footer(kFooter);
-  app.set_version_flag("--version", "zotuning " ZOTUNING_VERSION " (commit " ZOTUNING_COMMIT ", protobuf " +
-                                        google::protobuf::internal::VersionString(GOOGLE_PROTOBUF_VERSION) + ")");
-  app.add_option("-C", context.project_dir,
-                 "The project's folder (default: the nearest one from here up that holds ProjConf.bin)")
-      ->type_name("DIR")
-      ->check(NotEmpty());
-  app.add_flag("--json", context.json, "Print one JSON object, results and messages, also on failure");
-  app.add_flag("-v,--verbose", context.verbose, "Show what protobuf itself has to say on standard error");
-  app.require_subcommand(1);
-  app.add_subcommand("help", "Show the help of a command")->add_option("COMMAND", context.help, "The command");
+/// In the order of the help.
+void AddCommands(CLI::App& app, CommandContext& context) {
   AddInit(app, context);
   AddCheck(app, context);
   AddTemplate(app, context);
@@ -148,6 +130,29 @@ int Main(int argument_count, char** arguments) {
   AddMigrate(app, context);
   AddSchema(app, context);
   AddVersion(app, context);
+}
+
+int Main(int argument_count, char** arguments) {
+  OccupyStandardDescriptors();
+  // A reader that goes away, as 'head' does, ends the output and not the job. A file that may not grow is an error to
+  // be told, as a full disk is.
+  (void)std::signal(SIGPIPE, SIG_IGN);
+  (void)std::signal(SIGXFSZ, SIG_IGN);
+
+  CommandContext context;
+  CLI::App app("Makes, looks after and packs camera tuning projects.", "zotuning");
+  app.footer(kFooter);
+  app.set_version_flag("--version", "zotuning " ZOTUNING_VERSION " (commit " ZOTUNING_COMMIT ", protobuf " +
+                                        google::protobuf::internal::VersionString(GOOGLE_PROTOBUF_VERSION) + ")");
+  app.add_option("-C", context.project_dir,
+                 "The project's folder (default: the nearest one from here up that holds ProjConf.bin)")
+      ->type_name("DIR")
+      ->check(NotEmpty());
+  app.add_flag("--json", context.json, "Print one JSON object, results and messages, also on failure");
+  app.add_flag("-v,--verbose", context.verbose, "Show what protobuf itself has to say on standard error");
+  app.require_subcommand(1);
+  app.add_subcommand("help", "Show the help of a command")->add_option("COMMAND", context.help, "The command");
+  AddCommands(app, context);
 
   // "help version set" is "version set --help", and nothing at all is "--help".
   std::vector<char*> words(arguments, arguments + argument_count);
