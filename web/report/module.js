@@ -79,7 +79,7 @@ export async function showModule(data, name, main, isWanted) {
         { class: "scroll tall", tabindex: "0", role: "region", "aria-label": `Scalars of ${name}` },
         h(
           "table",
-          { class: "matrix" },
+          { class: "matrix by-setting" },
           h(
             "thead",
             null,
