@@ -1,3 +1,5 @@
+#include <malloc.h>
+
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -115,6 +117,21 @@ TEST_F(GenerateSpecificTest, EitherIsTrueOnlyWhenEveryByteReachedTheFile) {
       })) << "limits cannot be set";
     }
   }
+}
+
+// A label with -1 in a field of an enum must not make libprotobuf keep anything for it.
+TEST_F(GenerateTest, PackingAgainTakesNoMoreMemory) {
+  AddAFewSettings();
+  const auto pack = [&](int times) {
+    for (int i = 0; i < times; ++i) {
+      EXPECT_TRUE(Generate());
+      (void)TakeLog();
+      Forget();
+    }
+    return static_cast<int64_t>(mallinfo2().uordblks);
+  };
+  const int64_t before = pack(30);
+  EXPECT_LT(pack(100), before + 100 * 200);
 }
 
 TEST_F(GenerateTest, PacksTextsOfSizesAroundEveryBuffer) {

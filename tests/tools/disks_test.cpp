@@ -9,6 +9,7 @@
 #include <map>
 
 #include "support/child.h"
+#include "support/wire.h"
 #include "tools/tool.h"
 
 namespace zotest {
@@ -64,7 +65,7 @@ class DisksTest : public PackedTest {
       const Files after = Snapshot();
       for (const auto& environment : environments) {
         restore();
-        SCOPED_TRACE(line + (" with " + environment.begin()->first + "=" + environment.begin()->second));
+        SCOPED_TRACE(line + (" with " + environment.rbegin()->first + "=" + environment.rbegin()->second));
         const Ran run = Tool(line, {"", "", [&] {
                                       setenv("LD_PRELOAD", ZOTUNING_FAIL_LIBRARY, 1);
                                       for (const auto& [name, value] : environment)
@@ -103,6 +104,15 @@ TEST_F(DisksTest, KindsOfEntriesAndWaysToRenameThatAreMissing) {
          {{"FAIL_EXDEV", At("out/zo_tuning")}}});
   EXPECT_EQ(failed_, 0u);
   Sweep({{{"FAIL_DISK", "exdev"}}});
+  EXPECT_GE(failed_, 9u);
+}
+
+// In two steps, either of which fails, or the way back from the first.
+TEST_F(DisksTest, RenamesThatFailWhereNamesCannotBeExchanged) {
+  std::vector<std::map<std::string, std::string>> environments;
+  for (const char* nth : {"1", "2", "3", "4"})
+    environments.push_back({{"FAIL_NTH", nth}, {"FAIL_CALL", "rename"}, {"FAIL_DISK", "noexchange"}});
+  Sweep(environments);
   EXPECT_GE(failed_, 9u);
 }
 
@@ -151,6 +161,24 @@ TEST_F(DisksTest, SmallStacks) {
                                   }});
       EXPECT_LE(run.code, 1) << line << " with a stack of " << kilobytes << " kB";
     }
+  }
+}
+
+// Made into messages, the records of this bin would take more.
+TEST_F(DisksTest, SmallMemory) {
+  std::string bytes(4, '\0');
+  for (int i = 0; i < 60000; ++i) bytes += Item("\x08\x01") + Item("");
+  Write(At("out/zo_tuning/front.bin"), bytes);
+  const Rows lines = {{"show out/zo_tuning/front.bin", "\n  59999   599994  10 "},
+                      {"show out/zo_tuning/front.bin --json", "\"offset\": 599994"},
+                      {"verify out", "and 50000 more"}};
+  for (const auto& [line, says] : lines) {
+    const Ran run = Tool(line, {"", "", [] {
+                                  const rlimit limit = {120 << 20, 120 << 20};
+                                  if (setrlimit(RLIMIT_AS, &limit) != 0) _exit(2);
+                                }});
+    EXPECT_EQ(run.code, line == "verify out" ? 1 : 0) << line << run.err.substr(0, 500);
+    EXPECT_TRUE(run.out.find(says) != std::string::npos) << line << run.out.substr(0, 500);
   }
 }
 
