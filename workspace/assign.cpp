@@ -333,8 +333,9 @@ bool WriteTable(const std::vector<Match>& matches, char separator, const std::st
         continue;
       }
       if (match.field->message != nullptr) {
-        sink.Report(Code::kBadAssignment, Quoted(match.path.ToString()) + " holds structures, which are no table",
-                    "name a field, as in modes[*].name, or take --format json", file);
+        sink.Report(Code::kBadAssignment,
+                    Quoted(match.path.ToString()) + " holds structures, which do not form a table",
+                    "name a field, as in modes[*].name, or use --format json", file);
         return false;
       }
       Flatten(match.value, values);

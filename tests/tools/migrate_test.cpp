@@ -124,7 +124,7 @@ TEST_F(MigrateToolTest, WhatIsGoneIsNamedAndLeft) {
   Edit("proto/label.proto", "Scenario_Video", "Scenario_Movie");
   Edit("proto/label.proto", "Scene_Night = 2", "Scene_Dark = 12");
   const Ran run = Tool("migrate");
-  EXPECT_EQ(run.out, "nothing to migrate but what has no module or label\n");
+  EXPECT_EQ(run.out, "nothing to migrate except files without a module or label\n");
   EXPECT_THAT(run.err, HasSubstr("--rename-module AfContrast=AfSharpness"));
   EXPECT_THAT(run.err, HasSubstr("'scenario' has no value 'Video'"));
   EXPECT_THAT(run.err, HasSubstr("--rename-label scenario.Video=Movie"));
