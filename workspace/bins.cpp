@@ -123,12 +123,15 @@ Code ReportBinFault(const BinFault& fault, std::FILE* file, const std::string& p
       sink.Report(Code::kNotABin, other, "name a file that 'zotuning pack' has made", ShownBin(path));
       return Code::kNotABin;
     }
-    // Messages that mean something elsewhere, and not bytes that are not one.
-    if ((fault.expected.rfind("a label", 0) == 0 || IsOtherMessage(file, fault)) && IsWhole(file, size)) {
-      sink.Report(Code::kForeignBin,
-                  std::string(kForeign) + ": the " + fault.item + " at byte " + std::to_string(fault.offset) +
-                      " should be " + fault.expected + ", and is " + fault.found,
-                  kForeignHint, ShownBin(path));
+    // Messages that mean something elsewhere, and not bytes that are none.
+    const bool is_message = IsOtherMessage(file, fault);
+    if ((is_message || fault.expected.rfind("a label", 0) == 0) && IsWhole(file, size)) {
+      sink.Report(
+          Code::kForeignBin,
+          std::string(is_message ? "the bin was packed with another schema, or its bytes were changed" : kForeign) +
+              ": the " + fault.item + " at byte " + std::to_string(fault.offset) + " should be " + fault.expected +
+              ", and is " + fault.found,
+          kForeignHint, ShownBin(path));
       return Code::kForeignBin;
     }
   }

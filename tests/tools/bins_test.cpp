@@ -182,6 +182,11 @@ TEST_F(PackedTest, BinsOfAnotherSchemaAreReadByTheirLengths) {
     Fails(line, has + "1 in 'ZO_TUNING_AWB.AWBConvergence', which the schema does not know\n");
     Fails(line, has + "3 in 'ZO_TUNING_AWB.AWBConvergence' in another form than the schema\n");
   }
+  // A message where the schema has a text.
+  Edit("proto/awb.proto", "ZO_TUNING.FloatData dead_band = 2;", "string dead_band = 2;");
+  Fails("show " + bin_, bin_ +
+                            ": error: the bin was packed with another schema, or its bytes were changed: the AWBCommon "
+                            "of record 0 at byte ");
 }
 
 TEST_F(PackedTest, BinsComeFromStandardInput) {
