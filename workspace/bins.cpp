@@ -123,7 +123,7 @@ Code ReportBinFault(const BinFault& fault, std::FILE* file, const std::string& p
       sink.Report(Code::kNotABin, other, "name a file that 'zotuning pack' has made", ShownBin(path));
       return Code::kNotABin;
     }
-    // Messages that mean something elsewhere, and not bytes that are none.
+    // Messages that mean something elsewhere, and not bytes that are not one.
     const bool is_message = IsOtherMessage(file, fault);
     if ((is_message || fault.expected.rfind("a label", 0) == 0) && IsWhole(file, size)) {
       sink.Report(

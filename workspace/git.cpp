@@ -164,12 +164,23 @@ bool GitRepository::List(const std::string& revision, std::map<std::string, GitF
   return true;
 }
 
-std::string GitRepository::RevisionBefore(const std::string& files) const {
-  CollectingSink none;
+std::vector<std::string> GitRepository::BeforeChanges(int count, const std::string& files) const {
+  CollectingSink ignored;  // before the first commit there is none
   std::string out;
-  if (!Run({"status", "--porcelain", "--", files}, out, "", none) || !out.empty()) return "HEAD";
-  if (!Run({"log", "-1", "--format=%H", "--", files}, out, "", none) || out.empty()) return "HEAD";
-  return out.substr(0, out.find('\n')) + "^";
+  std::vector<std::string> revisions;
+  if (!Run({"log", "-" + std::to_string(count), "--format=%h~", "--", files}, out, "", ignored)) return revisions;
+  for (size_t begin = 0, end = 0; (end = out.find('\n', begin)) != out.npos; begin = end + 1) {
+    revisions.push_back(out.substr(begin, end - begin));
+  }
+  return revisions;
+}
+
+std::string GitRepository::RevisionBefore(const std::string& files) const {
+  CollectingSink ignored;
+  std::string out;
+  if (!Run({"status", "--porcelain", "--", files}, out, "", ignored) || !out.empty()) return "HEAD";
+  const std::vector<std::string> revisions = BeforeChanges(1, files);
+  return revisions.empty() ? "HEAD" : revisions[0];
 }
 
 bool GitRepository::StartReading(DiagnosticSink& sink) {

@@ -39,7 +39,11 @@ class GitRepository {
   /// Adds all files of a revision by their paths from the root. False after an error.
   bool List(const std::string& revision, std::map<std::string, GitFile>& files, DiagnosticSink& sink);
 
-  /// The revision before the last change of `files`, a pattern within `dir`: HEAD where they are not as it has them.
+  /// The revisions just before the last `count` changes of `files`, a pattern within `dir`, newest first; none after an
+  /// error.
+  std::vector<std::string> BeforeChanges(int count, const std::string& files = ".") const;
+
+  /// The revision before the last change of `files`: HEAD if they differ from it.
   std::string RevisionBefore(const std::string& files) const;
 
   /// Replaces `text` with the content of an object. False after an error.
