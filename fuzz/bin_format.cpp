@@ -1,5 +1,8 @@
 #include "bin_format.h"
 
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/unknown_field_set.h>
+
 #include <filesystem>
 
 #include "ZoTuningUtils.h"
@@ -7,6 +10,24 @@
 namespace zofuzz {
 
 const std::vector<std::string> kBinModules = {"AfLinkKey", "AWBColorMatrix", "ToneCurve"};
+
+bool HasUnknownFields(const google::protobuf::Message& message) {
+  const google::protobuf::Reflection& reflection = *message.GetReflection();
+  if (!reflection.GetUnknownFields(message).empty()) return true;
+  std::vector<const google::protobuf::FieldDescriptor*> fields;
+  reflection.ListFields(message, &fields);
+  for (const google::protobuf::FieldDescriptor* field : fields) {
+    if (field->cpp_type() != google::protobuf::FieldDescriptor::CPPTYPE_MESSAGE) continue;
+    const int size = field->is_repeated() ? reflection.FieldSize(message, field) : 1;
+    for (int i = 0; i < size; ++i) {
+      if (HasUnknownFields(field->is_repeated() ? reflection.GetRepeatedMessage(message, field, i)
+                                                : reflection.GetMessage(message, field))) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
 
 void WriteBinSeeds(const std::string& dir) {
   const std::string project = MakeExampleProject(), out = ScratchDir() + "/out";

@@ -32,13 +32,21 @@ struct Reading {
   /// The position of the first fault, also one that the library's dump accepts; -1 for none. A truncated message is at
   /// fault at its start, after its length.
   int64_t fault = -1;
+  /// Something before the first fault has a module or field that the schema lacks.
+  bool is_foreign = false;
 };
+
+/// Whether the message, or one within it, has fields that its type lacks.
+bool HasUnknownFields(const google::protobuf::Message& message);
 
 class BinFormat {
  public:
   using LabelMap = std::map<std::string, std::map<int, std::string>>;
 
-  BinFormat(ZO_TUNING::internal::Schema& schema, const LabelMap& label_map) : schema_(schema), label_map_(label_map) {}
+  /// A module that the schema lacks ends the reading, as in the library's dumps, unless it is to be passed over by its
+  /// length, as the tool does.
+  BinFormat(ZO_TUNING::internal::Schema& schema, const LabelMap& label_map, bool passes_unknown = false)
+      : schema_(schema), label_map_(label_map), passes_unknown_(passes_unknown) {}
 
   Reading Read(std::string_view bytes) {
     Reading reading;
@@ -88,6 +96,15 @@ class BinFormat {
     const auto& names = label_map_.at("module");
     const auto name = names.find(label->GetReflection()->GetEnumValue(*label, module_field));
     const auto* module_type = name == names.end() ? nullptr : schema_.FindType(name->second);
+    if (module_type == nullptr && passes_unknown_) {
+      if (!PassItem()) {
+        reading_->end = Reading::kDamaged;
+      } else if (reading_->fault < 0) {
+        reading_->is_foreign = true;
+        ++reading_->sound_records;
+      }
+      return;
+    }
     if (module_type == nullptr) {
       AddFault(begin);
       reading_->end = Reading::kNoModuleType;
@@ -103,29 +120,43 @@ class BinFormat {
     if (reading_->fault < 0) ++reading_->sound_records;
   }
 
-  /// False if the next item is truncated, or is not a message of this type.
-  bool ReadItem(google::protobuf::Message* message, bool* cut) {
+  /// Reads the length of the next item. False if the item is truncated.
+  bool TakeLength(int32_t* length) {
     const int64_t begin = Offset();
-    int32_t length = 0;
-    *cut = true;
-    if (!TakeInt32(left_, &length) || length < 0) {
+    if (!TakeInt32(left_, length) || *length < 0) {
       AddFault(begin);
       return false;
     }
-    if (static_cast<size_t>(length) > left_.size()) {
+    if (static_cast<size_t>(*length) > left_.size()) {
       AddFault(Offset());
       return false;
     }
-    *cut = false;
+    return true;
+  }
+
+  bool PassItem() {
+    int32_t length = 0;
+    if (!TakeLength(&length)) return false;
+    left_.remove_prefix(static_cast<size_t>(length));
+    return true;
+  }
+
+  /// False if the next item is truncated, or is not a message of this type.
+  bool ReadItem(google::protobuf::Message* message, bool* cut) {
+    int32_t length = 0;
+    *cut = !TakeLength(&length);
+    if (*cut) return false;
     const int64_t data = Offset();
     const bool parsed = message->ParseFromArray(left_.data(), length);
     left_.remove_prefix(static_cast<size_t>(length));
     if (!parsed) AddFault(data);
+    if (reading_->fault < 0 && HasUnknownFields(*message)) reading_->is_foreign = true;
     return parsed;
   }
 
   ZO_TUNING::internal::Schema& schema_;
   const LabelMap& label_map_;
+  const bool passes_unknown_;
   std::string_view bytes_, left_;
   Reading* reading_ = nullptr;
 };

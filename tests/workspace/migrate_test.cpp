@@ -235,7 +235,7 @@ TEST_F(MigrateTest, NothingIsWrittenAfterAnError) {
     const char* says;
   } rows[] = {
       {{{"float plain", "int32 plain"}, {"weight = 2;", "weight = 2; bool on = 3;"}}, {}, {}, {}, "plain"},
-      {{}, {"Lens.plain"}, {}, {}, "has not the form TYPE.OLD=NEW"},
+      {{}, {"Lens.plain"}, {}, {}, "does not have the form TYPE.OLD=NEW"},
       {{}, {"Lense.a=plain"}, {}, {}, "did you mean 'Lens'?"},
       {{}, {"Lens.a=plai"}, {}, {}, "has no field 'plai'; did you mean 'plain'?"},
       {{}, {"Lens.plain=gain"}, {}, {}, "still has a field 'plain'"},
