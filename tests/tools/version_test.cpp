@@ -47,8 +47,7 @@ TEST_F(ToolTest, SettingAVersionChangesNothingElse) {
     EXPECT_EQ(Read(At("proto/version/t.json")), row.after);
   }
   // What the header cannot represent.
-  for (const char* version : {"2\"", "C:\\2"})
-    Fails(std::string("version set T ") + version, "cannot hold this value");
+  for (const char* version : {"2\"", "C:\\2"}) Fails(std::string("version set T ") + version, "cannot hold this value");
   // A sensor's version, which may have the same name as one of the project.
   Write(At("front/version/t.json"), R"({"name":"T","version":"1"})");
   Fails("version set T 3", "choose one with --of, for example --of project");

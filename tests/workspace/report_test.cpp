@@ -3,6 +3,7 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -234,6 +235,7 @@ TEST_F(ReportColumnTest, NumbersNearThoseOfTheOtherSideAreToldByTheirDistance) {
     for (int i = 0; i < 100; ++i) {
       const double value = 700 * std::sin(i / 9.0 + 0.3 * (i * i % 17)) * factor + offset;
       (void)std::snprintf(number, sizeof(number), "%.*f", digits, value);
+      std::replace(std::begin(number), std::end(number), ',', '.');  // in locales with a decimal comma
       text += (i == 0 ? "" : ", ") + std::string(number);
     }
     return std::string(field) + ": [" + text + "]";
