@@ -231,7 +231,7 @@ TEST_F(ReportColumnTest, NumbersNearThoseOfTheOtherSideAreToldByTheirDistance) {
   // Text of a message with a hundred numbers of a curve that crosses zero, in so many digits.
   const auto curve = [](const char* field, double factor, double offset, int digits) {
     std::string text;
-    char number[64];
+    char number[64] = {};
     for (int i = 0; i < 100; ++i) {
       const double value = 700 * std::sin(i / 9.0 + 0.3 * (i * i % 17)) * factor + offset;
       (void)std::snprintf(number, sizeof(number), "%.*f", digits, value);
