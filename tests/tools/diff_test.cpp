@@ -84,7 +84,7 @@ TEST_F(DiffTest, TolerancesAreThoseOfTheProjectUnlessGiven) {
   EXPECT_EQ(Tool(line + " --rel 1").out, "");
   Fails(line + " --abs -1", "a number from 0 is expected", 2);
   Write(At("zotuning.json"), "{\"differ\": 1}");
-  Fails(line, "zotuning.json:1:2: error: unknown key 'differ'");
+  Fails(line, "zotuning.json:1:2: error: unknown key 'differ'", 2);
 }
 
 TEST_F(DiffTest, GitShowsDifferencesByMeaning) {

@@ -7,7 +7,6 @@
 #include "command_context.h"
 #include "finding_formats.h"
 #include "workspace/check_project.h"
-#include "workspace/project_settings.h"
 #include "workspace/severities.h"
 #include "workspace/suggest.h"
 
@@ -111,19 +110,11 @@ int Run(CommandContext& context, Options options) {
   if (dir.empty()) dir = Project::FindNearest();
   if (dir.empty() && !options.paths.empty()) dir = NearestTo(options.paths[0]);
   if (dir.empty()) {
-    console.Report(Code::kNoProject, "there is no project here: no directory from here up holds ProjConf.bin",
-                   "choose one with -C DIR, or make one with 'zotuning init'");
+    ReportNoProject(console);
     return kMisuse;
   }
   ProjectSettings settings;
-  switch (ReadProjectSettings(dir, settings, console)) {
-    case SettingsResult::kOk:
-      break;
-    case SettingsResult::kFaulty:
-      return kMisuse;
-    case SettingsResult::kNotRead:
-      return kFailed;
-  }
+  if (const int code = ExitCode(ReadProjectSettings(dir, settings, console)); code != kDone) return code;
   CollectingSink found;
   SeverityFilter filter(found);
   filter.SetStrict(options.strict);

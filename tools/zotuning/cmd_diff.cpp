@@ -12,7 +12,6 @@
 #include "comparison_text.h"
 #include "pager.h"
 #include "workspace/git.h"
-#include "workspace/project_settings.h"
 #include "workspace/sides.h"
 
 namespace zotuning::tool {
@@ -43,16 +42,17 @@ bool MayColourOutput(const Options& options) {
   return MayColour(STDOUT_FILENO) || (in_gits_pager && (no_color == nullptr || *no_color == '\0'));
 }
 
-bool ComparisonOptions(const Options& options, const Project* project, CompareSidesOptions& compare,
-                       DiagnosticSink& sink) {
+/// Returns an exit code.
+int ComparisonOptions(const Options& options, const Project* project, CompareSidesOptions& compare,
+                      DiagnosticSink& sink) {
   compare.compare.rules = options.rules;
   compare.compare.tolerance = {options.absolute, options.relative};
   if (!options.all) compare.compare.max_elements = kShownDifferences;
-  if (options.has_tolerance || project == nullptr) return true;
+  if (options.has_tolerance || project == nullptr) return kDone;
   ProjectSettings settings;
-  const bool read = ReadProjectSettings(project->dir(), settings, sink) == SettingsResult::kOk;
+  const int code = ExitCode(ReadProjectSettings(project->dir(), settings, sink));
   compare.compare.path_tolerances = std::move(settings.tolerances);
-  return read;
+  return code;
 }
 
 /// The project given with -C, or the nearest; null if there is none, which is not a fault. False after errors.
@@ -106,7 +106,8 @@ int RunSides(CommandContext& context, const Options& options) {
   std::unique_ptr<Side> left, right;
   if (!OpenSides(opener, options, project.get(), left, right, console)) return kFailed;
   CompareSidesOptions compare;
-  if (!ComparisonOptions(options, &right->project(), compare, console)) return kFailed;
+  code = ComparisonOptions(options, &right->project(), compare, console);
+  if (code != kDone) return code;
   if (options.rules && (left->is_bin() || right->is_bin())) {
     console.Report(Code::kUsage, "bins hold no rules, so --rules has nothing to compare");
     return kMisuse;
@@ -212,7 +213,7 @@ int RunForGit(CommandContext& context, const Options& options) {
     compared = faults.ok();
     const Side* any = right != nullptr ? right.get() : left.get();
     CompareSidesOptions compare;
-    compared = compared && any != nullptr && ComparisonOptions(options, &any->project(), compare, faults);
+    compared = compared && any != nullptr && ComparisonOptions(options, &any->project(), compare, faults) == kDone;
     const auto add = [&](const EntryComparison& pair) {
       lines += ComparisonText(pair, form);
       settings.push_back(ComparisonJson(pair));

@@ -19,7 +19,6 @@
 #include "workspace/check_project.h"
 #include "workspace/depfile.h"
 #include "workspace/pack.h"
-#include "workspace/project_settings.h"
 #include "workspace/severities.h"
 #include "workspace/staging_dir.h"
 
@@ -225,14 +224,8 @@ int Run(CommandContext& context, const Options& options) {
   for (const std::string& sensor : options.sensors) project->RequireSensor(sensor, console);
   ProjectSettings settings;
   if (!console.ok()) return kFailed;
-  switch (ReadProjectSettings(project->dir(), settings, console)) {
-    case SettingsResult::kOk:
-      break;
-    case SettingsResult::kFaulty:
-      return kMisuse;
-    case SettingsResult::kNotRead:
-      return kFailed;
-  }
+  code = ExitCode(ReadProjectSettings(project->dir(), settings, console));
+  if (code != kDone) return code;
   filter.SetSeverities(settings.severities, DisplayPath(project->dir() + "/zotuning.json"));
   const std::string target = ResolveTarget(options.out_dir, console);
   if (target.empty()) return kFailed;

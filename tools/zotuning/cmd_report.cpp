@@ -4,7 +4,6 @@
 
 #include "command_context.h"
 #include "workspace/files.h"
-#include "workspace/project_settings.h"
 #include "workspace/report_page.h"
 #include "workspace/sides.h"
 
@@ -52,7 +51,8 @@ int Run(CommandContext& context, const Options& options) {
     against = opener.Open(options.against, console);
     ProjectSettings settings;
     if (against == nullptr) return kFailed;
-    if (ReadProjectSettings(project->dir(), settings, console) != SettingsResult::kOk) return kFailed;
+    code = ExitCode(ReadProjectSettings(project->dir(), settings, console));
+    if (code != kDone) return code;
     compare.compare.path_tolerances = std::move(settings.tolerances);
     // The page has the values themselves.
     compare.compare.max_elements = 20;

@@ -26,13 +26,29 @@ void AddWhere(CLI::App& command, std::vector<std::string>& where) {
       ->type_name("LABEL=VALUE");
 }
 
+void ReportNoProject(Console& console) {
+  console.Report(Code::kNoProject, "there is no project here: no directory from here up holds ProjConf.bin",
+                 "choose one with -C DIR, or make one with 'zotuning init'");
+}
+
+int ExitCode(SettingsResult result) {
+  switch (result) {
+    case SettingsResult::kOk:
+      return kDone;
+    case SettingsResult::kFaulty:
+      return kMisuse;
+    case SettingsResult::kNotRead:
+      break;
+  }
+  return kFailed;
+}
+
 std::unique_ptr<Project> LoadProject(CommandContext& context, int& code) {
   code = kMisuse;
   std::string dir = context.project_dir;
   if (dir.empty()) dir = Project::FindNearest();
   if (dir.empty()) {
-    context.console.Report(Code::kNoProject, "there is no project here: no directory from here up holds ProjConf.bin",
-                           "choose one with -C DIR, or make one with 'zotuning init'");
+    ReportNoProject(context.console);
     return nullptr;
   }
   auto project = Project::Load(dir, context.console);

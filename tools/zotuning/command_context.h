@@ -12,6 +12,7 @@
 
 #include "console.h"
 #include "workspace/project.h"
+#include "workspace/project_settings.h"
 
 namespace zotuning::tool {
 
@@ -32,6 +33,13 @@ CLI::App* AddCommand(CLI::App& app, CommandContext& context, const std::string& 
 
 /// Loads the project given with -C, or the nearest one upwards. Null after errors; the command must then return `code`.
 std::unique_ptr<Project> LoadProject(CommandContext& context, int& code);
+
+/// The error that neither -C nor the current folder leads to a project.
+void ReportNoProject(Console& console);
+
+/// What a command returns after reading zotuning.json: kDone, kMisuse if its contents are wrong, kFailed if it cannot
+/// be read.
+int ExitCode(SettingsResult result);
 
 /// {"module": "AfCommon", "mode": 1}, the labels that are set.
 Json LabelJson(const Project& project, const std::vector<int>& values);
