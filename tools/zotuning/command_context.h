@@ -44,11 +44,10 @@ int ExitCode(SettingsResult result);
 /// {"module": "AfCommon", "mode": 1}, the labels that are set.
 Json LabelJson(const Project& project, const std::vector<int>& values);
 
-/// For an option whose value names a file: an unset shell variable must not count as the default.
 /// Adds the option that chooses settings by labels.
 void AddWhere(CLI::App& command, std::vector<std::string>& where);
 
-/// For an option whose value names a file: an unset variable of a shell must not read as the default.
+/// For an option whose value names a file: an unset shell variable must not count as the default.
 inline CLI::Validator NotEmpty() {
   return CLI::Validator([](std::string& text) { return std::string(text.empty() ? "a name is expected" : ""); }, "");
 }
