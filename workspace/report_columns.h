@@ -7,16 +7,15 @@
 ///   kind 7, 8      int64, uint64
 ///   kind 9         texts: the bytes of each as u32, then the texts
 ///   kind 10        no data: the list at the place `count` of the setting that this one is compared with
-///   kind 11        numbers near those of the list at the place `count` of that setting: kind:u8, slope as float,
-///   offset
-///                  as double, then a column of whole numbers. Each is told by what it is above slope * other + offset,
-///                  `other` being the number there as a float. Of kinds 1 to 4 that is rounded down; of kind 5 it is
-///                  rounded to a float, and the distance is the number of floats in between.
-///   kind + 128     numbers of few bits: the lowest number as u64, the bits of each as u8, then what each is above the
-///                  lowest, one after the other from the lowest bit of the first byte on. Of float and double this is
-///                  about their bits.
-/// Everything is little-endian. Other numbers of several bytes stand apart: the lowest byte of each, then the next of
-/// each, which compresses better.
+///   kind 11        numbers near those of the list at the place `count` of that setting: kind:u8, slope:float,
+///                  offset:double, then a column of integers: the distance of each number from slope * other + offset,
+///                  where `other` is the number there as a float. For kinds 1 to 4 that line is rounded down; for
+///                  kind 5 it is rounded to a float, and the distance is counted in floats.
+///   kind + 128     numbers of few bits: the lowest number as u64, the bits of each as u8, then the distance of each
+///                  from the lowest, packed from the lowest bit of the first byte on. For float and double, the bits of
+///                  the numbers are meant.
+/// Everything is little-endian. Other numbers of several bytes are split: the lowest byte of each, then the next byte
+/// of each and so on, which compresses better.
 #pragma once
 
 #include <google/protobuf/message.h>
