@@ -198,7 +198,7 @@ TEST_F(PackedTest, BinsComeFromStandardInput) {
   run = Tool("verify - --sensor main_wide", {"", bytes});
   EXPECT_EQ(run.code, 1);
   EXPECT_THAT(run.out, HasSubstr("--- standard input\n"));
-  Fails("verify -", "--sensor has to say whose bin is on standard input", 2);
+  Fails("verify -", "--sensor must say whose bin is on standard input", 2);
   EXPECT_THAT(Tool("show -", {"", "{}"}).err, HasSubstr("standard input: error: this is a JSON file, not a bin"));
 }
 

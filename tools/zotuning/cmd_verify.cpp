@@ -99,80 +99,102 @@ void ReportUnknown(Project& project, std::FILE* file, const std::string& path, C
   unknown.Report(project, path, console);
 }
 
+Json UnknownRecordJson(const UnknownRecord& record, const Bin& bin) {
+  Json labels = Json::object();
+  for (const auto& [name, value] : record.labels) labels[name] = value;
+  return {{"kind", "removed"}, {"scope", bin.scope},      {"labels", std::move(labels)}, {"left", ShownBin(bin.path)},
+          {"right", nullptr},  {"offset", record.offset}, {"length", record.size}};
+}
+
+/// Compares bins with those packed from the tree, one by one.
+class Verifier {
+ public:
+  Verifier(const std::shared_ptr<Project>& project, const std::string& packed_dir, bool all, Console& console)
+      : project_(project), packed_dir_(packed_dir), opener_(project), console_(console) {
+    compare_.bytes = true;
+    compare_.compare.rules = true;  // those that are in a bin
+    if (!all) compare_.compare.max_elements = kShownDifferences;
+    form_.all = all;
+    form_.colour = MayColour(STDOUT_FILENO);
+  }
+
+  /// Prints what differs in a bin. What cannot be compared is reported.
+  void Verify(const Bin& bin) {
+    if (bin.path != kStandardInput && !Exists(bin.path)) {
+      console_.Report(Code::kMissingBin, "the bin of " + Quoted(bin.scope) + " is missing", "", ShownBin(bin.path));
+      return;
+    }
+    BinPair pair;
+    const BinFile packed{BinPath(packed_dir_, bin.scope), "the tree"};
+    if (!opener_.OpenBinPair({bin.path, ShownBin(bin.path)}, packed, bin.scope, pair, console_)) return;
+    std::string lines;
+    Json differences = Json::array();
+    SidesComparison comparison;
+    const auto add = [&](const EntryComparison& entry) {
+      if (console_.json()) {
+        differences.push_back(ComparisonJson(entry));
+      } else {
+        lines += ComparisonText(entry, form_);
+      }
+    };
+    if (!CompareSides(*pair.left, *pair.right, compare_, add, comparison, console_)) return;
+    for (const UnknownRecord& record : pair.unknown) {
+      const std::string where = std::to_string(record.size) + " bytes at byte " + std::to_string(record.offset);
+      lines += "removed  " + Printable(LabelText(record.labels)) + " (unknown module, " + where + ")\n";
+      if (console_.json()) differences.push_back(UnknownRecordJson(record, bin));
+    }
+    if (pair.unlisted > 0) lines += "and " + std::to_string(pair.unlisted) + " more\n";
+    const size_t same = pair.same + comparison.same;
+    const size_t found = comparison.different + pair.unlisted + pair.unknown.size();
+    console_.Print(Printable(bin.scope) + ".bin: " + std::to_string(same) + " the same, " + Count(found, "difference") +
+                   "\n");
+    if (found > 0) {
+      console_.Print(HeadText(ShownBin(bin.path), packed.name, form_.colour) + lines);
+      ReportUnknown(*project_, pair.left_file, bin.path, console_);
+    }
+    different_ += found;
+    results_.push_back(
+        {{"name", bin.scope}, {"same", same}, {"different", found}, {"differences", std::move(differences)}});
+  }
+
+  /// Differences so far.
+  size_t different() const { return different_; }
+  Json TakeResults() { return std::move(results_); }
+
+ private:
+  std::shared_ptr<Project> project_;
+  std::string packed_dir_;
+  SideOpener opener_;
+  Console& console_;
+  CompareSidesOptions compare_;
+  ComparisonForm form_;
+  Json results_ = Json::array();
+  size_t different_ = 0;
+};
+
 int Run(CommandContext& context, const Options& options) {
   Console& console = context.console;
   int code = kDone;
   const std::shared_ptr<Project> project = LoadProject(context, code);
   if (project == nullptr) return code;
   if (options.path == kStandardInput && options.sensor.empty()) {
-    console.Report(Code::kUsage, "--sensor has to say whose bin is on standard input",
+    console.Report(Code::kUsage, "--sensor must say whose bin is on standard input",
                    "'default' stands for that of the defaults");
     return kMisuse;
   }
-  if (!options.sensor.empty() && options.sensor != kDefaultScope && !project->RequireSensor(options.sensor, console))
+  if (!options.sensor.empty() && options.sensor != kDefaultScope && !project->RequireSensor(options.sensor, console)) {
     return kFailed;
+  }
   std::vector<Bin> bins;
   if (!FindBins(*project, options, bins, console)) return kFailed;
   const auto staging = PackTree(*project, bins, console);
   if (staging == nullptr) return kFailed;
 
-  CompareSidesOptions compare;
-  compare.bytes = true;
-  compare.compare.rules = true;  // those that are in a bin
-  if (!options.all) compare.compare.max_elements = kShownDifferences;
-  ComparisonForm form;
-  form.all = options.all;
-  form.colour = MayColour(STDOUT_FILENO);
-  SideOpener opener(project);
-  Json results = Json::array();
-  size_t different = 0;
-  for (const Bin& bin : bins) {
-    if (bin.path != kStandardInput && !Exists(bin.path)) {
-      console.Report(Code::kMissingBin, "the bin of " + Quoted(bin.scope) + " is missing", "", ShownBin(bin.path));
-      continue;
-    }
-    BinPair pair;
-    const BinFile packed{BinPath(staging->path(), bin.scope), "the tree"};
-    if (!opener.OpenBinPair({bin.path, ShownBin(bin.path)}, packed, bin.scope, pair, console)) continue;
-    std::string lines;
-    Json differences = Json::array();
-    SidesComparison comparison;
-    const auto add = [&](const EntryComparison& entry) {
-      if (console.json()) {
-        differences.push_back(ComparisonJson(entry));
-      } else {
-        lines += ComparisonText(entry, form);
-      }
-    };
-    if (!CompareSides(*pair.left, *pair.right, compare, add, comparison, console)) continue;
-    for (const UnknownRecord& record : pair.unknown) {
-      const std::string where = std::to_string(record.size) + " bytes at byte " + std::to_string(record.offset);
-      lines += "removed  " + Printable(LabelText(record.labels)) + " (unknown module, " + where + ")\n";
-      if (!console.json()) continue;
-      Json labels = Json::object();
-      for (const auto& [name, value] : record.labels) labels[name] = value;
-      differences.push_back({{"kind", "removed"},
-                             {"scope", bin.scope},
-                             {"labels", std::move(labels)},
-                             {"left", ShownBin(bin.path)},
-                             {"right", nullptr},
-                             {"offset", record.offset},
-                             {"length", record.size}});
-    }
-    const size_t same = pair.same + comparison.same;
-    const size_t found = comparison.different + pair.unlisted + pair.unknown.size();
-    if (pair.unlisted > 0) lines += "and " + std::to_string(pair.unlisted) + " more\n";
-    console.Print(Printable(bin.scope) + ".bin: " + std::to_string(same) + " the same, " + Count(found, "difference") +
-                  "\n");
-    if (found > 0) console.Print(HeadText(ShownBin(bin.path), packed.name, form.colour) + lines);
-    if (found > 0) ReportUnknown(*project, pair.left_file, bin.path, console);
-    different += found;
-    results.push_back(
-        {{"name", bin.scope}, {"same", same}, {"different", found}, {"differences", std::move(differences)}});
-  }
-  console.result()["bins"] = std::move(results);
-  if (different > 0) {
-    console.Report(Code::kDiffers, "the bins do not match the tree: " + Count(different, "difference"),
+  Verifier verifier(project, staging->path(), options.all, console);
+  for (const Bin& bin : bins) verifier.Verify(bin);
+  console.result()["bins"] = verifier.TakeResults();
+  if (verifier.different() > 0) {
+    console.Report(Code::kDiffers, "the bins do not match the tree: " + Count(verifier.different(), "difference"),
                    "'zotuning pack' renews them", ShownBin(options.path));
   }
   return kDone;

@@ -105,30 +105,72 @@ std::string LevelText(const Project& project, const std::vector<int>& wanted) {
   return text.empty() ? kNoLevel : text;
 }
 
+/// One value of each label, kLabelNotSet where none was given. Returns an exit code.
+int ReadSituation(const Project& project, const Options& options, std::vector<int>& wanted, Console& console) {
+  LabelChoice situation;
+  const ChoiceResult read = ParseLabelChoice(project, options.labels, false, situation, console);
+  if (read != ChoiceResult::kOk) return read == ChoiceResult::kMisuse ? kMisuse : kFailed;
+  for (size_t i = 0; i < situation.values.size(); ++i) {
+    const std::vector<int>& values = situation.values[i];
+    if (values.size() > 1) {
+      console.Report(Code::kUsage, "a situation has one value of " + Quoted(project.labels().names()[i]));
+      return kMisuse;
+    }
+    wanted.push_back(values.empty() ? kLabelNotSet : values[0]);
+  }
+  return kDone;
+}
+
+/// Prints the settings that are for the situation `wanted`, or near it, and returns them as JSON. With a `path`, their
+/// values there; `found` becomes true when there is one.
+Json ShowModule(const Project& project, const std::vector<int>& wanted, const std::vector<Candidate>& candidates,
+                const JsonPath* path, bool& found, Console& console) {
+  const std::string name = project.ModuleName(wanted);
+  const bool exact = !candidates.empty() && std::string_view(candidates[0].kind) == "exact";
+  const std::string levels = LevelText(project, wanted);
+  console.Print(
+      Printable(name + ": " + (exact ? levels : "no setting " + (levels == kNoLevel ? levels : "for " + levels))) +
+      "\n");
+  std::vector<std::vector<std::string>> rows;
+  Json settings = Json::array();
+  for (const Candidate& candidate : candidates) {
+    const std::string shown = DisplayPath(candidate.setting.path);
+    std::vector<std::string> row = {std::string("  ") + candidate.kind, shown};
+    Json json = {{"kind", candidate.kind}, {"path", shown}, {"labels", LabelJson(project, candidate.setting.values)}};
+    if (std::string_view(candidate.kind) != "default") json["levels_in_common"] = candidate.common;
+    if (path != nullptr) {
+      const std::optional<std::string> value = ValueAt(candidate.setting, *path, console);
+      found |= value.has_value();
+      row.push_back(value ? Excerpt(*value) : "no such value");
+      json["value"] = value ? Json::parse(*value, nullptr, false) : Json(nullptr);
+      if (json["value"].is_discarded()) json["value"] = *value;
+    }
+    if (std::string_view(candidate.kind) == "near") {
+      row.push_back(Count(candidate.common, "level") + " in common; " + candidate.why);
+    }
+    rows.push_back(std::move(row));
+    settings.push_back(std::move(json));
+  }
+  if (!rows.empty()) console.Print(Table(rows));
+  return {{"module", name}, {"exact", exact}, {"settings", std::move(settings)}};
+}
+
 int Run(CommandContext& context, const Options& options) {
   Console& console = context.console;
   int code = kDone;
   const auto project = LoadProject(context, code);
   if (project == nullptr) return code;
   if (!project->RequireSensor(options.sensor, console)) return kFailed;
-  LabelChoice situation;
-  const ChoiceResult read = ParseLabelChoice(*project, options.labels, false, situation, console);
-  if (read != ChoiceResult::kOk) return read == ChoiceResult::kMisuse ? kMisuse : kFailed;
   std::vector<int> wanted;
-  for (size_t i = 0; i < situation.values.size(); ++i) {
-    const std::vector<int>& values = situation.values[i];
-    if (values.size() > 1) {
-      console.Report(Code::kUsage, "a situation has one value of " + Quoted(project->labels().names()[i]));
-      return kMisuse;
-    }
-    wanted.push_back(values.empty() ? kLabelNotSet : values[0]);
-  }
+  code = ReadSituation(*project, options, wanted, console);
+  if (code != kDone) return code;
   std::string why;
   const std::optional<JsonPath> path = JsonPath::Parse(options.value, &why);
   if (!path) {
     console.Report(Code::kUsage, Quoted(options.value) + " is not a path: " + why, "for example zones[2].weight.value");
     return kMisuse;
   }
+  const bool shows_value = !options.value.empty();
   std::vector<Setting> settings, defaults;
   project->ListSettings(options.sensor, settings, console);
   project->ListSettings(kDefaultScope, defaults, console);
@@ -141,39 +183,10 @@ int Run(CommandContext& context, const Options& options) {
   for (const int module : modules) {
     wanted[0] = module;
     const std::vector<Candidate> candidates = Rank(*project, wanted, settings, defaults);
-    const std::string name = project->ModuleName(wanted);
-    const bool exact = !candidates.empty() && std::string_view(candidates[0].kind) == "exact";
-    const std::string levels = LevelText(*project, wanted);
-    console.Print(
-        Printable(name + ": " + (exact ? levels : "no setting " + (levels == kNoLevel ? levels : "for " + levels))) +
-        "\n");
-    std::vector<std::vector<std::string>> rows;
-    Json json_candidates = Json::array();
-    for (const Candidate& candidate : candidates) {
-      const bool is_default = std::string_view(candidate.kind) == "default";
-      const std::string shown = DisplayPath(candidate.setting.path);
-      std::vector<std::string> row = {std::string("  ") + candidate.kind, shown};
-      Json json = {
-          {"kind", candidate.kind}, {"path", shown}, {"labels", LabelJson(*project, candidate.setting.values)}};
-      if (!is_default) json["levels_in_common"] = candidate.common;
-      if (!options.value.empty()) {
-        const std::optional<std::string> value = ValueAt(candidate.setting, *path, console);
-        found |= value.has_value();
-        row.push_back(value ? Excerpt(*value) : "no such value");
-        json["value"] = value ? Json::parse(*value, nullptr, false) : Json(nullptr);
-        if (json["value"].is_discarded()) json["value"] = *value;
-      }
-      if (!is_default && std::string_view(candidate.kind) == "near") {
-        row.push_back(Count(candidate.common, "level") + " in common; " + candidate.why);
-      }
-      rows.push_back(std::move(row));
-      json_candidates.push_back(std::move(json));
-    }
-    if (!rows.empty()) console.Print(Table(rows));
-    results.push_back({{"module", name}, {"exact", exact}, {"settings", std::move(json_candidates)}});
+    results.push_back(ShowModule(*project, wanted, candidates, shows_value ? &*path : nullptr, found, console));
   }
   console.result() = {{"sensor", options.sensor}, {"modules", std::move(results)}};
-  if (!options.value.empty() && !found) {
+  if (shows_value && !found) {
     console.Report(Code::kNoSide, "none of these settings has a value at " + Quoted(options.value));
   }
   return kDone;
