@@ -214,7 +214,7 @@ std::optional<std::string> Calculate(const JsonValue& number, Operation operatio
   if (limits) {
     Uint128 mantissa = result ? result->mantissa : 0;
     if (result && result->exponent < 0) {
-      *why = "the result " + Shortest(ToDouble(ToText(*result))) + " is no whole number, and the field is " +
+      *why = "the result " + Shortest(ToDouble(ToText(*result))) + " is not a whole number, and the field is " +
              field->cpp_type_name() + "; --round rounds to the nearest one";
       return std::nullopt;
     }

@@ -147,7 +147,7 @@ std::optional<TypedPath> TypedPath::Resolve(const PathPattern& pattern, const Ty
       continue;
     }
     if (ImpliesValue(message)) imply_value();
-    if (!list) return fail(Quoted(here) + " is no list");
+    if (!list) return fail(Quoted(here) + " is not a list");
     const bool cells = message == nullptr && path.field_->message == nullptr && i + 1 < pattern.steps_.size() &&
                        pattern.steps_[i + 1].is_range;
     path.steps_.push_back({cells ? Kind::kCells : Kind::kElements, nullptr, path.field_, "", step.range, {}});

@@ -65,7 +65,7 @@ TEST_F(EditTest, ValuesAreSetInTheSettingsThatAreMeant) {
 
 TEST_F(EditTest, WhatCannotBeSetChangesNothing) {
   const Rows rows = {
-      {"set lens.macro_code*=1.05", "is no whole number, and the field is int32"},
+      {"set lens.macro_code*=1.05", "is not a whole number, and the field is int32"},
       {"set lens.macro_code=fast", "'fast' is not JSON"},
       {"set lens.macro_code=3000000000", "int32"},
       {"set lens.macro_code=1500", "512..1023"},

@@ -71,7 +71,7 @@ TEST(Number, IsCalculatedInDecimalsAndPrintedShort) {
       {"i", "4e2", '*', "1.0", "4e2"},
       // Impossible operations.
       {"i", "836", '*', "1.05",
-       "the result 877.8 is no whole number, and the field is int32; --round rounds to the nearest one"},
+       "the result 877.8 is not a whole number, and the field is int32; --round rounds to the nearest one"},
       {"i", "2147483647", '+', "1", "the result does not fit int32"},
       {"u", "1", '+', "-2", "the result does not fit uint32"},
       {"ul", "1", '*', "1e30", "the result does not fit uint64"},

@@ -93,7 +93,7 @@ TEST(PathPattern, NamesValues) {
       {"gian", "'Module' has no field 'gian'; did you mean 'gain'?"},
       {"zones[0].wieght", "'zones[0]' has no field 'wieght'; did you mean 'weight'?"},
       {"zones.weight", "'zones' is a list; name an element first, as in zones[0] or zones[*]"},
-      {"gain[0]", "'gain' is no list"},
+      {"gain[0]", "'gain' is not a list"},
       {"gain.value.x", "'gain.value' has no fields"},
       {"zones[2].weight", "'zones' has 2 elements"},
       {"zones[1:3]", "'zones' has 2 elements"},

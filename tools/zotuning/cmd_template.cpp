@@ -133,7 +133,7 @@ void AddTemplate(CLI::App& app, CommandContext& context) {
   CLI::App* command =
       AddCommand(app, context, "template", "Write the default data of modules from the schema",
                  "The template holds every parameter of the module at its default, with its rule. A default that has\n"
-                 "been edited is kept, and named, unless --force is given; with --all that is no error.\n"
+                 "been edited is kept, and named, unless --force is given; with --all that is not an error.\n"
                  "\n"
                  "Examples:\n"
                  "  zotuning template --all\n"

@@ -123,7 +123,7 @@ std::optional<std::string> MergeEntries(const std::string& text, const std::stri
   }
   const JsonValue list = root.Find(list_key);
   if (list && !list.is_array()) {
-    *why = "its " + Quoted(list_key) + " is no list";
+    *why = "its " + Quoted(list_key) + " is not a list";
     return std::nullopt;
   }
   Splices splices(text, blank);
