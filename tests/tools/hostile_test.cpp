@@ -22,8 +22,8 @@ TEST_F(PackedTest, LinksAreKeptOrNamed) {
   EXPECT_EQ(Read(temp_ / "deployed/bins/front.bin"), bin);
 
   // A level of the tree is one.
-  fs::rename(At("front/mode_1"), temp_ / "shared");
-  fs::create_directory_symlink("../../shared", At("front/mode_1"));
+  fs::rename(At("front/mode_1"), temp_ / "elsewhere");
+  fs::create_directory_symlink("../../elsewhere", At("front/mode_1"));
   Fails("pack -o other", "front/mode_1: error: this is a link to a folder");
   Fails("verify out", "front/mode_1: error: this is a link to a folder");
   EXPECT_FALSE(Exists(At("other/zo_tuning")));
